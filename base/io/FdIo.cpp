@@ -1,0 +1,135 @@
+#include "io/FdIo.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+#include "io/FdManager.h"
+#include "plat/Time.h"
+
+namespace io {
+
+FdIo::FdIo(int fd) : FdHandler(fd), in_(fd, kMaxInput), out_(fd, this), timer_(this) {
+  plat::FileDescriptor::setNonBlocking(fd);
+}
+
+FdIo::FdIo(plat::FileDescriptor fd)
+    : FdHandler(std::move(fd)),
+      in_(FdHandler::fd(), kMaxInput),
+      out_(FdHandler::fd(), this),
+      timer_(this) {
+  plat::FileDescriptor::setNonBlocking(FdHandler::fd());
+}
+
+FdIo::~FdIo() = default;
+
+void FdIo::setHandler(IoHandler* handler) {
+  handler_ = handler;
+  if (handler_) {
+    watchOutput();
+  } else {
+    timer_.stop();
+    if (isRegistered()) FdManager::instance().unregister(*this);
+  }
+}
+
+void FdIo::defer() {
+  if (!handler_) return;
+  deferred_ = true;
+  FdManager::instance().defer(*this);
+}
+
+void FdIo::fail(const plat::Exception& reason) {
+  if (failure_) return;
+  failure_.emplace(reason);
+  if (handler_) FdManager::instance().defer(*this);
+}
+
+bool FdIo::wait(int timeoutMs) {
+  const int64_t deadline = timeoutMs < 0 ? std::numeric_limits<int64_t>::max()
+                                         : plat::monotonicTime() + timeoutMs * plat::kTicksPerMs;
+  for (;;) {
+    int64_t ms = -1;
+    if (timeoutMs >= 0) {
+      const int64_t left = std::max<int64_t>(deadline - plat::monotonicTime(), 0);
+      ms = (left + plat::kTicksPerMs - 1) / plat::kTicksPerMs;
+    }
+    const bool over = ms == 0;
+    pollfd entry{fd(), POLLIN, 0};
+    if (out_.isBlocked()) {
+      entry.events |= POLLOUT;
+      ms = ms < 0 ? out_.msUntilTimeout() : std::min(ms, out_.msUntilTimeout());
+    }
+    const int64_t longest = std::numeric_limits<int>::max();
+    const int n = poll(&entry, 1, static_cast<int>(std::min(ms, longest)));
+    if (n < 0 && errno != EINTR) throw plat::SystemException("select", errno);
+    if (out_.isBlocked()) out_.flush();
+    if (n > 0 && (entry.revents & ~POLLOUT) != 0) return true;
+    if (over) return false;
+  }
+}
+
+void FdIo::flush(int timeoutMs) {
+  out_.flushAndWait(timeoutMs);
+}
+
+void FdIo::readReady() {
+  if (handler_) handler_->inputReady(*this);
+}
+
+void FdIo::writeReady() {
+  if (failure_) return;
+  try {
+    out_.flush();
+  } catch (const plat::Exception&) {
+    // writeFailed() has taken note.
+  }
+}
+
+void FdIo::deferredCall() {
+  if (!handler_) return;
+  if (failure_) {
+    const plat::Exception reason = *failure_;
+    handler_->ioFailed(*this, reason);
+  } else if (std::exchange(deferred_, false)) {
+    // The handler may destroy this object.
+    if (taken_) FdManager::instance().defer(*this);
+    handler_->deferredCall(*this);
+  } else if (std::exchange(taken_, false)) {
+    handler_->outputTaken(*this);
+  }
+}
+
+void FdIo::pendingChanged(rdr::FdOutStream&, bool pending) {
+  if (!handler_) return;
+  watchOutput();
+  if (pending) return;
+  // Not from here: somebody may be writing.
+  taken_ = true;
+  FdManager::instance().defer(*this);
+}
+
+void FdIo::writeFailed(rdr::FdOutStream&, const plat::Exception& reason) {
+  fail(reason);
+}
+
+void FdIo::timerCallback(plat::Timer&) {
+  writeReady();
+  if (handler_ && out_.isBlocked()) watchOutput();
+}
+
+void FdIo::watchOutput() {
+  const bool blocked = out_.isBlocked();
+  FdManager::instance().setWants(*this, true, blocked);
+  if (blocked) {
+    const int64_t longest = std::numeric_limits<int>::max();
+    timer_.start(static_cast<int>(std::min(out_.msUntilTimeout(), longest)));
+  } else {
+    timer_.stop();
+  }
+}
+
+}  // namespace io

@@ -1,0 +1,139 @@
+#include "io/FdManager.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "io/FdHandler.h"
+#include "io/FdSelectManager.h"
+#include "plat/Assert.h"
+
+namespace io {
+
+namespace {
+
+thread_local FdManager* thrInst = nullptr;
+
+}  // namespace
+
+void FdManager::HandlerSet::insert(FdHandler& handler) {
+  const auto place =
+      std::lower_bound(handlers_.begin(), handlers_.end(), &handler, std::less<const FdHandler*>());
+  if (place == handlers_.end() || *place != &handler) handlers_.insert(place, &handler);
+}
+
+void FdManager::HandlerSet::erase(const FdHandler& handler) {
+  const auto place =
+      std::lower_bound(handlers_.begin(), handlers_.end(), &handler, std::less<const FdHandler*>());
+  if (place != handlers_.end() && *place == &handler) handlers_.erase(place);
+}
+
+bool FdManager::HandlerSet::contains(const FdHandler& handler) const {
+  return std::binary_search(handlers_.begin(), handlers_.end(), &handler,
+                            std::less<const FdHandler*>());
+}
+
+FdHandler& FdManager::HandlerSet::takeLast() {
+  FdHandler* handler = handlers_.back();
+  handlers_.pop_back();
+  return *handler;
+}
+
+FdManager::FdManager(bool nested) : timers_(this, nested), wakeTimer_(this), previous_(thrInst) {
+  thrInst = this;
+}
+
+FdManager::~FdManager() {
+  if (thrInst == this) thrInst = previous_;
+}
+
+FdManager& FdManager::instance() {
+  if (!thrInst) static FdSelectManager processManager;
+  PLAT_ASSERT(thrInst);
+  return *thrInst;
+}
+
+void FdManager::enroll(FdHandler& handler) {
+  PLAT_ASSERT(!handler.manager_ || handler.manager_ == this);
+  if (handler.manager_) return;
+  registered_.push_back(&handler);
+  handler.manager_ = this;
+}
+
+void FdManager::setWants(FdHandler& handler, bool read, bool write, bool exceptions) {
+  enroll(handler);
+  if (!read && !exceptions) {
+    readReady_.erase(handler);
+    readWorking_.erase(handler);
+  }
+  if (!write) {
+    writeReady_.erase(handler);
+    writeWorking_.erase(handler);
+  }
+  interestChanged(handler, read, write, exceptions);
+}
+
+void FdManager::unregister(FdHandler& handler) {
+  if (handler.manager_ != this) return;
+  setWants(handler, false, false, false);
+  deferred_.erase(handler);
+  deferredWorking_.erase(handler);
+  std::erase(registered_, &handler);
+  handler.manager_ = nullptr;
+}
+
+void FdManager::unregisterAll() {
+  while (!registered_.empty()) {
+    FdHandler* handler = registered_.back();
+    unregister(*handler);
+    handler->managerGone();
+  }
+}
+
+void FdManager::dropReadiness(FdHandler& handler) {
+  readReady_.erase(handler);
+  readWorking_.erase(handler);
+  writeReady_.erase(handler);
+  writeWorking_.erase(handler);
+}
+
+void FdManager::defer(FdHandler& handler) {
+  enroll(handler);
+  deferred_.insert(handler);
+  wake();
+}
+
+void FdManager::wake() {
+  wakeTimer_.start(0);
+}
+
+void FdManager::beginTurn() {
+  ++statistics_.turns;
+  // Readiness is reported again; a deferred call would be lost.
+  readReady_.clear();
+  writeReady_.clear();
+  readWorking_.clear();
+  writeWorking_.clear();
+  if (deferredWorking_.empty()) return;
+  for (FdHandler* handler : deferredWorking_.handlers()) deferred_.insert(*handler);
+  deferredWorking_.clear();
+  wake();
+}
+
+bool FdManager::dispatch() {
+  const bool timersRan = timers_.runExpired();
+  deferred_.swap(deferredWorking_);
+  while (!deferredWorking_.empty()) deferredWorking_.takeLast().deferredCall();
+  readReady_.swap(readWorking_);
+  while (!readWorking_.empty()) readWorking_.takeLast().readReady();
+  writeReady_.swap(writeWorking_);
+  while (!writeWorking_.empty()) writeWorking_.takeLast().writeReady();
+  return timersRan;
+}
+
+// The wake timer has done its work by being due.
+void FdManager::timerCallback(plat::Timer&) {}
+
+// The time until the next timer is asked for before each wait.
+void FdManager::nextTimerChanged(int) {}
+
+}  // namespace io

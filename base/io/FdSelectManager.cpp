@@ -1,0 +1,112 @@
+#include "io/FdSelectManager.h"
+
+#include <sys/select.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+#include "io/FdHandler.h"
+#include "plat/Exception.h"
+
+namespace io {
+
+namespace {
+
+bool isPollable(const FdHandler& handler) {
+  return handler.fd() >= 0 && handler.fd() < FD_SETSIZE;
+}
+
+class FdSet {
+ public:
+  FdSet() { clear(); }
+  void clear() { FD_ZERO(&set_); }
+  void add(int fd) { FD_SET(fd, &set_); }
+  bool contains(int fd) const { return FD_ISSET(fd, &set_); }
+  fd_set* get() { return &set_; }
+
+ private:
+  fd_set set_;
+};
+
+}  // namespace
+
+FdSelectManager::FdSelectManager(bool nested) : FdManager(nested) {}
+
+FdSelectManager::~FdSelectManager() {
+  unregisterAll();
+}
+
+int FdSelectManager::waitMs(int timeoutMs) {
+  if (timeoutMs < 0) return -1;
+  const bool limited = timeoutMs > 0 && timeoutMs < std::numeric_limits<int>::max();
+  return limited ? timeoutMs + 1 : timeoutMs;
+}
+
+bool FdSelectManager::process(int timeoutMs) {
+  beginTurn();
+
+  FdSet readable;
+  FdSet writable;
+  FdSet exceptional;
+  int limit = 0;
+  const auto fill = [&limit](const HandlerSet& wants, FdSet& set) {
+    for (const FdHandler* handler : wants.handlers()) {
+      if (!isPollable(*handler)) continue;
+      set.add(handler->fd());
+      limit = std::max(limit, handler->fd() + 1);
+    }
+  };
+  fill(wantsRead_, readable);
+  fill(wantsWrite_, writable);
+  fill(wantsExceptions_, exceptional);
+
+  if (timeoutMs == 0) ++statistics_.requestedPolls;
+  const int untilNext = timers_.millisecondsUntilNext();
+  if (untilNext >= 0 && (timeoutMs < 0 || timeoutMs > untilNext)) timeoutMs = untilNext;
+  const int ms = waitMs(timeoutMs);
+  timeval timeout;
+  timeout.tv_sec = ms / 1000;
+  timeout.tv_usec = (ms % 1000) * 1000;
+  statistics_.lastTimeoutMs = ms;
+  if (ms == 0) ++statistics_.zeroTimeoutWaits;
+
+  int ready =
+      select(limit, readable.get(), writable.get(), exceptional.get(), ms < 0 ? nullptr : &timeout);
+  if (ms != 0) ++statistics_.wakeUps;
+  if (ready < 0) {
+    if (errno != EINTR) throw plat::SystemException("select", errno);
+    ready = 0;
+  }
+
+  if (ready > 0) {
+    for (FdHandler* handler : registered_) {
+      if (!isPollable(*handler)) continue;
+      const int fd = handler->fd();
+      // Two handlers may share a descriptor and wait for different things.
+      if ((readable.contains(fd) && wantsRead_.contains(*handler)) ||
+          (exceptional.contains(fd) && wantsExceptions_.contains(*handler))) {
+        readReady_.insert(*handler);
+      }
+      if (writable.contains(fd) && wantsWrite_.contains(*handler)) writeReady_.insert(*handler);
+    }
+  }
+
+  const bool timersRan = dispatch();
+  return ready > 0 || timersRan;
+}
+
+void FdSelectManager::interestChanged(FdHandler& handler, bool read, bool write, bool exceptions) {
+  const auto update = [&handler](HandlerSet& set, bool wanted) {
+    if (wanted) {
+      set.insert(handler);
+    } else {
+      set.erase(handler);
+    }
+  };
+  update(wantsRead_, read);
+  update(wantsWrite_, write);
+  update(wantsExceptions_, exceptions);
+}
+
+}  // namespace io

@@ -1,0 +1,42 @@
+#include "plat/DynamicLibrary.h"
+
+#include <dlfcn.h>
+
+#include "plat/LogSrc.h"
+
+namespace plat {
+
+namespace {
+
+LogSrc vlog("DynamicFn");
+
+}  // namespace
+
+DynamicLibrary::DynamicLibrary(std::initializer_list<const char*> names) {
+  for (const char* name : names) {
+    name_ = name;
+    handle_ = dlopen(name, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (handle_) {
+      vlog.debug("Opened %s", name);
+      return;
+    }
+    const char* const reason = dlerror();
+    vlog.debug("Cannot open %s: %s", name, reason ? reason : "unknown reason");
+  }
+}
+
+DynamicLibrary::~DynamicLibrary() {
+  if (handle_) dlclose(handle_);
+}
+
+void* DynamicLibrary::symbol(const char* name) {
+  if (!handle_) return nullptr;
+  void* const address = dlsym(handle_, name);
+  if (!address) {
+    missing_ = true;
+    vlog.info("%s has no function %s", name_, name);
+  }
+  return address;
+}
+
+}  // namespace plat

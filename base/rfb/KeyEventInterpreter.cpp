@@ -1,0 +1,255 @@
+#include "rfb/KeyEventInterpreter.h"
+
+#include "plat/BoolParameter.h"
+#include "plat/LogSrc.h"
+#include "rfb/KeysymAlternates.h"
+
+namespace rfb {
+
+namespace {
+
+plat::LogSrc vlog("KeyEventInterpreter");
+plat::BoolParameter alterShiftWithMods("AlterShiftWithMods",
+                                       "Whether to alter the Shift and AltGr key state when "
+                                       "modifiers such as Ctrl and Alt are pressed",
+                                       true, true);
+
+// X keysyms.
+enum : uint32_t {
+  Tab = 0xff09,
+  Multi_key = 0xff20,
+  Mode_switch = 0xff7e,
+  Num_Lock = 0xff7f,
+  KP_first = 0xff80,  // KP_Space
+  F1 = 0xffbe,        // follows KP_Equal
+  F12 = 0xffc9,
+  Shift_L = 0xffe1,
+  Shift_R = 0xffe2,
+  Control_L = 0xffe3,
+  Caps_Lock = 0xffe5,
+  Alt_L = 0xffe9,
+  Super_L = 0xffeb,
+  Hyper_R = 0xffee,
+  ISO_Lock = 0xfe01,
+  ISO_Level3_Shift = 0xfe03,
+  ISO_Last_Group = 0xfe0e,
+};
+
+// Bits of a level.
+enum { shiftBit = 1, level3Bit = 2 };
+
+bool isModifier(uint32_t keysym) {
+  return keysym == Mode_switch || keysym == Num_Lock || (keysym >= Shift_L && keysym <= Hyper_R) ||
+         (keysym >= ISO_Lock && keysym <= ISO_Last_Group);
+}
+
+bool isKeypad(uint32_t keysym) {
+  return keysym >= KP_first && keysym < F1;
+}
+
+bool isFunctionKey(uint32_t keysym) {
+  return keysym >= F1 && keysym <= F12;
+}
+
+int withBit(int level, int bit, bool set) {
+  return set ? level | bit : level & ~bit;
+}
+
+}  // namespace
+
+int KeyEventInterpreter::Callback::keysymToKeycode(uint32_t keysym, int* level) {
+  const auto search = [&](int at) {
+    for (int keycode = minKeycode; keycode <= maxKeycode; keycode++)
+      if (keycodeToKeysym(keycode, at) == keysym) return keycode;
+    return -1;
+  };
+  if (level) {
+    const int keycode = search(*level);
+    if (keycode >= 0) return keycode;
+  }
+  for (int at = 0; at < 4; at++) {
+    if (level && at == *level) continue;
+    const int keycode = search(at);
+    if (keycode < 0) continue;
+    if (level) *level = at;
+    return keycode;
+  }
+  return -1;
+}
+
+KeyEventInterpreter::KeyEventInterpreter(KeyEventInterpreter::Callback& callback)
+    : callback_(callback) {
+  findLockKeys();
+}
+
+void KeyEventInterpreter::findLockKeys() {
+  numLockKeycode_ = callback_.keysymToKeycode(Num_Lock, nullptr);
+  capsLockKeycode_ = callback_.keysymToKeycode(Caps_Lock, nullptr);
+}
+
+bool KeyEventInterpreter::isShiftPressed() const {
+  return isPressed(Shift_L) || isPressed(Shift_R);
+}
+
+bool KeyEventInterpreter::isHeld(uint32_t keysym) const {
+  return isPressed(keysym) || isPressed(alternateKeysym(keysym));
+}
+
+bool KeyEventInterpreter::keyEvent(uint32_t keysym, bool down) {
+  // Every empty slot of the keyboard's map would match it.
+  if (keysym == 0) return false;
+
+  if (composePending_ && down && !isModifier(keysym)) {
+    composePending_ = false;
+    if (const uint32_t dead = deadKeys_.deadKeysym(keysym)) {
+      pressAndRelease(dead);
+      return true;
+    }
+  }
+
+  const bool handled = handleKeysym(keysym, down);
+  if (handled || !down) return true;
+  if (spell(keysym)) return true;
+
+  const int keycode = callback_.addKeysym(keysym);
+  if (keycode >= 0) {
+    injectKey(keycode, keysym, true);
+    return true;
+  }
+  if (keysym == Multi_key) {
+    composePending_ = true;
+    return true;
+  }
+  return false;
+}
+
+bool KeyEventInterpreter::handleKeysym(uint32_t keysym, bool down) {
+  const auto pressed = pressedKeysyms_.find(keysym);
+  if (pressed != pressedKeysyms_.end()) {
+    if (!down) {
+      injectKey(pressed->second, keysym, false);
+      return true;
+    }
+    // A held modifier is not pressed twice; any other key repeats.
+    if (isModifier(keysym)) return true;
+  } else if (!down) {
+    return true;
+  }
+  if (pressKeysym(keysym, keysym)) return true;
+  const uint32_t alternate = alternateKeysym(keysym);
+  return alternate != 0 && pressKeysym(alternate, keysym);
+}
+
+void KeyEventInterpreter::pressAndRelease(uint32_t keysym) {
+  handleKeysym(keysym, true);
+  handleKeysym(keysym, false);
+}
+
+bool KeyEventInterpreter::spell(uint32_t keysym) {
+  const DeadKeyUtil::Spelling* spelling = deadKeys_.spelling(keysym);
+  if (!spelling) return false;
+  if (callback_.keysymToKeycode(spelling->dead, nullptr) < 0) return false;
+  if (callback_.keysymToKeycode(spelling->base, nullptr) < 0) return false;
+  pressAndRelease(spelling->dead);
+  pressAndRelease(spelling->base);
+  return true;
+}
+
+bool KeyEventInterpreter::pressKeysym(uint32_t target, uint32_t recordAs) {
+  // The viewer's Caps Lock is in the keysyms that it sends already, and the level chosen for each
+  // decides about its case; a lock of our own would invert that.
+  if (target == Caps_Lock) return true;
+  if (callback_.isCapsLockOn()) turnCapsLockOff();
+
+  const bool keypad = isKeypad(target);
+  const bool numLock = keypad && callback_.isNumLockOn();
+  int wantedLevel = 0;
+  if (keypad) {
+    wantedLevel = withBit(0, shiftBit, numLock);
+  } else {
+    wantedLevel = withBit(0, shiftBit, isShiftPressed());
+    wantedLevel =
+        withBit(wantedLevel, level3Bit, isPressed(ISO_Level3_Shift) || isPressed(Mode_switch));
+  }
+  int level = wantedLevel;
+  const int keycode = callback_.keysymToKeycode(target, &level);
+  if (keycode < 0) return false;
+
+  // Key combinations mean what the viewer holds, whatever the key's symbols are.
+  if (isFunctionKey(target)) level = wantedLevel;
+  if (!alterShiftWithMods.value() && (isHeld(Control_L) || isHeld(Alt_L) || isHeld(Super_L)))
+    level = wantedLevel;
+  if (target == Tab && isShiftPressed()) level |= shiftBit;
+
+  plat::KeyStateModifier scope(*this);
+  if (!keypad) {
+    adjustModifier(scope, Shift_L, Shift_R, level & shiftBit);
+    adjustModifier(scope, ISO_Level3_Shift, Mode_switch, level & level3Bit);
+  } else if (numLock != ((level & shiftBit) != 0)) {
+    toggleNumLock();
+  }
+  injectKey(keycode, recordAs, true);
+  return true;
+}
+
+void KeyEventInterpreter::turnCapsLockOff() {
+  injectKey(capsLockKeycode_, 0, true);
+  injectKey(capsLockKeycode_, 0, false);
+}
+
+void KeyEventInterpreter::toggleNumLock() {
+  // With Shift held the key may be another one. Num Lock itself stays as it is then: it is no part
+  // of what is undone.
+  plat::KeyStateModifier scope(*this);
+  adjustModifier(scope, Shift_L, Shift_R, false);
+  injectKey(numLockKeycode_, 0, true);
+  injectKey(numLockKeycode_, 0, false);
+}
+
+void KeyEventInterpreter::adjustModifier(plat::KeyStateModifier& scope, uint32_t first,
+                                         uint32_t second, bool down) {
+  if (!down) {
+    for (const uint32_t keysym : {first, second}) {
+      const auto pressed = pressedKeysyms_.find(keysym);
+      if (pressed != pressedKeysyms_.end()) scope.change(pressed->second, false);
+    }
+    return;
+  }
+  if (isPressed(first) || isPressed(second)) return;
+  int keycode = callback_.keysymToKeycode(first, nullptr);
+  if (keycode < 0) keycode = callback_.keysymToKeycode(second, nullptr);
+  if (keycode >= 0) scope.change(keycode, true);
+}
+
+void KeyEventInterpreter::injectKey(int keycode, uint32_t keysym, bool down) {
+  if (keycode < 0) return;
+  if (keysym && down) {
+    // A repeat on another key than before: the map or the level has changed. Nothing would ever
+    // release the former key.
+    const auto pressed = pressedKeysyms_.find(keysym);
+    if (pressed != pressedKeysyms_.end() && pressed->second != keycode)
+      injectKey(pressed->second, keysym, false);
+  }
+  vlog.debug("keysym 0x%04x keycode %3d down %d", keysym, keycode, down ? 1 : 0);
+  callback_.fakeKeyEvent(keycode, down);
+  if (keysym) {
+    if (down)
+      pressedKeysyms_[keysym] = keycode;
+    else
+      pressedKeysyms_.erase(keysym);
+  }
+  if (down)
+    pressedKeycodes_.insert(keycode);
+  else
+    pressedKeycodes_.erase(keycode);
+}
+
+void KeyEventInterpreter::releasePressedKeys() {
+  while (!pressedKeysyms_.empty()) {
+    const auto [keysym, keycode] = *pressedKeysyms_.begin();
+    vlog.debug("releasePressedKeys: keycode %3d", keycode);
+    injectKey(keycode, keysym, false);
+  }
+}
+
+}  // namespace rfb

@@ -1,0 +1,163 @@
+// How long a key takes from the server's message to a client of the desktop, beside a bare XTEST
+// request and beside xdotool, in turns on one private X server.
+//
+//   bench-keys [--agent PATH] [SAMPLES]
+
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+#include <limits.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "agent/Subject.h"
+#include "plat/Exception.h"
+#include "support/XServer.h"
+
+namespace bench {
+namespace {
+
+constexpr int kBurst = 1000;
+
+std::string ownDirectory() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
+  return own.substr(0, own.rfind('/') + 1);
+}
+
+// A client with the focus.
+class Receiver {
+ public:
+  explicit Receiver(const support::XServer& server) : display_(server.connect()) {
+    Display* const d = display_.get();
+    XSetWindowAttributes attributes{};
+    attributes.override_redirect = True;
+    attributes.event_mask = KeyPressMask | KeyReleaseMask | ExposureMask;
+    const Window window =
+        XCreateWindow(d, DefaultRootWindow(d), 0, 0, 100, 100, 0, CopyFromParent, InputOutput,
+                      nullptr, CWOverrideRedirect | CWEventMask, &attributes);
+    XMapRaised(d, window);
+    XEvent event;
+    XWindowEvent(d, window, ExposureMask, &event);
+    XSetInputFocus(d, window, RevertToPointerRoot, CurrentTime);
+    XSync(d, True);
+  }
+
+  // Calls idle() every millisecond without an event. Throws std::runtime_error when they do not
+  // come.
+  template <typename Idle>
+  void waitForReleases(int number, Idle idle) {
+    int waited = 0;
+    for (int seen = 0; seen < number;) {
+      if (XPending(display_.get()) == 0) {
+        pollfd poller{ConnectionNumber(display_.get()), POLLIN, 0};
+        if (poll(&poller, 1, 1) > 0) continue;
+        if (++waited > 10000) throw std::runtime_error("a key does not arrive");
+        idle();
+        continue;
+      }
+      XEvent event;
+      XNextEvent(display_.get(), &event);
+      if (event.type == KeyRelease) seen++;
+    }
+  }
+
+ private:
+  support::XConnection display_;
+};
+
+void measure(const std::string& agent, int samples) {
+  const auto server = support::XServer::xvfb("1920x1080x24");
+  Receiver receiver(*server);
+  Subject subject(agent, server->display(), {});
+  const support::XConnection bare = server->connect();
+  const unsigned keycode = XKeysymToKeycode(bare.get(), XK_a);
+
+  const auto throughAgent = [&](int number) {
+    for (int i = 0; i < number; ++i) {
+      subject.connection().keyEvent(XK_a, true);
+      subject.connection().keyEvent(XK_a, false);
+    }
+    subject.connection().process(0);
+  };
+  const auto throughXTest = [&](int number) {
+    for (int i = 0; i < number; ++i) {
+      XTestFakeKeyEvent(bare.get(), keycode, True, CurrentTime);
+      XTestFakeKeyEvent(bare.get(), keycode, False, CurrentTime);
+    }
+    XFlush(bare.get());
+  };
+  const auto timed = [&](int number, const auto& send) {
+    const Clock::time_point begin = Clock::now();
+    send(number);
+    // A burst does not fit into the channel at once.
+    receiver.waitForReleases(number, [&] { subject.connection().process(0); });
+    return msSince(begin);
+  };
+
+  // The first key of all finds the keyboard in its ordinary state.
+  timed(1, throughAgent);
+  std::vector<double> ours, xtest, xdotool;
+  for (int i = 0; i < samples; ++i) {
+    subject.run(0.01);
+    xtest.push_back(timed(1, throughXTest));
+    subject.run(0.01);
+    ours.push_back(timed(1, throughAgent));
+    if (i % 10 == 0) {
+      const Clock::time_point begin = Clock::now();
+      const auto tool = server->start({"xdotool", "key", "a"});
+      receiver.waitForReleases(1, [] {});
+      xdotool.push_back(msSince(begin));
+      tool->wait();
+    }
+  }
+  std::printf("key press and release, from the request until a client has both\n");
+  const auto row = [](const char* name, const std::vector<double>& times) {
+    std::printf("  %-22s median %6.3f ms, 95 %% %6.3f ms\n", name, median(times),
+                percentile(times, 0.95));
+  };
+  row("agent", ours);
+  row("bare XTEST", xtest);
+  row("xdotool key", xdotool);
+  std::printf("  agent / bare XTEST %.2f, agent / xdotool %.3f\n", median(ours) / median(xtest),
+              median(ours) / median(xdotool));
+
+  std::vector<double> ourBursts, bareBursts;
+  for (int i = 0; i < 5; ++i) {
+    bareBursts.push_back(timed(kBurst, throughXTest));
+    ourBursts.push_back(timed(kBurst, throughAgent));
+  }
+  std::printf("%d keys at once: agent %.1f us a key, bare XTEST %.1f us a key; ratio %.2f\n",
+              kBurst, median(ourBursts) * 1000 / kBurst, median(bareBursts) * 1000 / kBurst,
+              median(ourBursts) / median(bareBursts));
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+  std::string agent = bench::ownDirectory() + "ruvoagent";
+  int samples = 300;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "--agent" && i + 1 < argc) {
+      agent = argv[++i];
+    } else if ((samples = std::atoi(argv[i])) < 1) {
+      std::fprintf(stderr, "usage: bench-keys [--agent PATH] [SAMPLES]\n");
+      return 2;
+    }
+  }
+  try {
+    bench::measure(agent, samples);
+  } catch (const plat::Exception& e) {
+    std::fprintf(stderr, "bench-keys: %s\n", e.text());
+    return 1;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "bench-keys: %s\n", e.what());
+    return 1;
+  }
+}

@@ -1,0 +1,210 @@
+// How long it takes from a request for another size until the server has the first update of the
+// desktop in that size, and what part of it the X server takes.
+//
+//   bench-resize [--agent PATH]
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/AgentConnection.h"
+#include "host/AgentProcess.h"
+#include "plat/Exception.h"
+#include "plat/LogManager.h"
+#include "support/XServer.h"
+#include "tx/RandrExtension.h"
+#include "tx/TXDisplay.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kRounds = 20;
+constexpr int kTimeoutMs = 10000;
+
+struct Size {
+  int width, height;
+};
+
+double msSince(Clock::time_point begin) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+std::string ownDirectory() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
+  return own.substr(0, own.rfind('/') + 1);
+}
+
+void print(const char* what, std::vector<double> ms) {
+  std::sort(ms.begin(), ms.end());
+  std::printf("%-52s median %7.2f ms  least %7.2f  most %7.2f\n", what, ms[ms.size() / 2],
+              ms.front(), ms.back());
+}
+
+// Times of one kind of request, after one that does not count. Between two of them the desktop
+// rests, so that no update has to keep its distance from the one before.
+std::vector<double> measure(const std::function<void(int)>& request,
+                            const std::function<void()>& rest) {
+  std::vector<double> times;
+  request(0);
+  for (int i = 1; i <= kRounds; i++) {
+    rest();
+    const Clock::time_point begin = Clock::now();
+    request(i);
+    times.push_back(msSince(begin));
+  }
+  return times;
+}
+
+// The agent's server. It asks for updates all the time.
+class Server : public host::AgentListener {
+ public:
+  explicit Server(const host::LaunchOptions& options)
+      : process_(host::AgentProcess::launch(options)), connection_(process_.takeChannel(), this) {
+    connection_.start();
+    waitFor([this] { return connection_.pixels() != nullptr; });
+    connection_.fbUpdateRequest();
+  }
+
+  void rest() {
+    connection_.processUntil([] { return false; }, 100);
+  }
+  // Returns when an update at the new size has arrived. The time until its buffer is added to
+  // bufferMs.
+  void resize(const Size& size) {
+    width_ = size.width;
+    height_ = size.height;
+    updated_ = false;
+    begin_ = Clock::now();
+    connection_.setDisplayMode(static_cast<uint32_t>(width_), static_cast<uint32_t>(height_));
+    waitFor([this] { return updated_; });
+  }
+
+  std::vector<double> bufferMs;
+
+ private:
+  void setPixelBuffer(const host::PixelBufferInfo& info) override {
+    hasSize_ = info.rect.width() == width_ && info.rect.height() == height_;
+    if (hasSize_) bufferMs.push_back(msSince(begin_));
+  }
+  void fbUpdate(const host::UpdateMessage& update) override {
+    if (hasSize_ && !update.changed.isEmpty()) updated_ = true;
+    connection_.fbUpdateRequest();
+  }
+  void waitFor(const std::function<bool()>& done) {
+    if (!connection_.processUntil(done, kTimeoutMs)) throw std::runtime_error("no answer");
+  }
+
+  host::AgentProcess process_;
+  host::AgentConnection connection_;
+  int width_ = 0, height_ = 0;
+  bool hasSize_ = false;
+  bool updated_ = false;
+  Clock::time_point begin_;
+};
+
+// The requests that a change of size consists of, for a screen with one CRTC in use.
+class BareClient {
+ public:
+  explicit BareClient(const std::string& display) {
+    tx::TXDisplay::open(display.c_str());
+    randr_ = tx::RandrExtension::get();
+    if (!randr_) throw std::runtime_error("no RANDR");
+    resources_ = randr_->resources(tx::TXDisplay::display(), tx::TXDisplay::root());
+    for (int i = 0; i < resources_->ncrtc && output_ == None; i++) {
+      crtc_ = resources_->crtcs[i];
+      const tx::XRRCrtc info(
+          randr_->getCrtcInfo(tx::TXDisplay::display(), resources_.get(), crtc_));
+      if (info->noutput > 0) output_ = info->outputs[0];
+    }
+  }
+  ~BareClient() {
+    resources_.reset();
+    tx::TXDisplay::close();
+  }
+  BareClient(const BareClient&) = delete;
+  BareClient& operator=(const BareClient&) = delete;
+
+  void resize(const Size& size) {
+    configure(None, nullptr, 0);
+    randr_->setScreenSize(tx::TXDisplay::display(), tx::TXDisplay::root(), size.width, size.height,
+                          size.width / 4, size.height / 4);
+    configure(mode(size), &output_, 1);
+  }
+
+ private:
+  RRMode mode(const Size& size) const {
+    for (int i = 0; i < resources_->nmode; i++) {
+      const XRRModeInfo& mode = resources_->modes[i];
+      if (static_cast<int>(mode.width) == size.width &&
+          static_cast<int>(mode.height) == size.height)
+        return mode.id;
+    }
+    throw std::runtime_error("the X server has no such mode");
+  }
+  void configure(RRMode mode, RROutput* outputs, int count) {
+    if (randr_->setCrtcConfig(tx::TXDisplay::display(), resources_.get(), crtc_, CurrentTime, 0, 0,
+                              mode, RR_Rotate_0, outputs, count) != RRSetConfigSuccess)
+      throw std::runtime_error("XRRSetCrtcConfig failed");
+  }
+
+  const tx::RandrExtension* randr_ = nullptr;
+  tx::XRRResources resources_;
+  RRCrtc crtc_ = None;
+  RROutput output_ = None;
+};
+
+void run(const std::string& agent) {
+  constexpr Size kKnown[] = {{1920, 1080}, {1280, 720}};
+  const auto display = support::XServer::dummy({{1920, 1080, 0, 0}});
+  {
+    BareClient client(display->display());
+    print("a bare client switches to a mode that exists",
+          measure([&](int i) { client.resize(kKnown[i % 2 ? 0 : 1]); }, [] {}));
+  }
+  host::LaunchOptions options;
+  options.agent = agent;
+  options.display = display->display();
+  Server server(options);
+  const auto report = [&](const char* kind, const std::function<void(int)>& request) {
+    server.bufferMs.clear();
+    const std::vector<double> updates = measure(request, [&] { server.rest(); });
+    std::printf("\n%s\n", kind);
+    print("  resize request to the new framebuffer", server.bufferMs);
+    print("  resize request to first update at the new size", updates);
+  };
+  report("a mode that exists", [&](int i) { server.resize(kKnown[i % 2 ? 0 : 1]); });
+  report("a mode that has to be made", [&](int i) { server.resize({1600 + i, 900 + i}); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string agent = ownDirectory() + "ruvoagent";
+  if (argc == 3 && std::string(argv[1]) == "--agent") {
+    agent = argv[2];
+  } else if (argc != 1) {
+    std::fputs("usage: bench-resize [--agent PATH]\n", stderr);
+    return 2;
+  }
+  plat::LogManager::instance().setLogSpec("*:stderr:0");
+  try {
+    run(agent);
+  } catch (const plat::Exception& e) {
+    std::fprintf(stderr, "bench-resize: %s\n", e.text());
+    return 1;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "bench-resize: %s\n", e.what());
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,97 @@
+#include "Subject.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+namespace bench {
+
+double cpuSeconds(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/schedstat");
+  uint64_t nanoseconds = 0;
+  file >> nanoseconds;
+  return double(nanoseconds) / 1e9;
+}
+
+Resident resident(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
+  uint64_t size = 0, all = 0, shared = 0;
+  file >> size >> all >> shared;
+  const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  return {all * page, shared * page};
+}
+
+double median(std::vector<double> values) {
+  return percentile(std::move(values), 0.5);
+}
+
+double percentile(std::vector<double> values, double part) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  return values[static_cast<size_t>(part * double(values.size() - 1))];
+}
+
+Subject::Subject(const std::string& agent, const std::string& display,
+                 const std::string& countLibrary) {
+  host::LaunchOptions options;
+  options.agent = agent;
+  options.display = display;
+  if (!countLibrary.empty()) {
+    char name[] = "/tmp/ruvo-bench-XXXXXX";
+    const int fd = mkstemp(name);
+    if (fd < 0 || ftruncate(fd, sizeof(CallCounts)) < 0) throw std::runtime_error("mkstemp failed");
+    countFile_ = name;
+    counts_ = static_cast<CallCounts*>(
+        mmap(nullptr, sizeof(CallCounts), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+    close(fd);
+    options.environment = {{"LD_PRELOAD", countLibrary}, {"RUVO_CALL_COUNTS", countFile_}};
+  }
+  process_.emplace(host::AgentProcess::launch(options));
+  connection_ = std::make_unique<host::AgentConnection>(process_->takeChannel(), this);
+  connection_->start();
+  if (!connection_->processUntil([&] { return connection_->pixels() != nullptr; }, 10000))
+    throw std::runtime_error("the agent does not publish its buffer");
+  const host::PixelBufferInfo& info = connection_->pixelBuffer();
+  mirror_.resize(size_t(info.stride) * size_t(info.rect.height()) *
+                 size_t(info.format.bytesPerPixel()));
+  connection_->fbUpdateRequest();
+  settle();
+}
+
+Subject::~Subject() {
+  connection_.reset();
+  process_.reset();
+  if (counts_) munmap(counts_, sizeof(CallCounts));
+  if (!countFile_.empty()) unlink(countFile_.c_str());
+}
+
+void Subject::run(double seconds) {
+  connection_->processUntil([] { return false; }, static_cast<int>(seconds * 1000));
+}
+
+bool Subject::waitForUpdate(int timeoutMs) {
+  const uint64_t before = updates_;
+  return connection_->processUntil([&] { return updates_ > before; }, timeoutMs);
+}
+
+void Subject::fbUpdate(const host::UpdateMessage& update) {
+  lastUpdate_ = Clock::now();
+  ++updates_;
+  const host::PixelBufferInfo& info = connection_->pixelBuffer();
+  const auto bytes = static_cast<size_t>(info.format.bytesPerPixel());
+  for (const rfb::Rect& rect : update.changed.rects()) {
+    pixels_ += uint64_t(rect.width()) * uint64_t(rect.height());
+    for (int y = rect.tl.y - info.rect.tl.y; y < rect.br.y - info.rect.tl.y; ++y) {
+      const size_t offset = (size_t(y) * info.stride + size_t(rect.tl.x - info.rect.tl.x)) * bytes;
+      std::memcpy(&mirror_[offset], connection_->pixels() + offset, size_t(rect.width()) * bytes);
+    }
+  }
+  connection_->fbUpdateRequest();
+}
+
+}  // namespace bench

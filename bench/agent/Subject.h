@@ -1,0 +1,68 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CallCounts.h"
+#include "host/AgentConnection.h"
+#include "host/AgentProcess.h"
+
+namespace bench {
+
+using Clock = std::chrono::steady_clock;
+
+inline double msSince(Clock::time_point begin) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+// Processor time that a process has used, in seconds.
+double cpuSeconds(pid_t pid);
+// Resident memory of a process in bytes: all of it, and what it shares with others.
+struct Resident {
+  uint64_t all = 0, shared = 0;
+};
+Resident resident(pid_t pid);
+
+double median(std::vector<double> values);
+double percentile(std::vector<double> values, double part);
+
+// The agent under measurement, and the server that drives it: it reads what changed as an encoder
+// would, and asks for the next update.
+class Subject : public host::AgentListener {
+ public:
+  // countCalls: with the counting library at this path preloaded; empty leaves it out.
+  Subject(const std::string& agent, const std::string& display, const std::string& countLibrary);
+  ~Subject() override;
+
+  host::AgentConnection& connection() { return *connection_; }
+  pid_t pid() const { return process_->pid(); }
+  // Null without the counting library.
+  const CallCounts* counts() const { return counts_; }
+
+  void run(double seconds);
+  // Waits until an update arrives that is later than now. False after timeoutMs.
+  bool waitForUpdate(int timeoutMs);
+  void settle() { run(0.3); }
+
+  uint64_t updates() const { return updates_; }
+  uint64_t pixels() const { return pixels_; }
+  Clock::time_point lastUpdate() const { return lastUpdate_; }
+
+ private:
+  void fbUpdate(const host::UpdateMessage& update) override;
+
+  std::string countFile_;
+  CallCounts* counts_ = nullptr;
+  std::optional<host::AgentProcess> process_;
+  std::unique_ptr<host::AgentConnection> connection_;
+  std::vector<uint8_t> mirror_;
+  uint64_t updates_ = 0;
+  uint64_t pixels_ = 0;
+  Clock::time_point lastUpdate_;
+};
+
+}  // namespace bench

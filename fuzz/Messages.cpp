@@ -1,0 +1,130 @@
+// Framed messages on a channel. The first byte says how the rest is cut into deliveries.
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "io/FdIo.h"
+#include "io/FdManager.h"
+#include "io/MsgIpc.h"
+#include "plat/FileDescriptor.h"
+#include "plat/LogManager.h"
+#include "rdr/FdInStream.h"
+
+namespace {
+
+// Reads every kind of item that messages have.
+class Readers : public io::MsgIpc::Reader, public io::MsgIpc::Callback {
+ public:
+  bool readMsg(const char* name, rdr::InStream& in, io::MsgIpc& ipc) override {
+    switch (name[0]) {
+      case 'n':
+        sum_ += in.readU32() + static_cast<uint32_t>(in.readS32()) + in.readU16();
+        return true;
+      case 'l':
+        while (!ipc.atEndOfMsg()) {
+          in.readShortString();
+          in.readString(1024);
+          sum_ += in.readU32();
+        }
+        return true;
+      case 't':
+        return readText(in);
+      case 'r':
+        ipc.removeReader(name);
+        return in.readU8() != 0;
+      case 'o':
+        return in.readU8() != 0;
+      case 'w':
+        ipc.writeMsg("answer").writeString(in.readString(300).view());
+        ipc.endMsg(in.readU8() != 0);
+        return true;
+      case 'd':
+        ipc.detach();
+        return true;
+      default:
+        in.skip(in.readU64());
+        return true;
+    }
+  }
+  void channelClosed(io::MsgIpc&) override { ++closed; }
+
+  int closed = 0;
+
+ private:
+  bool readText(rdr::InStream& in) {
+    if (textLeft_ == 0) textLeft_ = in.readU32();
+    while (textLeft_ > 0) {
+      size_t n;
+      try {
+        n = in.check(1, textLeft_, false);
+      } catch (const plat::Exception&) {
+        textLeft_ = 0;
+        throw;
+      }
+      if (n == 0) return false;
+      in.skip(n);
+      textLeft_ -= n;
+    }
+    return true;
+  }
+
+  uint32_t sum_ = 0;
+  size_t textLeft_ = 0;
+};
+
+void drain(int fd) {
+  char some[4096];
+  while (read(fd, some, sizeof some) > 0) {
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  plat::LogManager::instance().setLogSpec("");
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const size_t piece = data[0] == 0 ? size : data[0];
+  ++data;
+  --size;
+
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) < 0) abort();
+  plat::FileDescriptor peer(ends[1]);
+  Readers readers;
+  io::MsgIpc ipc("fuzz");
+  ipc.setCallback(&readers);
+  for (const char* name : {"n", "l", "t", "r", "o", "w", "d", "skip"})
+    ipc.addReader(name, &readers);
+  ipc.attach(std::make_unique<io::FdIo>(plat::FileDescriptor(ends[0])));
+  io::FdManager& loop = io::FdManager::instance();
+
+  while (size > 0 && ipc.isConnected()) {
+    const ssize_t n = send(peer.get(), data, std::min(piece, size), MSG_NOSIGNAL);
+    if (n > 0) {
+      data += n;
+      size -= static_cast<size_t>(n);
+    }
+    while (loop.process(0)) {
+    }
+    drain(peer.get());
+  }
+  const bool connected = ipc.isConnected();
+  if (readers.closed != 0 && connected) abort();
+  // However the input went, the end of the stream is noticed.
+  peer.reset();
+  while (loop.process(0)) {
+  }
+  if (ipc.isConnected() || readers.closed > 1 || (connected && readers.closed == 0)) abort();
+  return 0;
+}

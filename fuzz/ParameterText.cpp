@@ -1,0 +1,58 @@
+// Texts that set parameters of every type, as they come from the server.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "plat/BinaryParameter.h"
+#include "plat/BoolParameter.h"
+#include "plat/Configuration.h"
+#include "plat/EnumParameter.h"
+#include "plat/Exception.h"
+#include "plat/IntParameter.h"
+#include "plat/S64Parameter.h"
+#include "plat/StringParameter.h"
+
+namespace {
+
+using namespace plat;
+
+const char* const kNames[] = {"Auto", "Always", "Never", nullptr};
+
+void require(bool condition) {
+  if (!condition) abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Configuration config("Fuzz");
+  BoolParameter flag("Bool", "", false, false, nullptr, &config);
+  IntParameter number("Int", "", 5, -100, 100000, false, nullptr, &config);
+  EnumParameter choice("Enum", "", 0, kNames, false, nullptr, &config);
+  StringParameter text("String", "", "", false, nullptr, &config);
+  S64Parameter wide("S64", "", 0, false, nullptr, &config);
+  BinaryParameter bytes("Binary", "", {}, false, nullptr, &config);
+
+  const std::string value(reinterpret_cast<const char*>(data), size);
+  for (ConfigParameter* param : config.parameters(false)) {
+    const String before = param->getStoredTextAt(0);
+    bool taken = false;
+    try {
+      taken = param->setParam(value.c_str(), 10);
+    } catch (const BadUtf8&) {
+      require(param == &text);
+    }
+    require(taken == param->hasValueAt(10));
+    require(param->getStoredTextAt(0) == before);
+    // What was stored reads back as itself.
+    if (taken) {
+      const String stored = param->getStoredTextAt(10);
+      require(param->setParam(stored.c_str(), 30) && param->getStoredTextAt(30) == stored);
+    }
+  }
+  require(number.value() >= number.min() && number.value() <= number.max());
+  (void)wide.value();
+  return 0;
+}

@@ -1,0 +1,334 @@
+#include "host/AgentConnection.h"
+
+#include <sys/socket.h>
+
+#include <chrono>
+
+#include "io/FdIo.h"
+#include "io/FdManager.h"
+#include "plat/Exception.h"
+#include "rdr/SharedMemDescriptor.h"
+
+namespace host {
+
+namespace {
+
+// What a text of the agent may hold at most; it cuts its own earlier.
+constexpr size_t maxText = 65536;
+constexpr uint32_t maxCursorBytes = 64 * 1024 * 1024;
+
+constexpr const char* messageNames[] = {
+    "init",
+    "initRectAndPf",
+    "setPixelBuffer",
+    "setColourMapEntries",
+    "fbUpdate",
+    "setCursorImage",
+    "setCursorPos",
+    "bell",
+    "localInput",
+    "closeClients",
+    "serverCutText",
+    "desktopFailure",
+    "captureBroken",
+    "desktopUidChanged",
+    "displayModesSupported",
+    "displayModesUpdated",
+    "monitorsUpdated",
+    "logMsg",
+    "badMsg",
+};
+
+rfb::Rect readRect(rdr::InStream& in) {
+  const int32_t x1 = in.readS32(), y1 = in.readS32(), x2 = in.readS32(), y2 = in.readS32();
+  return {x1, y1, x2, y2};
+}
+
+}  // namespace
+
+AgentConnection::AgentConnection(plat::FileDescriptor channel, AgentListener* listener)
+    : listener_(listener ? listener : &nobody_), fd_(channel.get()), ipc_("Agent") {
+  ipc_.setCallback(this);
+  for (const char* name : messageNames) ipc_.addReader(name, this);
+  ipc_.attach(std::make_unique<io::FdIo>(std::move(channel)));
+}
+
+AgentConnection::~AgentConnection() {
+  ipc_.setCallback(nullptr);
+  close();
+  for (const char* name : messageNames) ipc_.removeReader(name);
+}
+
+void AgentConnection::close() {
+  connected_ = false;
+  ipc_.detach();
+}
+
+bool AgentConnection::finish(int timeoutMs) {
+  if (!connected_) return true;
+  ipc_.flush(timeoutMs);
+  shutdown(fd_, SHUT_WR);
+  processUntil([this] { return !connected_; }, timeoutMs);
+  const bool gone = !connected_;
+  close();
+  return gone;
+}
+
+void AgentConnection::process(int timeoutMs) {
+  io::FdManager::instance().process(timeoutMs);
+}
+
+bool AgentConnection::processUntil(const std::function<bool()>& done, int timeoutMs) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (!done()) {
+    if (!connected_) return false;
+    int left = -1;
+    if (timeoutMs >= 0) {
+      left = static_cast<int>(
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count());
+      if (left <= 0) return false;
+    }
+    process(left);
+  }
+  return true;
+}
+
+void AgentConnection::start() {
+  ipc_.writeMsg("start");
+  ipc_.endMsg();
+}
+
+void AgentConnection::stop() {
+  ipc_.writeMsg("stop");
+  ipc_.endMsg();
+}
+
+void AgentConnection::fbUpdateRequest() {
+  ipc_.writeMsg("fbUpdateRequest");
+  ipc_.endMsg();
+}
+
+void AgentConnection::keyEvent(uint32_t keysym, bool down) {
+  rdr::OutStream& out = ipc_.writeMsg("keyEvent");
+  out.writeU32(keysym);
+  out.writeU8(down);
+  ipc_.endMsg();
+}
+
+void AgentConnection::pointerEvent(int32_t x, int32_t y, uint32_t buttonMask, bool relative) {
+  rdr::OutStream& out = ipc_.writeMsg("pointerEvent");
+  out.writeS32(x);
+  out.writeS32(y);
+  out.writeU32(buttonMask);
+  out.writeU8(relative);
+  ipc_.endMsg();
+}
+
+void AgentConnection::clientCutText(std::string_view text) {
+  rdr::OutStream& out = ipc_.writeMsg("clientCutText");
+  out.writeS32(static_cast<int32_t>(text.size()));
+  out.writeBytes(text.data(), text.size());
+  ipc_.endMsg();
+}
+
+void AgentConnection::setParams(const std::vector<Parameter>& parameters) {
+  rdr::OutStream& out = ipc_.writeMsg("setParams");
+  for (const Parameter& parameter : parameters) {
+    out.writeShortString(parameter.name);
+    out.writeString(parameter.value);
+    out.writeU32(parameter.priority);
+  }
+  ipc_.endMsg();
+}
+
+void AgentConnection::setDisplayMode(uint32_t width, uint32_t height) {
+  rdr::OutStream& out = ipc_.writeMsg("setDisplayMode");
+  out.writeU32(width);
+  out.writeU32(height);
+  ipc_.endMsg();
+}
+
+void AgentConnection::setMonitor(std::string_view selection) {
+  ipc_.writeMsg("setMonitor").writeString(selection);
+  ipc_.endMsg();
+}
+
+void AgentConnection::setXServerOwner(uint64_t userId, uint64_t groupId) {
+  rdr::OutStream& out = ipc_.writeMsg("SetXServerOwner");
+  out.writeU64(userId);
+  out.writeU64(groupId);
+  ipc_.endMsg();
+}
+
+void AgentConnection::setLogLevel(uint32_t level, std::string_view source) {
+  rdr::OutStream& out = ipc_.writeMsg("setLogLevel");
+  out.writeU32(level);
+  if (!source.empty()) out.writeShortString(source);
+  ipc_.endMsg();
+}
+
+const uint8_t* AgentConnection::pixels() const {
+  return segment_ ? segment_->data() : nullptr;
+}
+
+bool AgentConnection::readMsg(const char* messageName, rdr::InStream& in, io::MsgIpc&) {
+  const std::string_view name = messageName;
+  if (name == "init") {
+    listener_->init(in.readU32());
+  } else if (name == "initRectAndPf") {
+    const rfb::Rect rect = readRect(in);
+    listener_->initRectAndPf(rect, rfb::PixelFormat::read(in));
+  } else if (name == "setPixelBuffer") {
+    readPixelBuffer(in);
+  } else if (name == "setColourMapEntries") {
+    readColourMap(in);
+  } else if (name == "fbUpdate") {
+    readUpdate(in);
+  } else if (name == "setCursorImage") {
+    readCursor(in);
+  } else if (name == "setCursorPos") {
+    const int32_t x = in.readS32();
+    listener_->setCursorPos(x, in.readS32());
+  } else if (name == "bell") {
+    listener_->bell();
+  } else if (name == "localInput") {
+    listener_->localInput();
+  } else if (name == "closeClients") {
+    const plat::String text = in.readString(maxText);
+    const plat::String kind = in.readShortString();
+    listener_->closeClients(text.str(), kind.str(), in.readU32());
+  } else if (name == "serverCutText") {
+    return readCutText(in);
+  } else if (name == "desktopFailure") {
+    const plat::String text = in.readShortString();
+    listener_->desktopFailure(text.str(), in.readShortString().str());
+  } else if (name == "captureBroken") {
+    listener_->captureBroken(in.readU8() != 0);
+  } else if (name == "desktopUidChanged") {
+    const uint64_t userId = in.readU64();
+    listener_->desktopUidChanged(userId, in.readShortString().str());
+  } else if (name == "displayModesSupported") {
+    listener_->displayModesSupported(in.readU8() != 0);
+  } else if (name == "displayModesUpdated") {
+    listener_->displayModesUpdated();
+  } else if (name == "monitorsUpdated") {
+    readMonitors(in);
+  } else if (name == "logMsg") {
+    LogLine line;
+    line.level = in.readU32();
+    line.source = in.readShortString().str();
+    line.text = in.readString(maxText).str();
+    listener_->logMsg(line);
+  } else if (name == "badMsg") {
+    listener_->badMsg(in.readShortString().str());
+  }
+  return true;
+}
+
+void AgentConnection::channelClosed(io::MsgIpc&) {
+  connected_ = false;
+  listener_->disconnected({});
+}
+
+void AgentConnection::readPixelBuffer(rdr::InStream& in) {
+  PixelBufferInfo info;
+  info.segment = buffer_.segment;
+  info.format = rfb::PixelFormat::read(in);
+  info.rect = readRect(in);
+  info.stride = in.readU32();
+  info.segmentChanged = in.readU8() != 0;
+  if (info.segmentChanged) {
+    info.segment = rdr::readSharedMemDescriptor(in);
+    segment_.reset();
+    segmentError_.clear();
+    try {
+      segment_ = plat::SharedMem::open(info.segment);
+    } catch (const plat::Exception& e) {
+      segmentError_ = e.text();
+    }
+  }
+  const uint64_t needed = static_cast<uint64_t>(info.stride) *
+                          static_cast<uint64_t>(info.rect.height()) *
+                          static_cast<uint64_t>(info.format.bytesPerPixel());
+  if (info.rect.isEmpty() || info.stride < static_cast<uint32_t>(info.rect.width()) ||
+      needed > info.segment.size) {
+    segment_.reset();
+    segmentError_ = "the segment is smaller than the buffer";
+  }
+  buffer_ = info;
+  listener_->setPixelBuffer(buffer_);
+}
+
+void AgentConnection::readColourMap(rdr::InStream& in) {
+  const size_t first = in.readU8();
+  const size_t count = static_cast<size_t>(in.readU8()) + 1;
+  std::vector<ColourMapEntry> entries(count);
+  for (ColourMapEntry& entry : entries) {
+    entry.red = in.readU8();
+    entry.green = in.readU8();
+    entry.blue = in.readU8();
+  }
+  colourMap_.resize(256);
+  for (size_t i = 0; i < count && first + i < colourMap_.size(); ++i)
+    colourMap_[first + i] = entries[i];
+  listener_->setColourMapEntries(static_cast<int>(first), entries);
+}
+
+void AgentConnection::readUpdate(rdr::InStream& in) {
+  UpdateMessage update;
+  update.copied.read(in);
+  update.dx = in.readS32();
+  update.dy = in.readS32();
+  update.changed.read(in);
+  listener_->fbUpdate(update);
+}
+
+void AgentConnection::readCursor(rdr::InStream& in) {
+  CursorImage cursor;
+  cursor.visible = in.readU8() != 0;
+  if (cursor.visible) {
+    cursor.format = rfb::PixelFormat::read(in);
+    cursor.rect = readRect(in);
+    cursor.threshold = in.readS32();
+    const uint32_t length = in.readU32();
+    const uint64_t expected = static_cast<uint64_t>(cursor.rect.width()) *
+                              static_cast<uint64_t>(cursor.rect.height()) *
+                              static_cast<uint64_t>(cursor.format.bytesPerPixel());
+    if (length != expected || length > maxCursorBytes)
+      throw plat::Exception("cursor image of %u bytes does not fit its rectangle", length);
+    cursor.pixels.resize(length);
+    in.readBytes(cursor.pixels.data(), length);
+  }
+  listener_->setCursorImage(cursor);
+}
+
+void AgentConnection::readMonitors(rdr::InStream& in) {
+  MonitorsMessage message;
+  message.monitors.resize(in.readU8());
+  for (plat::DisplayInfo& monitor : message.monitors) monitor.read(in);
+  message.parameter = in.readString(maxText).str();
+  message.selection = in.readString(maxText).str();
+  listener_->monitorsUpdated(message);
+}
+
+bool AgentConnection::readCutText(rdr::InStream& in) {
+  if (!cutTextLength_) {
+    cutTextLength_ = in.readU32();
+    cutText_.clear();
+  }
+  while (cutText_.size() < *cutTextLength_) {
+    const size_t got = in.check(1, *cutTextLength_ - cutText_.size(), false);
+    if (got == 0) return false;
+    const size_t old = cutText_.size();
+    cutText_.resize(old + got);
+    in.readBytes(cutText_.data() + old, got);
+  }
+  cutTextLength_.reset();
+  const std::string text = std::move(cutText_);
+  cutText_.clear();
+  listener_->serverCutText(text);
+  return true;
+}
+
+}  // namespace host

@@ -1,0 +1,51 @@
+#include "svr/DamageTracker.h"
+
+#include "tx/DamageExtension.h"
+#include "tx/FixesExtension.h"
+#include "tx/TXDisplay.h"
+
+namespace svr {
+
+DamageTracker::DamageTracker() {
+  Display* display = tx::TXDisplay::display();
+  damage_.reset(tx::DamageExtension::get()->create(display, tx::TXDisplay::root(),
+                                                   XDamageReportDeltaRectangles));
+  region_.reset(tx::FixesExtension::get()->createRegion(display, nullptr, 0));
+  // A new damage object begins with the whole window.
+  subtract();
+}
+
+void DamageTracker::subtract() {
+  Display* display = tx::TXDisplay::display();
+  subtractSerial_ = NextRequest(display);
+  tx::DamageExtension::get()->subtract(display, damage_.get(), None, region_.get());
+}
+
+bool DamageTracker::isNewDamage(const XEvent& event) const {
+  if (event.type != tx::DamageExtension::get()->eventBase + XDamageNotify) return false;
+  const auto& notify = reinterpret_cast<const XDamageNotifyEvent&>(event);
+  if (notify.damage != damage_.get()) return false;
+  // An event from before the last subtraction tells of damage that this subtraction has taken.
+  return static_cast<long>(notify.serial - subtractSerial_) >= 0;
+}
+
+rfb::Region DamageTracker::fetch() {
+  subtract();
+  int count = 0;
+  XRectangle bounds;
+  const tx::XMemory<XRectangle> rects(tx::FixesExtension::get()->fetchRegionAndBounds(
+      tx::TXDisplay::display(), region_.get(), &count, &bounds));
+  rfb::Region region;
+  if (!rects || count <= 0) return region;
+  boxes_.clear();
+  for (int i = 0; i < count; i++) {
+    const XRectangle& r = rects.get()[i];
+    boxes_.push_back(
+        rfb::RgnRect(rfb::Rect(r.x, r.y, r.x + int{r.width}, r.y + int{r.height})).box);
+  }
+  // The X server delivers them banded.
+  region.setBanded(boxes_);
+  return region;
+}
+
+}  // namespace svr

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <vector>
+
+#include "rfb/Region.h"
+#include "tx/XResources.h"
+
+namespace svr {
+
+// The damage of the root window, collected by the X server until it is fetched.
+class DamageTracker {
+ public:
+  // Begins with no damage. DAMAGE and XFIXES must be present.
+  DamageTracker();
+  DamageTracker(const DamageTracker&) = delete;
+  DamageTracker& operator=(const DamageTracker&) = delete;
+
+  // Whether the event tells of damage that has not been fetched yet.
+  bool isNewDamage(const XEvent& event) const;
+
+  // All damage since the last call, in root coordinates. One round trip.
+  rfb::Region fetch();
+
+ private:
+  void subtract();
+
+  tx::XFixesRegion region_;
+  tx::XDamageHandle damage_;
+  unsigned long subtractSerial_ = 0;
+  std::vector<mi::Box> boxes_;  // kept for its memory
+};
+
+}  // namespace svr

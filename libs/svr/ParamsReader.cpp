@@ -1,0 +1,56 @@
+#include "svr/ParamsReader.h"
+
+#include <climits>
+
+#include "plat/ConfigParameter.h"
+#include "plat/Configuration.h"
+#include "plat/Exception.h"
+#include "plat/LogSrc.h"
+#include "rdr/InStream.h"
+#include "svr/SServerAgent.h"
+
+namespace svr {
+
+void ParamsReader::readEntry(rdr::InStream& in) {
+  const plat::String name = in.readShortString();
+  const plat::String value = in.readString(kMaxValue);
+  const uint32_t priority = in.readU32();
+
+  plat::ConfigParameter* param = configuration_.findParam(name.view());
+  if (!param) {
+    SServerAgent::log().error("Unknown parameter '%s'", name.c_str());
+    return;
+  }
+  if (priority > INT_MAX) {
+    SServerAgent::log().error("Bad priority %u for parameter '%s'", priority, name.c_str());
+    return;
+  }
+  apply(*param, value, static_cast<int>(priority));
+}
+
+void ParamsReader::apply(plat::ConfigParameter& param, const plat::String& value, int priority) {
+  for (const auto& [held, text] : param.getAllValues())
+    if (held > plat::kPriorityDefault) param.unsetParam(held, false);
+  if (priority == plat::kPriorityDefault) {
+    param.notifyCallbacks(plat::kPriorityDefault);
+    compareDefault(param, value);
+    return;
+  }
+  bool set = false;
+  try {
+    set = param.setParam(value.c_str(), priority);
+  } catch (const plat::BadUtf8& e) {
+    SServerAgent::log().error("%s", e.text());
+  }
+  // The values were removed in silence.
+  if (!set) param.notifyCallbacks(plat::kPriorityDefault);
+}
+
+void ParamsReader::compareDefault(const plat::ConfigParameter& param, const plat::String& value) {
+  const plat::String own = param.getValueStrAt(plat::kPriorityDefault);
+  if (own.view() == value.view()) return;
+  SServerAgent::log().error("Bad default for parameter '%s': '%s' != '%s'", param.name(),
+                            value.c_str(), own.c_str());
+}
+
+}  // namespace svr

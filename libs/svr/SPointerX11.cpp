@@ -1,0 +1,114 @@
+#include "svr/SPointerX11.h"
+
+#include <X11/extensions/XTest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+
+#include "plat/BoolParameter.h"
+#include "plat/IntParameter.h"
+#include "tx/TXDisplay.h"
+#include "tx/XTestExtension.h"
+
+namespace svr {
+
+namespace {
+
+plat::IntParameter pollCursorTime("PollCursorTime", plat::MessageId{"svr_param_pollcursortime"},
+                                  100, 0, INT_MAX);
+plat::BoolParameter usePointerMapping(
+    "UsePointerMapping", "Take the X11 pointer mapping into account when injecting button presses",
+    true, true);
+
+// Coordinates have 16 bits in the X protocol; the X server keeps the pointer on the screen.
+int onWire(int32_t coordinate) {
+  return std::clamp(coordinate, INT16_MIN, INT16_MAX);
+}
+
+rfb::Point pointerPosition() {
+  Window root, child;
+  int rootX = 0, rootY = 0, x, y;
+  unsigned mask;
+  XQueryPointer(tx::TXDisplay::display(), tx::TXDisplay::root(), &root, &child, &rootX, &rootY, &x,
+                &y, &mask);
+  return {rootX, rootY};
+}
+
+}  // namespace
+
+SPointerX11::SPointerX11(SPointerX11Callback* callback)
+    : callback_(callback), last_(pointerPosition()), pollTimer_(this) {}
+
+SPointerX11::~SPointerX11() {
+  releaseButtons();
+}
+
+void SPointerX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative) {
+  if (!tx::TXDisplay::isOpen() || !tx::XTestExtension::present()) return;
+  Display* display = tx::TXDisplay::display();
+  const int x = onWire(position.x), y = onWire(position.y);
+  if (relative) {
+    if (position != rfb::Point()) XTestFakeRelativeMotionEvent(display, x, y, CurrentTime);
+  } else if (position != last_) {
+    XTestFakeMotionEvent(display, tx::TXDisplay::screen(), x, y, CurrentTime);
+  }
+  injectButtons(buttonMask);
+  if (store(relative ? pointerPosition() : position)) moved_ = true;
+}
+
+void SPointerX11::injectButtons(uint32_t buttonMask) {
+  const uint32_t changed = buttonMask ^ lastButtonMask_;
+  lastButtonMask_ = buttonMask;
+  if (changed == 0) return;
+  uint8_t map[tx::TXDisplay::kMaxButtons];
+  const int numButtons = tx::TXDisplay::pointerButtons(map);
+  for (int button = 1; button <= numButtons; button++) {
+    // The physical button that the map turns into the logical one which the viewer means.
+    const int logical = usePointerMapping.value() ? map[button - 1] : button;
+    if (logical < 1 || logical > 32) continue;
+    const uint32_t bit = 1u << (logical - 1);
+    if (changed & bit)
+      XTestFakeButtonEvent(tx::TXDisplay::display(), static_cast<unsigned>(button),
+                           (buttonMask & bit) != 0, CurrentTime);
+  }
+}
+
+void SPointerX11::releaseButtons() {
+  if (!tx::TXDisplay::isOpen() || lastButtonMask_ == 0) return;
+  injectButtons(0);
+}
+
+bool SPointerX11::store(const rfb::Point& position) {
+  if (position == last_) return false;
+  last_ = position;
+  return true;
+}
+
+void SPointerX11::setPolling(bool on) {
+  if (!on || pollCursorTime.value() <= 0) {
+    pollTimer_.stop();
+    return;
+  }
+  pollTimer_.start(pollCursorTime.value());
+  last_ = pointerPosition();
+}
+
+void SPointerX11::timerCallback(plat::Timer& timer) {
+  // Switched off by parameter meanwhile.
+  if (pollCursorTime.value() <= 0) return;
+  timer.start(pollCursorTime.value());
+  checkPosition();
+  if (!moved_) return;
+  moved_ = false;
+  callback_->pointerPosition(last_.x, last_.y);
+}
+
+void SPointerX11::checkPosition() {
+  if (!tx::TXDisplay::isOpen()) return;
+  if (!store(pointerPosition())) return;
+  moved_ = true;
+  callback_->pointerMoved();
+}
+
+}  // namespace svr

@@ -1,0 +1,168 @@
+#include "svr/initAgent.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "io/FdIo.h"
+#include "io/LogDestIpc.h"
+#include "loc/Localizer.h"
+#include "os/AppLoop.h"
+#include "os/LaunchedPipe.h"
+#include "os/SignalHandler.h"
+#include "plat/ConfigStoreFile.h"
+#include "plat/Configuration.h"
+#include "plat/Exception.h"
+#include "plat/LogManager.h"
+#include "plat/LogSrc.h"
+#include "plat/Translate.h"
+#include "plat/XmlConfig.h"
+#include "svr/AgentAppX11.h"
+#include "ui/AppLoopImpl.h"
+
+namespace svr {
+
+namespace {
+
+plat::LogSrc vlog("AgentAppX11");
+
+// Brings SIGINT and SIGTERM into the loop, which they end.
+class SignalBridge : private os::SignalHandler::Callback {
+ public:
+  explicit SignalBridge(plat::LogSrc* log) : log_(log) {
+    os::SignalHandler::instance().add(SIGINT, this);
+    os::SignalHandler::instance().add(SIGTERM, this);
+  }
+  ~SignalBridge() { os::SignalHandler::instance().remove(this); }
+  SignalBridge(const SignalBridge&) = delete;
+  SignalBridge& operator=(const SignalBridge&) = delete;
+
+ private:
+  void gotSignal(int signal) override {
+    log_->info("Got signal %s", os::SignalHandler::name(signal).c_str());
+    os::AppLoop::quit(0);
+  }
+
+  plat::LogSrc* log_;
+};
+
+bool isExecutable(const std::string& path) {
+  return access(path.c_str(), X_OK) == 0;
+}
+
+// Whether the program's own file can be told: from the first argument, the search path or the
+// system.
+bool findExecutable(const char* argv0) {
+  const std::string name = argv0 ? argv0 : "";
+  if (name.find('/') != std::string::npos) {
+    if (isExecutable(name)) return true;
+  } else if (const char* path = getenv("PATH"); path && !name.empty()) {
+    std::string rest = path;
+    for (bool more = true; more;) {
+      const size_t colon = rest.find(':');
+      more = colon != std::string::npos;
+      const std::string directory = rest.substr(0, colon);
+      if (more) rest.erase(0, colon + 1);
+      if (isExecutable((directory.empty() ? "." : directory) + "/" + name)) return true;
+    }
+  }
+  char target[4096];
+  return readlink("/proc/self/exe", target, sizeof target) > 0;
+}
+
+bool isRunMode(const char* argument) {
+  for (const char* mode : {"service", "user", "virtual"})
+    if (argument && strcmp(argument, mode) == 0) return true;
+  return false;
+}
+
+void printUsage(std::ostream& out, bool all) {
+  out << "ruvoagent " RUVO_VERSION "\n"
+      << plat::translate(plat::MessageId{"plat_usage_label"}).c_str()
+      << " ruvoagent {service|user|virtual} [-paramsxml] [-lppDebug] [-fork] [-hash <hash>]"
+         " <pipe name> [parameters]\n\n";
+  plat::LogManager& logs = plat::LogManager::instance();
+  plat::Configuration::global().printUsage(out, all, logs.sourceNames(), logs.destNames());
+  out.flush();
+}
+
+[[noreturn]] void printHelp(plat::Configuration::HelpMode mode) {
+  if (mode == plat::Configuration::HelpMode::Xml)
+    plat::XmlConfig::write(std::cout, plat::Configuration::global());
+  else
+    printUsage(std::cout, mode == plat::Configuration::HelpMode::All);
+  std::cout.flush();
+  exit(0);
+}
+
+// Also on standard error as long as the server cannot hear of it.
+void reportError(const io::LogDestIpc& logDest, const plat::Exception& error) {
+  if (!logDest.isAttached()) fprintf(stderr, "%s\n", error.text());
+  vlog.error("%s", error.text());
+}
+
+int runAgent(bool serviceMode, io::LogDestIpc& logDest, std::unique_ptr<io::Io> connection) {
+  os::AppLoop loop(std::make_unique<ui::AppLoopImpl>());
+  const SignalBridge signals(&vlog);
+  AgentAppX11 app(serviceMode, logDest, std::move(connection));
+  try {
+    return loop.run();
+  } catch (const plat::Exception& e) {
+    // The server can still be told.
+    reportError(logDest, e);
+    return 1;
+  }
+}
+
+}  // namespace
+
+int initAgent(int argc, char** argv) {
+  loc::install();
+  if (!findExecutable(argc > 0 ? argv[0] : nullptr)) {
+    fputs("Error: could not find program executable\n", stderr);
+    return 1;
+  }
+  if (argc < 2 || !isRunMode(argv[1])) {
+    fprintf(stderr, "%s\n",
+            plat::translate(plat::MessageId{"plat_this_program_not_directly"}).c_str());
+    return 1;
+  }
+  plat::Configuration& configuration = plat::Configuration::global();
+  if (argc > 2 && strcmp(argv[2], "-paramsxml") == 0) {
+    plat::XmlConfig::write(std::cout, configuration);
+    std::cout.flush();
+    return 0;
+  }
+
+  io::LogDestIpc logDest;
+  try {
+    plat::LogManager::instance().setStartUpSpec("*:ipc:200");
+    nbutil::ConfigStoreFile(nbutil::ConfigStoreFile::standardDirectories()).load(configuration);
+
+    os::LaunchedPipe pipe(argc, argv, 2);
+    std::unique_ptr<io::Io> connection;
+    if (plat::FileDescriptor fd = pipe.open())
+      connection = std::make_unique<io::FdIo>(std::move(fd));
+
+    try {
+      configuration.processArgs(argv + pipe.nextArgument(), printHelp);
+    } catch (const plat::Exception& e) {
+      if (strcmp(e.kind(), "BadCmdLineArg") != 0) throw;
+      fprintf(stderr, "%s\n", e.text());
+      printUsage(std::cout, false);
+      return 1;
+    }
+    configuration.logValues();
+    return runAgent(strcmp(argv[1], "service") == 0, logDest, std::move(connection));
+  } catch (const plat::Exception& e) {
+    reportError(logDest, e);
+    return 1;
+  }
+}
+
+}  // namespace svr

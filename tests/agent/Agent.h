@@ -1,0 +1,264 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+// Defines macros that GoogleTest's headers do not stand.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <sys/shm.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/AgentConnection.h"
+#include "host/AgentProcess.h"
+#include "support/XServer.h"
+
+// Notes all that an agent tells its server.
+class Recorder : public host::AgentListener {
+ public:
+  void init(uint32_t magic) override { note("init " + plat::format("%08x", magic)); }
+  void initRectAndPf(const rfb::Rect& rect, const rfb::PixelFormat& format) override {
+    note("initRectAndPf");
+    initialRect = rect;
+    initialFormat = format;
+  }
+  void setPixelBuffer(const host::PixelBufferInfo& info) override {
+    note("setPixelBuffer");
+    buffers.push_back(info);
+  }
+  void setColourMapEntries(int, const std::vector<host::ColourMapEntry>&) override {
+    note("setColourMapEntries");
+  }
+  void fbUpdate(const host::UpdateMessage& update) override {
+    note("fbUpdate");
+    updates.push_back(update);
+  }
+  void setCursorImage(const host::CursorImage& cursor) override {
+    note("setCursorImage");
+    cursors.push_back(cursor);
+  }
+  void setCursorPos(int32_t x, int32_t y) override { cursorPositions.emplace_back(x, y); }
+  void localInput() override { localInputs++; }
+  void bell() override { note("bell"); }
+  void serverCutText(const std::string& text) override { cutTexts.push_back(text); }
+  void desktopFailure(const std::string& text, const std::string& kind) override {
+    note("desktopFailure [" + kind + "] " + text);
+  }
+  void captureBroken(bool broken) override { note(broken ? "captureBroken 1" : "captureBroken 0"); }
+  void monitorsUpdated(const host::MonitorsMessage& message) override {
+    note("monitorsUpdated");
+    monitors.push_back(message);
+  }
+  void displayModesSupported(bool supported) override {
+    reports.push_back(supported ? "displayModesSupported 1" : "displayModesSupported 0");
+  }
+  void displayModesUpdated() override { reports.push_back("displayModesUpdated"); }
+  void desktopUidChanged(uint64_t userId, const std::string& xauthority) override {
+    reports.push_back("desktopUidChanged " + std::to_string(userId) + " " + xauthority);
+  }
+  void logMsg(const host::LogLine& line) override {
+    logged = true;
+    log.push_back(line);
+  }
+  void badMsg(const std::string& name) override { note("badMsg " + name); }
+
+  // Whether a line of this text (a part of it will do) has come, of any level or this one.
+  bool hasLog(std::string_view text, int level = -1) const {
+    for (const host::LogLine& line : log)
+      if (line.text.find(text) != std::string::npos &&
+          (level < 0 || line.level == static_cast<uint32_t>(level)))
+        return true;
+    return false;
+  }
+  bool has(const std::string& event) const {
+    return std::find(events.begin(), events.end(), event) != events.end();
+  }
+  std::string logText() const {
+    std::string all;
+    for (const host::LogLine& line : log)
+      all += std::to_string(line.level) + " " + line.source + ": " + line.text + "\n";
+    return all;
+  }
+
+  // Everything but log lines and what follows the pointer, in the order of arrival.
+  std::vector<std::string> events;
+  // What is told of display modes and of the desktop's owner.
+  std::vector<std::string> reports;
+  // What came before the first log line.
+  std::vector<std::string> beforeLog;
+  bool logged = false;
+  rfb::Rect initialRect;
+  rfb::PixelFormat initialFormat;
+  std::vector<host::PixelBufferInfo> buffers;
+  std::vector<host::UpdateMessage> updates;
+  std::vector<host::CursorImage> cursors;
+  std::vector<host::MonitorsMessage> monitors;
+  std::vector<rfb::Point> cursorPositions;
+  int localInputs = 0;
+  std::vector<host::LogLine> log;
+  // Not among the events.
+  std::vector<std::string> cutTexts;
+
+ private:
+  void note(const std::string& event) {
+    events.push_back(event);
+    if (!logged) beforeLog.push_back(event);
+  }
+};
+
+// The real program under test, with its server's end of the channel.
+class Agent {
+ public:
+  using Parameters = std::vector<std::pair<std::string, std::string>>;
+
+  explicit Agent(const std::string& display, const Parameters& parameters = {})
+      : Agent(options(display, parameters)) {}
+  explicit Agent(const host::LaunchOptions& options)
+      : process_(host::AgentProcess::launch(options)) {
+    connection = std::make_unique<host::AgentConnection>(process_.takeChannel(), &seen);
+  }
+
+  static host::LaunchOptions options(const std::string& display,
+                                     const Parameters& parameters = {}) {
+    host::LaunchOptions options;
+    options.agent = RUVO_AGENT;
+    options.display = display;
+    options.parameters = parameters;
+    // No one's configuration is read.
+    options.environment = {{"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+    return options;
+  }
+
+  pid_t pid() const { return process_.pid(); }
+  void signal(int number) { process_.signal(number); }
+  // Handles what the agent sends until its end; then its exit status.
+  int exitStatus() {
+    if (connection) connection->processUntil([] { return false; }, 10000);
+    return process_.wait(10000).value_or(-1);
+  }
+  void disconnect() { connection.reset(); }
+
+  bool waitFor(const std::function<bool()>& done, int timeoutMs = 10000) {
+    return connection->processUntil(done, timeoutMs);
+  }
+  bool waitForLog(std::string_view text) {
+    return waitFor([&] { return seen.hasLog(text); });
+  }
+  bool waitForEvent(const std::string& event) {
+    return waitFor([&] { return seen.has(event); });
+  }
+  // Everything sent before now has had its effect, and all that the agent had to say about it has
+  // arrived: an unknown message is answered in turn.
+  void sync() {
+    const std::string name = "sync" + std::to_string(syncs_++);
+    connection->channel().writeMsg(name);
+    connection->channel().endMsg();
+    ASSERT_TRUE(waitForEvent("badMsg " + name));
+    std::erase(seen.events, "badMsg " + name);
+  }
+  // Starts the desktop and waits until it reports changes.
+  void start() {
+    connection->start();
+    ASSERT_TRUE(waitFor([&] {
+      return seen.hasLog("Using damage extension") || seen.hasLog("Using polling") ||
+             !connection->isConnected();
+    })) << seen.logText();
+    sync();
+    seen.events.clear();
+  }
+  // Asks for an update and waits for it.
+  host::UpdateMessage update() {
+    const size_t before = seen.updates.size();
+    connection->fbUpdateRequest();
+    EXPECT_TRUE(waitFor([&] { return seen.updates.size() > before; })) << seen.logText();
+    return seen.updates.size() > before ? seen.updates.back() : host::UpdateMessage();
+  }
+  // Updates until the area has been reported as changed.
+  bool updateUntilChanged(const rfb::Rect& area) {
+    rfb::Region missing(area);
+    for (int i = 0; i < 20 && !missing.isEmpty(); i++) missing -= update().changed;
+    return missing.isEmpty();
+  }
+
+  Recorder seen;
+  std::unique_ptr<host::AgentConnection> connection;
+
+ private:
+  host::AgentProcess process_;
+  int syncs_ = 0;
+};
+
+// Lets Xvfb switch to a size such as "800x600", at most that of its screen.
+inline void addMode(const support::XServer& server, const std::string& size) {
+  const size_t x = size.find('x');
+  const std::string width = size.substr(0, x), height = size.substr(x + 1);
+  server.run({"xrandr", "--newmode", size, "40", width, "1300", "1300", "1300", height, "805",
+              "805", "805"});
+  server.run({"xrandr", "--addmode", "screen", size});
+}
+
+// Segments made by a process.
+inline int segmentsOf(pid_t pid) {
+  shm_info info;
+  const int last = shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&info));
+  int count = 0;
+  for (int i = 0; i <= last; i++) {
+    shmid_ds segment;
+    if (shmctl(i, SHM_STAT, &segment) >= 0 && segment.shm_cpid == pid) count++;
+  }
+  return count;
+}
+
+// A client that draws and looks at the screen.
+class Painter {
+ public:
+  explicit Painter(const support::XServer& server)
+      : display(server.connect()),
+        root(DefaultRootWindow(display.get())),
+        gc_(XCreateGC(display.get(), root, 0, nullptr)) {}
+  ~Painter() { XFreeGC(display.get(), gc_); }
+  Painter(const Painter&) = delete;
+  Painter& operator=(const Painter&) = delete;
+
+  void fill(const rfb::Rect& r, unsigned long pixel) {
+    XSetForeground(display.get(), gc_, pixel);
+    XSetSubwindowMode(display.get(), gc_, IncludeInferiors);
+    XFillRectangle(display.get(), root, gc_, r.tl.x, r.tl.y, static_cast<unsigned>(r.width()),
+                   static_cast<unsigned>(r.height()));
+    XSync(display.get(), False);
+  }
+
+  // Where the shared framebuffer differs from the screen inside the rectangle (the whole buffer by
+  // default); empty when it does not.
+  std::string difference(host::AgentConnection& connection, rfb::Rect r = rfb::Rect()) {
+    const host::PixelBufferInfo& info = connection.pixelBuffer();
+    const uint8_t* pixels = connection.pixels();
+    if (!pixels) return "no framebuffer: " + connection.segmentError();
+    if (r.isEmpty()) r = info.rect;
+    XImage* image = XGetImage(display.get(), root, r.tl.x, r.tl.y, static_cast<unsigned>(r.width()),
+                              static_cast<unsigned>(r.height()), AllPlanes, ZPixmap);
+    std::string result;
+    const auto size = static_cast<size_t>(info.format.bytesPerPixel());
+    const size_t rowBytes = static_cast<size_t>(r.width()) * size;
+    for (int y = r.tl.y; y < r.br.y && result.empty(); y++) {
+      const uint8_t* ours = pixels + (static_cast<size_t>(y - info.rect.tl.y) * info.stride +
+                                      static_cast<size_t>(r.tl.x - info.rect.tl.x)) *
+                                         size;
+      if (memcmp(ours, image->data + (y - r.tl.y) * image->bytes_per_line, rowBytes) != 0)
+        result = plat::format("row %d", y);
+    }
+    XDestroyImage(image);
+    return result;
+  }
+
+  const support::XConnection display;
+  const Window root;
+
+ private:
+  GC gc_;
+};

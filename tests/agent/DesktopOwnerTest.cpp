@@ -1,0 +1,25 @@
+#include <unistd.h>
+
+#include "agent/Agent.h"
+#include "support/AppWindow.h"
+#include "support/UserProcess.h"
+
+namespace {
+
+TEST(DesktopOwnerTest, IsToldByAnAgentOfRoot) {
+  if (getuid() != 0) GTEST_SKIP() << "needs root: it starts processes of another user";
+  const auto server = support::XServer::xvfb("640x480x24");
+  const auto client = server->connect();
+  const support::UserProcess user(12345, "/home/user/.Xauthority");
+  ASSERT_TRUE(user.isReady());
+  const support::AppWindow window(client.get(), DefaultRootWindow(client.get()), user.pid());
+
+  Agent agent(server->display());
+  ASSERT_TRUE(agent.waitForLog("Desktop user is 12345")) << agent.seen.logText();
+  agent.sync();
+  EXPECT_TRUE(agent.seen.hasLog("Starting desktop uid monitor", 30));
+  EXPECT_EQ(agent.seen.reports.back(), "desktopUidChanged 12345 /home/user/.Xauthority");
+  EXPECT_FALSE(agent.seen.hasLog("Window manager has started")) << "nothing waited for one";
+}
+
+}  // namespace

@@ -1,0 +1,222 @@
+#include "agent/Agent.h"
+
+#include <X11/XKBlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+
+#include <bitset>
+#include <csignal>
+#include <thread>
+
+#include "support/InputWitness.h"
+
+namespace {
+
+using support::InputWitness;
+
+class InputTest : public testing::Test {
+ protected:
+  void SetUp() override { begin({}); }
+  void begin(const std::vector<std::string>& extra) {
+    server = support::XServer::xvfb("200x100x24", extra);
+    load("us");
+    client = server->connect();
+  }
+  void load(const std::string& layout) {
+    server->run({"setxkbmap", "-option", "", "-layout", layout});
+  }
+  static void tap(Agent& agent, uint32_t keysym) {
+    agent.connection->keyEvent(keysym, true);
+    agent.connection->keyEvent(keysym, false);
+  }
+  // Until something outside the channel is so.
+  static bool eventually(Agent& agent, const std::function<bool()>& predicate) {
+    return support::waitFor([&] {
+      if (agent.connection) agent.connection->process(1);
+      return predicate();
+    });
+  }
+  // What is down at the X server: keycodes, buttons.
+  std::vector<unsigned> held() {
+    char keys[32];
+    XQueryKeymap(client.get(), keys);
+    std::vector<unsigned> all;
+    for (unsigned i = 0; i < 256; i++)
+      if (keys[i / 8] >> i % 8 & 1) all.push_back(i);
+    Window root, child;
+    int x, y;
+    unsigned state;
+    XQueryPointer(client.get(), DefaultRootWindow(client.get()), &root, &child, &x, &y, &x, &y,
+                  &state);
+    for (unsigned button = 1; button <= 5; button++)
+      if (state >> (button + 7) & 1) all.push_back(button);
+    return all;
+  }
+
+  std::unique_ptr<support::XServer> server;
+  support::XConnection client;
+};
+
+TEST_F(InputTest, EveryKeyArrivesInOrder) {
+  InputWitness witness(server->display());
+  Agent agent(server->display());
+  std::string expected;
+  constexpr int kKeys = 5000;
+  const std::string alphabet = "abcXYZ019 .,@{";
+  for (int i = 0; i < kKeys; i++) {
+    const char c = alphabet[static_cast<size_t>(i * i % 101) % alphabet.size()];
+    expected += c;
+    tap(agent, static_cast<uint8_t>(c));
+  }
+  std::string text;
+  agent.sync();
+  ASSERT_TRUE(support::waitFor(
+      [&] {
+        witness.take();
+        text += witness.text();
+        return text.size() >= expected.size();
+      },
+      support::Milliseconds(60000)));
+  EXPECT_EQ(text, expected);
+  EXPECT_EQ(held(), std::vector<unsigned>{});
+}
+
+TEST_F(InputTest, NothingStaysDown) {
+  const std::vector<unsigned> down{38, 50, 1, 3};
+  const struct {
+    const char* what;
+    bool started;
+    bool goesOn;
+    std::function<void(Agent&)> act;
+  } cases[] = {{"stop", true, true, [](Agent& a) { a.connection->stop(); }},
+               {"start again", true, true, [](Agent& a) { a.connection->start(); }},
+               {"hang-up", true, false, [](Agent& a) { a.disconnect(); }},
+               {"SIGTERM", true, false, [](Agent& a) { a.signal(SIGTERM); }},
+               {"hang-up, never started", false, false, [](Agent& a) { a.disconnect(); }},
+               {"SIGINT, never started", false, false, [](Agent& a) { a.signal(SIGINT); }}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    Agent agent(server->display());
+    if (c.started) agent.start();
+    agent.connection->keyEvent(XK_Shift_L, true);
+    agent.connection->keyEvent('A', true);
+    agent.connection->pointerEvent(10, 10, 5);
+    ASSERT_TRUE(eventually(agent, [&] { return held() == down; }));
+    c.act(agent);
+    ASSERT_TRUE(eventually(agent, [&] { return held().empty(); }));
+    if (c.goesOn) {
+      agent.connection->keyEvent('A', false);  // a late one does nothing
+      agent.sync();
+      agent.signal(SIGTERM);
+    }
+    EXPECT_EQ(agent.exitStatus(), 0);
+    XKeyboardState state;
+    XGetKeyboardControl(client.get(), &state);
+    EXPECT_EQ(state.global_auto_repeat, AutoRepeatModeOn);
+  }
+}
+
+TEST_F(InputTest, LayoutsThatAreSwitchedWhileItTypes) {
+  InputWitness witness(server->display());
+  Agent agent(server->display());
+  agent.sync();
+  // Key by key, each for the group that has just been switched to.
+  load("us,ru");
+  for (unsigned i = 0; i < 40; i++) {
+    const unsigned group = i / 2 % 2;
+    XkbLockGroup(client.get(), XkbUseCoreKbd, group);
+    XSync(client.get(), False);
+    XSync(client.get(), False);
+    const uint32_t keysym = i % 4 < 2 ? 'a' + i % 20 : XK_Cyrillic_a + i % 20;
+    tap(agent, keysym);
+    agent.connection->process(0);
+    const std::vector<std::string> events = witness.waitForEvents(2);
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0],
+              "+" + std::string(XKeysymToString(keysym)) + events[0].substr(events[0].find(' ')));
+    // Where it belongs, not on a spare key.
+    EXPECT_LT(std::stoi(events[0].substr(events[0].find(' '))), 62) << events[0];
+  }
+  EXPECT_FALSE(agent.seen.hasLog("Added unknown")) << agent.seen.logText();
+
+  // The map changes again and again under a stream of keys: nobody can say what each becomes, but
+  // at the end all is well.
+  std::thread storm([&] {
+    for (int i = 0; i < 20; i++) load(i % 2 ? "us" : "de");
+  });
+  for (int i = 0; i < 400; i++) {
+    for (const uint32_t keysym : {uint32_t{'y'}, uint32_t{'Z'}, uint32_t{'@'}, 0x20acu, 0x101f600u})
+      tap(agent, keysym);
+    agent.connection->process(1);
+  }
+  storm.join();
+  agent.sync();
+  agent.sync();
+  while (!witness.take().empty()) {
+  }
+  EXPECT_EQ(held(), std::vector<unsigned>{});
+  const std::string text = "yZ@€а😀z€";
+  for (const uint32_t keysym : {uint32_t{'y'}, uint32_t{'Z'}, uint32_t{'@'}, 0x20acu,
+                                uint32_t{XK_Cyrillic_a}, 0x101f600u, uint32_t{'z'}, 0x20acu})
+    tap(agent, keysym);
+  agent.sync();
+  EXPECT_EQ(witness.waitForText(text.size()), text);
+}
+
+TEST_F(InputTest, TellsWhereThePointerIs) {
+  Agent agent(server->display(), {{"PollCursorTime", "20"}});
+  agent.start();
+  agent.seen.cursorPositions.clear();
+  agent.seen.localInputs = 0;
+  const auto seenAt = [&](int x, int y) {
+    return agent.waitFor([&] {
+      return !agent.seen.cursorPositions.empty() &&
+             agent.seen.cursorPositions.back() == rfb::Point(x, y);
+    });
+  };
+  agent.connection->pointerEvent(30, 40, 0);
+  EXPECT_TRUE(seenAt(30, 40));
+  EXPECT_EQ(agent.seen.localInputs, 0) << "its own motion";
+  XTestFakeMotionEvent(client.get(), 0, 50, 60, 0);
+  XSync(client.get(), False);
+  EXPECT_TRUE(seenAt(50, 60));
+  EXPECT_EQ(agent.seen.localInputs, 1);
+  agent.connection->pointerEvent(-4, 6, 0, true);
+  EXPECT_TRUE(seenAt(46, 66));
+  EXPECT_EQ(agent.seen.localInputs, 1);
+
+  agent.connection->stop();
+  agent.sync();
+  agent.seen.cursorPositions.clear();
+  agent.connection->pointerEvent(1, 1, 0);  // is injected all the same
+  agent.sync();
+  EXPECT_TRUE(eventually(agent, [&] {
+    Window root, child;
+    int x, y, ignored;
+    unsigned state;
+    XQueryPointer(client.get(), DefaultRootWindow(client.get()), &root, &child, &x, &y, &ignored,
+                  &ignored, &state);
+    return x == 1 && y == 1;
+  }));
+  EXPECT_TRUE(agent.seen.cursorPositions.empty());
+}
+
+TEST_F(InputTest, WithoutXTestInputIsDropped) {
+  client.reset();
+  begin({"-extension", "XTEST"});
+  Agent agent(server->display());
+  agent.start();
+  agent.seen.log.clear();
+  tap(agent, 0x101f600);
+  agent.connection->keyEvent('a', true);
+  agent.connection->pointerEvent(1, 1, 7);
+  agent.sync();
+  agent.sync();
+  EXPECT_EQ(held(), std::vector<unsigned>{});
+  for (const host::LogLine& line : agent.seen.log)
+    EXPECT_EQ(line.source.find("Key"), std::string::npos) << line.text;
+  agent.signal(SIGTERM);
+  EXPECT_EQ(agent.exitStatus(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,282 @@
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "agent/Agent.h"
+#include "support/Program.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using support::Program;
+
+// What an agent keeps outside its own memory while the desktop is started.
+struct Traces {
+  plat::SharedMemDescriptor segment;
+
+  std::string lockFile() const {
+    const std::string directory = plat::format("/tmp/.ruvo-%u/shm/", geteuid());
+    return segment.kind == plat::SharedMemDescriptor::Kind::sysV
+               ? directory + "SysV/" + std::to_string(segment.id)
+               : directory + "Posix" + segment.name.str();
+  }
+  bool segmentExists() const {
+    if (segment.kind == plat::SharedMemDescriptor::Kind::posix)
+      return std::filesystem::exists("/dev/shm" + segment.name.str());
+    shmid_ds status;
+    return shmctl(segment.id, IPC_STAT, &status) == 0;
+  }
+  bool any() const { return segmentExists() || std::filesystem::exists(lockFile()); }
+  bool all() const { return segmentExists() && std::filesystem::exists(lockFile()); }
+};
+
+Traces tracesOf(Agent& agent) {
+  return {agent.connection->pixelBuffer().segment};
+}
+
+const Agent::Parameters kKinds[] = {{}, {{"_UseXShm", "0"}}};
+
+TEST(LifecycleTest, EveryEndLeavesNothing) {
+  const struct {
+    const char* what;
+    std::function<void(Agent&, support::XServer&)> act;
+    int status;
+    const char* log;
+  } cases[] = {
+      {"SIGTERM", [](Agent& a, support::XServer&) { a.signal(SIGTERM); }, 0, "Got signal SIGTERM"},
+      {"SIGINT", [](Agent& a, support::XServer&) { a.signal(SIGINT); }, 0, "Got signal SIGINT"},
+      {"disconnect", [](Agent& a, support::XServer&) { a.disconnect(); }, 0, nullptr},
+      {"stop",
+       [](Agent& a, support::XServer&) {
+         a.connection->stop();
+         a.sync();
+         a.signal(SIGTERM);
+       },
+       0, "Stopping desktop"},
+      {"X server gone", [](Agent&, support::XServer& server) { server.stop(true); }, 1,
+       "Lost connection to X display"},
+  };
+  for (const Agent::Parameters& kind : kKinds) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(c.what);
+      const auto server = support::XServer::xvfb("641x480x24");
+      Agent agent(server->display(), kind);
+      agent.start();
+      const Traces traces = tracesOf(agent);
+      EXPECT_TRUE(traces.all());
+      c.act(agent, *server);
+      EXPECT_EQ(agent.exitStatus(), c.status);
+      if (c.log) {
+        EXPECT_TRUE(agent.seen.hasLog(c.log)) << agent.seen.logText();
+      }
+      agent.disconnect();  // a segment stays as long as we have it mapped
+      EXPECT_FALSE(traces.any());
+    }
+  }
+}
+
+TEST(LifecycleTest, TheNextAgentCleansUpAfterAKilledOne) {
+  const auto server = support::XServer::xvfb("641x480x24");
+  for (const Agent::Parameters& kind : kKinds) {
+    Traces traces;
+    {
+      Agent agent(server->display(), kind);
+      agent.start();
+      traces = tracesOf(agent);
+      agent.signal(SIGKILL);
+      EXPECT_EQ(agent.exitStatus(), 128 + SIGKILL);
+    }
+    EXPECT_TRUE(traces.all());
+    Agent next(server->display(), kind);
+    next.start();
+    EXPECT_TRUE(next.seen.hasLog("Cleaning old shared memory", 100));
+    EXPECT_FALSE(traces.any());
+    EXPECT_TRUE(tracesOf(next).all());
+  }
+}
+
+TEST(LifecycleTest, SegmentsBelongToTheServersUser) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const auto server = support::XServer::xvfb("641x480x24");
+  for (const Agent::Parameters& kind : kKinds) {
+    Agent agent(server->display(), kind);
+    agent.connection->setXServerOwner(uint64_t{7} << 32 | 12345, 54321);
+    agent.start();
+    const plat::SharedMemDescriptor segment = tracesOf(agent).segment;
+    if (segment.kind == plat::SharedMemDescriptor::Kind::posix) {
+      struct stat status {};
+      ASSERT_EQ(stat(("/dev/shm" + segment.name.str()).c_str(), &status), 0);
+      EXPECT_EQ(status.st_uid, 12345u);
+      EXPECT_EQ(status.st_gid, 54321u);
+      EXPECT_EQ(status.st_mode & 0777, 0600u);
+    } else {
+      shmid_ds status{};
+      ASSERT_EQ(shmctl(segment.id, IPC_STAT, &status), 0);
+      EXPECT_EQ(status.shm_perm.uid, 12345u);
+      EXPECT_EQ(status.shm_perm.gid, 54321u);
+      EXPECT_EQ(status.shm_perm.mode & 0777, 0600u);
+    }
+  }
+}
+
+TEST(LifecycleTest, AFailedStartCanBeRepeated) {
+  // The agent may not make files as large as the screen.
+  const test::TempDir directory;
+  const std::string script = directory / "agent";
+  std::ofstream(script) << "#!/bin/sh\ntrap '' XFSZ\nulimit -f 1000\nexec " RUVO_AGENT " \"$@\"\n";
+  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+  const auto server = support::XServer::xvfb("641x480x24");
+  host::LaunchOptions options = Agent::options(server->display(), {{"_UseXShm", "0"}});
+  options.agent = script;
+  Agent agent(options);
+
+  const auto failed = [&] {
+    return std::any_of(agent.seen.events.begin(), agent.seen.events.end(), [](const auto& event) {
+      return event.starts_with("desktopFailure [SystemException] ftruncate(");
+    });
+  };
+  agent.connection->start();
+  ASSERT_TRUE(agent.waitFor(failed)) << agent.seen.logText();
+  agent.connection->fbUpdateRequest();
+  agent.sync();
+  EXPECT_FALSE(agent.seen.has("setPixelBuffer"));
+
+  addMode(*server, "320x240");
+  server->run({"xrandr", "--output", "screen", "--mode", "320x240"});
+  agent.start();
+  const rfb::Rect small(0, 0, 320, 240);
+  EXPECT_EQ(agent.connection->pixelBuffer().rect, small);
+
+  // A buffer that cannot grow with the screen stays.
+  const Traces traces = tracesOf(agent);
+  server->run({"xrandr", "--output", "screen", "--mode", "641x480"});
+  ASSERT_TRUE(agent.waitFor(failed)) << agent.seen.logText();
+  EXPECT_TRUE(agent.seen.has("setPixelBuffer")) << "published again";
+  EXPECT_EQ(agent.connection->pixelBuffer().segment.name, traces.segment.name);
+  EXPECT_TRUE(traces.all());
+  server->run({"xrandr", "--output", "screen", "--mode", "320x240"});
+  const auto renewed = [&] {
+    return agent.connection->pixelBuffer().segment.name != traces.segment.name;
+  };
+  ASSERT_TRUE(agent.waitFor(renewed));
+  agent.sync();
+  EXPECT_EQ(agent.connection->pixelBuffer().rect, small);
+  EXPECT_TRUE(tracesOf(agent).all());
+  EXPECT_FALSE(traces.any());
+}
+
+TEST(CommandLineTest, RefusesWhatItDoesNotKnow) {
+  const std::string notDirectly = "This program is not intended to be run directly.\n";
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    std::string errors;
+    std::string outputBegins;
+  } cases[] = {
+      {{}, 1, notDirectly, ""},
+      {{"Service"}, 1, notDirectly, ""},
+      {{"users"}, 1, notDirectly, ""},
+      {{"user", "-paramsxml"}, 0, "", "<?xml version=\"1.0\"?>\n<config>\n<bool   name=\"_Agent"},
+      {{"user"}, 1, "Bad command-line: got <null> instead of pipe name\n", ""},
+      {{"user", "-lppDebugs"}, 1, "Bad command-line: got -lppDebugs instead of pipe name\n", ""},
+      {{"virtual", "-dummy", "-PollInterval", "0"},
+       1,
+       "Bad argument '-PollInterval'.  Run with -help for usage.\n",
+       "ruvoagent " RUVO_VERSION "\nUsage: ruvoagent {service|user|virtual} [-paramsxml]"},
+      {{"user", "-dummy", "-help"}, 0, "", "ruvoagent " RUVO_VERSION "\nUsage: "},
+      {{"user", "-dummy", "/?", "xml"}, 0, "", "<?xml version=\"1.0\"?>\n"},
+      {{"user", "1023"}, 1, "Pipe name '1023' is not an open descriptor\n", ""},
+  };
+  for (const auto& c : cases) {
+    Program::Options options;
+    options.captureOutput = options.captureErrors = true;
+    options.environment = {{"DISPLAY", {}}, {"LC_ALL", "C"}, {"HOME", "/nonexistent"}};
+    std::vector<std::string> arguments{RUVO_AGENT};
+    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+    Program program(arguments, options);
+    EXPECT_EQ(program.wait(), c.status);
+    EXPECT_EQ(program.errors(), c.errors);
+    EXPECT_EQ(program.output().substr(0, c.outputBegins.size()), c.outputBegins);
+    if (c.outputBegins.empty()) {
+      EXPECT_EQ(program.output(), "");
+    }
+  }
+}
+
+TEST(CommandLineTest, EveryParameterAndLogSourceIsLinkedIn) {
+  Program::Options options;
+  options.captureOutput = true;
+  options.environment = {{"LC_ALL", "C"}};
+  const std::string xml = Program::run({RUVO_AGENT, "user", "-paramsxml"}, options);
+  for (const char* name : {"RandR",
+                           "poll",
+                           "SendPrimary",
+                           "CaptureMethod",
+                           "PollInterval",
+                           "UseXFixes",
+                           "Monitor",
+                           "_ClipToMonitors",
+                           "PollCursorTime",
+                           "UsePointerMapping",
+                           "EnableClipboard",
+                           "_AgentDebugUpdates",
+                           "UpdatePeriod",
+                           "UpdateBatchDelay",
+                           "AlterShiftWithMods",
+                           "_UseXShm",
+                           "_MaxGrabRects",
+                           "UseCutBuffer",
+                           "_DebugEvents",
+                           "owncmap",
+                           "xsync",
+                           "_NoGrab",
+                           "CompactLog",
+                           "LogDir",
+                           "LogFile",
+                           "Log",
+                           "_BadUtf8Assert",
+                           "Locale",
+                           "LazyFlushTimeout",
+                           "SimpleRegions",
+                           "DeadKeyFile",
+                           "ElevateCmd",
+                           "ElevateCmdSingleArg",
+                           "MaxOutBufferSize"})
+    EXPECT_NE(xml.find(plat::format(" name=\"%s\"", name)), std::string::npos) << name;
+  const std::string help = Program::run({RUVO_AGENT, "user", "-dummy", "-help", "all"}, options);
+  for (const char* name : {"AgentAppX11", "SDesktopX11", "TXWindow", "TcpIo", "ruvoagent", "ipc"})
+    EXPECT_NE(help.find(plat::format("\n  %s\n", name)), std::string::npos) << name;
+}
+
+TEST(CommandLineTest, WithoutAServerItRunsUntilASignal) {
+  const auto server = support::XServer::xvfb("641x480x24");
+  Program::Options options;
+  options.captureErrors = true;
+  options.environment = {{"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+  const auto program =
+      server->start({RUVO_AGENT, "user", "-dummy", "-Log=AgentAppX11:stderr:30"}, options);
+  const auto connection = server->connect();
+  // Caught as soon as the loop runs; before that it would end the program by the signal.
+  const std::string status = plat::format("/proc/%d/status", program->pid());
+  ASSERT_TRUE(support::waitFor([&] {
+    std::ifstream in(status);
+    std::string line;
+    while (std::getline(in, line))
+      if (line.starts_with("SigCgt:")) return (std::stoull(line.substr(8), nullptr, 16) >> 14) & 1;
+    return 0ull;
+  }));
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->wait(), 0);
+  EXPECT_NE(program->errors().find("AgentAppX11: Got signal SIGTERM"), std::string::npos);
+}
+
+TEST(CommandLineTest, NoDisplayIsAnError) {
+  Agent agent(":9999");
+  EXPECT_EQ(agent.exitStatus(), 1);
+}
+
+}  // namespace

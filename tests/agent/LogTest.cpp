@@ -1,0 +1,126 @@
+// Where the program's log lines go.
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "agent/RawAgent.h"
+#include "support/TempDir.h"
+#include "support/XServer.h"
+
+namespace {
+
+using test::message;
+using Lines = std::vector<std::string>;
+
+std::string setLog(const std::string& spec, uint32_t priority) {
+  return message("setParams",
+                 test::shortString("Log") + test::longString(spec) + test::u32(priority));
+}
+
+class LogTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { server_ = support::XServer::xvfb("641x480x24"); }
+  static void TearDownTestSuite() { server_.reset(); }
+  static const std::string& display() { return server_->display(); }
+
+  // What the start of the desktop is worth to the log at the level.
+  static size_t linesOfAStart(RawAgent& agent) {
+    agent.messages.clear();
+    agent.send(message("start"));
+    agent.sync();
+    return agent.logs().size();
+  }
+
+ private:
+  static std::unique_ptr<support::XServer> server_;
+};
+
+std::unique_ptr<support::XServer> LogTest::server_;
+
+TEST_F(LogTest, LinesOnStandardErrorHaveTheirFormat) {
+  const struct {
+    std::vector<std::string> parameters;
+    const char* pattern;
+  } cases[] = {
+      {{"-Log=AgentAppX11:stderr:30"},
+       R"(<14> \d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \S+ ruvoagent\[\d+\]: AgentAppX11: Got signal SIGTERM\n)"},
+      {{"-CompactLog", "-Log=AgentAppX11:stderr:30"},
+       R"(\d\d:\d\d:\d\d\.\d{3} AgentAppX11: Got signal SIGTERM\n)"},
+      {{"-Log=AgentAppX11:stderr:29"}, ""},
+      {{"-Log=*:stderr:-1,AgentAppX11:nowhere:30,*::1,*:stderr:0x1f,*:ipc:30"},
+       "Failed to parse log param element: '\\*:stderr:-1'\n"
+       "No LogDest found: 'nowhere'\n"
+       "No LogDest found: ''\n"
+       "Failed to parse log param element: '\\*:stderr:0x1f'\n"},
+  };
+  for (const auto& c : cases) {
+    RawAgent agent(display(), c.parameters);
+    agent.sync();
+    agent.program().signal(SIGTERM);
+    EXPECT_EQ(agent.exitStatus(), 0);
+    EXPECT_TRUE(std::regex_match(agent.program().errors(), std::regex(c.pattern)))
+        << agent.program().errors();
+  }
+}
+
+TEST_F(LogTest, TheServerChoosesLevels) {
+  RawAgent agent(display());
+  agent.sync();
+  const auto setLevel = [](uint32_t level, const std::string& rest) {
+    return message("setLogLevel", test::u32(level) + rest);
+  };
+  const size_t all = linesOfAStart(agent);
+  const struct {
+    std::string bytes;
+    bool none;
+    bool fewer;
+  } cases[] = {
+      {setLevel(0, ""), true, true},
+      {setLevel(30, test::shortString("SServerAgent")), false, true},
+      {setLevel(0, test::shortString("*")), true, true},
+      {setLevel(0xFFFFFFFF, test::shortString("")), false, false},
+      // One without a usable element changes nothing.
+      {setLog("*:nowhere:0", 10), false, false},
+      {setLog("*:stderr:0", 10), true, true},
+      // The one that the program began with.
+      {setLog("", 0), false, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.bytes));
+    agent.send(c.bytes);
+    agent.sync();
+    const size_t lines = linesOfAStart(agent);
+    EXPECT_EQ(lines == 0, c.none) << testing::PrintToString(agent.logText(200));
+    EXPECT_EQ(lines < all, c.fewer) << testing::PrintToString(agent.logText(200));
+  }
+}
+
+TEST_F(LogTest, FilesFollowTheParameters) {
+  test::TempDir home;
+  RawAgent agent(display(), {"-LogFile=first.log", "-Log=SServerAgent:file:30"},
+                 {{"HOME", home.path()}});
+  agent.sync();
+  EXPECT_FALSE(std::filesystem::exists(home / ".ruvo/first.log"));
+  const auto parameter = [](const std::string& name, const std::string& value) {
+    return message("setParams", test::shortString(name) + test::longString(value) + test::u32(10));
+  };
+  agent.send(message("start"));
+  agent.send(parameter("LogFile", home / "second.log"));
+  agent.send(message("stop"));
+  agent.sync();
+  const struct {
+    std::string path;
+    const char* text;
+  } files[] = {{home / ".ruvo/first.log", "Starting desktop"},
+               {home / "second.log", "Stopping desktop"}};
+  for (const auto& file : files) {
+    std::ifstream in(file.path);
+    const std::string content{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_NE(content.find(std::string("SServerAgent: ") + file.text), content.npos) << content;
+    EXPECT_EQ(std::filesystem::status(file.path).permissions(), std::filesystem::perms(0600));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,165 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "plat/FileDescriptor.h"
+#include "support/Frames.h"
+#include "support/Program.h"
+
+// The real program under test, with the bare bytes of its channel.
+class RawAgent {
+ public:
+  struct Message {
+    std::string name;
+    std::string body;
+    friend bool operator==(const Message&, const Message&) = default;
+  };
+  struct Log {
+    uint32_t level;
+    std::string source;
+    std::string text;
+  };
+
+  // No one's configuration is read unless HOME says so.
+  static support::Program::Options programOptions(const std::string& display) {
+    support::Program::Options options;
+    options.captureOutput = options.captureErrors = true;
+    options.environment = {{"DISPLAY", display}, {"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+    return options;
+  }
+
+  explicit RawAgent(const std::string& display, const std::vector<std::string>& parameters = {},
+                    const std::map<std::string, std::string>& environment = {}) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) abort();
+    socket_ = plat::FileDescriptor(ends[0]);
+    const plat::FileDescriptor theirs(ends[1]);
+    support::Program::Options options = programOptions(display);
+    for (const auto& [name, value] : environment) options.environment[name] = value;
+    options.descriptors = {{ends[1], ends[1]}};
+    std::vector<std::string> arguments{RUVO_AGENT, "user", std::to_string(ends[1])};
+    arguments.insert(arguments.end(), parameters.begin(), parameters.end());
+    program_ = std::make_unique<support::Program>(arguments, options);
+  }
+  // One that was started in another way.
+  RawAgent(std::unique_ptr<support::Program> program, plat::FileDescriptor channel)
+      : socket_(std::move(channel)), program_(std::move(program)) {}
+
+  // Writes all; what the agent sends meanwhile is not read.
+  void send(const std::string& bytes) {
+    ASSERT_EQ(::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(bytes.size()));
+  }
+  // Writes what the agent takes without any of its output being read. The bytes written.
+  size_t sendSome(const std::string& bytes) {
+    const ssize_t n =
+        ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return n < 0 ? 0 : static_cast<size_t>(n);
+  }
+  // Ends our direction only.
+  void endOutput() { shutdown(socket_.get(), SHUT_WR); }
+  void hangUp() { socket_.reset(); }
+
+  // Reads until done() or the end of the channel. False when neither comes.
+  bool readUntil(const std::function<bool()>& done) {
+    while (!done()) {
+      pollfd entry{socket_.get(), POLLIN, 0};
+      if (poll(&entry, 1, 20000) <= 0) return false;
+      char buffer[65536];
+      const ssize_t n = recv(socket_.get(), buffer, sizeof buffer, 0);
+      if (n <= 0) return done();
+      bytes_.append(buffer, static_cast<size_t>(n));
+      parse();
+    }
+    return true;
+  }
+  // Everything sent before now has had its effect, and what the agent had to say has arrived.
+  void sync() {
+    const Message answer{"badMsg", test::shortString("sync" + std::to_string(syncs_++))};
+    send(test::framed(answer.body));
+    const auto find = [&] { return std::find(messages.begin(), messages.end(), answer); };
+    ASSERT_TRUE(readUntil([&] { return find() != messages.end(); })) << program_->errors();
+    messages.erase(find());
+  }
+  int exitStatus() {
+    if (socket_) readUntil([] { return false; });
+    return program_->wait(support::Milliseconds(20000)).value_or(-1);
+  }
+  support::Program& program() { return *program_; }
+  // The process that connected to a named socket.
+  pid_t peer() const {
+    ucred credentials{};
+    socklen_t length = sizeof credentials;
+    getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length);
+    return credentials.pid;
+  }
+
+  std::vector<Log> logs() const {
+    std::vector<Log> result;
+    for (const Message& message : messages) {
+      if (message.name != "logMsg") continue;
+      const size_t length = static_cast<unsigned char>(message.body[4]);
+      uint32_t level = 0;
+      for (int i = 0; i < 4; i++) level = level << 8 | static_cast<unsigned char>(message.body[i]);
+      result.push_back({level, message.body.substr(5, length), message.body.substr(9 + length)});
+    }
+    return result;
+  }
+  // "level source: text" of each line at or below the level.
+  std::vector<std::string> logText(uint32_t maxLevel = 0) const {
+    std::vector<std::string> result;
+    for (const Log& line : logs())
+      if (line.level <= maxLevel)
+        result.push_back(std::to_string(line.level) + " " + line.source + ": " + line.text);
+    return result;
+  }
+  // Names of the messages that are not log lines.
+  std::vector<std::string> names() const {
+    std::vector<std::string> result;
+    for (const Message& message : messages)
+      if (message.name != "logMsg") result.push_back(message.name);
+    return result;
+  }
+
+  std::vector<Message> messages;
+  // All that has been read.
+  const std::string& bytes() const { return bytes_; }
+
+ private:
+  void parse() {
+    const auto byte = [this](size_t i) { return static_cast<unsigned char>(bytes_[i]); };
+    for (;;) {
+      std::string payload;
+      size_t at = parsed_;
+      for (bool last = false; !last;) {
+        if (bytes_.size() - at < 2) return;
+        const size_t length = (byte(at) & 0x7Fu) << 8 | byte(at + 1);
+        last = byte(at) & 0x80;
+        if (bytes_.size() - at < 2 + length) return;
+        payload += bytes_.substr(at + 2, length);
+        at += 2 + length;
+      }
+      parsed_ = at;
+      const size_t name = static_cast<unsigned char>(payload.at(0));
+      messages.push_back({payload.substr(1, name), payload.substr(1 + name)});
+    }
+  }
+
+  plat::FileDescriptor socket_;
+  std::unique_ptr<support::Program> program_;
+  std::string bytes_;
+  size_t parsed_ = 0;
+  int syncs_ = 0;
+};

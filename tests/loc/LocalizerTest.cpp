@@ -1,0 +1,111 @@
+#include "loc/Localizer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+
+#include "loc/Messages.h"
+#include "plat/Configuration.h"
+#include "plat/IntParameter.h"
+#include "plat/Utf8.h"
+#include "support/Environment.h"
+#include "support/ParameterValue.h"
+#include "support/Thrown.h"
+
+namespace {
+
+using namespace loc;
+using plat::Configuration;
+
+size_t count(std::string_view text, std::string_view part) {
+  size_t n = 0;
+  for (size_t at = 0; (at = text.find(part, at)) != text.npos; at += part.size()) ++n;
+  return n;
+}
+
+// In a world without settings.
+class LocalizerTest : public testing::Test {
+ protected:
+  LocalizerTest() { install(); }
+
+  test::Environment all_{"LC_ALL", {}}, messages_{"LC_MESSAGES", {}}, lang_{"LANG", {}};
+  test::ParameterValue locale_{"Locale", "en_US"};
+};
+
+TEST_F(LocalizerTest, EveryTextIsCompleteInEveryLanguage) {
+  // Words that are the same in two languages.
+  const std::set<std::string> shared{"plat_usage_label"};
+  for (size_t i = 0; i < kMessageCount; ++i) {
+    const Message& message = kMessages[i];
+    SCOPED_TRACE(message.id);
+    if (i > 0) {
+      EXPECT_LT(std::strcmp(kMessages[i - 1].id, message.id), 0) << "not sorted";
+    }
+    std::set<std::string> different;
+    for (const char* text : message.texts) {
+      ASSERT_NE(text, nullptr);
+      ASSERT_NE(*text, '\0');
+      different.insert(text);
+      EXPECT_TRUE(plat::isValidUtf8(text)) << text;
+      for (const char* part : {"%S", "\n", "<", ">", "=", "-help", "(0)", "(1)", "(2)", "DAMAGE",
+                               "Ruvo Viewer", " ms"}) {
+        EXPECT_EQ(count(text, part), count(message.texts[0], part)) << part << " in " << text;
+      }
+      EXPECT_EQ(std::strrchr(text, ':') && text[std::strlen(text) - 1] == ':',
+                message.texts[0][std::strlen(message.texts[0]) - 1] == ':');
+    }
+    EXPECT_GE(different.size() + shared.count(message.id), kLanguageCount);
+  }
+}
+
+TEST_F(LocalizerTest, ReadsLocaleNames) {
+  const std::pair<const char*, Language> cases[] = {{"de_DE", Language::German},
+                                                    {"es_ES.UTF-8", Language::Spanish},
+                                                    {"fr", Language::French},
+                                                    {"pt_BR", Language::Portuguese},
+                                                    {"de.ISO-8859-1", Language::German},
+                                                    {"fr@euro", Language::French}};
+  for (const auto& [locale, expected] : cases) EXPECT_EQ(languageOfLocale(locale), expected);
+  for (const char* locale : {"en_US", "C", "C.UTF-8", "ja_JP", "", "_DE", "deu_DE", "d"})
+    EXPECT_EQ(languageOfLocale(locale), Language::English) << locale;
+}
+
+TEST_F(LocalizerTest, ParameterGoesBeforeTheEnvironment) {
+  const auto language = [&] {
+    locale_.set("x");  // announced, so that the environment is looked at again
+    Configuration::global().getParam("Locale").unsetParam(10, true);
+    return Localizer::instance().language();
+  };
+  EXPECT_EQ(language(), Language::English);
+  lang_.set("de_DE.UTF-8");
+  EXPECT_EQ(language(), Language::German);
+  messages_.set("es_ES");
+  EXPECT_EQ(language(), Language::Spanish);
+  all_.set("fr_FR");
+  EXPECT_EQ(language(), Language::French);
+  all_.set("");
+  EXPECT_EQ(language(), Language::Spanish) << "an empty variable counts as unset";
+  locale_.set("pt_BR");
+  EXPECT_EQ(Localizer::instance().language(), Language::Portuguese);
+  EXPECT_TRUE(Localizer::instance().text("plat_usage").isNull());
+}
+
+TEST_F(LocalizerTest, SpeaksThroughTheConfiguration) {
+  Configuration config("Test");
+  plat::IntParameter interval("PollInterval", plat::MessageId{"svr_param_pollinterval"}, 1, 0, 9,
+                              false, nullptr, &config);
+  const char* const args[] = {"x%Sy", nullptr};
+  const auto message = [&] {
+    return test::thrownText([&] { config.processArgs(args, [](Configuration::HelpMode) {}); });
+  };
+  EXPECT_EQ(message(), "Bad argument 'x%Sy'.  Run with -help for usage.");
+  EXPECT_EQ(interval.getDescription(), "How often to poll for display updates in ms.");
+  locale_.set("de_DE");
+  EXPECT_EQ(message(),
+            "Ungültiges Argument „x%Sy“.  Zur Anzeige der Verwendung mit -help ausführen.");
+  EXPECT_EQ(interval.getDescription(),
+            "Zeitabstand in ms, in dem Änderungen der Anzeige abgefragt werden.");
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+#include "os/ProcessInfo.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "support/TempDir.h"
+
+namespace {
+
+TEST(ProcessInfoTest, KnowsThisProcess) {
+  const os::ProcessInfo self(getpid());
+  EXPECT_EQ(self.userId(), getuid());
+  ASSERT_NE(getenv("PATH"), nullptr);
+  EXPECT_EQ(self.environment("PATH"), getenv("PATH"));
+  EXPECT_EQ(self.environment("PAT"), "");
+}
+
+TEST(ProcessInfoTest, AProcessThatHasEndedIsUnknown) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  siginfo_t ended;
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT), 0);
+  const os::ProcessInfo info(child);
+  EXPECT_EQ(info.userId(), getuid());
+  EXPECT_EQ(info.environment("PATH"), "") << "its memory is gone first";
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(info.userId(), std::nullopt);
+  EXPECT_EQ(info.environment("PATH"), "");
+}
+
+TEST(ProcessInfoTest, ReadsWhatTheSystemWrites) {
+  using namespace std::string_literals;
+  const struct {
+    std::string status;
+    std::optional<uid_t> userId;
+    std::string environment;
+    std::string xauthority;
+  } cases[] = {
+      {"Name:\tx\nUid:\t1000\t0\t7\t8\nGid:\t1\t1\t1\t1\n", 1000, "A=b\0XAUTHORITY=/home/x\0"s,
+       "/home/x"},
+      {"Name:\tUid:\t5\nUid:\t4294967294\t0\t0\t0", 4294967294, "XAUTHORITY=/no end", "/no end"},
+      {"", std::nullopt, "", ""},
+      {"Name:\tx\nUid:", std::nullopt, "XAUTHORITY", ""},
+      {"Uid:\t\t", std::nullopt, "XAUTHORITY=", ""},
+      {"Uid:\t99999999999\n", std::nullopt, "OLDXAUTHORITY=/x\0=\0\0XAUTHORITY=a\0XAUTHORITY=b"s,
+       "a"},
+      {"Uid:\tnobody\n", std::nullopt, std::string(5 << 20, 'A') + "\0XAUTHORITY=far"s, ""},
+  };
+  const test::TempDir proc;
+  std::filesystem::create_directory(proc / "42");
+  const os::ProcessInfo info(42, proc.path());
+  for (const auto& c : cases) {
+    std::ofstream(proc / "42/status") << c.status;
+    std::ofstream(proc / "42/environ") << c.environment;
+    EXPECT_EQ(info.userId(), c.userId) << c.status;
+    EXPECT_EQ(info.environment("XAUTHORITY"), c.xauthority) << c.status;
+  }
+}
+
+}  // namespace

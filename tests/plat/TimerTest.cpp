@@ -1,0 +1,162 @@
+#include "plat/Timer.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "plat/Time.h"
+#include "plat/TimerManager.h"
+#include "support/ActionTimer.h"
+#include "support/ManualClock.h"
+
+namespace plat {
+namespace {
+
+using test::ActionTimer;
+
+class TimerTest : public testing::Test, private TimerManager::Observer {
+ protected:
+  std::unique_ptr<ActionTimer> logging(char name) {
+    return std::make_unique<ActionTimer>([this, name] { fired_ += name; });
+  }
+
+  std::string run() {
+    fired_.clear();
+    manager_.runExpired();
+    return fired_;
+  }
+
+  void nextTimerChanged(int ms) override { observed_.push_back(ms); }
+
+  test::ManualClock clock_;
+  std::string fired_;
+  std::vector<int> observed_;
+  TimerManager manager_{this, true};
+};
+
+TEST_F(TimerTest, FireInOrderOfDueTimeThenOfStart) {
+  auto a = logging('a'), b = logging('b'), c = logging('c'), d = logging('d');
+  c->timer.start(20);  // and again, behind a
+  a->timer.start(20);
+  b->timer.start(10);
+  c->timer.start(20);
+  d->timer.start(10);
+  EXPECT_EQ(run(), "");
+  clock_.advanceMs(10);
+  EXPECT_EQ(run(), "bd");
+  EXPECT_FALSE(b->timer.isRunning());
+  clock_.advanceMs(10);
+  EXPECT_EQ(run(), "ac");
+  EXPECT_EQ(run(), "");
+}
+
+TEST_F(TimerTest, MillisecondsUntilNextRoundsUp) {
+  ActionTimer timer;
+  EXPECT_EQ(manager_.millisecondsUntilNext(), -1);
+  timer.timer.start(5);
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 5);
+  clock_.advanceTicks(1);
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 5);
+  clock_.advanceTicks(5 * kTicksPerMs - 2);
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 1);
+  EXPECT_FALSE(manager_.runExpired());
+  clock_.advanceTicks(1);
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
+  EXPECT_TRUE(manager_.runExpired());
+  EXPECT_EQ(manager_.millisecondsUntilNext(), -1);
+
+  timer.timer.start(std::numeric_limits<int>::max());
+  EXPECT_EQ(manager_.millisecondsUntilNext(), std::numeric_limits<int>::max());
+  clock_.advanceMs(-1000);
+  EXPECT_EQ(manager_.millisecondsUntilNext(), std::numeric_limits<int>::max());
+  timer.timer.start(-3);
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
+}
+
+TEST_F(TimerTest, TimerRestartedWithZeroWaitsForTheNextPass) {
+  int calls = 0;
+  ActionTimer* self = nullptr;
+  ActionTimer timer([&] {
+    ++calls;
+    self->timer.start(0);
+  });
+  self = &timer;
+  timer.timer.start(0);
+  manager_.runExpired();
+  EXPECT_EQ(calls, 1);
+  manager_.runExpired();
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
+}
+
+TEST_F(TimerTest, CallbacksStopDestroyAndStartOthersOfTheSamePass) {
+  auto stopped = logging('s'), destroyed = logging('d'), restarted = logging('r'),
+       last = logging('l');
+  auto self = std::unique_ptr<ActionTimer>();
+  self = std::make_unique<ActionTimer>([&] {
+    fired_ += 'x';
+    stopped->timer.stop();
+    destroyed.reset();
+    restarted->timer.start(7);
+    self.reset();
+  });
+  for (ActionTimer* timer :
+       {self.get(), stopped.get(), destroyed.get(), restarted.get(), last.get()}) {
+    timer->timer.start(1);
+  }
+  clock_.advanceMs(1);
+  EXPECT_EQ(run(), "xl");
+  EXPECT_FALSE(stopped->timer.isRunning());
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 7);
+  clock_.advanceMs(7);
+  EXPECT_EQ(run(), "r");
+}
+
+TEST_F(TimerTest, JumpRestartsEveryTimerAtItsOwnInterval) {
+  for (TimeJump jump : {TimeJump::kForwards, TimeJump::kBackwards}) {
+    auto a = logging('a'), b = logging('b');
+    a->timer.start(100);
+    clock_.advanceMs(60);
+    b->timer.start(50);  // due after a
+    clock_.advanceMs(jump == TimeJump::kForwards ? 3600000 : -3600000);
+    clock_.setJump(jump);
+    EXPECT_EQ(run(), "");
+    EXPECT_EQ(manager_.millisecondsUntilNext(), 50);
+    clock_.advanceMs(50);
+    EXPECT_EQ(run(), "b");
+    clock_.advanceMs(50);
+    EXPECT_EQ(run(), "a");
+  }
+}
+
+TEST_F(TimerTest, ObserverHearsOfEveryNewHead) {
+  auto a = logging('a'), b = logging('b'), c = logging('c');
+  a->timer.start(30);
+  b->timer.start(40);
+  c->timer.start(10);
+  b->timer.stop();
+  EXPECT_EQ(observed_, (std::vector<int>{30, 10}));
+  clock_.advanceMs(10);
+  run();
+  EXPECT_EQ(observed_, (std::vector<int>{30, 10, 20}));
+  a->timer.stop();
+  EXPECT_EQ(observed_, (std::vector<int>{30, 10, 20, -1}));
+}
+
+TEST(MonotonicClockTest, ReportsJumps) {
+  MonotonicClock clock;
+  const int64_t start = clock.now();
+  EXPECT_EQ(clock.read(ClockReader::kNoTimer).jump, TimeJump::kNone);
+  const auto overdueBy = [&](int64_t ticks) { return clock.read(clock.now() - ticks).jump; };
+  EXPECT_EQ(overdueBy(-kTicksPerSecond), TimeJump::kNone);
+  EXPECT_EQ(overdueBy(299 * kTicksPerSecond), TimeJump::kNone);
+  EXPECT_EQ(overdueBy(301 * kTicksPerSecond), TimeJump::kForwards);
+  EXPECT_GE(clock.now(), start);
+}
+
+}  // namespace
+}  // namespace plat

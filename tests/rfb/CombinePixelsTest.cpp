@@ -1,0 +1,162 @@
+#include "rfb/CombinePixels.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "rfb/FullFramePixelBuffer.h"
+#include "rfb/PixelOps.h"
+#include "rfb/TestColourMap.h"
+
+namespace rfb {
+namespace {
+
+TestColourMap makeMap() {
+  std::mt19937 random(5);
+  std::vector<Colour> entries;
+  for (int i = 0; i < 200; i++) {
+    const unsigned v = static_cast<unsigned>(random());
+    entries.push_back({static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8),
+                       static_cast<uint8_t>(v >> 16), 255});
+  }
+  return TestColourMap(entries);
+}
+
+TestColourMap colourMap = makeMap();
+
+// A plain model of a pixel in memory, built from its bytes.
+class Model {
+ public:
+  explicit Model(const PixelFormat& format) : pf_(format), bytes_(format.bpp / 8) {}
+
+  Colour read(const uint8_t* p) const {
+    uint32_t value = 0;
+    for (int i = 0; i < bytes_; i++) value |= uint32_t{p[i]} << 8 * position(i);
+    if (!pf_.trueColour) {
+      int r, g, b;
+      colourMap.lookup(static_cast<int>(value), &r, &g, &b);
+      return {static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b), 255};
+    }
+    return {scaled(value, pf_.redShift, pf_.redMax), scaled(value, pf_.greenShift, pf_.greenMax),
+            scaled(value, pf_.blueShift, pf_.blueMax),
+            pf_.alphaMax ? scaled(value, pf_.alphaShift, pf_.alphaMax) : uint8_t{255}};
+  }
+
+  void write(uint8_t* p, const Colour& c) const {
+    uint32_t value;
+    if (pf_.trueColour)
+      value = (c.red * pf_.redMax + 127u) / 255 << pf_.redShift |
+              (c.green * pf_.greenMax + 127u) / 255 << pf_.greenShift |
+              (c.blue * pf_.blueMax + 127u) / 255 << pf_.blueShift |
+              (c.alpha * pf_.alphaMax + 127u) / 255 << pf_.alphaShift;
+    else
+      value = static_cast<uint32_t>(colourMap.nearest(c.red, c.green, c.blue));
+    for (int i = 0; i < bytes_; i++) p[i] = static_cast<uint8_t>(value >> 8 * position(i));
+  }
+
+ private:
+  // Which byte of the value, counted from the least significant, is the i-th in memory.
+  int position(int i) const { return pf_.bigEndian && bytes_ != 3 ? bytes_ - 1 - i : i; }
+
+  static uint8_t scaled(uint32_t value, int shift, uint32_t max) {
+    return static_cast<uint8_t>(((value >> shift & max) * 255 + max / 2) / max);
+  }
+
+  PixelFormat pf_;
+  int bytes_;
+};
+
+// Not symmetrical in anything.
+struct OddOp {
+  void operator()(const Colour& s, Colour& d) const {
+    d = {static_cast<uint8_t>(s.green + d.red), static_cast<uint8_t>(s.blue ^ d.alpha),
+         static_cast<uint8_t>(s.alpha - d.blue), static_cast<uint8_t>(s.red | d.green)};
+  }
+};
+
+const PixelFormat formats[] = {
+    PixelFormat(),
+    PixelFormat(8, 8, false, false),
+    PixelFormat(16, 8, true, false),
+    PixelFormat(16, 16, false, true, 31, 63, 31, 11, 5, 0),
+    PixelFormat(16, 16, true, true, 31, 63, 31, 11, 5, 0),
+    PixelFormat(16, 16, false, true, 15, 15, 15, 8, 4, 0, 12, 15),
+    PixelFormat(24, 24, false, true, 255, 255, 255, 16, 8, 0),
+    PixelFormat(24, 24, true, true, 255, 255, 255, 0, 8, 16),
+    PixelFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0),
+    PixelFormat(32, 24, true, true, 255, 255, 255, 16, 8, 0),
+    PixelFormat(32, 24, false, true, 255, 255, 255, 0, 8, 16),
+    PixelFormat(32, 32, false, true, 255, 255, 255, 16, 8, 0, 24, 255),
+    PixelFormat(32, 32, true, true, 255, 255, 255, 16, 8, 0, 24, 255),
+    PixelFormat(32, 32, false, true, 255, 255, 255, 24, 16, 8, 0, 255),
+    PixelFormat(32, 32, false, true, 1023, 1023, 1023, 20, 10, 0, 30, 3),
+    PixelFormat(32, 32, false, true, 255, 255, 255, 16, 8, 0, 24, 127),
+};
+
+constexpr int stride = 20;
+constexpr int rows = 6;
+const Rect sourceArea(-3, -2, -3 + stride, -2 + rows);
+const Rect destinationArea(40, 30, 40 + stride, 30 + rows);
+const Rect sourceRect(-2, -1, 13, 3);
+const Rect destinationRect(43, 31, 58, 35);
+
+std::vector<uint8_t> noise(const PixelFormat& format, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<uint8_t> bytes(static_cast<size_t>(stride * rows * format.bytesPerPixel()));
+  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+  // Whole stretches of zero and of all bits, which blending treats apart.
+  const size_t row = bytes.size() / rows;
+  std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(row), row, uint8_t{0});
+  std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(2 * row), row / 2, uint8_t{255});
+  if (format.bpp == 32)
+    for (size_t i = 3 * row; i < 4 * row; i += 4) bytes[i + 3] = i % 24 ? 255 : 254;
+  return bytes;
+}
+
+template <class Op>
+void compare(Op op, const std::vector<uint8_t>* maskBits) {
+  for (const PixelFormat& from : formats) {
+    for (const PixelFormat& to : formats) {
+      std::vector<uint8_t> source = noise(from, 1), destination = noise(to, 2);
+      std::vector<uint8_t> expected = destination;
+      const Model read(from), write(to);
+      for (int y = 0; y < sourceRect.height(); y++) {
+        for (int x = 0; x < sourceRect.width(); x++) {
+          // The mask's rows are 3 bytes, and the rectangle begins 5 bits into them.
+          const int bit = x + 5;
+          if (maskBits && !((*maskBits)[static_cast<size_t>(y * 3 + bit / 8)] & (0x80 >> bit % 8)))
+            continue;
+          const uint8_t* s =
+              &source[static_cast<size_t>(((y + 1) * stride + x + 1) * from.bpp / 8)];
+          uint8_t* d = &expected[static_cast<size_t>(((y + 1) * stride + x + 3) * to.bpp / 8)];
+          Colour colour = write.read(d);
+          op(read.read(s), colour);
+          write.write(d, colour);
+        }
+      }
+      FullFramePixelBuffer sourceBuffer(from, sourceArea, source.data(), &colourMap);
+      FullFramePixelBuffer destinationBuffer(to, destinationArea, destination.data(), &colourMap);
+      CombineMask mask{};
+      if (maskBits) mask = {maskBits->data(), 3, 5};
+      combinePixels(destinationBuffer, destinationRect, sourceBuffer, sourceRect.tl, op,
+                    maskBits ? &mask : nullptr);
+      ASSERT_TRUE(destination == expected) << from.str() << " into " << to.str();
+    }
+  }
+}
+
+TEST(CombinePixels, EveryPairOfFormats) {
+  compare(OverOp(), nullptr);
+  compare(CopyOp(), nullptr);
+  compare(OddOp(), nullptr);
+}
+
+TEST(CombinePixels, EveryPairOfFormatsThroughAMask) {
+  const std::vector<uint8_t> bits = {0x07, 0xa5, 0x3c, 0xf8, 0x00, 0xff,
+                                     0xff, 0xff, 0xff, 0,    1,    0x10};
+  compare(OddOp(), &bits);
+}
+
+}  // namespace
+}  // namespace rfb

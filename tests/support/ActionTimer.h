@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <utility>
+
+#include "plat/Timer.h"
+
+namespace test {
+
+// A timer that runs a function.
+class ActionTimer : private plat::Timer::Callback {
+ public:
+  explicit ActionTimer(std::function<void()> action = [] {})
+      : timer(this), action_(std::move(action)) {}
+  virtual ~ActionTimer() = default;
+
+  plat::Timer timer;
+
+ private:
+  void timerCallback(plat::Timer&) override { action_(); }
+
+  std::function<void()> action_;
+};
+
+}  // namespace test

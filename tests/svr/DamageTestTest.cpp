@@ -1,0 +1,90 @@
+#include "svr/DamageTest.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "io/FdManager.h"
+#include "support/ManualClock.h"
+#include "svr/FakeBuffer.h"
+
+namespace {
+
+// Not a multiple of the block size, and not at the origin.
+const rfb::Rect kRect(5, 3, 105, 83);
+
+class DamageTestTest : public testing::Test, public svr::DamageTestCallback {
+ protected:
+  void collectDamageNow() override {
+    if (!late.isEmpty()) test->damageReported(late);
+  }
+  void damageTestResult(svr::DamageTest& decided, bool any, bool all, bool nonFull) override {
+    EXPECT_EQ(&decided, test.get());
+    result = plat::format("any %d all %d non full %d", any, all, nonFull);
+    test.reset();
+  }
+  void pass(int ms) {
+    clock.advanceMs(ms);
+    loop.process(0);
+  }
+
+  io::FdManager& loop = io::FdManager::instance();
+  test::ManualClock clock;
+  FakeBuffer buffer{rfb::PixelFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0), kRect};
+  std::unique_ptr<svr::DamageTest> test{std::make_unique<svr::DamageTest>(this, &buffer)};
+  rfb::Region late;
+  std::string result;
+};
+
+TEST_F(DamageTestTest, IdleScreenNeverDecides) {
+  test->damageReported(rfb::Rect(10, 10, 20, 20));
+  for (int i = 0; i < 3; i++) pass(5000);
+  EXPECT_EQ(result, "");
+  EXPECT_EQ(buffer.grabbed.size(), 4u);
+  buffer.drawOnScreen(12, 12);
+  pass(4999);
+  EXPECT_EQ(result, "");
+  pass(1);
+  EXPECT_EQ(result, "any 1 all 1 non full 1");
+}
+
+TEST_F(DamageTestTest, ComparesChangeWithDamage) {
+  const struct {
+    const char* what;
+    std::vector<rfb::Point> drawn;
+    rfb::Region damage;
+    rfb::Region late;
+    const char* result;
+  } cases[] = {
+      {"nothing reported", {{50, 50}}, {}, {}, "any 0 all 0 non full 0"},
+      {"one pixel of the block",
+       {{21, 3}, {36, 18}},
+       rfb::Rect(30, 10, 31, 11),
+       {},
+       "any 1 all 1 non full 1"},
+      {"the block before", {{21, 3}}, rfb::Rect(20, 3, 21, 4), {}, "any 1 all 0 non full 1"},
+      {"the last, narrow block",
+       {{104, 82}},
+       rfb::Rect(101, 67, 102, 68),
+       {},
+       "any 1 all 1 non full 1"},
+      {"everything reported", {{50, 50}}, kRect, {}, "any 1 all 1 non full 0"},
+      {"reported at the last moment",
+       {{50, 50}},
+       {},
+       rfb::Rect(50, 50, 51, 51),
+       "any 1 all 1 non full 1"},
+  };
+  for (const auto& c : cases) {
+    test = std::make_unique<svr::DamageTest>(this, &buffer);
+    for (const rfb::Point& p : c.drawn) buffer.drawOnScreen(p.x, p.y);
+    if (!c.damage.isEmpty()) test->damageReported(c.damage);
+    late = c.late;
+    result.clear();
+    pass(5000);
+    EXPECT_EQ(result, c.result) << c.what;
+    EXPECT_FALSE(test);
+  }
+}
+
+}  // namespace

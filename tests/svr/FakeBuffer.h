@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "plat/SharedMem.h"
+#include "rfb/FullFramePixelBuffer.h"
+#include "rfb/Region.h"
+
+// A segment that nobody can map.
+class FakeMemory : public plat::SharedMem {
+ public:
+  explicit FakeMemory(int32_t segmentId) : SharedMem(4096), id(segmentId) {}
+
+  plat::SharedMemDescriptor descriptor() const override {
+    plat::SharedMemDescriptor d;
+    d.kind = plat::SharedMemDescriptor::Kind::sysV;
+    d.size = size();
+    d.id = id;
+    return d;
+  }
+
+  int32_t id;
+};
+
+// A pixel buffer over memory of its own; grabbing copies the screen, another buffer of pixels.
+class FakeBuffer : public rfb::FullFramePixelBuffer {
+ public:
+  FakeBuffer(const rfb::PixelFormat& format, const rfb::Rect& rect, rfb::ColourMap* map = nullptr,
+             int stride = 0)
+      : FullFramePixelBuffer(format, rect, nullptr, map, stride) {
+    pixels_.resize(static_cast<size_t>(stride_ * rect.height() * format.bytesPerPixel()));
+    screen = pixels_;
+    data_ = pixels_.data();
+  }
+
+  void setRect(const rfb::Rect& rect) { rect_ = rect; }
+  void grabRegion(const rfb::Region& region) override {
+    grabbed.push_back(region);
+    pixels_ = screen;
+    data_ = pixels_.data();
+  }
+  plat::SharedMem* getSharedMem() override { return memory.get(); }
+  void drawOnScreen(int x, int y) {
+    screen[static_cast<size_t>((y - rect_.tl.y) * stride_ + x - rect_.tl.x) *
+           static_cast<size_t>(getPF().bytesPerPixel())] ^= 0xFF;
+  }
+
+  std::unique_ptr<plat::SharedMem> memory;
+  std::vector<rfb::Region> grabbed;
+  std::vector<uint8_t> screen;
+
+ private:
+  std::vector<uint8_t> pixels_;
+};

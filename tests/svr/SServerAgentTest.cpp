@@ -1,0 +1,569 @@
+#include "svr/SServerAgent.h"
+
+#include <gtest/gtest.h>
+
+#include "io/LogDestIpc.h"
+#include "plat/BoolParameter.h"
+#include "plat/Configuration.h"
+#include "plat/Exception.h"
+#include "plat/IntParameter.h"
+#include "plat/LogSrc.h"
+#include "plat/ParameterChangedCallback.h"
+#include "plat/StringParameter.h"
+#include "rfb/CursorWithAlpha.h"
+#include "rfb/CursorWithMask.h"
+#include "rfb/UpdateTracker.h"
+#include "support/LogCapture.h"
+#include "support/ThrowingAsserts.h"
+#include "svr/AgentPeer.h"
+#include "svr/FakeBuffer.h"
+#include "svr/SDesktop.h"
+
+namespace {
+
+using test::longString;
+using test::shortString;
+using test::u16;
+using test::u32;
+using Messages = std::vector<AgentPeer::Message>;
+using Calls = std::vector<std::string>;
+
+const rfb::PixelFormat kFormat888(32, 24, false, true, 255, 255, 255, 16, 8, 0);
+// 32 bits, depth 24, little-endian, true colour, 255 each, no alpha, shifts 16, 8, 0.
+const std::string kFormat888Bytes("\x20\x18\0\x01\0\xFF\0\xFF\0\xFF\0\0\x10\x08\0\0", 16);
+
+std::string rectBytes(int x1, int y1, int x2, int y2) {
+  std::string bytes;
+  for (const int v : {x1, y1, x2, y2}) bytes += u32(static_cast<uint32_t>(v));
+  return bytes;
+}
+
+// A region of at most one rectangle.
+std::string regionBytes(const rfb::Rect& r) {
+  std::string bytes = u16(r.isEmpty() ? 0 : 1);
+  for (const int v : {r.tl.x, r.tl.y, r.br.x, r.br.y}) bytes += u16(static_cast<uint16_t>(v));
+  return bytes;
+}
+
+class FakeDesktop : public svr::SDesktop {
+ public:
+  void keyEvent(uint32_t keysym, bool down) override {
+    calls.push_back(plat::format("key %x %d", keysym, down));
+  }
+  void pointerEvent(const rfb::Point& p, uint32_t mask, bool relative) override {
+    calls.push_back(plat::format("pointer %d,%d %x %d", p.x, p.y, mask, relative));
+  }
+  void clientCutText(const char* text, size_t length) override {
+    calls.push_back("cut " + std::string(text, length));
+  }
+  void start(svr::SServer&) override {
+    calls.push_back("start");
+    if (failing) throw plat::SystemException("no memory", 12);
+  }
+  void stop() override { calls.push_back("stop"); }
+  void framebufferUpdateRequest() override { calls.push_back("request"); }
+  rfb::Rect getRect() override { return rfb::Rect(0, 0, 640, 480); }
+
+  Calls take() { return std::exchange(calls, {}); }
+
+  Calls calls;
+  bool failing = false;
+};
+
+class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Callback {
+ protected:
+  void SetUp() override {
+    agent.accept(peer.endpoint());
+    greeting = peer.receive();
+  }
+  void desktopStarted(bool started) override {
+    desktop.calls.push_back(started ? "started" : "stopped");
+  }
+  void serverDisconnected() override { desktop.calls.push_back("disconnected"); }
+
+  // What a published buffer looks like on the wire; segment: the id of a new one.
+  static AgentPeer::Message published(const rfb::Rect& r, uint32_t stride, int segment = -1) {
+    return {"setPixelBuffer",
+            kFormat888Bytes + rectBytes(r.tl.x, r.tl.y, r.br.x, r.br.y) + u32(stride) +
+                (segment < 0 ? std::string(1, '\0')
+                             : "\x01\x01" + u32(4096) + u32(static_cast<uint32_t>(segment)))};
+  }
+
+  // All that the agent still has to send.
+  static Messages readAll(AgentPeer& from, svr::SServerAgent& sender) {
+    Messages all;
+    for (bool more = true; more; more = more || sender.channel().isBlocked()) {
+      const Messages some = from.receive();
+      more = !some.empty();
+      all.insert(all.end(), some.begin(), some.end());
+      AgentPeer::turn();
+    }
+    return all;
+  }
+
+  support::LogCapture log{200};
+  FakeDesktop desktop;
+  AgentPeer peer;
+  Messages greeting;
+  svr::SServerAgent agent{this, &desktop, nullptr};
+};
+
+TEST_F(SServerAgentTest, GreetsWithItsRectangleAndFormat) {
+  EXPECT_EQ(greeting, (Messages{{"init", "\x7C\xCA\x9E\xCB"},
+                                {"initRectAndPf", rectBytes(0, 0, 640, 480) + kFormat888Bytes}}));
+}
+
+TEST_F(SServerAgentTest, HandsMessagesToTheDesktop) {
+  const struct {
+    std::string name, body;
+    Calls calls;
+  } cases[] = {
+      {"stop", "", {}},
+      {"fbUpdateRequest", "", {"request"}},
+      {"fbUpdateRequest", "", {}},  // one is pending
+      {"start", "", {"start", "started"}},
+      {"start", "", {"stop", "stopped", "start", "started"}},
+      {"fbUpdateRequest", "", {"request"}},
+      {"keyEvent", u32(0xFF0D) + '\x01', {"key ff0d 1"}},
+      {"keyEvent", u32(0x1000174) + '\x80', {"key 1000174 1"}},
+      {"keyEvent", u32(0x61) + std::string(1, '\0'), {"key 61 0"}},
+      {"pointerEvent",
+       u32(10) + u32(static_cast<uint32_t>(-3)) + u32(0x80000001) + '\x07',
+       {"pointer 10,-3 80000001 1"}},
+      {"clientCutText", u32(0), {"cut "}},
+      {"clientCutText", longString("caf\xC3\xA9"), {"cut caf\xC3\xA9"}},
+      {"stop", "", {"stop", "stopped"}},
+      {"stop", "", {}},
+      {"fbUpdateRequest", "", {"request"}},  // stopping has forgotten the one before
+  };
+  for (const auto& c : cases) {
+    peer.send(c.name, c.body);
+    EXPECT_EQ(desktop.take(), c.calls) << c.name;
+  }
+  EXPECT_TRUE(peer.receive().empty());
+}
+
+TEST_F(SServerAgentTest, FailedStartIsReportedAndLeavesTheChannelInUse) {
+  desktop.failing = true;
+  peer.send("start", "");
+  EXPECT_EQ(desktop.take(), Calls{"start"});
+  EXPECT_EQ(peer.receive(),
+            (Messages{{"desktopFailure", shortString("no memory: Cannot allocate memory (12)") +
+                                             shortString("SystemException")}}));
+  EXPECT_TRUE(log.has("desktopFailure: [SystemException] no memory", 100, "SServerAgent"));
+
+  desktop.failing = false;
+  peer.send("start", "");
+  EXPECT_EQ(desktop.take(), (Calls{"start", "started"}));
+}
+
+TEST_F(SServerAgentTest, BadBodiesAreSkipped) {
+  const std::string key = u32(0x61) + '\x01';
+  const struct {
+    std::string name, body;
+    Calls calls;
+  } cases[] = {
+      {"keyEvent", key.substr(0, 4), {}},
+      {"keyEvent", key + "rest", {"key 61 1"}},
+      {"clientCutText", u32(5) + "abc", {}},
+      {"clientCutText", "abc", {}},
+      {"setParams", shortString("UpdatePeriod") + u32(1025) + std::string(1025, '1') + u32(10), {}},
+  };
+  for (const auto& c : cases) {
+    peer.send(c.name, c.body);
+    EXPECT_EQ(desktop.take(), c.calls) << c.name;
+    peer.send("keyEvent", key);
+    EXPECT_EQ(desktop.take(), Calls{"key 61 1"}) << "after " << c.name;
+  }
+  EXPECT_TRUE(log.has("String exceeds maximum length", 0));
+}
+
+TEST_F(SServerAgentTest, ReadsLongCutTextInPieces) {
+  std::string text(3 << 20, 'x');
+  text.back() = 'y';
+  const std::string payload = shortString("clientCutText") + longString(text);
+  std::vector<size_t> cuts;
+  for (size_t at = 32767; at < payload.size(); at += 32767) cuts.push_back(at);
+  const std::string bytes = test::framed(payload, cuts);
+  for (size_t at = 0; at < bytes.size(); at += 100000) {
+    EXPECT_TRUE(desktop.calls.empty());
+    peer.send(std::string_view(bytes).substr(at, 100000));
+  }
+  ASSERT_EQ(desktop.calls.size(), 1u);
+  EXPECT_TRUE(desktop.take()[0] == "cut " + text);
+
+  // One that was begun is forgotten with the channel.
+  peer.send(std::string_view(bytes).substr(0, 2000000));
+  AgentPeer other;
+  agent.accept(other.endpoint());
+  other.send("clientCutText", longString("short"));
+  EXPECT_EQ(desktop.take(), Calls{"cut short"});
+}
+
+TEST_F(SServerAgentTest, NegativeCutTextLengthIsFatal) {
+  const std::string line = assertionOf([&] {
+    const std::string bytes = test::message("clientCutText", u32(0xFFFFFFFF));
+    peer.send(bytes);
+  });
+  EXPECT_EQ(line, "Assertion failed: len >= 0 (libs/svr/SServerAgent)");
+}
+
+TEST_F(SServerAgentTest, ClosingStopsTheDesktop) {
+  peer.send("start", "");
+  desktop.take();
+  peer.close();
+  EXPECT_EQ(desktop.take(), (Calls{"stop", "stopped", "disconnected"}));
+}
+
+TEST_F(SServerAgentTest, AnotherConnectionReplacesTheFirst) {
+  peer.send("start", "");
+  desktop.take();
+  AgentPeer other;
+  agent.accept(other.endpoint());
+  EXPECT_EQ(desktop.take(), (Calls{"stop", "stopped"}));
+  EXPECT_EQ(other.receive(), greeting);
+}
+
+TEST_F(SServerAgentTest, LogLinesFollowTheGreeting) {
+  io::LogDestIpc ipc;
+  plat::LogManager::instance().setLogSpec("SServerAgent:ipc:30");
+  FakeDesktop another;
+  svr::SServerAgent logging(this, &another, &ipc);
+  AgentPeer server;
+  svr::SServerAgent::log().info("early");
+  logging.accept(server.endpoint());
+  EXPECT_EQ(server.receive(),
+            (Messages{greeting[0],
+                      greeting[1],
+                      {"logMsg", u32(30) + shortString("SServerAgent") + longString("early")}}));
+}
+
+// Lines wait while the channel is blocked, but not behind the failure that they are about.
+TEST_F(SServerAgentTest, LogLinesPrecedeAFailure) {
+  io::LogDestIpc ipc;
+  plat::LogManager::instance().setLogSpec("SServerAgent:ipc:100");
+  FakeDesktop another;
+  svr::SServerAgent logging(this, &another, &ipc);
+  AgentPeer server;
+  logging.accept(server.endpoint());
+  const std::string text(4096, 'x');
+  while (!logging.channel().isBlocked()) logging.serverCutText(text.data(), text.size());
+  svr::SServerAgent::log().error("why");
+  logging.desktopFailure(plat::Exception("%s", "what"));
+  const Messages all = readAll(server, logging);
+  ASSERT_GE(all.size(), 3u);
+  EXPECT_EQ(Messages(all.end() - 3, all.end()),
+            (Messages{{"logMsg", u32(0) + shortString("SServerAgent") + longString("why")},
+                      {"logMsg",
+                       u32(100) + shortString("SServerAgent") + longString("desktopFailure: what")},
+                      {"desktopFailure", shortString("what") + shortString("")}}));
+}
+
+TEST_F(SServerAgentTest, PublishesWhatChanged) {
+  const rfb::Rect rect(0, 0, 40, 30);
+  FakeBuffer buffer(kFormat888, rect, nullptr, 48);
+  buffer.memory = std::make_unique<FakeMemory>(7);
+  agent.setPixelBuffer(&buffer);
+  EXPECT_EQ(peer.receive(), (Messages{published(rect, 48, 7)}));
+  EXPECT_EQ(buffer.grabbed, std::vector<rfb::Region>{rect});
+  EXPECT_TRUE(log.has("setPixelBuffer 40x30 at 0,0 pf depth 24 (32 bpp) little-endian rgb888", 30,
+                      "SServerAgent"));
+
+  agent.setPixelBuffer(&buffer);
+  EXPECT_EQ(peer.receive(), Messages{});
+
+  const rfb::Rect smaller(0, 0, 20, 30);
+  buffer.setRect(smaller);
+  agent.setPixelBuffer(&buffer);
+  EXPECT_EQ(peer.receive(), (Messages{published(smaller, 48)}));
+
+  buffer.memory = std::make_unique<FakeMemory>(8);
+  agent.setPixelBuffer(&buffer);
+  EXPECT_EQ(peer.receive(), (Messages{published(smaller, 48, 8)}));
+
+  // The same segment counts as new after there was none.
+  agent.setPixelBuffer(nullptr);
+  agent.setPixelBuffer(&buffer);
+  EXPECT_EQ(peer.receive(), (Messages{published(smaller, 48, 8)}));
+
+  buffer.memory.reset();
+  agent.setPixelBuffer(&buffer);
+  EXPECT_EQ(peer.receive(), Messages{});
+  EXPECT_TRUE(log.has("PB is not using shared memory", 0, "SServerAgent"));
+  agent.setPixelBuffer(nullptr);
+}
+
+class ThreeColours : public rfb::ColourMap {
+ public:
+  void lookup(int index, int* r, int* g, int* b) const override {
+    *r = index;
+    *g = 10 * index;
+    *b = 300 - index;  // its low byte is sent
+  }
+  int size() const override { return 3; }
+};
+
+TEST_F(SServerAgentTest, SendsColourMaps) {
+  agent.setColourMapEntries(0, 0);  // no buffer
+  ThreeColours map;
+  FakeBuffer buffer(rfb::PixelFormat(8, 8, false, false), rfb::Rect(0, 0, 4, 4), &map);
+  buffer.memory = std::make_unique<FakeMemory>(1);
+  agent.setPixelBuffer(&buffer);
+  Messages messages = peer.receive();
+  ASSERT_EQ(messages.size(), 2u);
+  const AgentPeer::Message all{"setColourMapEntries",
+                               std::string("\0\x02\0\0\x2C\x01\x0A\x2B\x02\x14\x2A", 11)};
+  EXPECT_EQ(messages[1], all);
+
+  agent.setColourMapEntries(0, 0);
+  agent.setColourMapEntries(1, 0);
+  agent.setColourMapEntries(2, 1);
+  EXPECT_EQ(peer.receive(),
+            (Messages{all,
+                      {"setColourMapEntries", std::string("\x01\x01\x01\x0A\x2B\x02\x14\x2A", 8)},
+                      {"setColourMapEntries", std::string("\x02\0\x02\x14\x2A", 5)}}));
+  EXPECT_TRUE(log.has("setColourMapEntries: 1,0", 100, "SServerAgent"));
+  EXPECT_EQ(assertionOf([&] { agent.setColourMapEntries(200, 57); }),
+            "Assertion failed: firstColour >= 0 && firstColour < 256 && nColours > 0 && "
+            "firstColour+nColours <= 256 (libs/svr/SServerAgent)");
+
+  FakeBuffer trueColour(kFormat888, rfb::Rect(0, 0, 4, 4));
+  trueColour.memory = std::make_unique<FakeMemory>(2);
+  agent.setPixelBuffer(&trueColour);
+  EXPECT_EQ(peer.receive().size(), 1u);
+  agent.setColourMapEntries(0, 0);
+  EXPECT_EQ(peer.receive(), Messages{});
+  agent.setPixelBuffer(nullptr);
+}
+
+TEST_F(SServerAgentTest, AnswersEachRequestOnce) {
+  plat::ConfigParameter& debug = plat::Configuration::global().getParam("_AgentDebugUpdates");
+  debug.setParam("1", plat::kPriorityPreference);
+  FakeBuffer buffer(kFormat888, rfb::Rect(0, 0, 40, 30));
+  buffer.memory = std::make_unique<FakeMemory>(1);
+  agent.setPixelBuffer(&buffer);
+  peer.receive();
+  buffer.grabbed.clear();
+
+  EXPECT_FALSE(agent.isUpdateRequested());
+  peer.send("fbUpdateRequest", "");
+  peer.send("fbUpdateRequest", "");
+  EXPECT_EQ(desktop.take(), Calls{"request"});
+  EXPECT_TRUE(log.has("fbUpdateRequest, duplicate 0", 100, "SServerAgent"));
+  EXPECT_TRUE(log.has("fbUpdateRequest, duplicate 1", 100, "SServerAgent"));
+  EXPECT_TRUE(agent.isUpdateRequested());
+
+  const rfb::Rect changed(1, 2, 3, 4), copied(10, 10, 20, 20);
+  rfb::UpdateInfo update;
+  update.changed = changed;
+  update.copied = copied;
+  update.delta = rfb::Point(-1, 5);
+  agent.writeUpdate(update);
+  EXPECT_FALSE(agent.isUpdateRequested());
+  EXPECT_EQ(peer.receive(), (Messages{{"fbUpdate", regionBytes(copied) + u32(0xFFFFFFFF) + u32(5) +
+                                                       regionBytes(changed)}}));
+  EXPECT_EQ(buffer.grabbed, std::vector<rfb::Region>{update.changed | update.copied});
+  for (const char* line : {"fbUpdate, empty 0", "grabbed", "sent fbUpdate"})
+    EXPECT_TRUE(log.has(line, 100, "SServerAgent")) << line;
+
+  log.clear();
+  agent.writeUpdate(rfb::UpdateInfo());
+  EXPECT_EQ(peer.receive(), (Messages{{"fbUpdate", std::string(28, '\0')}}));
+  EXPECT_EQ(buffer.grabbed.size(), 1u);
+  EXPECT_TRUE(log.has("fbUpdate, empty 1"));
+  EXPECT_FALSE(log.has("grabbed"));
+  agent.setPixelBuffer(nullptr);
+  debug.unsetParam(plat::kPriorityPreference, true);
+}
+
+TEST_F(SServerAgentTest, SendsCursors) {
+  const std::string format("\x20\x20\0\x01\0\xFF\0\xFF\0\xFF\0\xFF\x10\x08\0\x18", 16);
+  rfb::CursorWithAlpha alpha(rfb::Cursor::alphaFormat(), 2, 1, rfb::Point(1, 0));
+  const uint32_t argb[] = {0x80402010, 0xFF0000FF};
+  alpha.setArgb(argb);
+  alpha.setThreshold(64);
+  agent.setCursor(&alpha);
+
+  rfb::CursorWithMask masked(rfb::PixelFormat(), 1, 2, rfb::Point(0, 1));
+  *masked.getPixelsRW(rfb::Rect(0, 0, 1, 1), nullptr) = 0x07;  // red
+  masked.setMaskBit(0, 0, true);
+  agent.setCursor(&masked);
+  agent.setCursor(nullptr);
+
+  rfb::CursorWithAlpha none(rfb::Cursor::alphaFormat(), 0, 0, rfb::Point());
+  agent.setCursor(&none);
+
+  EXPECT_EQ(
+      peer.receive(),
+      (Messages{{"setCursorImage", "\x01" + format + rectBytes(-1, 0, 1, 1) + u32(64) + u32(8) +
+                                       std::string("\x10\x20\x40\x80\xFF\0\0\xFF", 8)},
+                {"setCursorImage", "\x01" + format + rectBytes(0, -1, 1, 1) + u32(128) + u32(8) +
+                                       std::string("\0\0\0\0\0\0\xFF\xFF", 8)},
+                {"setCursorImage", std::string(1, '\0')},
+                {"setCursorImage", "\x01" + format + rectBytes(0, 0, 0, 0) + u32(128) + u32(0)}}));
+}
+
+TEST_F(SServerAgentTest, SendsTheRest) {
+  agent.serverCutText("a\0b", 3);
+  agent.bell();
+  agent.localInput();
+  agent.setCursorPos(rfb::Point(7, -8));
+  agent.closeClients(plat::SystemException("open", 2));
+  agent.desktopFailure(plat::Exception("%s", "no kind"));
+  EXPECT_EQ(peer.receive(),
+            (Messages{{"serverCutText", u32(3) + std::string("a\0b", 3)},
+                      {"bell", ""},
+                      {"localInput", ""},
+                      {"setCursorPos", u32(7) + u32(static_cast<uint32_t>(-8))},
+                      {"closeClients", longString("open: No such file or directory (2)") +
+                                           shortString("SystemException") + u32(2)},
+                      {"desktopFailure", shortString("no kind") + shortString("")}}));
+  EXPECT_TRUE(log.has("desktopFailure: no kind", 100));
+}
+
+// While the server does not read, only the latest of each report is kept.
+TEST_F(SServerAgentTest, FloodsAreHeldBackFromASlowServer) {
+  const auto position = [](int x) {
+    return AgentPeer::Message{"setCursorPos", u32(static_cast<uint32_t>(x)) + u32(0)};
+  };
+  size_t reports = 0;
+  const auto report = [&] {
+    rfb::CursorWithAlpha cursor(rfb::Cursor::alphaFormat(), 256, 64, rfb::Point());
+    agent.setCursor(&cursor);
+    agent.setCursorPos(rfb::Point(5, 0));
+    agent.serverCutText("text", 4);
+    agent.localInput();
+    agent.bell();
+    ++reports;
+  };
+  const auto block = [&] {
+    for (reports = 0; !agent.channel().isBlocked() && reports < 1000;) report();
+    ASSERT_TRUE(agent.channel().isBlocked());
+  };
+
+  block();
+  const size_t before = reports;
+  for (int i = 0; i < 1000; i++) report();
+  agent.setCursorPos(rfb::Point(77, 0));
+  agent.setCursor(nullptr);
+  const Messages all = readAll(peer, agent);
+  EXPECT_LE(all.size(), 5 * (before + 1));
+  EXPECT_EQ(Messages(all.end() - 5, all.end()), (Messages{{"serverCutText", longString("text")},
+                                                          {"setCursorImage", std::string(1, '\0')},
+                                                          position(77),
+                                                          {"localInput", ""},
+                                                          {"bell", ""}}));
+
+  // What comes after the channel has become free, but before the loop's next turn, is the latest.
+  block();
+  agent.setCursorPos(rfb::Point(1, 0));
+  while (agent.channel().isBlocked()) {
+    peer.receive();
+    agent.closeClients(plat::Exception("%s", "all"));
+  }
+  agent.setCursorPos(rfb::Point(2, 0));
+  Messages late = readAll(peer, agent);
+  std::erase_if(late, [](const AgentPeer::Message& m) { return m.name != "setCursorPos"; });
+  EXPECT_EQ(late, Messages{position(2)});
+}
+
+TEST_F(SServerAgentTest, SendersSurviveAClosedChannel) {
+  agent.channel().detach();
+  agent.bell();
+  EXPECT_TRUE(log.has("Discarding message 'bell'", 100));
+}
+
+// setParams
+
+class SetParamsTest : public SServerAgentTest, private plat::ParameterChangedCallback {
+ protected:
+  void SetUp() override {
+    SServerAgentTest::SetUp();
+    number.addCallback(this);
+  }
+  void paramChanged(plat::ConfigParameter*, int priority) override { told.push_back(priority); }
+
+  static std::string entry(std::string_view name, std::string_view value, uint32_t priority) {
+    return shortString(name) + longString(value) + u32(priority);
+  }
+  void set(const std::string& entries) { peer.send("setParams", entries); }
+
+  plat::IntParameter number{"TestNumber", "a number", 5, 0, 100};
+  plat::BoolParameter flag{"TestFlag", "a switch", true};
+  plat::StringParameter text{"TestText", "a text", "abc"};
+  std::vector<int> told;
+};
+
+TEST_F(SetParamsTest, SetsResetsAndGoesOn) {
+  set(entry("testNUMBER", "7", 10) + entry("nothing", "1", 10) + entry("TestFlag", "off", 30));
+  EXPECT_EQ(number.value(), 7);
+  EXPECT_EQ(number.getPriority(), 10);
+  EXPECT_FALSE(flag.value());
+  EXPECT_EQ(told, std::vector<int>{10});
+  EXPECT_TRUE(log.has("Unknown parameter 'nothing'", 0, "SServerAgent"));
+
+  // The last entry of a parameter replaces all others, whatever their priorities.
+  told.clear();
+  set(entry("TestNumber", "30", 30) + entry("TestNumber", "8", 10));
+  EXPECT_EQ(number.value(), 8);
+  EXPECT_FALSE(number.hasValueAt(30));
+  EXPECT_EQ(told, (std::vector<int>{30, 10}));
+
+  // The same value is stored anew, as it was removed before.
+  told.clear();
+  set(entry("TestNumber", "8", 10));
+  EXPECT_EQ(told, std::vector<int>{10});
+}
+
+TEST_F(SetParamsTest, PriorityZeroStatesTheDefault) {
+  number.setParam(50, 30);
+  told.clear();
+  set(entry("TestNumber", "5", 0) + entry("TestFlag", "true", 0) + entry("TestText", "abd", 0));
+  EXPECT_EQ(number.value(), 5);
+  EXPECT_EQ(told, std::vector<int>{0});
+  EXPECT_FALSE(log.has("TestNumber': "));
+  EXPECT_TRUE(log.has("Bad default for parameter 'TestFlag': 'true' != '1'", 0, "SServerAgent"));
+  EXPECT_TRUE(log.has("Bad default for parameter 'TestText': 'abd' != 'abc'", 0, "SServerAgent"));
+  EXPECT_EQ(text.value(), plat::String("abc"));
+}
+
+TEST_F(SetParamsTest, RefusedValuesLeaveTheDefault) {
+  const struct {
+    std::string name, value;
+    uint32_t priority;
+    const char* line;
+  } cases[] = {
+      {"TestNumber", "101", 10, nullptr},
+      {"TestNumber", "", 10, nullptr},
+      {"TestFlag", "maybe", 10, "Bool parameter TestFlag: invalid value 'maybe'"},
+      {"TestText", "\xFF", 10, "Bad UTF-8 string for TestText"},
+  };
+  for (const auto& c : cases) {
+    plat::ConfigParameter& param = plat::Configuration::global().getParam(c.name);
+    param.setParam("1", 20);
+    told.clear();
+    set(entry(c.name, c.value, c.priority) + entry("TestNumber", "9", 10));
+    EXPECT_EQ(number.value(), 9) << "the entries after " << c.value << " count";
+    if (c.name == "TestNumber") {
+      EXPECT_EQ(told, (std::vector<int>{0, 10}));
+    } else {
+      EXPECT_EQ(param.getPriority(), 0);
+    }
+    if (c.line) {
+      EXPECT_TRUE(log.has(c.line, 0)) << log.str();
+    }
+  }
+  set(entry("TestNumber", "10", 0x80000000));
+  EXPECT_EQ(number.value(), 9);
+}
+
+TEST_F(SetParamsTest, EntriesBeforeAMalformedOneStay) {
+  set(entry("TestNumber", "6", 10) + shortString("TestFlag"));
+  EXPECT_EQ(number.value(), 6);
+  EXPECT_TRUE(flag.value());
+  set("");
+  set(entry("TestNumber", "7", 10));
+  EXPECT_EQ(number.value(), 7);
+}
+
+}  // namespace

@@ -1,0 +1,123 @@
+#include "x11/TXFixture.h"
+
+#include "tx/ErrorCatcher.h"
+
+#include <optional>
+
+#include "x11/Interpose.h"
+
+namespace {
+
+using tx::ErrorCatcher;
+
+constexpr Window kNoWindow = 0x7fffff;
+
+class ErrorCatcherTest : public TXFixture {
+ protected:
+  void SetUp() override { start(); }
+  static void badRequest(Display* display = nullptr) {
+    XMapWindow(display ? display : tx::TXDisplay::display(), kNoWindow);
+  }
+};
+
+TEST_F(ErrorCatcherTest, UntrappedErrorsAreLoggedAndSurvived) {
+  badRequest();
+  XSync(display(), False);
+  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
+  EXPECT_TRUE(log_.has("request 8.0 (X_MapWindow), resource 0x7fffff")) << log_.str();
+}
+
+TEST_F(ErrorCatcherTest, RecordsTheFirstErrorAndThrowsOnRequest) {
+  {
+    ErrorCatcher trap;
+    badRequest();
+    XFreePixmap(display(), kNoWindow);
+    try {
+      trap.check("mapping");
+      FAIL() << "no exception";
+    } catch (const tx::XErrorException& e) {
+      EXPECT_EQ(e.errorCode(), BadWindow);
+      EXPECT_EQ(e.requestCode(), 8);
+      EXPECT_STREQ(e.kind(), "XErrorException");
+      EXPECT_EQ(std::string(e.text()).rfind("mapping: BadWindow", 0), 0u) << e.text();
+    }
+    trap.clear();
+    EXPECT_NO_THROW(trap.check("again"));
+  }
+  EXPECT_FALSE(log_.has("", 0, "ErrorCatcher")) << log_.str();
+  // Outside of the trap all is as before.
+  badRequest();
+  XSync(display(), False);
+  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
+}
+
+TEST_F(ErrorCatcherTest, ErrorsBelongToTheTrapThatWasThereForTheRequest) {
+  std::optional<XErrorEvent> inside;
+  ErrorCatcher outer;
+  badRequest();
+  {
+    ErrorCatcher inner;
+    EXPECT_FALSE(inner.failed());
+    XFreePixmap(display(), kNoWindow);
+    EXPECT_TRUE(inner.failed());
+    inside = inner.error();
+  }
+  ASSERT_TRUE(outer.error());
+  EXPECT_EQ(outer.error()->error_code, BadWindow);
+  ASSERT_TRUE(inside);
+  EXPECT_EQ(inside->error_code, BadPixmap);
+  outer.clear();
+  {
+    ErrorCatcher inner;
+    badRequest();
+  }
+  EXPECT_FALSE(outer.failed());
+  {
+    // A request of another connection is nobody's here.
+    badRequest(client());
+    XSync(client(), False);
+  }
+  EXPECT_FALSE(outer.failed());
+  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
+}
+
+TEST_F(ErrorCatcherTest, LateErrorsOfEarlierRequestsPassTheTrapBy) {
+  badRequest();
+  {
+    ErrorCatcher trap;
+    EXPECT_FALSE(trap.failed());
+  }
+  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
+}
+
+TEST_F(ErrorCatcherTest, WaitsOnlyWhenRequestsAreOutstanding) {
+  InterposeScope calls;
+  XSync(display(), False);
+  calls->syncs = 0;
+  {
+    ErrorCatcher trap;
+    XSync(display(), False);
+    EXPECT_FALSE(trap.failed());
+  }
+  EXPECT_EQ(calls->syncs, 1);
+
+  XNoOp(display());
+  {
+    ErrorCatcher trap;
+    EXPECT_EQ(calls->syncs, 2);
+    XNoOp(display());
+  }
+  EXPECT_EQ(calls->syncs, 3);
+}
+
+TEST_F(ErrorCatcherTest, LeavingOutOfOrderIsFatal) {
+  EXPECT_DEATH(
+      {
+        auto outer = std::make_unique<ErrorCatcher>();
+        const ErrorCatcher inner;
+        outer.reset();
+      },
+      "Assertion failed: current == this \\(uilibs/tx/ErrorCatcher\\)");
+}
+
+}  // namespace

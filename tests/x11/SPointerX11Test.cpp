@@ -1,0 +1,182 @@
+#include "x11/TXFixture.h"
+
+#include "svr/SPointerX11.h"
+
+#include <X11/extensions/XTest.h>
+
+#include <optional>
+
+#include "io/FdManager.h"
+#include "plat/Exception.h"
+#include "plat/TimerManager.h"
+#include "support/InputWitness.h"
+#include "support/ManualClock.h"
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class SPointerX11Test : public TXFixture, private svr::SPointerX11Callback {
+ protected:
+  SPointerX11Test() { io::FdManager::instance(); }
+  void TearDown() override {
+    pointer_.reset();
+    witness_.reset();
+    TXFixture::TearDown();
+  }
+
+  // Before the display is opened, xmodmap is run with an expression.
+  void begin(const std::string& map = "", const Strings& extra = {}) {
+    auto server = support::XServer::xvfb("200x100x24", extra);
+    if (!map.empty()) server->run({"xmodmap", "-e", "pointer = " + map});
+    use(std::move(server));
+    witness_ = std::make_unique<support::InputWitness>(this->server().display());
+    XWarpPointer(client(), None, tx::TXDisplay::root(), 0, 0, 0, 0, 50, 50);
+    XSync(client(), False);
+    svr::SPointerX11Callback* const callback = this;
+    pointer_.emplace(callback);
+    take();
+  }
+
+  void pointerPosition(int x, int y) override { heard_ += plat::format("at %d,%d;", x, y); }
+  void pointerMoved() override { heard_ += "moved;"; }
+
+  Strings take() {
+    XSync(display(), False);
+    return witness_->take();
+  }
+  Strings absolute(int32_t x, int32_t y, uint32_t buttons = 0) {
+    pointer_->pointerEvent({x, y}, buttons, false);
+    return take();
+  }
+  Strings relative(int32_t x, int32_t y, uint32_t buttons = 0) {
+    pointer_->pointerEvent({x, y}, buttons, true);
+    return take();
+  }
+  void warp(int x, int y) {
+    XWarpPointer(client(), None, tx::TXDisplay::root(), 0, 0, 0, 0, x, y);
+    XSync(client(), False);
+  }
+  std::string heardAfter(int ms) {
+    heard_.clear();
+    clock_.advanceMs(ms);
+    plat::TimerManager::instance().runExpired();
+    return heard_;
+  }
+
+  test::ManualClock clock_;
+  std::unique_ptr<support::InputWitness> witness_;
+  std::optional<svr::SPointerX11> pointer_;
+  std::string heard_;
+};
+
+TEST_F(SPointerX11Test, Moves) {
+  begin();
+  EXPECT_EQ(absolute(50, 50), Strings{}) << "it is there already";
+  EXPECT_EQ(absolute(10, 20), (Strings{"10,20"}));
+  EXPECT_EQ(absolute(10, 20), Strings{});
+  EXPECT_EQ(relative(5, -7), (Strings{"15,13"}));
+  EXPECT_EQ(absolute(15, 13), Strings{});
+  EXPECT_EQ(relative(0, 0), Strings{});
+  EXPECT_EQ(relative(-100, 0), (Strings{"0,13"}));
+  EXPECT_EQ(absolute(0, 13), Strings{}) << "where it really went";
+  // The screen ends the way, however far it was meant to be.
+  const struct {
+    int32_t x, y;
+    const char* at;
+  } far[] = {{5000, 50, "199,50"},
+             {40, -5000, "40,0"},
+             {70000, 70000, "199,99"},
+             {INT32_MIN, INT32_MIN, "0,0"},
+             {INT32_MAX, 1, "199,1"}};
+  for (const auto& c : far) EXPECT_EQ(absolute(c.x, c.y), (Strings{c.at}));
+  EXPECT_EQ(relative(INT32_MIN, INT32_MAX), (Strings{"0,99"}));
+  EXPECT_EQ(relative(32767, -32768), (Strings{"199,0"}));
+}
+
+TEST_F(SPointerX11Test, Buttons) {
+  begin();
+  EXPECT_EQ(absolute(60, 60, 1), (Strings{"60,60", "+1"})) << "first the place, then the button";
+  EXPECT_EQ(absolute(60, 60, 1), Strings{});
+  EXPECT_EQ(absolute(60, 60, 0x16), (Strings{"-1", "+2", "+3", "+5"}));
+  EXPECT_EQ(relative(1, 1, 0x0a), (Strings{"61,61", "-3", "+4", "-5"}));
+  EXPECT_EQ(absolute(61, 61, 0), (Strings{"-2", "-4"}));
+  // Wheel steps: up twice, right.
+  for (const uint32_t step : {8u, 0u, 8u, 0u, 0x40u, 0u})
+    pointer_->pointerEvent({61, 61}, step, false);
+  EXPECT_EQ(take(), (Strings{"+4", "-4", "+4", "-4", "+7", "-7"}));
+  // There are eight at the most.
+  EXPECT_EQ(absolute(61, 61, 0xffffff00), Strings{});
+  EXPECT_EQ(absolute(61, 61, 0xffffffff),
+            (Strings{"+1", "+2", "+3", "+4", "+5", "+6", "+7", "+8"}));
+  EXPECT_EQ(absolute(61, 61, 0xff), Strings{});
+  pointer_->releaseButtons();
+  EXPECT_EQ(take(), (Strings{"-1", "-2", "-3", "-4", "-5", "-6", "-7", "-8"}));
+  pointer_->releaseButtons();
+  EXPECT_EQ(take(), Strings{});
+  absolute(61, 61, 4);
+  pointer_.reset();
+  EXPECT_EQ(take(), (Strings{"-3"}));
+}
+
+TEST_F(SPointerX11Test, PointerMap) {
+  // Physical button 1 is 3 for applications, 2 is dead.
+  begin("3 0 1");
+  EXPECT_EQ(absolute(50, 50, 4), (Strings{"+3"}));
+  EXPECT_EQ(absolute(50, 50, 1 | 2), (Strings{"-3", "+1"}));
+  // Many changes go by the number of the X button.
+  EXPECT_EQ(absolute(50, 50, 4 | 8), (Strings{"+3", "-1", "+4"}));
+  EXPECT_EQ(absolute(50, 50, 0), (Strings{"-3", "-4"}));
+  setParam("UsePointerMapping", "0");
+  EXPECT_EQ(absolute(50, 50, 4), (Strings{"+1"}));
+  EXPECT_EQ(absolute(50, 50, 1 | 2), (Strings{"+3", "-1"}));
+}
+
+TEST_F(SPointerX11Test, Watches) {
+  begin();
+  warp(1, 1);
+  EXPECT_EQ(heardAfter(1000), "") << "not before it is asked to";
+  pointer_->setPolling(true);
+  EXPECT_EQ(heardAfter(100), "");
+  warp(2, 3);
+  EXPECT_EQ(heardAfter(99), "");
+  EXPECT_EQ(heardAfter(1), "moved;at 2,3;");
+  EXPECT_EQ(heardAfter(100), "");
+  // What was injected is reported, but not as somebody else's motion.
+  absolute(30, 31);
+  EXPECT_EQ(heardAfter(100), "at 30,31;");
+  relative(2, 2);
+  EXPECT_EQ(heardAfter(100), "at 32,33;");
+  absolute(33, 33);
+  warp(40, 40);
+  EXPECT_EQ(heardAfter(100), "moved;at 40,40;");
+  take();
+  EXPECT_EQ(absolute(40, 40), Strings{}) << "seen to be there";
+  pointer_->setPolling(false);
+  warp(41, 40);
+  EXPECT_EQ(heardAfter(1000), "");
+
+  setParam("PollCursorTime", "30");
+  pointer_->setPolling(true);
+  warp(42, 40);
+  EXPECT_EQ(heardAfter(30), "moved;at 42,40;");
+  setParam("PollCursorTime", "0");
+  warp(43, 40);
+  EXPECT_EQ(heardAfter(30), "");
+  EXPECT_EQ(heardAfter(1000), "");
+  pointer_->setPolling(true);
+  warp(44, 40);
+  EXPECT_EQ(heardAfter(1000), "");
+}
+
+TEST_F(SPointerX11Test, WithoutXTest) {
+  begin("", {"-extension", "XTEST"});
+  EXPECT_EQ(absolute(10, 10, 1), Strings{});
+  EXPECT_EQ(relative(10, 10, 2), Strings{});
+  pointer_->setPolling(true);
+  EXPECT_EQ(heardAfter(100), "");
+  warp(2, 3);
+  EXPECT_EQ(heardAfter(100), "moved;at 2,3;");
+}
+
+}  // namespace

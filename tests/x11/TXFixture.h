@@ -1,0 +1,69 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "plat/Configuration.h"
+#include "support/LogCapture.h"
+#include "support/XServer.h"
+#include "tx/TXDisplay.h"
+#include "tx/TXEventHandler.h"
+
+// A private Xvfb that the toolkit is connected to.
+class TXFixture : public testing::Test {
+ protected:
+  void start(const std::string& screen = "640x480x24", const std::vector<std::string>& extra = {}) {
+    use(support::XServer::xvfb(screen, extra));
+  }
+  void use(std::unique_ptr<support::XServer> server) {
+    stop();
+    server_ = std::move(server);
+    tx::TXDisplay::open(server_->display().c_str());
+    client_ = server_->connect();
+  }
+  void stop() {
+    client_.reset();
+    tx::TXDisplay::close();
+    server_.reset();
+  }
+  void TearDown() override {
+    stop();
+    for (const std::string& name : changed_) {
+      plat::Configuration::global().findParam(name)->unsetParam(plat::kPriorityPreference, true);
+    }
+  }
+
+  void setParam(const std::string& name, const std::string& value) {
+    ASSERT_TRUE(
+        plat::Configuration::global().setParam(name, value.c_str(), plat::kPriorityPreference));
+    changed_.push_back(name);
+  }
+
+  // Dispatches all events that the server has sent so far.
+  static void dispatchAll() {
+    XSync(tx::TXDisplay::display(), False);
+    while (XPending(tx::TXDisplay::display()) > 0) {
+      XEvent event;
+      XNextEvent(tx::TXDisplay::display(), &event);
+      tx::TXEventHandler::dispatch(event);
+    }
+  }
+
+  // The server is gone from one moment to the next.
+  void killServer() { server_->stop(true); }
+
+  static Display* display() { return tx::TXDisplay::display(); }
+  // The other client.
+  Display* client() const { return client_.get(); }
+  support::XServer& server() const { return *server_; }
+
+  support::LogCapture log_;
+
+ private:
+  std::unique_ptr<support::XServer> server_;
+  support::XConnection client_;
+  std::vector<std::string> changed_;
+};

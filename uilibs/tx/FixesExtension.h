@@ -1,0 +1,46 @@
+#pragma once
+
+#include <X11/Xlib.h>
+#include <X11/extensions/Xfixes.h>
+
+#include "plat/DynamicFn.h"
+
+namespace tx {
+
+// The XFIXES extension, version 2 or later, looked up at run time in its client library.
+class FixesExtension {
+  plat::DynamicLibrary library_{"libXfixes.so.3", "libXfixes.so"};
+
+ public:
+  // The extension of the open display, or null when the library, one of its functions or the
+  // server's extension is missing or older. Asked once for each display; the version has been
+  // negotiated. Cursor events are eventBase + XFixesCursorNotify, selection events
+  // eventBase + XFixesSelectionNotify.
+  static const FixesExtension* get();
+
+  int eventBase = -1;
+  int errorBase = -1;
+  int majorVersion = 0;
+  int minorVersion = 0;
+
+  // Call these as the functions of Xfixes.h.
+  plat::DynamicFn<decltype(::XFixesQueryExtension)> queryExtension{library_,
+                                                                   "XFixesQueryExtension"};
+  plat::DynamicFn<decltype(::XFixesQueryVersion)> queryVersion{library_, "XFixesQueryVersion"};
+  plat::DynamicFn<decltype(::XFixesCreateRegion)> createRegion{library_, "XFixesCreateRegion"};
+  plat::DynamicFn<decltype(::XFixesDestroyRegion)> destroyRegion{library_, "XFixesDestroyRegion"};
+  plat::DynamicFn<decltype(::XFixesFetchRegionAndBounds)> fetchRegionAndBounds{
+      library_, "XFixesFetchRegionAndBounds"};
+  plat::DynamicFn<decltype(::XFixesSelectCursorInput)> selectCursorInput{library_,
+                                                                         "XFixesSelectCursorInput"};
+  plat::DynamicFn<decltype(::XFixesGetCursorImage)> getCursorImage{library_,
+                                                                   "XFixesGetCursorImage"};
+  plat::DynamicFn<decltype(::XFixesSelectSelectionInput)> selectSelectionInput{
+      library_, "XFixesSelectSelectionInput"};
+
+ private:
+  FixesExtension() = default;
+  bool query(Display* display);
+};
+
+}  // namespace tx

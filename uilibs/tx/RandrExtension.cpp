@@ -1,0 +1,56 @@
+#include "tx/RandrExtension.h"
+
+#include <utility>
+
+#include "tx/TXDisplay.h"
+
+namespace tx {
+
+RandrExtension& RandrExtension::instance() {
+  static RandrExtension extension;
+  return extension;
+}
+
+const RandrExtension* RandrExtension::get() {
+  static unsigned generation = 0;
+  static bool present = false;
+  if (generation != TXDisplay::generation()) {
+    generation = TXDisplay::generation();
+    present = instance().query(TXDisplay::display());
+  }
+  return present ? &instance() : nullptr;
+}
+
+bool RandrExtension::query(Display* display) {
+  // Asked first because the client library leaks memory when the server lacks the extension.
+  int opcode;
+  return library_.ok() && XQueryExtension(display, "RANDR", &opcode, &eventBase, &errorBase) &&
+         queryExtension(display, &eventBase, &errorBase) &&
+         queryVersion(display, &majorVersion, &minorVersion) &&
+         std::pair(majorVersion, minorVersion) >= std::pair(1, 2);
+}
+
+XRRResources RandrExtension::resources(Display* display, Window window, bool fresh) const {
+  const bool hasCurrent =
+      getScreenResourcesCurrent && std::pair(majorVersion, minorVersion) >= std::pair(1, 3);
+  return XRRResources(fresh || !hasCurrent ? getScreenResources(display, window)
+                                           : getScreenResourcesCurrent(display, window));
+}
+
+void XRRResourcesDeleter::operator()(XRRScreenResources* resources) const {
+  RandrExtension::instance().freeScreenResources(resources);
+}
+
+void XRRCrtcInfoDeleter::operator()(XRRCrtcInfo* info) const {
+  RandrExtension::instance().freeCrtcInfo(info);
+}
+
+void XRROutputInfoDeleter::operator()(XRROutputInfo* info) const {
+  RandrExtension::instance().freeOutputInfo(info);
+}
+
+void XRRModeInfoDeleter::operator()(XRRModeInfo* info) const {
+  RandrExtension::instance().freeModeInfo(info);
+}
+
+}  // namespace tx
