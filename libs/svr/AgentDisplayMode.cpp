@@ -1,7 +1,6 @@
 #include "svr/AgentDisplayMode.h"
 
 #include "plat/LogSrc.h"
-#include "svr/AgentParameters.h"
 #include "svr/SendMessage.h"
 
 namespace svr {
@@ -19,7 +18,7 @@ AgentDisplayMode::AgentDisplayMode(io::MsgIpc& channel) : channel_(&channel), di
   const bool supported = displayMode_.isAvailable();
   sendMessage(*channel_, vlog, "displayModesSupported",
               [supported](rdr::OutStream& out) { out.writeU8(supported ? 1 : 0); });
-  if (!randrSizes.value().empty()) displayMode_.updateModes();
+  if (displayMode_.hasListedSizes()) displayMode_.updateModes();
 }
 
 AgentDisplayMode::~AgentDisplayMode() {

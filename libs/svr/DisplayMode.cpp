@@ -2,7 +2,7 @@
 
 #include "plat/Exception.h"
 #include "plat/LogSrc.h"
-#include "svr/AgentParameters.h"
+#include "plat/StringParameter.h"
 #include "svr/RandrScreenX11.h"
 #include "svr/ScreenSwitch.h"
 
@@ -11,6 +11,12 @@ namespace svr {
 namespace {
 
 plat::LogSrc vlog("Randr");
+
+// "WxH" with commas between.
+plat::StringParameter randrSizes("RandR",
+                                 "Comma-separated list of display geometries to make available via "
+                                 "the RANDR extension, if enabled.",
+                                 "");
 
 std::unique_ptr<RandrScreen> probe() {
   const tx::RandrExtension* randr = tx::RandrExtension::get();

@@ -34,6 +34,8 @@ class DisplayMode final : private plat::ParameterChangedCallback {
 
   // Whether requests have any effect.
   bool isAvailable() const { return screen_ != nullptr; }
+  // Whether the parameter `RandR` lists anything.
+  bool hasListedSizes() const { return !sizes_.empty(); }
 
   // Makes the screen, and every monitor in use, this large. What fails is logged and leaves the
   // screen as it was.

@@ -5,7 +5,6 @@
 #include "plat/Configuration.h"
 #include "plat/Exception.h"
 #include "support/LogCapture.h"
-#include "svr/AgentParameters.h"
 #include "svr/FakeRandr.h"
 #include "svr/ScreenSwitch.h"
 
@@ -103,7 +102,9 @@ TEST(ScreenSwitchTest, PlacesCrtcs) {
 
 class DisplayModeTest : public testing::Test, public svr::DisplayMode::Callback {
  protected:
-  ~DisplayModeTest() override { svr::randrSizes.unsetParam(plat::kPriorityPreference, true); }
+  ~DisplayModeTest() override { sizes().unsetParam(plat::kPriorityPreference, true); }
+
+  static plat::ConfigParameter& sizes() { return plat::Configuration::global().getParam("RandR"); }
 
   // Two monitors side by side, a third one that is off.
   void build() {
@@ -114,8 +115,8 @@ class DisplayModeTest : public testing::Test, public svr::DisplayMode::Callback 
     mode.reset();
     mode.emplace(*this, std::move(owned));
   }
-  static void list(const char* sizes) {
-    ASSERT_TRUE(svr::randrSizes.setParam(sizes, plat::kPriorityPreference));
+  static void list(const char* text) {
+    ASSERT_TRUE(sizes().setParam(text, plat::kPriorityPreference));
   }
   void displayModesChanged() override {
     EXPECT_EQ(screen->grabs, 0);
