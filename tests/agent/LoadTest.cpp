@@ -8,13 +8,15 @@
 
 namespace {
 
-// How often the process has gone to sleep by itself.
+// How often the process has given the processor away: whenever it goes back to sleep, and when it
+// is made to.
 int64_t sleepsOf(pid_t pid) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  const std::string key = "voluntary_ctxt_switches:";
+  int64_t sum = 0;
   for (std::string line; std::getline(status, line);)
-    if (line.starts_with(key)) return std::atoll(line.c_str() + key.size());
-  return -1;
+    if (const size_t at = line.find("voluntary_ctxt_switches:"); at != std::string::npos)
+      sum += std::atoll(line.c_str() + line.find(':') + 1);
+  return sum;
 }
 
 // Processor time in clock ticks.
@@ -41,13 +43,16 @@ TEST(IdleTest, AgentSleepsWhileNothingHappens) {
   for (int i = 0; i < 3; i++) {
     const int64_t sleeps = sleepsOf(agent.pid());
     const int64_t used = ticksOf(agent.pid());
-    ASSERT_GT(sleeps, 0);
     agent.waitFor([] { return false; }, 1000);
     fewest = std::min(fewest, sleepsOf(agent.pid()) - sleeps);
     ticks = std::min(ticks, ticksOf(agent.pid()) - used);
   }
-  EXPECT_LE(fewest, 1);
   EXPECT_LE(ticks, 1);
+  // Some kernels do not count, or not from the start: work must show.
+  const int64_t idle = sleepsOf(agent.pid());
+  for (int i = 0; i < 20; i++) agent.sync();
+  if (sleepsOf(agent.pid()) == idle) GTEST_SKIP() << "the kernel counts no sleeps";
+  EXPECT_LE(fewest, 1);
 }
 
 // A cursor of 32 by 32 pixels, half of them black.
