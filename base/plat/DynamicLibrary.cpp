@@ -12,14 +12,11 @@ LogSrc vlog("DynamicFn");
 
 }  // namespace
 
-DynamicLibrary::DynamicLibrary(std::initializer_list<const char*> names) {
-  for (const char* name : names) {
-    name_ = name;
-    handle_ = dlopen(name, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (handle_) {
-      vlog.debug("Opened %s", name);
-      return;
-    }
+DynamicLibrary::DynamicLibrary(const char* name)
+    : name_(name), handle_(dlopen(name, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
+  if (handle_) {
+    vlog.debug("Opened %s", name);
+  } else {
     const char* const reason = dlerror();
     vlog.debug("Cannot open %s: %s", name, reason ? reason : "unknown reason");
   }
@@ -29,10 +26,10 @@ DynamicLibrary::~DynamicLibrary() {
   if (handle_) dlclose(handle_);
 }
 
-void* DynamicLibrary::symbol(const char* name) {
+void* DynamicLibrary::symbol(const char* name, bool needed) {
   if (!handle_) return nullptr;
   void* const address = dlsym(handle_, name);
-  if (!address) {
+  if (!address && needed) {
     missing_ = true;
     vlog.info("%s has no function %s", name_, name);
   }

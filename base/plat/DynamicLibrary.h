@@ -1,28 +1,27 @@
 #pragma once
 
-#include <initializer_list>
-
 namespace plat {
 
 // A shared library that is looked for at run time. Its code stays in the process until the end,
 // even when this object goes: libraries leave hooks in others.
 class DynamicLibrary {
  public:
-  // Opens the first of the names that can be opened. None is no error; see ok().
-  DynamicLibrary(std::initializer_list<const char*> names);
+  // By its soname: another version would not fit the declarations compiled in. A library that
+  // cannot be opened is no error; see ok().
+  explicit DynamicLibrary(const char* name);
   ~DynamicLibrary();
   DynamicLibrary(const DynamicLibrary&) = delete;
   DynamicLibrary& operator=(const DynamicLibrary&) = delete;
 
-  // True when the library is open and no function was missed in it so far.
+  // True when the library is open and no needed function was missed in it so far.
   bool ok() const { return handle_ != nullptr && !missing_; }
 
-  // The symbol's address; null, and not ok() from then on, when there is none.
-  void* symbol(const char* name);
+  // The symbol's address, or null. A needed one that is not there makes the library not ok().
+  void* symbol(const char* name, bool needed = true);
 
  private:
-  void* handle_ = nullptr;
-  const char* name_ = nullptr;
+  const char* const name_;
+  void* const handle_;
   bool missing_ = false;
 };
 

@@ -9,7 +9,7 @@ namespace tx {
 
 // The DAMAGE extension, looked up at run time in its client library.
 class DamageExtension {
-  plat::DynamicLibrary library_{"libXdamage.so.1", "libXdamage.so"};
+  plat::DynamicLibrary library_{"libXdamage.so.1"};
 
  public:
   // The extension of the open display, or null when the library, one of its functions or the

@@ -9,7 +9,7 @@ namespace tx {
 
 // The XFIXES extension, version 2 or later, looked up at run time in its client library.
 class FixesExtension {
-  plat::DynamicLibrary library_{"libXfixes.so.3", "libXfixes.so"};
+  plat::DynamicLibrary library_{"libXfixes.so.3"};
 
  public:
   // The extension of the open display, or null when the library, one of its functions or the

@@ -29,9 +29,7 @@ using XRRMode = std::unique_ptr<XRRModeInfo, XRRModeInfoDeleter>;
 
 // The RANDR extension, version 1.2 or later, looked up at run time in its client library.
 class RandrExtension {
-  plat::DynamicLibrary library_{"libXrandr.so.2", "libXrandr.so"};
-  // What is missed in here does not make the extension absent.
-  plat::DynamicLibrary optional_{"libXrandr.so.2", "libXrandr.so"};
+  plat::DynamicLibrary library_{"libXrandr.so.2"};
 
  public:
   // The extension of the open display, or null when the library, one of its needed functions or the
@@ -85,7 +83,8 @@ class RandrExtension {
   bool query(Display* display);
 
   plat::DynamicFn<decltype(::XRRGetScreenResourcesCurrent)> getScreenResourcesCurrent{
-      optional_, "XRRGetScreenResourcesCurrent"};
+      library_, "XRRGetScreenResourcesCurrent",
+      plat::DynamicFn<decltype(::XRRGetScreenResourcesCurrent)>::kOptional};
 };
 
 }  // namespace tx
