@@ -148,15 +148,19 @@ void SDesktopX11::startParts() {
 void SDesktopX11::stop() {
   if (!server_) return;
   if (buffer_) buffer_->clear();
-  const bool tested = captureMethod.value() == kOptimal;
+  stopDamage();
+  if (captureMethod.value() != kOptimal) callback_->captureBroken(false);
   teardown();
-  if (!tested) callback_->captureBroken(false);
+}
+
+void SDesktopX11::stopDamage() {
+  damageTest_.reset();
+  damage_.reset();
 }
 
 void SDesktopX11::teardown() {
   cursor_.stop();
-  damageTest_.reset();
-  damage_.reset();
+  stopDamage();
   pollTimer_.stop();
   rebuildTimer_.stop();
   scheduler_.reset();
@@ -373,7 +377,7 @@ void SDesktopX11::damageTestResult(DamageTest&, bool any, bool all, bool nonFull
   callback_->captureBroken(!all);
   damageTest_.reset();
   if (all) return;
-  damage_.reset();
+  stopDamage();
   startPolling();
 }
 

@@ -96,6 +96,7 @@ class SDesktopX11 : public SDesktop,
 
   void startParts();
   void teardown();
+  void stopDamage();
   void selectBell(bool on);
 
   // The area to capture; stores the text that chose it, null for everything.
