@@ -83,9 +83,13 @@ void Session::startDesktop() {
 }
 
 void Session::waitForBuffer(int before) {
+  // The colours of a colour-map format come in a message of their own.
+  const auto published = [&] {
+    return recorder_.buffers() > before &&
+           (connection_->pixelBuffer().format.trueColour || !connection_->colourMap().empty());
+  };
   const auto settled = [&] {
-    return recorder_.buffers() > before || !recorder_.failure().empty() ||
-           recorder_.selectionRefused();
+    return published() || !recorder_.failure().empty() || recorder_.selectionRefused();
   };
   waitUntil(settled, bufferTimeoutMs, "the framebuffer");
   if (!recorder_.failure().empty()) throw Failure("the desktop failed: " + recorder_.failure());
