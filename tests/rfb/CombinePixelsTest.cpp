@@ -13,13 +13,10 @@ namespace rfb {
 namespace {
 
 TestColourMap makeMap() {
-  std::mt19937 random(5);
   std::vector<Colour> entries;
-  for (int i = 0; i < 200; i++) {
-    const unsigned v = static_cast<unsigned>(random());
-    entries.push_back({static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8),
-                       static_cast<uint8_t>(v >> 16), 255});
-  }
+  for (unsigned v = 0; v < 200; v++)
+    entries.push_back({static_cast<uint8_t>(v * 37), static_cast<uint8_t>(v * 101),
+                       static_cast<uint8_t>(v * 59), 255});
   return TestColourMap(entries);
 }
 
@@ -75,23 +72,17 @@ struct OddOp {
   }
 };
 
+// Each width, byte order and way to scale.
 const PixelFormat formats[] = {
     PixelFormat(),
     PixelFormat(8, 8, false, false),
-    PixelFormat(16, 8, true, false),
-    PixelFormat(16, 16, false, true, 31, 63, 31, 11, 5, 0),
     PixelFormat(16, 16, true, true, 31, 63, 31, 11, 5, 0),
     PixelFormat(16, 16, false, true, 15, 15, 15, 8, 4, 0, 12, 15),
-    PixelFormat(24, 24, false, true, 255, 255, 255, 16, 8, 0),
     PixelFormat(24, 24, true, true, 255, 255, 255, 0, 8, 16),
     PixelFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0),
-    PixelFormat(32, 24, true, true, 255, 255, 255, 16, 8, 0),
-    PixelFormat(32, 24, false, true, 255, 255, 255, 0, 8, 16),
     PixelFormat(32, 32, false, true, 255, 255, 255, 16, 8, 0, 24, 255),
     PixelFormat(32, 32, true, true, 255, 255, 255, 16, 8, 0, 24, 255),
-    PixelFormat(32, 32, false, true, 255, 255, 255, 24, 16, 8, 0, 255),
     PixelFormat(32, 32, false, true, 1023, 1023, 1023, 20, 10, 0, 30, 3),
-    PixelFormat(32, 32, false, true, 255, 255, 255, 16, 8, 0, 24, 127),
 };
 
 constexpr int stride = 20;
@@ -148,14 +139,9 @@ void compare(Op op, const std::vector<uint8_t>* maskBits) {
 
 TEST(CombinePixels, EveryPairOfFormats) {
   compare(OverOp(), nullptr);
-  compare(CopyOp(), nullptr);
   compare(OddOp(), nullptr);
-}
-
-TEST(CombinePixels, EveryPairOfFormatsThroughAMask) {
-  const std::vector<uint8_t> bits = {0x07, 0xa5, 0x3c, 0xf8, 0x00, 0xff,
-                                     0xff, 0xff, 0xff, 0,    1,    0x10};
-  compare(OddOp(), &bits);
+  const std::vector<uint8_t> mask = {0x07, 0xa5, 0x3c, 0xf8, 0, 0xff, 0xff, 0xff, 0xff, 0, 1, 0x10};
+  compare(OddOp(), &mask);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "rfb/Pixels.h"
+#include "support/ThrowingAsserts.h"
 
 namespace rfb {
 namespace {
@@ -18,48 +19,32 @@ const PixelFormat k16(16, 16, true, true, 31, 63, 31, 11, 5, 0);
 const PixelFormat k24(24, 24, false, true, 255, 255, 255, 16, 8, 0);
 const PixelFormat k32(32, 24, false, true, 255, 255, 255, 16, 8, 0);
 
-// A frame with its own memory, wider than what is shown.
-class Frame {
- public:
-  Frame(const PixelFormat& format, const Rect& rect, int spare = 0)
-      : bytes_(static_cast<size_t>((rect.width() + spare) * rect.height() * format.bpp / 8)),
-        buffer(format, rect, bytes_.data(), nullptr, rect.width() + spare) {}
-
+struct Frame {
+  Frame(const PixelFormat& format, const Rect& rect) : buffer(format, Rect(rect)) {
+    buffer.setSize(rect.width() + 1, rect.height());
+    buffer.setSize(rect.width(), rect.height());  // zero now
+  }
   uint8_t* at(int x, int y) { return buffer.getPixelsRW(Rect(x, y, x + 1, y + 1), nullptr); }
-  // Whether the pixels of a row from x1 to before x2 are those of the other frame.
-  bool sameRow(Frame& other, int x1, int x2, int y) {
-    return x1 == x2 || std::memcmp(at(x1, y), other.at(x1, y), rowBytes(x1, x2)) == 0;
-  }
-  void copyFrom(Frame& other, const Rect& r) {
-    for (int y = r.tl.y; y < r.br.y; y++)
-      std::memcpy(at(r.tl.x, y), other.at(r.tl.x, y), rowBytes(r.tl.x, r.br.x));
-  }
 
- private:
-  size_t rowBytes(int x1, int x2) const {
-    return static_cast<size_t>((x2 - x1) * buffer.getPF().bpp / 8);
-  }
-
-  std::vector<uint8_t> bytes_;
-
- public:
-  FullFramePixelBuffer buffer;
+  ManagedPixelBuffer buffer;
 };
 
-// What the comparison means, pixel by pixel: blocks of changed that differ between the frame and a
+// What the comparison means, block by block: those of changed that differ between the frame and a
 // copy, which takes over from the frame the rows that the comparer does.
 Region expectedChange(Frame& frame, Frame& copy, const Region& changed) {
+  const auto pixel = static_cast<size_t>(frame.buffer.getPF().bytesPerPixel());
   std::vector<Rect> found;
   for (const Rect& r : changed.rects()) {
     for (int y = r.tl.y; y < r.br.y; y += 16) {
       for (int x = r.tl.x; x < r.br.x; x += 16) {
         const Rect block = Rect(x, y, x + 16, y + 16).intersect(r);
+        const size_t bytes = static_cast<size_t>(block.width()) * pixel;
+        bool differs = false;
         for (int row = block.tl.y; row < block.br.y; row++) {
-          if (frame.sameRow(copy, block.tl.x, block.br.x, row)) continue;
-          copy.copyFrom(frame, Rect(block.tl.x, row, block.br.x, block.br.y));
-          found.push_back(block);
-          break;
+          differs |= std::memcmp(frame.at(x, row), copy.at(x, row), bytes) != 0;
+          if (differs) std::memcpy(copy.at(x, row), frame.at(x, row), bytes);
         }
+        if (differs) found.push_back(block);
       }
     }
   }
@@ -73,42 +58,35 @@ TEST(PixelBufferComparer, FindsWhatANaiveComparisonFinds) {
   const auto below = [&](int limit) {
     return static_cast<int>(random() % static_cast<unsigned>(limit));
   };
-  const Rect rects[] = {{0, 0, 64, 48}, {-20, 7, 51, 60}, {100, 50, 117, 67}, {3, 3, 4, 4}};
   for (const PixelFormat& format : {k8, k16, k24, k32}) {
-    for (const Rect& rect : rects) {
-      Frame frame(format, rect, below(5)),
-          copy(format, rect, frame.buffer.getStride() - rect.width());
+    for (const Rect& rect : {Rect(0, 0, 64, 48), Rect(-20, 7, 51, 60), Rect(3, 3, 4, 4)}) {
+      Frame frame(format, rect), copy(format, rect);
       PixelBufferComparer comparer;
       comparer.setSource(&frame.buffer);
       ASSERT_EQ(comparer.compare(Region()), Region(rect));
+      const auto pick = [&] { return rect.tl + Point(below(rect.width()), below(rect.height())); };
       for (int round = 0; round < 60; round++) {
         for (int i = below(8); i > 0; i--) {
-          uint8_t* pixel =
-              frame.at(rect.tl.x + below(rect.width()), rect.tl.y + below(rect.height()));
-          pixel[below(format.bpp / 8)] ^= 0x55;
+          const Point at = pick();
+          frame.at(at.x, at.y)[below(format.bpp / 8)] ^= 0x55;
         }
         // Parts that are not looked at stay as they were in the copy, and are found later.
-        Region looked(rect);
-        if (below(2)) {
-          looked.clear();
-          for (int i = 0; i < 3; i++) {
-            const int x = rect.tl.x + below(rect.width()), y = rect.tl.y + below(rect.height());
-            looked |= Region(Rect(x, y, x + below(40), y + below(40)).intersect(rect));
-          }
+        Region looked;
+        for (int i = below(4); i > 0; i--) {
+          const Point at = pick();
+          looked |= Rect(at, at + Point(below(40), below(40))).intersect(rect);
         }
+        if (looked.isEmpty()) looked = rect;
         ASSERT_EQ(comparer.compare(looked), expectedChange(frame, copy, looked))
             << rect.str() << " " << format.str() << " round " << round << "\n"
             << looked.debugText();
       }
-      EXPECT_TRUE((comparer.compare(rect), comparer.compare(rect)).isEmpty());
     }
   }
 }
 
 TEST(PixelBufferComparer, FollowsItsSource) {
   PixelBufferComparer comparer;
-  EXPECT_TRUE(comparer.compare(Rect(0, 0, 5, 5)).isEmpty());
-
   struct Step {
     const char* what;
     PixelFormat format;
@@ -119,16 +97,11 @@ TEST(PixelBufferComparer, FollowsItsSource) {
   deeper.depth = 32;
   const Step steps[] = {
       {"first", k32, {0, 0, 40, 40}, Rect(0, 0, 40, 40)},
-      {"the same", k32, {0, 0, 40, 40}, {}},
       {"equal format", deeper, {0, 0, 40, 40}, {}},
-      {"wider", k32, {0, 0, 60, 40}, Rect(40, 0, 60, 40)},
-      {"lower", k32, {0, 0, 60, 30}, {}},
+      {"wider", k32, {0, 0, 60, 30}, Rect(40, 0, 60, 30)},
       {"moved", k32, {10, 5, 70, 35}, Region(Rect(10, 5, 70, 35)) - Region(Rect(0, 0, 60, 30))},
-      {"moved away", k32, {100, 100, 110, 110}, Rect(100, 100, 110, 110)},
-      {"other format", k16, {100, 100, 110, 110}, Rect(100, 100, 110, 110)},
-      {"other format and size", k32, {100, 100, 120, 110}, Rect(100, 100, 120, 110)},
-      {"nothing", k32, {100, 100, 100, 100}, {}},
-      {"back", k32, {0, 0, 9, 9}, Rect(0, 0, 9, 9)},
+      {"other format and size", k16, {100, 100, 120, 110}, Rect(100, 100, 120, 110)},
+      {"nothing", k16, {100, 100, 100, 100}, {}},
   };
   std::vector<std::unique_ptr<Frame>> frames;
   for (const Step& step : steps) {
@@ -142,8 +115,9 @@ TEST(PixelBufferComparer, FollowsItsSource) {
     EXPECT_EQ(comparer.compare(step.rect), step.expected) << step.what;
     EXPECT_TRUE(comparer.compare(step.rect).isEmpty()) << step.what;
   }
-  comparer.setSource(nullptr);
-  EXPECT_TRUE(comparer.compare(Rect(0, 0, 9, 9)).isEmpty());
+  EXPECT_EQ(assertionOf([&] { comparer.compare(Rect(99, 100, 100, 101)); }),
+            "Assertion failed: pb->getRect().encloses(r) (base/rfb/PixelBufferComparer): rect "
+            "99,100 to 100,101 outside pb 100,100 to 100,100");
 }
 
 TEST(PixelBufferComparer, SimpleRegionsLeaveOutSolidBlocksOfOneColour) {
@@ -154,17 +128,12 @@ TEST(PixelBufferComparer, SimpleRegionsLeaveOutSolidBlocksOfOneColour) {
     PixelBufferComparer comparer;
     comparer.setSource(&frame.buffer);
     comparer.compare(frame.buffer.getRect());
-    const auto change = [&] {
-      for (int x = 0; x < 64; x += 3) frame.at(x, 5)[unused] ^= 0xff;  // in every block
-      frame.at(20, 15)[used] ^= 1;                                     // no longer solid
-      for (int y = 0; y < 16; y++) {
-        for (int x = 32; x < 48; x++) frame.at(x, y)[used] ^= 1;  // another solid colour
-      }
-    };
-    change();
-    EXPECT_EQ(comparer.compare(frame.buffer.getRect()), Region(Rect(0, 0, 64, 16)));
     comparer.setSimpleRegions(true);
-    change();
+    for (int x = 0; x < 64; x += 3) frame.at(x, 5)[unused] ^= 0xff;  // in every block
+    frame.at(20, 15)[used] ^= 1;                                     // no longer solid
+    for (int y = 0; y < 16; y++) {
+      for (int x = 32; x < 48; x++) frame.at(x, y)[used] ^= 1;  // another solid colour
+    }
     EXPECT_EQ(comparer.compare(frame.buffer.getRect()), Region(Rect(16, 0, 48, 16)));
     // Left out, but taken over into the copy.
     comparer.setSimpleRegions(false);
