@@ -2,8 +2,6 @@
 
 #include "tx/ErrorCatcher.h"
 
-#include <optional>
-
 #include "x11/Interpose.h"
 
 namespace {
@@ -15,44 +13,35 @@ constexpr Window kNoWindow = 0x7fffff;
 class ErrorCatcherTest : public TXFixture {
  protected:
   void SetUp() override { start(); }
-  static void badRequest(Display* display = nullptr) {
-    XMapWindow(display ? display : tx::TXDisplay::display(), kNoWindow);
-  }
+  static void badRequest(Display* on = nullptr) { XMapWindow(on ? on : display(), kNoWindow); }
 };
 
 TEST_F(ErrorCatcherTest, UntrappedErrorsAreLoggedAndSurvived) {
   badRequest();
-  XSync(display(), False);
-  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
-  EXPECT_TRUE(log_.has("request 8.0 (X_MapWindow), resource 0x7fffff")) << log_.str();
-}
-
-TEST_F(ErrorCatcherTest, RecordsTheFirstErrorAndThrowsOnRequest) {
   {
+    // One whose error comes late is not the trap's.
     ErrorCatcher trap;
+    EXPECT_FALSE(trap.failed());
     badRequest();
     XFreePixmap(display(), kNoWindow);
     try {
       trap.check("mapping");
       FAIL() << "no exception";
     } catch (const tx::XErrorException& e) {
-      EXPECT_EQ(e.errorCode(), BadWindow);
+      EXPECT_EQ(e.errorCode(), BadWindow) << "the first one";
       EXPECT_EQ(e.requestCode(), 8);
-      EXPECT_STREQ(e.kind(), "XErrorException");
-      EXPECT_EQ(std::string(e.text()).rfind("mapping: BadWindow", 0), 0u) << e.text();
+      EXPECT_TRUE(std::string(e.text()).starts_with("mapping: BadWindow")) << e.text();
     }
     trap.clear();
     EXPECT_NO_THROW(trap.check("again"));
   }
-  EXPECT_FALSE(log_.has("", 0, "ErrorCatcher")) << log_.str();
-  // Outside of the trap all is as before.
   badRequest();
   XSync(display(), False);
-  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
+  EXPECT_EQ(log_.count("request 8.0 (X_MapWindow), resource 0x7fffff", 0, "ErrorCatcher"), 2)
+      << log_.str();
 }
 
 TEST_F(ErrorCatcherTest, ErrorsBelongToTheTrapThatWasThereForTheRequest) {
-  std::optional<XErrorEvent> inside;
   ErrorCatcher outer;
   badRequest();
   {
@@ -60,33 +49,19 @@ TEST_F(ErrorCatcherTest, ErrorsBelongToTheTrapThatWasThereForTheRequest) {
     EXPECT_FALSE(inner.failed());
     XFreePixmap(display(), kNoWindow);
     EXPECT_TRUE(inner.failed());
-    inside = inner.error();
   }
   ASSERT_TRUE(outer.error());
   EXPECT_EQ(outer.error()->error_code, BadWindow);
-  ASSERT_TRUE(inside);
-  EXPECT_EQ(inside->error_code, BadPixmap);
   outer.clear();
   {
     ErrorCatcher inner;
     badRequest();
   }
   EXPECT_FALSE(outer.failed());
-  {
-    // A request of another connection is nobody's here.
-    badRequest(client());
-    XSync(client(), False);
-  }
+  // A request of another connection is nobody's here.
+  badRequest(client());
+  XSync(client(), False);
   EXPECT_FALSE(outer.failed());
-  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
-}
-
-TEST_F(ErrorCatcherTest, LateErrorsOfEarlierRequestsPassTheTrapBy) {
-  badRequest();
-  {
-    ErrorCatcher trap;
-    EXPECT_FALSE(trap.failed());
-  }
   EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
 }
 
@@ -100,7 +75,6 @@ TEST_F(ErrorCatcherTest, WaitsOnlyWhenRequestsAreOutstanding) {
     EXPECT_FALSE(trap.failed());
   }
   EXPECT_EQ(calls->syncs, 1);
-
   XNoOp(display());
   {
     ErrorCatcher trap;

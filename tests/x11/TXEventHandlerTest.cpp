@@ -2,8 +2,6 @@
 
 #include "tx/TXEventHandler.h"
 
-#include <X11/Xatom.h>
-
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,45 +12,41 @@
 
 namespace {
 
-class Recorder : public tx::TXEventHandler {
- public:
-  Recorder(std::string name, std::string* calls) : name_(std::move(name)), calls_(calls) {}
-  void handleEvent(const XEvent&) override {
-    *calls_ += name_;
-    if (then) then();
-  }
-  std::function<void()> then;
-
- private:
-  std::string name_;
-  std::string* calls_;
-};
-
-class RecordingWindow : public tx::TXWindow {
- public:
-  explicit RecordingWindow(std::string* calls) : calls_(calls) {}
-  void handleEvent(const XEvent& event) override {
-    *calls_ += "W";
-    tx::TXWindow::handleEvent(event);
-  }
-
- private:
-  std::string* calls_;
-};
-
 class TXEventHandlerTest : public TXFixture {
  protected:
+  class Recorder : public tx::TXEventHandler {
+   public:
+    Recorder(std::string name, std::string* calls) : name_(std::move(name)), calls_(calls) {}
+    void handleEvent(const XEvent&) override {
+      *calls_ += name_;
+      if (then) then();
+    }
+    std::function<void()> then;
+
+   private:
+    std::string name_;
+    std::string* calls_;
+  };
+  struct RecordingWindow : tx::TXWindow {
+    explicit RecordingWindow(std::string* calls) : calls_(calls) {}
+    void handleEvent(const XEvent&) override { *calls_ += "W"; }
+    std::string* calls_;
+  };
+
   void SetUp() override { start(); }
 
-  static XEvent eventFor(Window window) {
+  std::unique_ptr<Recorder> recorder(const char* name) {
+    return std::make_unique<Recorder>(name, &calls_);
+  }
+  static void dispatch(Window window) {
     XEvent event{};
     event.type = ClientMessage;
     event.xany.window = window;
-    return event;
+    tx::TXEventHandler::dispatch(event);
   }
   std::string dispatched(Window window = 1) {
     calls_.clear();
-    tx::TXEventHandler::dispatch(eventFor(window));
+    dispatch(window);
     return calls_;
   }
 
@@ -60,68 +54,50 @@ class TXEventHandlerTest : public TXFixture {
 };
 
 TEST_F(TXEventHandlerTest, AllHandlersInOrderThenTheWindow) {
-  const Recorder a("a", &calls_);
-  auto b = std::make_unique<Recorder>("b", &calls_);
-  const Recorder c("c", &calls_);
+  auto a = recorder("a"), b = recorder("b"), c = recorder("c");
   const RecordingWindow window(&calls_);
   EXPECT_EQ(dispatched(window.id()), "abcW");
   EXPECT_EQ(dispatched(tx::TXDisplay::root()), "abc");
-  b.reset();
-  EXPECT_EQ(dispatched(), "ac");
-  b = std::make_unique<Recorder>("b", &calls_);
-  EXPECT_EQ(dispatched(), "acb");
-}
 
-TEST_F(TXEventHandlerTest, ChangesDuringDispatch) {
-  auto a = std::make_unique<Recorder>("a", &calls_);
-  auto b = std::make_unique<Recorder>("b", &calls_);
-  auto c = std::make_unique<Recorder>("c", &calls_);
+  // Changes during dispatch.
   std::unique_ptr<Recorder> d;
   b->then = [&] {
     a.reset();
     c.reset();
-    if (!d) d = std::make_unique<Recorder>("d", &calls_);
+    if (!d) d = recorder("d");
   };
   EXPECT_EQ(dispatched(), "ab");
   EXPECT_EQ(dispatched(), "bd");
   // Inside its own call, and with a dispatch inside the dispatch.
   b->then = [&] {
     b->setHandlesEvents(false);
-    tx::TXEventHandler::dispatch(eventFor(1));
+    dispatch(1);
   };
   EXPECT_EQ(dispatched(), "bdd");
   b->setHandlesEvents(true);
-  b->then = nullptr;
-  EXPECT_EQ(dispatched(), "db");
   d->then = [&] { b.reset(); };
   EXPECT_EQ(dispatched(), "d");
 }
 
 TEST_F(TXEventHandlerTest, DebugEventsLogsEachEvent) {
-  dispatched(0x123);
+  dispatch(0x123);
   EXPECT_EQ(log_.count("event ClientMessage window 0x123"), 0);
   setParam("_DebugEvents", "1");
-  dispatched(0x123);
+  dispatch(0x123);
   EXPECT_EQ(log_.count("event ClientMessage window 0x123", 100, "TXWindow"), 1) << log_.str();
 }
 
 TEST_F(TXEventHandlerTest, RootMaskIsTheUnionOfWhatIsAsked) {
-  const auto selected = [this] {
+  const auto selected = [] {
     XWindowAttributes attributes;
     XGetWindowAttributes(display(), tx::TXDisplay::root(), &attributes);
     return attributes.your_event_mask;
   };
   {
     const tx::RootEventMask property(PropertyChangeMask);
-    {
-      tx::RootEventMask structure;
-      EXPECT_EQ(selected(), PropertyChangeMask);
-      structure.set(StructureNotifyMask | PropertyChangeMask);
-      EXPECT_EQ(selected(), PropertyChangeMask | StructureNotifyMask);
-      structure.set(0);
-      EXPECT_EQ(selected(), PropertyChangeMask);
-      structure.set(StructureNotifyMask);
-    }
+    tx::RootEventMask structure(StructureNotifyMask | PropertyChangeMask);
+    EXPECT_EQ(selected(), PropertyChangeMask | StructureNotifyMask);
+    structure.set(0);
     EXPECT_EQ(selected(), PropertyChangeMask);
   }
   EXPECT_EQ(selected(), 0);
@@ -144,23 +120,10 @@ TEST_F(TXEventHandlerTest, WindowMovesAreReported) {
 
 TEST_F(TXEventHandlerTest, ServerTime) {
   const uint32_t first = tx::getServerTime();
-  EXPECT_NE(first, 0u);
   EXPECT_TRUE(support::waitFor([&] { return tx::isLater(tx::getServerTime(), first); }));
   EXPECT_EQ(XPending(display()), 0);
-  // The same clock as everybody's.
-  const tx::RootEventMask mask(PropertyChangeMask);
-  XSync(display(), False);
-  const Atom atom = XInternAtom(client(), "TEST", False);
-  XChangeProperty(client(), tx::TXDisplay::root(), atom, XA_INTEGER, 32, PropModeAppend, nullptr,
-                  0);
-  XSync(client(), False);
-  XEvent event;
-  XNextEvent(display(), &event);
-  EXPECT_FALSE(tx::isLater(static_cast<uint32_t>(event.xproperty.time), tx::getServerTime()));
-
   EXPECT_TRUE(tx::isLater(5, 0xfffffff0));
   EXPECT_FALSE(tx::isLater(0xfffffff0, 5));
-  EXPECT_FALSE(tx::isLater(7, 7));
 }
 
 }  // namespace
