@@ -67,14 +67,14 @@ class Recorder : public host::AgentListener {
   }
   void badMsg(const std::string& name) override { note("badMsg " + name); }
 
-  // Whether a line of this text (a part of it will do) has come, of any level or this one.
-  bool hasLog(std::string_view text, int level = -1) const {
-    for (const host::LogLine& line : log)
-      if (line.text.find(text) != std::string::npos &&
-          (level < 0 || line.level == static_cast<uint32_t>(level)))
-        return true;
-    return false;
+  // How many lines of this text (a part of it will do) have come, of any level or this one.
+  int countLog(std::string_view text, int level = -1) const {
+    return static_cast<int>(std::count_if(log.begin(), log.end(), [&](const host::LogLine& line) {
+      return line.text.find(text) != std::string::npos &&
+             (level < 0 || line.level == static_cast<uint32_t>(level));
+    }));
   }
+  bool hasLog(std::string_view text, int level = -1) const { return countLog(text, level) > 0; }
   bool has(const std::string& event) const {
     return std::find(events.begin(), events.end(), event) != events.end();
   }
@@ -236,9 +236,11 @@ class Painter {
   // Where the shared framebuffer differs from the screen inside the rectangle (the whole buffer by
   // default); empty when it does not.
   std::string difference(host::AgentConnection& connection, rfb::Rect r = rfb::Rect()) {
-    const host::PixelBufferInfo& info = connection.pixelBuffer();
-    const uint8_t* pixels = connection.pixels();
-    if (!pixels) return "no framebuffer: " + connection.segmentError();
+    if (!connection.pixels()) return "no framebuffer: " + connection.segmentError();
+    return difference(connection.pixelBuffer(), connection.pixels(), r);
+  }
+  std::string difference(const host::PixelBufferInfo& info, const uint8_t* pixels,
+                         rfb::Rect r = rfb::Rect()) {
     if (r.isEmpty()) r = info.rect;
     XImage* image = XGetImage(display.get(), root, r.tl.x, r.tl.y, static_cast<unsigned>(r.width()),
                               static_cast<unsigned>(r.height()), AllPlanes, ZPixmap);

@@ -29,43 +29,34 @@ class Chaos {
 
   void step() {
     Window& window = windows_[static_cast<size_t>(pick(0, kWindows - 1))];
-    switch (pick(0, 11)) {
+    switch (pick(0, 8)) {
       case 0:
         XMapRaised(display_, window);
         break;
       case 1:
-        XUnmapWindow(display_, window);
+        XMoveResizeWindow(display_, window, pick(-50, width_), pick(-50, height_), size(), size());
         break;
       case 2:
-        XMoveWindow(display_, window, pick(-50, width_), pick(-50, height_));
-        break;
-      case 3:
-        XResizeWindow(display_, window, size(300), size(200));
-        break;
-      case 4:
         XCirculateSubwindows(display_, root_, pick(0, 1) ? RaiseLowest : LowerHighest);
         break;
-      case 5:
+      case 3:
         XDestroyWindow(display_, window);
         window = create();
         break;
-      case 6:  // scrolls
-        XCopyArea(display_, window, window, gc_, pick(0, 50), pick(0, 50), size(200), size(200),
+      case 4:  // scrolls
+        XCopyArea(display_, window, window, gc_, pick(0, 50), pick(0, 50), size(), size(),
                   pick(0, 50), pick(0, 50));
         break;
-      case 7:
-        XClearArea(display_, window, pick(0, 100), pick(0, 100), size(100), size(100), False);
-        break;
-      case 8:
+      case 5:
         XDrawPoint(display_, root_, brush(true), pick(0, width_ - 1), pick(0, height_ - 1));
         break;
-      case 9:
+      case 6:
         XDrawLine(display_, window, brush(false), pick(-20, 320), pick(-20, 220), pick(-20, 320),
                   pick(-20, 220));
         break;
       default:
         XFillRectangle(display_, pick(0, 2) ? window : root_, brush(pick(0, 1)), pick(-20, width_),
-                       pick(-20, height_), size(80), size(80));
+                       pick(-20, height_), size(), size());
     }
     XFlush(display_);
   }
@@ -76,7 +67,7 @@ class Chaos {
  private:
   static constexpr int kWindows = 6;
 
-  unsigned size(int most) { return static_cast<unsigned>(pick(1, most)); }
+  unsigned size() { return static_cast<unsigned>(pick(1, 200)); }
   unsigned long pixel() { return random_() & ((1ul << DefaultDepth(display_, 0)) - 1); }
   GC brush(bool overWindows) {
     XSetForeground(display_, gc_, pixel());
@@ -87,7 +78,7 @@ class Chaos {
     XSetWindowAttributes attributes{};
     attributes.override_redirect = True;
     attributes.background_pixel = pixel();
-    return XCreateWindow(display_, root_, pick(0, width_), pick(0, height_), size(300), size(200),
+    return XCreateWindow(display_, root_, pick(0, width_), pick(0, height_), size(), size(),
                          static_cast<unsigned>(pick(0, 3)), CopyFromParent, InputOutput,
                          CopyFromParent, CWOverrideRedirect | CWBackPixel, &attributes);
   }
@@ -107,7 +98,7 @@ class Mirror {
   explicit Mirror(Agent& agent)
       : agent_(agent),
         info_(agent.connection->pixelBuffer()),
-        pixels_(agent.connection->pixels(), agent.connection->pixels() + rowBytes() * rows()) {
+        pixels_(agent.connection->pixels(), at(agent.connection->pixels(), 0, info_.rect.br.y)) {
     request();
   }
 
@@ -117,15 +108,12 @@ class Mirror {
     for (; taken_ < agent_.seen.updates.size(); taken_++) {
       const host::UpdateMessage& update = agent_.seen.updates[taken_];
       EXPECT_TRUE(update.copied.isEmpty());
-      EXPECT_TRUE((update.changed - rfb::Region(info_.rect)).isEmpty());
       EXPECT_LT(taken_, requests_) << "an update that nobody asked for";
       for (const rfb::Rect& r : update.changed.rects()) {
-        for (int y = r.tl.y; y < r.br.y; y++) {
-          const size_t at =
-              static_cast<size_t>(y) * rowBytes() + static_cast<size_t>(r.tl.x) * bytes();
-          std::copy_n(agent_.connection->pixels() + at, static_cast<size_t>(r.width()) * bytes(),
-                      pixels_.begin() + static_cast<ptrdiff_t>(at));
-        }
+        ASSERT_TRUE(info_.rect.encloses(r)) << r.str();
+        for (int y = r.tl.y; y < r.br.y; y++)
+          memcpy(at(pixels_.data(), r.tl.x, y), at(agent_.connection->pixels(), r.tl.x, y),
+                 static_cast<size_t>(r.width()) * bytes());
       }
       request();
     }
@@ -133,7 +121,7 @@ class Mirror {
   // Whether it comes to show what the screen does.
   bool becomesEqualTo(Painter& painter) {
     const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (!equals(painter)) {
+    while (!painter.difference(info_, pixels_.data()).empty()) {
       if (Clock::now() > deadline || !agent_.connection->isConnected()) return false;
       pump(kPeriodMs);
     }
@@ -142,24 +130,13 @@ class Mirror {
 
  private:
   size_t bytes() const { return static_cast<size_t>(info_.format.bytesPerPixel()); }
-  size_t rowBytes() const { return info_.stride * bytes(); }
-  size_t rows() const { return static_cast<size_t>(info_.rect.height()); }
-
+  template <typename Byte>
+  Byte* at(Byte* pixels, int x, int y) const {
+    return pixels + (static_cast<size_t>(y) * info_.stride + static_cast<size_t>(x)) * bytes();
+  }
   void request() {
     agent_.connection->fbUpdateRequest();
     requests_++;
-  }
-  bool equals(Painter& painter) const {
-    const auto width = static_cast<unsigned>(info_.rect.width());
-    XImage* image = XGetImage(painter.display.get(), painter.root, 0, 0, width,
-                              static_cast<unsigned>(rows()), AllPlanes, ZPixmap);
-    bool equal = true;
-    for (size_t y = 0; y < rows() && equal; y++)
-      equal = memcmp(&pixels_[y * rowBytes()],
-                     image->data + y * static_cast<size_t>(image->bytes_per_line),
-                     width * bytes()) == 0;
-    XDestroyImage(image);
-    return equal;
   }
 
   Agent& agent_;
@@ -170,14 +147,10 @@ class Mirror {
 };
 
 struct MirrorCase {
-  const char* name;
   const char* screen;
   const char* captureMethod;
   const char* useXShm;
 };
-void PrintTo(const MirrorCase& c, std::ostream* out) {
-  *out << c.name;
-}
 
 class MirrorTest : public testing::TestWithParam<MirrorCase> {};
 
@@ -207,17 +180,12 @@ TEST_P(MirrorTest, ChangedRegionsTellEverything) {
   EXPECT_LE(static_cast<int64_t>(agent.seen.updates.size() - before), ms.count() / kPeriodMs + 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, MirrorTest,
-                         testing::Values(MirrorCase{"Damage24", "641x479x24", "2", "1"},
-                                         MirrorCase{"Tested24", "641x479x24", "0", "1"},
-                                         MirrorCase{"Damage16", "333x251x16", "2", "1"},
-                                         MirrorCase{"Damage8", "333x251x8", "2", "1"},
-                                         MirrorCase{"Plain24", "333x251x24", "2", "0"},
-                                         MirrorCase{"Plain16", "333x251x16", "2", "0"},
-                                         MirrorCase{"Polled24", "333x251x24", "1", "1"},
-                                         MirrorCase{"Polled8", "333x251x8", "1", "0"}),
-                         [](const testing::TestParamInfo<MirrorCase>& one) {
-                           return one.param.name;
-                         });
+// Each depth, each way to learn of changes, shared and plain images.
+INSTANTIATE_TEST_SUITE_P(
+    All, MirrorTest,
+    testing::Values(MirrorCase{"641x479x24", "0", "1"}, MirrorCase{"333x251x24", "2", "0"},
+                    MirrorCase{"333x251x24", "1", "1"}, MirrorCase{"333x251x8", "2", "1"},
+                    MirrorCase{"333x251x8", "1", "0"}, MirrorCase{"333x251x15", "2", "1"},
+                    MirrorCase{"333x251x16", "2", "0"}, MirrorCase{"333x251x30", "2", "1"}));
 
 }  // namespace
