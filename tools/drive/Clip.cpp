@@ -156,10 +156,10 @@ void addClipCommands(CLI::App& app, SessionOptions& session) {
         ->excludes(only);
   }
   gets->add_option("--timeout", options->seconds, "Seconds to wait (default: until interrupted)")
-      ->check(CLI::PositiveNumber);
+      ->check(checkSeconds);
   for (CLI::App* each : {sets, watches})
     each->add_option("--for", options->seconds, "Seconds to stay (default: until interrupted)")
-        ->check(CLI::PositiveNumber);
+        ->check(checkSeconds);
   gets->callback([&session, options] { get(session, *options); });
   sets->callback([&session, options] { set(session, *options); });
   watches->callback([&session, options] { watchClipboard(session, *options); });

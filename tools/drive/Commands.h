@@ -20,7 +20,10 @@ void addMonitorCommands(CLI::App& app, SessionOptions& session);
 // resize
 void addResizeCommand(CLI::App& app, SessionOptions& session);
 
-// Set by SIGINT and SIGTERM; commands that go on until interrupted look at it.
+// Set by SIGINT and SIGTERM, and when standard output takes nothing more; commands that go on until
+// interrupted look at it.
 bool interrupted();
+// For options that are a time: what is wrong with the text, or nothing.
+std::string checkSeconds(const std::string& text);
 
 }  // namespace drive

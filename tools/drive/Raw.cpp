@@ -149,7 +149,7 @@ class Printer : public Recorder {
 void raw(const SessionOptions& sessionOptions, const RawOptions& options) {
   Printer printer;
   Session session(sessionOptions, printer);
-  if (options.start) {
+  if (!options.noStart) {
     session.agent().start();
     session.agent().fbUpdateRequest();
     printer.setAgent(session.agent());

@@ -17,16 +17,16 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
   command = app.add_subcommand("watch", "Shows what the agent reports, as it comes");
   command
       ->add_option("--for", watchOptions->seconds, "Seconds to watch (default: until interrupted)")
-      ->check(CLI::PositiveNumber);
-  command->add_flag("!--no-log", watchOptions->log, "Leave the agent's log lines out");
+      ->check(checkSeconds);
+  command->add_flag("--no-log", watchOptions->noLog, "Leave the agent's log lines out");
   command->callback([&session, watchOptions] { watch(session, *watchOptions); });
 
   auto rawOptions = std::make_shared<RawOptions>();
   command = app.add_subcommand("raw", "Prints every message of the agent, one JSON object a line");
   command
       ->add_option("--for", rawOptions->seconds, "Seconds to listen (default: until interrupted)")
-      ->check(CLI::PositiveNumber);
-  command->add_flag("!--no-start", rawOptions->start, "Don't start the desktop");
+      ->check(checkSeconds);
+  command->add_flag("--no-start", rawOptions->noStart, "Don't start the desktop");
   command->callback([&session, rawOptions] { raw(session, *rawOptions); });
 
   auto file = std::make_shared<std::string>();

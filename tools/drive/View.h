@@ -16,13 +16,13 @@ void cursorShot(const SessionOptions& session, const std::string& file);
 
 struct WatchOptions {
   double seconds = 0;  // 0: until interrupted
-  bool log = true;
+  bool noLog = false;
 };
 void watch(const SessionOptions& session, const WatchOptions& options);
 
 struct RawOptions {
   double seconds = 0;
-  bool start = true;
+  bool noStart = false;
 };
 void raw(const SessionOptions& session, const RawOptions& options);
 

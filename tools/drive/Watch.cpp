@@ -147,15 +147,18 @@ class Watcher : public Recorder {
   void displayModesUpdated() override { screen_.line("display modes changed"); }
   void monitorsUpdated(const host::MonitorsMessage& message) override {
     std::string text = plat::format("monitors %zu:", message.monitors.size());
-    for (const plat::DisplayInfo& monitor : message.monitors)
-      text += " " + monitor.name.str() + (monitor.primary ? " (primary) " : " ") +
-              rectText({monitor.left, monitor.top, monitor.right, monitor.bottom}) + ";";
-    if (!message.selection.empty()) text += " capturing " + message.selection;
+    const char* separator = " ";
+    for (const plat::DisplayInfo& monitor : message.monitors) {
+      text += separator + monitor.name.str() + (monitor.primary ? " (primary) " : " ") +
+              rectText({monitor.left, monitor.top, monitor.right, monitor.bottom});
+      separator = ", ";
+    }
+    if (!message.selection.empty()) text += "; capturing " + message.selection;
     screen_.line(text);
   }
   void logMsg(const host::LogLine& line) override {
     Recorder::logMsg(line);
-    if (options_.log)
+    if (!options_.noLog)
       screen_.line(
           plat::format("log %u %s: %s", line.level, line.source.c_str(), line.text.c_str()));
   }

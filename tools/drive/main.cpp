@@ -21,11 +21,17 @@ constexpr int failed = 1;
 }  // namespace
 
 bool drive::interrupted() {
-  return interruptedFlag != 0;
+  // Nobody is there any more to see what would come.
+  return interruptedFlag != 0 || std::ferror(stdout) != 0;
+}
+
+std::string drive::checkSeconds(const std::string& text) {
+  double seconds = 0;
+  const bool good = CLI::detail::lexical_cast(text, seconds) && seconds > 0;
+  return good ? "" : "'" + text + "' is not a number of seconds above 0";
 }
 
 int main(int argc, char** argv) {
-  signal(SIGPIPE, SIG_IGN);
   struct sigaction action {};
   action.sa_handler = onSignal;  // without SA_RESTART: the wait ends
   sigaction(SIGINT, &action, nullptr);
@@ -60,6 +66,13 @@ int main(int argc, char** argv) {
   // The commands run as they are parsed.
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& e) {
+    if (app.get_subcommands().empty() && !app.remaining().empty()) {
+      std::fprintf(stderr, "'%s' is not a command\nRun with --help for more information.\n",
+                   app.remaining()[0].c_str());
+      return badUsage;
+    }
+    return app.exit(e) == 0 ? 0 : badUsage;
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? 0 : badUsage;
   } catch (const drive::Failure& e) {
@@ -67,6 +80,10 @@ int main(int argc, char** argv) {
     return failed;
   } catch (const plat::Exception& e) {
     std::fprintf(stderr, "ruvodrive: %s\n", e.text());
+    return failed;
+  }
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    std::fprintf(stderr, "ruvodrive: the output can't be written\n");
     return failed;
   }
   return 0;
