@@ -21,11 +21,7 @@
 // The real program under test, with the bare bytes of its channel.
 class RawAgent {
  public:
-  struct Message {
-    std::string name;
-    std::string body;
-    friend bool operator==(const Message&, const Message&) = default;
-  };
+  using Message = test::Message;
   struct Log {
     uint32_t level;
     std::string source;
@@ -81,7 +77,8 @@ class RawAgent {
       const ssize_t n = recv(socket_.get(), buffer, sizeof buffer, 0);
       if (n <= 0) return done();
       bytes_.append(buffer, static_cast<size_t>(n));
-      parse();
+      unparsed_.append(buffer, static_cast<size_t>(n));
+      for (Message& message : test::takeMessages(unparsed_)) messages.push_back(std::move(message));
     }
     return true;
   }
@@ -138,28 +135,9 @@ class RawAgent {
   const std::string& bytes() const { return bytes_; }
 
  private:
-  void parse() {
-    const auto byte = [this](size_t i) { return static_cast<unsigned char>(bytes_[i]); };
-    for (;;) {
-      std::string payload;
-      size_t at = parsed_;
-      for (bool last = false; !last;) {
-        if (bytes_.size() - at < 2) return;
-        const size_t length = (byte(at) & 0x7Fu) << 8 | byte(at + 1);
-        last = byte(at) & 0x80;
-        if (bytes_.size() - at < 2 + length) return;
-        payload += bytes_.substr(at + 2, length);
-        at += 2 + length;
-      }
-      parsed_ = at;
-      const size_t name = static_cast<unsigned char>(payload.at(0));
-      messages.push_back({payload.substr(1, name), payload.substr(1 + name)});
-    }
-  }
-
   plat::FileDescriptor socket_;
   std::unique_ptr<support::Program> program_;
   std::string bytes_;
-  size_t parsed_ = 0;
+  std::string unparsed_;
   int syncs_ = 0;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -42,6 +44,37 @@ inline std::string framed(std::string_view payload, const std::vector<size_t>& c
 inline std::string message(std::string_view name, std::string_view body = {},
                            const std::vector<size_t>& cuts = {}) {
   return framed(shortString(name) + std::string(body), cuts);
+}
+
+struct Message {
+  std::string name;
+  std::string body;
+  friend bool operator==(const Message&, const Message&) = default;
+};
+inline void PrintTo(const Message& m, std::ostream* out) {
+  *out << m.name << " " << testing::PrintToString(m.body);
+}
+
+// The messages that the bytes begin with, which are taken off them.
+inline std::vector<Message> takeMessages(std::string& bytes) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  std::vector<Message> messages;
+  size_t done = 0;
+  std::string payload;
+  for (size_t at = 0; bytes.size() - at >= 2;) {
+    const size_t length = (byte(at) & 0x7Fu) << 8 | byte(at + 1);
+    const bool last = byte(at) & 0x80;
+    if (bytes.size() - at < 2 + length) break;
+    payload.append(bytes, at + 2, length);
+    at += 2 + length;
+    if (!last) continue;
+    const size_t name = static_cast<unsigned char>(payload.at(0));
+    messages.push_back({payload.substr(1, name), payload.substr(1 + name)});
+    payload.clear();
+    done = at;
+  }
+  bytes.erase(0, done);
+  return messages;
 }
 
 }  // namespace test
