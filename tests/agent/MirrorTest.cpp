@@ -29,7 +29,7 @@ class Chaos {
 
   void step() {
     Window& window = windows_[static_cast<size_t>(pick(0, kWindows - 1))];
-    switch (pick(0, 8)) {
+    switch (pick(0, 6)) {
       case 0:
         XMapRaised(display_, window);
         break;
@@ -48,14 +48,11 @@ class Chaos {
                   pick(0, 50), pick(0, 50));
         break;
       case 5:
-        XDrawPoint(display_, root_, brush(true), pick(0, width_ - 1), pick(0, height_ - 1));
-        break;
-      case 6:
-        XDrawLine(display_, window, brush(false), pick(-20, 320), pick(-20, 220), pick(-20, 320),
-                  pick(-20, 220));
+        XDrawLine(display_, root_, brush(), pick(0, width_), pick(0, height_), pick(0, width_),
+                  pick(0, height_));
         break;
       default:
-        XFillRectangle(display_, pick(0, 2) ? window : root_, brush(pick(0, 1)), pick(-20, width_),
+        XFillRectangle(display_, pick(0, 2) ? window : root_, brush(), pick(-20, width_),
                        pick(-20, height_), size(), size());
     }
     XFlush(display_);
@@ -69,9 +66,9 @@ class Chaos {
 
   unsigned size() { return static_cast<unsigned>(pick(1, 200)); }
   unsigned long pixel() { return random_() & ((1ul << DefaultDepth(display_, 0)) - 1); }
-  GC brush(bool overWindows) {
+  GC brush() {
     XSetForeground(display_, gc_, pixel());
-    XSetSubwindowMode(display_, gc_, overWindows ? IncludeInferiors : ClipByChildren);
+    XSetSubwindowMode(display_, gc_, pick(0, 1) ? IncludeInferiors : ClipByChildren);
     return gc_;
   }
   Window create() {

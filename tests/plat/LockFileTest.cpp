@@ -45,8 +45,7 @@ TEST(LockFileTest, HeldWhileItLivesThenRemoved) {
 TEST(LockFileTest, OneHolderWhileOthersRemove) {
   const test::TempDir dir;
   const std::string path = dir / "lock";
-  std::atomic<int> holders = 0;
-  std::atomic<int> taken = 0;
+  std::atomic<int> holders = 0, taken = 0;
   std::atomic<bool> shared = false;
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; t++) {

@@ -55,16 +55,10 @@ TEST_F(SharedMemTest, BlocksAreSharedAndRemoved) {
     EXPECT_EQ(sysV.serial(), posix.serial() + 1);
     name = posix.name();
     EXPECT_EQ(name, "/ruvo-" + std::to_string(getpid()) + "-" + std::to_string(posix.serial()));
-    lock = locks_ + "/Posix" + name;
     id = sysV.id();
+    lock = locks_ + "/Posix" + name;
     sysVLock = locks_ + "/SysV/" + std::to_string(id);
     EXPECT_TRUE(fileExists(lock) && fileExists(sysVLock));
-    struct stat object {};
-    ASSERT_EQ(fstat(posix.fd(), &object), 0);
-    EXPECT_EQ(object.st_mode & 0777, 0600u);
-    shmid_ds segment{};
-    ASSERT_EQ(shmctl(id, IPC_STAT, &segment), 0);
-    EXPECT_EQ(segment.shm_perm.mode & 0777, 0600);
     for (const SharedMem* block : std::initializer_list<const SharedMem*>{&posix, &sysV}) {
       EXPECT_EQ(std::count(block->data(), block->data() + 5000, 0), 5000);
       const auto peer = SharedMem::open(block->descriptor());
@@ -76,29 +70,6 @@ TEST_F(SharedMemTest, BlocksAreSharedAndRemoved) {
   }
   EXPECT_FALSE(posixExists(name) || fileExists(lock));
   EXPECT_FALSE(sysVExists(id) || fileExists(sysVLock));
-}
-
-TEST_F(SharedMemTest, Permissions) {
-  SharedMemPermissions permissions;
-  permissions.mode = 0640;
-  if (geteuid() == 0) permissions.uid = 12345;
-  permissions.gid = geteuid() == 0 ? 23456 : -1;
-  const auto expectedUid = geteuid() == 0 ? 12345u : geteuid();
-  const auto expectedGid = geteuid() == 0 ? 23456u : getegid();
-  const SharedMemSysV sysV(100, &permissions);
-  shmid_ds segment{};
-  ASSERT_EQ(shmctl(sysV.id(), IPC_STAT, &segment), 0);
-  EXPECT_EQ(segment.shm_perm.uid, expectedUid);
-  EXPECT_EQ(segment.shm_perm.gid, expectedGid);
-  EXPECT_EQ(segment.shm_perm.mode & 0777, 0640);
-
-  permissions.gid = -1;  // leaves the group
-  const SharedMemPosix posix(100, &permissions);
-  struct stat object {};
-  ASSERT_EQ(fstat(posix.fd(), &object), 0);
-  EXPECT_EQ(object.st_uid, expectedUid);
-  EXPECT_EQ(object.st_gid, getegid());
-  EXPECT_EQ(object.st_mode & 0777, 0640u);
 }
 
 TEST_F(SharedMemTest, Errors) {

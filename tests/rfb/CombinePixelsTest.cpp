@@ -22,46 +22,38 @@ TestColourMap makeMap() {
 
 TestColourMap colourMap = makeMap();
 
-// A plain model of a pixel in memory, built from its bytes.
-class Model {
- public:
-  explicit Model(const PixelFormat& format) : pf_(format), bytes_(format.bpp / 8) {}
-
+// What is done to one pixel, told from its bytes.
+struct Model {
   Colour read(const uint8_t* p) const {
     uint32_t value = 0;
-    for (int i = 0; i < bytes_; i++) value |= uint32_t{p[i]} << 8 * position(i);
-    if (!pf_.trueColour) {
+    for (int i = 0; i < bytes; i++) value |= uint32_t{p[i]} << 8 * position(i);
+    if (!pf.trueColour) {
       int r, g, b;
       colourMap.lookup(static_cast<int>(value), &r, &g, &b);
       return {static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b), 255};
     }
-    return {scaled(value, pf_.redShift, pf_.redMax), scaled(value, pf_.greenShift, pf_.greenMax),
-            scaled(value, pf_.blueShift, pf_.blueMax),
-            pf_.alphaMax ? scaled(value, pf_.alphaShift, pf_.alphaMax) : uint8_t{255}};
+    const auto scaled = [value](int shift, uint32_t max) {
+      return static_cast<uint8_t>(((value >> shift & max) * 255 + max / 2) / max);
+    };
+    return {scaled(pf.redShift, pf.redMax), scaled(pf.greenShift, pf.greenMax),
+            scaled(pf.blueShift, pf.blueMax),
+            pf.alphaMax ? scaled(pf.alphaShift, pf.alphaMax) : uint8_t{255}};
   }
-
   void write(uint8_t* p, const Colour& c) const {
-    uint32_t value;
-    if (pf_.trueColour)
-      value = (c.red * pf_.redMax + 127u) / 255 << pf_.redShift |
-              (c.green * pf_.greenMax + 127u) / 255 << pf_.greenShift |
-              (c.blue * pf_.blueMax + 127u) / 255 << pf_.blueShift |
-              (c.alpha * pf_.alphaMax + 127u) / 255 << pf_.alphaShift;
-    else
-      value = static_cast<uint32_t>(colourMap.nearest(c.red, c.green, c.blue));
-    for (int i = 0; i < bytes_; i++) p[i] = static_cast<uint8_t>(value >> 8 * position(i));
+    const auto scaled = [](uint32_t v, int shift, uint32_t max) {
+      return (v * max + 127) / 255 << shift;
+    };
+    uint32_t value =
+        scaled(c.red, pf.redShift, pf.redMax) | scaled(c.green, pf.greenShift, pf.greenMax) |
+        scaled(c.blue, pf.blueShift, pf.blueMax) | scaled(c.alpha, pf.alphaShift, pf.alphaMax);
+    if (!pf.trueColour) value = static_cast<uint32_t>(colourMap.nearest(c.red, c.green, c.blue));
+    for (int i = 0; i < bytes; i++) p[i] = static_cast<uint8_t>(value >> 8 * position(i));
   }
-
- private:
   // Which byte of the value, counted from the least significant, is the i-th in memory.
-  int position(int i) const { return pf_.bigEndian && bytes_ != 3 ? bytes_ - 1 - i : i; }
+  int position(int i) const { return pf.bigEndian && bytes != 3 ? bytes - 1 - i : i; }
 
-  static uint8_t scaled(uint32_t value, int shift, uint32_t max) {
-    return static_cast<uint8_t>(((value >> shift & max) * 255 + max / 2) / max);
-  }
-
-  PixelFormat pf_;
-  int bytes_;
+  const PixelFormat pf;
+  const int bytes = pf.bytesPerPixel();
 };
 
 // Not symmetrical in anything.
@@ -111,7 +103,7 @@ void compare(Op op, const std::vector<uint8_t>* maskBits) {
     for (const PixelFormat& to : formats) {
       std::vector<uint8_t> source = noise(from, 1), destination = noise(to, 2);
       std::vector<uint8_t> expected = destination;
-      const Model read(from), write(to);
+      const Model read{from}, write{to};
       for (int y = 0; y < sourceRect.height(); y++) {
         for (int x = 0; x < sourceRect.width(); x++) {
           // The mask's rows are 3 bytes, and the rectangle begins 5 bits into them.

@@ -20,9 +20,8 @@ const PixelFormat k24(24, 24, false, true, 255, 255, 255, 16, 8, 0);
 const PixelFormat k32(32, 24, false, true, 255, 255, 255, 16, 8, 0);
 
 struct Frame {
-  Frame(const PixelFormat& format, const Rect& rect) : buffer(format, Rect(rect)) {
-    buffer.setSize(rect.width() + 1, rect.height());
-    buffer.setSize(rect.width(), rect.height());  // zero now
+  Frame(const PixelFormat& format, const Rect& rect) : buffer(format, rect) {
+    test::forEachPixel(buffer, [&](int x, int y) { buffer.setPixel(x, y, 0); });
   }
   uint8_t* at(int x, int y) { return buffer.getPixelsRW(Rect(x, y, x + 1, y + 1), nullptr); }
 

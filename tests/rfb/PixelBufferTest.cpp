@@ -46,18 +46,17 @@ TEST(PixelBuffer, SinglePixels) {
     std::vector<uint8_t> bytes;
     uint32_t value;
   } cases[] = {
-      {PixelFormat(), {0x4d}, 0x4d},
-      {PixelFormat(16, 16, false, true, 31, 63, 31, 11, 5, 0), {0x4d, 0x3c}, 0x3c4d},
-      {PixelFormat(24, 24, true, true, 255, 255, 255, 16, 8, 0), {0x4d, 0x3c, 0x5b}, 0x5b3c4d},
-      {rgb32, {0x4d, 0x3c, 0x5b, 0x1a}, 0x1a5b3c4d},
-      {PixelFormat(12, 12, false, true, 15, 15, 15, 8, 4, 0), {}, 0},
+      {PixelFormat(16, 16, false, true, 31, 63, 31, 11, 5, 0), {0, 0, 0x4d, 0x3c}, 0x3c4d},
+      {PixelFormat(24, 24, true, true, 255, 255, 255, 16, 8, 0),
+       {0, 0, 0, 0x4d, 0x3c, 0x5b},
+       0x5b3c4d},
+      {PixelFormat(12, 12, false, true, 15, 15, 15, 8, 4, 0), {0, 0}, 0},
   };
   for (const auto& c : cases) {
-    std::vector<uint8_t> memory(8, 0), expected(8, 0);
+    std::vector<uint8_t> memory(c.bytes.size(), 0);
     FullFramePixelBuffer buffer(c.format, Rect(0, 0, 2, 1), memory.data());
     buffer.setPixel(1, 0, 0x1a5b3c4d);
-    std::copy(c.bytes.begin(), c.bytes.end(), expected.begin() + c.format.bytesPerPixel());
-    EXPECT_EQ(memory, expected) << c.format.str();
+    EXPECT_EQ(memory, c.bytes) << c.format.str();
     EXPECT_EQ(buffer.getPixel(1, 0), c.value);
   }
 }

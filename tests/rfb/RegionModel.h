@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "rfb/Region.h"
@@ -16,17 +15,13 @@ class RegionModel {
   explicit RegionModel(rfb::Point origin) : origin_(origin), pixels_(kSize * kSize) {}
 
   bool at(int x, int y) const {
-    x -= origin_.x;
-    y -= origin_.y;
-    return x >= 0 && x < kSize && y >= 0 && y < kSize && pixels_[index(x, y)];
+    const rfb::Point p = rfb::Point(x, y) - origin_;
+    return rfb::Rect(0, 0, kSize, kSize).contains(p) && pixels_[index(p.x, p.y)];
   }
   template <typename F>
   RegionModel& fill(const F& inside) {
-    for (int y = 0; y < kSize; y++) {
-      for (int x = 0; x < kSize; x++) {
-        pixels_[index(x, y)] = inside(x + origin_.x, y + origin_.y);
-      }
-    }
+    for (int y = 0; y < kSize; y++)
+      for (int x = 0; x < kSize; x++) pixels_[index(x, y)] = inside(x + origin_.x, y + origin_.y);
     return *this;
   }
   void add(const rfb::Rect& r) {
@@ -37,36 +32,27 @@ class RegionModel {
   std::vector<mi::Box> boxes() const {
     std::vector<mi::Box> all, above;
     for (int y = 0; y <= kSize; y++) {
-      std::vector<mi::Box> row = y < kSize ? rowBoxes(y) : std::vector<mi::Box>();
+      std::vector<mi::Box> row;
+      for (int x = 0; y < kSize && x < kSize; x++) {
+        if (!pixels_[index(x, y)]) continue;
+        const int x1 = x;
+        while (x < kSize && pixels_[index(x, y)]) x++;
+        const rfb::Rect run(x1, y, x, y + 1);
+        row.push_back(rfb::RgnRect(run.translate(origin_)).box);
+      }
       bool same = row.size() == above.size();
-      for (size_t i = 0; same && i < row.size(); i++) {
+      for (size_t i = 0; same && i < row.size(); i++)
         same = row[i].x1 == above[i].x1 && row[i].x2 == above[i].x2;
-      }
-      if (same) {
-        for (mi::Box& box : above) box.y2++;
-      } else {
-        all.insert(all.end(), above.begin(), above.end());
-        above = row;
-      }
+      for (mi::Box& box : above) box.y2 = static_cast<int16_t>(box.y2 + same);
+      if (same) continue;
+      all.insert(all.end(), above.begin(), above.end());
+      above = row;
     }
-    all.insert(all.end(), above.begin(), above.end());
     return all;
   }
 
  private:
   static size_t index(int x, int y) { return static_cast<size_t>(y * kSize + x); }
-
-  std::vector<mi::Box> rowBoxes(int y) const {
-    std::vector<mi::Box> row;
-    const auto y1 = static_cast<int16_t>(origin_.y + y);
-    for (int x = 0; x < kSize; x++) {
-      if (!pixels_[index(x, y)]) continue;
-      const auto x1 = static_cast<int16_t>(origin_.x + x);
-      while (x < kSize && pixels_[index(x, y)]) x++;
-      row.push_back({x1, y1, static_cast<int16_t>(origin_.x + x), static_cast<int16_t>(y1 + 1)});
-    }
-    return row;
-  }
 
   rfb::Point origin_;
   std::vector<bool> pixels_;

@@ -40,22 +40,15 @@ class PixelBufferX11Test : public TXFixture {
     return testing::AssertionSuccess();
   }
 
-  // Random shapes on the root and on a window above it, in all pixel values.
+  // Random shapes in all pixel values.
   void draw(unsigned seed) {
     std::mt19937 random(seed);
     const auto below = [&random](int n) { return static_cast<int>(random() % unsigned(n)); };
-    const Rect all = whole();
-    if (!window_) {
-      window_ = XCreateSimpleWindow(client(), root(), 20, 10, static_cast<unsigned>(all.br.x / 2),
-                                    static_cast<unsigned>(all.br.y / 2), 3, random(), random());
-      XMapWindow(client(), window_);
-    }
     const GC gc = DefaultGC(client(), 0);
     for (int i = 0; i < 60; ++i) {
       XSetForeground(client(), gc, random());
-      XFillArc(client(), i % 2 ? root() : window_, gc, below(all.br.x) - 8, below(all.br.y) - 8,
-               static_cast<unsigned>(1 + below(all.br.x / 3)),
-               static_cast<unsigned>(1 + below(all.br.y / 3)), 0, 360 * 64);
+      XFillArc(client(), root(), gc, below(whole().br.x) - 8, below(whole().br.y) - 8,
+               unsigned(below(200)), unsigned(below(200)), 0, 360 * 64);
     }
     XSync(client(), False);
   }
@@ -68,9 +61,6 @@ class PixelBufferX11Test : public TXFixture {
   }
 
   InterposeScope calls_;
-
- private:
-  Window window_ = 0;
 };
 
 struct Screen {
