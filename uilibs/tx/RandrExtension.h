@@ -66,7 +66,6 @@ class RandrExtension {
                                                                     "XRRDeleteOutputMode"};
   plat::DynamicFn<decltype(::XRRUpdateConfiguration)> updateConfiguration{library_,
                                                                           "XRRUpdateConfiguration"};
-  plat::DynamicFn<decltype(::XRRSelectInput)> selectInput{library_, "XRRSelectInput"};
 
   // The screen's resources; null on failure. fresh makes the server look at its outputs first,
   // which can take long; otherwise, from RANDR 1.3 on, it says what it knows.
