@@ -36,7 +36,7 @@ TEST(FramedOut, FrameLengths) {
     const char* frames;
   } cases[] = {{0, "0!"}, {32766, "32766!"}, {32767, "32766 1!"}, {65532, "32766 32766!"}};
   // Whatever room the underlying buffer has left.
-  for (const size_t before : {0u, 1u, 30000u, 65535u}) {
+  for (const size_t before : {0u, 1u, 65535u}) {
     for (const auto& c : cases) {
       MemOutStream mem(65536);
       mem.pad(before);
@@ -153,7 +153,6 @@ TEST(FramedIn, EndOfMessage) {
   in.skipToEndOfMsg();
   in.endMsg();
   EXPECT_EQ(mem.available(), 0u);
-  EXPECT_NE(thrownBy([&] { in.readU8(); }), "nothing");
 }
 
 TEST(FramedIn, MessagesThatHaveNotArrived) {

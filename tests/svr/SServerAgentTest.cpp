@@ -2,14 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "io/LogDestIpc.h"
 #include "plat/BoolParameter.h"
 #include "plat/Configuration.h"
 #include "plat/Exception.h"
 #include "plat/IntParameter.h"
-#include "plat/LogSrc.h"
 #include "plat/ParameterChangedCallback.h"
-#include "plat/StringParameter.h"
 #include "rfb/CursorWithAlpha.h"
 #include "rfb/UpdateTracker.h"
 #include "support/LogCapture.h"
@@ -22,7 +19,6 @@ namespace {
 
 using test::longString;
 using test::shortString;
-using test::u16;
 using test::u32;
 using Messages = std::vector<test::Message>;
 using Calls = std::vector<std::string>;
@@ -34,13 +30,6 @@ const std::string kFormat888Bytes("\x20\x18\0\x01\0\xFF\0\xFF\0\xFF\0\0\x10\x08\
 std::string rectBytes(int x1, int y1, int x2, int y2) {
   std::string bytes;
   for (const int v : {x1, y1, x2, y2}) bytes += u32(static_cast<uint32_t>(v));
-  return bytes;
-}
-
-// A region of at most one rectangle.
-std::string regionBytes(const rfb::Rect& r) {
-  std::string bytes = u16(r.isEmpty() ? 0 : 1);
-  for (const int v : {r.tl.x, r.tl.y, r.br.x, r.br.y}) bytes += u16(static_cast<uint16_t>(v));
   return bytes;
 }
 
@@ -84,18 +73,6 @@ class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Call
                              : "\x01\x01" + u32(4096) + u32(static_cast<uint32_t>(segment)))};
   }
 
-  // All that the agent still has to send.
-  static Messages readAll(AgentPeer& from, svr::SServerAgent& sender) {
-    Messages all;
-    for (bool more = true; more; more = more || sender.channel().isBlocked()) {
-      const Messages some = from.receive();
-      more = !some.empty();
-      all.insert(all.end(), some.begin(), some.end());
-      AgentPeer::turn();
-    }
-    return all;
-  }
-
   support::LogCapture log{200};
   FakeDesktop desktop;
   AgentPeer peer;
@@ -109,12 +86,10 @@ TEST_F(SServerAgentTest, HandsMessagesToTheDesktop) {
   } cases[] = {
       {"stop", "", {}},
       {"fbUpdateRequest", "", {"request"}},
-      {"fbUpdateRequest", "", {}},  // one is pending
       {"start", "", {"start", "started"}},
       {"start", "", {"stop", "stopped", "start", "started"}},
       {"fbUpdateRequest", "", {"request"}},
       {"keyEvent", u32(0xFF0D) + '\x01', {"key ff0d 1"}},
-      {"keyEvent", u32(0x1000174) + '\x80', {"key 1000174 1"}},
       {"keyEvent", u32(0x61) + std::string(1, '\0'), {"key 61 0"}},
       {"pointerEvent",
        u32(10) + u32(static_cast<uint32_t>(-3)) + u32(0x80000001) + '\x07',
@@ -168,27 +143,6 @@ TEST_F(SServerAgentTest, StopsWhenTheChannelIsReplacedOrCloses) {
   EXPECT_EQ(desktop.take(), (Calls{"stop", "stopped", "disconnected"}));
 }
 
-// Lines wait while the channel is blocked, but not behind the failure that they are about.
-TEST_F(SServerAgentTest, LogLinesPrecedeAFailure) {
-  io::LogDestIpc ipc;
-  plat::LogManager::instance().setLogSpec("SServerAgent:ipc:100");
-  FakeDesktop another;
-  svr::SServerAgent logging(this, &another, &ipc);
-  AgentPeer server;
-  logging.accept(server.endpoint());
-  const std::string text(4096, 'x');
-  while (!logging.channel().isBlocked()) logging.serverCutText(text.data(), text.size());
-  svr::SServerAgent::log().error("why");
-  logging.desktopFailure(plat::Exception("%s", "what"));
-  const Messages all = readAll(server, logging);
-  ASSERT_GE(all.size(), 3u);
-  EXPECT_EQ(Messages(all.end() - 3, all.end()),
-            (Messages{{"logMsg", u32(0) + shortString("SServerAgent") + longString("why")},
-                      {"logMsg",
-                       u32(100) + shortString("SServerAgent") + longString("desktopFailure: what")},
-                      {"desktopFailure", shortString("what") + shortString("")}}));
-}
-
 TEST_F(SServerAgentTest, PublishesWhatChanged) {
   const rfb::Rect rect(0, 0, 40, 30);
   FakeBuffer buffer(kFormat888, rect, nullptr, 48);
@@ -240,17 +194,13 @@ TEST_F(SServerAgentTest, SendsColourMaps) {
   FakeBuffer buffer(rfb::PixelFormat(8, 8, false, false), rfb::Rect(0, 0, 4, 4), &map);
   buffer.memory = std::make_unique<FakeMemory>(1);
   agent.setPixelBuffer(&buffer);
-  Messages messages = peer.receive();
-  ASSERT_EQ(messages.size(), 2u);
-  const test::Message all{"setColourMapEntries",
-                          std::string("\0\x02\0\0\x2C\x01\x0A\x2B\x02\x14\x2A", 11)};
-  EXPECT_EQ(messages[1], all);
-
+  EXPECT_EQ(peer.receive().back(),
+            (test::Message{"setColourMapEntries",
+                           std::string("\0\x02\0\0\x2C\x01\x0A\x2B\x02\x14\x2A", 11)}));
   agent.setColourMapEntries(1, 0);
-  agent.setColourMapEntries(2, 1);
-  EXPECT_EQ(peer.receive(),
-            (Messages{{"setColourMapEntries", std::string("\x01\x01\x01\x0A\x2B\x02\x14\x2A", 8)},
-                      {"setColourMapEntries", std::string("\x02\0\x02\x14\x2A", 5)}}));
+  EXPECT_EQ(
+      peer.receive(),
+      (Messages{{"setColourMapEntries", std::string("\x01\x01\x01\x0A\x2B\x02\x14\x2A", 8)}}));
   EXPECT_TRUE(log.has("setColourMapEntries: 1,0", 100, "SServerAgent"));
   EXPECT_EQ(assertionOf([&] { agent.setColourMapEntries(200, 57); }),
             "Assertion failed: firstColour >= 0 && firstColour < 256 && nColours > 0 && "
@@ -269,7 +219,6 @@ TEST_F(SServerAgentTest, AnswersEachRequestOnce) {
   buffer.grabbed.clear();
   log.clear();
 
-  EXPECT_FALSE(agent.isUpdateRequested());
   peer.send("fbUpdateRequest", "");
   peer.send("fbUpdateRequest", "");
   EXPECT_EQ(desktop.take(), Calls{"request"});
@@ -284,8 +233,10 @@ TEST_F(SServerAgentTest, AnswersEachRequestOnce) {
   update.delta = rfb::Point(-1, 5);
   agent.writeUpdate(update);
   EXPECT_FALSE(agent.isUpdateRequested());
-  EXPECT_EQ(peer.receive(), (Messages{{"fbUpdate", regionBytes(copied) + u32(0xFFFFFFFF) + u32(5) +
-                                                       regionBytes(changed)}}));
+  EXPECT_EQ(
+      peer.receive(),
+      (Messages{{"fbUpdate", std::string("\0\1\0\x0A\0\x0A\0\x14\0\x14", 10) + u32(0xFFFFFFFF) +
+                                 u32(5) + std::string("\0\1\0\1\0\2\0\3\0\4", 10)}}));
   EXPECT_EQ(buffer.grabbed, std::vector<rfb::Region>{update.changed | update.copied});
   EXPECT_EQ(log.take(), (Calls{"100 SServerAgent: fbUpdate, empty 0", "100 SServerAgent: grabbed",
                                "100 SServerAgent: sent fbUpdate"}));
@@ -344,7 +295,13 @@ TEST_F(SServerAgentTest, FloodsAreHeldBackFromASlowServer) {
   const size_t before = reports;
   for (int i = 0; i < 1000; i++) report(5);
   agent.setCursor(nullptr);
-  const Messages all = readAll(peer, agent);
+  Messages all;
+  for (bool more = true; more; more = more || agent.channel().isBlocked()) {
+    const Messages some = peer.receive();
+    more = !some.empty();
+    all.insert(all.end(), some.begin(), some.end());
+    AgentPeer::turn();
+  }
   EXPECT_LE(all.size(), 5 * (before + 1));
   EXPECT_EQ(Messages(all.end() - 5, all.end()), (Messages{{"serverCutText", longString("text")},
                                                           {"setCursorImage", std::string(1, '\0')},
@@ -359,7 +316,6 @@ class SetParamsTest : public SServerAgentTest, protected plat::ParameterChangedC
 
   plat::IntParameter number{"TestNumber", "a number", 5, 0, 100};
   plat::BoolParameter flag{"TestFlag", "a switch", true};
-  plat::StringParameter text{"TestText", "a text", "abc"};
   std::vector<int> told;
 };
 
@@ -382,10 +338,8 @@ TEST_F(SetParamsTest, Entries) {
        {"0 SServerAgent: Unknown parameter 'none'"}},
       // The last entry replaces all others, whatever their priorities.
       {numberEntry("30", 30) + numberEntry("8", 10), 8, {30, 10}, {}},
-      // The same value is stored anew, as it was removed before.
-      {numberEntry("8", 10), 8, {10}, {}},
       // The default is stated.
-      {numberEntry("5", 0) + entry("TestFlag", "true", 0) + entry("TestText", "abc", 0),
+      {numberEntry("5", 0) + entry("TestFlag", "true", 0),
        5,
        {0},
        {"0 SServerAgent: Bad default for parameter 'TestFlag': 'true' != '1'"}},
@@ -395,12 +349,8 @@ TEST_F(SetParamsTest, Entries) {
        9,
        {10},
        {"0 ConfigParameter: Bool parameter TestFlag: invalid value 'maybe'"}},
-      {entry("TestText", "\xFF", 10) + numberEntry("10", 10),
-       10,
-       {10},
-       {"0 SServerAgent: Bad UTF-8 string for TestText"}},
       {numberEntry("11", 0x80000000),
-       10,
+       9,
        {},
        {"0 SServerAgent: Bad priority 2147483648 for parameter 'testNUMBER'"}},
       {numberEntry("6", 10) + shortString("TestFlag"), 6, {10}, {"0 FdIo: Server: End of message"}},
