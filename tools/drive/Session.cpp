@@ -7,6 +7,7 @@
 #include <climits>
 
 #include "plat/Exception.h"
+#include "plat/NoCase.h"
 
 namespace drive {
 
@@ -56,7 +57,11 @@ Session::Session(const SessionOptions& options, Recorder& recorder)
   launch.standardError = errorWrite.get();
   for (const std::string& parameter : options.parameters) {
     const size_t equals = parameter.find('=');
-    launch.parameters.emplace_back(parameter.substr(0, equals), parameter.substr(equals + 1));
+    const auto& [name, value] =
+        launch.parameters.emplace_back(parameter.substr(0, equals), parameter.substr(equals + 1));
+    // A log that is asked for there is to be seen, and must not fill the pipe.
+    if (plat::equalNoCase(name, "Log") && value.find(":stderr:") != std::string::npos)
+      launch.standardError = -1;
   }
   try {
     process_ = std::make_unique<host::AgentProcess>(host::AgentProcess::launch(launch));
