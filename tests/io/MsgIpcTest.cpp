@@ -35,19 +35,6 @@ std::string bigMessage(std::string_view name, std::string_view body) {
   return message(name, body, cuts);
 }
 
-TEST(MsgIpc, MessagesMayArriveInPieces) {
-  const std::string bytes = number(1234) + message("number", u32(77), {0, 1, 4, 4, 8, 9}) +
-                            message("text", test::longString("hello"), {3, 7, 12}) +
-                            message("list") +
-                            message("list", shortString("a") + shortString("bc"), {5, 6});
-  for (size_t at = 0; at <= bytes.size(); at++) {
-    TestChannel channel;
-    channel.feed({bytes.data(), at});
-    channel.feed({bytes.data() + at, bytes.size() - at});
-    ASSERT_EQ(channel.seen(), "1234 77 5 bytes  a,bc, ") << at;
-  }
-}
-
 TEST(MsgIpc, WritesMessages) {
   TestChannel channel;
   channel.ipc.writeMsg("greeting").writeU32(7);
