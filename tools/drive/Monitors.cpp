@@ -33,8 +33,11 @@ void addMonitorCommands(CLI::App& app, SessionOptions& session) {
   CLI::App* select = monitors->add_subcommand(
       "select", "Restricts the commands that follow on the line, such as shot, to these monitors");
   select->add_option("numbers", session.monitors, "Numbers, with commas between")->required();
-  monitors->callback([&session, select] {
-    if (!*select) list(session);
+  monitors->callback([&app, &session, select] {
+    if (!*select)
+      list(session);
+    else if (app.get_subcommands().size() < 2)
+      throw CLI::RequiredError("A command after the monitors, such as shot,");
   });
 }
 

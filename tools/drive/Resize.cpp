@@ -29,12 +29,18 @@ class ResizeRecorder : public Recorder {
   void displayModesSupported(bool supported) override { unsupported = !supported; }
   void logMsg(const host::LogLine& line) override {
     Recorder::logMsg(line);
-    if (line.source == "Randr" && line.level == 0) refusal = line.text;
+    if (line.source != "Randr") return;
+    if (line.level == 0)
+      refusal = line.text + (reason.empty() ? "" : ": " + reason);
+    else if (line.text.starts_with("Ignoring"))
+      refusal = line.text;
+    reason = line.text;
   }
 
   rfb::Rect rect;
   bool unsupported = false;
   std::string refusal;
+  std::string reason;  // the agent says why before it says that it can't
 };
 
 void resize(const SessionOptions& options, const std::string& text) {
@@ -43,8 +49,11 @@ void resize(const SessionOptions& options, const std::string& text) {
   ResizeRecorder recorder;
   Session session(options, recorder);
   session.startDesktop();
+  // A change between monitors can leave the size as it is.
+  const int before = recorder.buffers();
   const auto hasSize = [&] {
-    return recorder.rect.width() == size.width && recorder.rect.height() == size.height;
+    return recorder.buffers() > before && recorder.rect.width() == size.width &&
+           recorder.rect.height() == size.height;
   };
   const auto begin = std::chrono::steady_clock::now();
   session.agent().setDisplayMode(static_cast<uint32_t>(size.width),

@@ -19,18 +19,34 @@ class ShotRecorder : public Recorder {
   bool positioned = false;
 };
 
+// The position is told when it changes, so the pointer makes a step to the right and back. At the
+// right edge, where nothing comes of the first step, it makes one to the left and back.
+void findPointer(Session& session, ShotRecorder& recorder) {
+  const auto step = [&](int32_t by) {
+    recorder.positioned = false;
+    session.agent().pointerEvent(by, 0, 0, true);
+  };
+  const auto positioned = [&] { return recorder.positioned; };
+  const auto wait = [&] { session.waitUntil(positioned, 3000, "the pointer's position"); };
+  step(1);
+  if (session.agent().processUntil(positioned, 1000)) {
+    step(-1);
+  } else {
+    step(-1);
+    wait();
+    step(1);
+  }
+  // By then the image is that of this place, too.
+  wait();
+}
+
 }  // namespace
 
 void shot(const SessionOptions& sessionOptions, const ShotOptions& options) {
   ShotRecorder recorder;
   Session session(sessionOptions, recorder);
   session.startDesktop();
-  if (options.cursor) {
-    // The position is told when it changes: a movement to nowhere and back makes it known.
-    session.agent().pointerEvent(1, 0, 0, true);
-    session.agent().pointerEvent(-1, 0, 0, true);
-    session.waitUntil([&] { return recorder.positioned; }, 3000, "the pointer's position");
-  }
+  if (options.cursor) findPointer(session, recorder);
   Picture picture = Picture::ofFramebuffer(session.agent());
   if (options.cursor) {
     const rfb::Rect& rect = session.agent().pixelBuffer().rect;

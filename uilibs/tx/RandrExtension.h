@@ -64,8 +64,6 @@ class RandrExtension {
   plat::DynamicFn<decltype(::XRRAddOutputMode)> addOutputMode{library_, "XRRAddOutputMode"};
   plat::DynamicFn<decltype(::XRRDeleteOutputMode)> deleteOutputMode{library_,
                                                                     "XRRDeleteOutputMode"};
-  plat::DynamicFn<decltype(::XRRUpdateConfiguration)> updateConfiguration{library_,
-                                                                          "XRRUpdateConfiguration"};
 
   // The screen's resources; null on failure. fresh makes the server look at its outputs first,
   // which can take long; otherwise, from RANDR 1.3 on, it says what it knows.
