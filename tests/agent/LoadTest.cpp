@@ -1,7 +1,7 @@
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "agent/Agent.h"
@@ -19,17 +19,12 @@ int64_t sleepsOf(pid_t pid) {
   return sum;
 }
 
-// Processor time in clock ticks.
-int64_t ticksOf(pid_t pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string text;
-  std::getline(stat, text);
-  std::istringstream fields(text.substr(text.rfind(')') + 2));
-  std::string skipped;
-  for (int i = 0; i < 11; i++) fields >> skipped;
-  int64_t user = 0, system = 0;
-  fields >> user >> system;
-  return user + system;
+// Processor time in milliseconds.
+int64_t usedBy(pid_t pid) {
+  clockid_t clock;
+  timespec used;
+  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &used) != 0) return -1;
+  return used.tv_sec * 1000 + used.tv_nsec / 1000000;
 }
 
 TEST(IdleTest, AgentSleepsWhileNothingHappens) {
@@ -39,15 +34,15 @@ TEST(IdleTest, AgentSleepsWhileNothingHappens) {
   agent.connection->fbUpdateRequest();
   agent.sync();
   // As root the agent looks for the desktop's owner every five seconds: one of three is free of it.
-  int64_t fewest = INT64_MAX, ticks = INT64_MAX;
+  int64_t fewest = INT64_MAX, least = INT64_MAX;
   for (int i = 0; i < 3; i++) {
     const int64_t sleeps = sleepsOf(agent.pid());
-    const int64_t used = ticksOf(agent.pid());
+    const int64_t used = usedBy(agent.pid());
     agent.waitFor([] { return false; }, 1000);
     fewest = std::min(fewest, sleepsOf(agent.pid()) - sleeps);
-    ticks = std::min(ticks, ticksOf(agent.pid()) - used);
+    least = std::min(least, usedBy(agent.pid()) - used);
   }
-  EXPECT_LE(ticks, 1);
+  EXPECT_LE(least, 10);
   // Some kernels do not count, or not from the start: work must show.
   const int64_t idle = sleepsOf(agent.pid());
   for (int i = 0; i < 20; i++) agent.sync();
@@ -55,55 +50,40 @@ TEST(IdleTest, AgentSleepsWhileNothingHappens) {
   EXPECT_LE(fewest, 1);
 }
 
-// A cursor of 32 by 32 pixels, half of them black.
-class BitmapCursor {
- public:
-  BitmapCursor(Painter& painter, int hotspot) : display_(painter.display.get()) {
-    const std::string bits(128, '\x0F'), mask(128, '\xFF');
-    const Pixmap source = XCreateBitmapFromData(display_, painter.root, bits.data(), 32, 32);
-    const Pixmap shape = XCreateBitmapFromData(display_, painter.root, mask.data(), 32, 32);
-    XColor white{}, black{};
-    white.red = white.green = white.blue = 0xFFFF;
-    const auto at = static_cast<unsigned>(hotspot);
-    cursor_ = XCreatePixmapCursor(display_, source, shape, &white, &black, at, at);
-    XFreePixmap(display_, source);
-    XFreePixmap(display_, shape);
-  }
-  ~BitmapCursor() { XFreeCursor(display_, cursor_); }
-  BitmapCursor(const BitmapCursor&) = delete;
-  BitmapCursor& operator=(const BitmapCursor&) = delete;
-
-  void show(Painter& painter) {
-    XDefineCursor(display_, painter.root, cursor_);
-    XSync(display_, False);
-  }
-
- private:
-  Display* display_;
-  Cursor cursor_;
-};
-
 // A cursor that changes all the time does not fill the channel of a server that does not read.
 TEST(SlowServerTest, SurvivesAFloodOfCursors) {
   const auto server = support::XServer::xvfb("641x480x24");
   Painter painter(*server);
-  XWarpPointer(painter.display.get(), None, painter.root, 0, 0, 0, 0, 300, 300);
-  BitmapCursor one(painter, 1), two(painter, 2), last(painter, 3);
+  Display* const display = painter.display.get();
+  XWarpPointer(display, None, painter.root, 0, 0, 0, 0, 300, 300);
+  // 32 by 32 pixels, half of them black: an image has 4 KB, so that many are far more than the
+  // channel holds.
+  const std::string bits(128, '\x0F'), mask(128, '\xFF');
+  const Pixmap source = XCreateBitmapFromData(display, painter.root, bits.data(), 32, 32);
+  const Pixmap shape = XCreateBitmapFromData(display, painter.root, mask.data(), 32, 32);
+  XColor white{}, black{};
+  white.red = white.green = white.blue = 0xFFFF;
+  const auto show = [&](unsigned hotspot) {
+    const Cursor cursor =
+        XCreatePixmapCursor(display, source, shape, &white, &black, hotspot, hotspot);
+    XDefineCursor(display, painter.root, cursor);
+    XFreeCursor(display, cursor);
+    XSync(display, False);
+  };
   Agent agent(server->display(),
               {{"CaptureMethod", "2"}, {"PollCursorTime", "0"}, {"MaxOutBufferSize", "262144"}});
   agent.start();
   agent.seen.cursors.clear();
   agent.connection->fbUpdateRequest();
 
-  // Each image has 4 KB: far more than the channel holds.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  for (int i = 0; i < 400; i++) {
+  for (unsigned i = 0; i < 400; i++) {
     const int64_t before = sleepsOf(agent.pid());
-    (i % 2 ? two : one).show(painter);
+    show(i % 2);
     while (sleepsOf(agent.pid()) <= before && std::chrono::steady_clock::now() < deadline)
       std::this_thread::yield();
   }
-  last.show(painter);
+  show(3);
   const rfb::Rect area(10, 20, 50, 40);
   painter.fill(area, 0xFF0000);
   ASSERT_TRUE(agent.waitFor([&] {

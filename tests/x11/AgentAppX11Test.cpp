@@ -14,18 +14,7 @@
 namespace {
 
 class AgentAppX11Test : public TXFixture {
- protected:
-  int count(const std::string& name) {
-    for (AgentPeer::Message& message : peer_.receive()) messages_.push_back(std::move(message));
-    int n = 0;
-    for (const AgentPeer::Message& message : messages_) n += message.name == name;
-    return n;
-  }
-
-  io::FdManager& loop_ = io::FdManager::instance();
-  test::ManualClock clock_;
-  AgentPeer peer_;
-  std::vector<AgentPeer::Message> messages_;
+  io::FdManager& loop_ = io::FdManager::instance();  // which timers need
 };
 
 // Some old X servers must not be asked for cursors before somebody has logged in.
@@ -33,28 +22,30 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   if (getuid() != 0) GTEST_SKIP() << "needs root: it starts a process of another user";
   start();
   VendorRelease(display()) = 10600000;
+  test::ManualClock clock;
+  AgentPeer peer;
+  std::string names;
+  const auto receive = [&] {
+    names.clear();
+    for (const test::Message& message : peer.receive())
+      if (message.name != "logMsg") names += message.name + " ";
+    return names;
+  };
   io::LogDestIpc logDest;
-  svr::AgentAppX11 app(true, logDest, peer_.endpoint());
+  svr::AgentAppX11 app(true, logDest, peer.endpoint());
   EXPECT_TRUE(log_.has("Temporarily disabling XFixes cursors: X.Org 10600000 too old", 30));
-  peer_.send("start", "");
-  EXPECT_EQ(count("setCursorImage"), 1) << "the built-in arrow";
+  peer.send("start", "");
+  EXPECT_NE(receive().find("setCursorImage"), std::string::npos) << "the built-in arrow";
 
   const support::UserProcess user(12345, "/home/user/.Xauthority");
   ASSERT_TRUE(user.isReady());
   const support::AppWindow window(client(), DefaultRootWindow(client()), user.pid());
   for (int i = 0; i < 2; i++) {
-    clock_.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
+    clock.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
     AgentPeer::turn();
   }
   EXPECT_EQ(log_.count("Window manager has started; using XFixes", 100, "AgentAppX11"), 1);
-  EXPECT_EQ(count("setCursorImage"), 2);
-  EXPECT_EQ(count("desktopUidChanged"), 1);
-  for (const AgentPeer::Message& message : messages_) {
-    if (message.name == "desktopUidChanged") {
-      EXPECT_EQ(message.body,
-                test::u32(0) + test::u32(12345) + test::shortString("/home/user/.Xauthority"));
-    }
-  }
+  EXPECT_EQ(receive(), "setCursorImage desktopUidChanged ");
 }
 
 class NobodyTold : public tx::DesktopUidMonitor::Callback {
