@@ -8,11 +8,13 @@
 #include <utility>
 
 #include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "plat/Time.h"
 
 namespace io {
 
 FdIo::FdIo(int fd) : FdHandler(fd), in_(fd, kMaxInput), out_(fd, this), timer_(this) {
+  FdSelectManager::requirePollable(fd);
   plat::FileDescriptor::setNonBlocking(fd);
 }
 
@@ -21,6 +23,7 @@ FdIo::FdIo(plat::FileDescriptor fd)
       in_(FdHandler::fd(), kMaxInput),
       out_(FdHandler::fd(), this),
       timer_(this) {
+  FdSelectManager::requirePollable(FdHandler::fd());
   plat::FileDescriptor::setNonBlocking(FdHandler::fd());
 }
 

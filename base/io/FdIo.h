@@ -23,7 +23,8 @@ class FdIo : public Io,
   // Bytes of input that can be held at most.
   static constexpr size_t kMaxInput = 1024 * 1024 + 64 * 1024;
 
-  // Without owning the descriptor. Throws SystemException.
+  // Without owning the descriptor. Throws SystemException, and Exception for a descriptor that is
+  // too large to be polled.
   explicit FdIo(int fd);
   explicit FdIo(plat::FileDescriptor fd);
   ~FdIo() override;

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "plat/Exception.h"
 
 namespace io {
@@ -15,6 +16,7 @@ FdKicker::FdKicker(Callback* callback) : callback_(callback) {
   if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) < 0) throw plat::SystemException("pipe", errno);
   setFd(plat::FileDescriptor(ends[0]));
   writeEnd_.reset(ends[1]);
+  FdSelectManager::requirePollable(fd());
   FdManager::instance().setWants(*this, true, false);
 }
 

@@ -17,7 +17,8 @@ class FdKicker : public FdHandler {
     ~Callback() = default;
   };
 
-  // Registers with the thread's FdManager. The callback is not owned. Throws SystemException.
+  // Registers with the thread's FdManager. The callback is not owned. Throws SystemException,
+  // and Exception when the descriptor is too large to be polled.
   explicit FdKicker(Callback* callback);
 
   // Safe in signal handlers; leaves errno alone.

@@ -37,6 +37,11 @@ FdSelectManager::~FdSelectManager() {
   unregisterAll();
 }
 
+void FdSelectManager::requirePollable(int fd) {
+  if (fd < FD_SETSIZE) return;
+  throw plat::Exception("Descriptor %d is too large to wait for (limit %d)", fd, FD_SETSIZE - 1);
+}
+
 int FdSelectManager::waitMs(int timeoutMs) {
   if (timeoutMs < 0) return -1;
   const bool limited = timeoutMs > 0 && timeoutMs < std::numeric_limits<int>::max();

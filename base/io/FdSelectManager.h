@@ -13,6 +13,9 @@ class FdSelectManager : public FdManager {
 
   bool process(int timeoutMs) override;
 
+  // Throws Exception for a descriptor that would never be polled.
+  static void requirePollable(int fd);
+
   // The milliseconds that select is given: a limited wait is made one longer, so that the timer it
   // waits for is due when it ends.
   static int waitMs(int timeoutMs);

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <mbedtls/md.h>
 #include <poll.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -18,6 +17,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "io/FdSelectManager.h"
 #include "plat/Exception.h"
 #include "plat/Hex.h"
 
@@ -53,12 +53,6 @@ std::string utcNow() {
   gmtime_r(&now, &parts);
   strftime(text, sizeof text, "%Y-%m-%d %H:%M:%SZ", &parts);
   return text;
-}
-
-void requirePollable(int fd) {
-  if (fd >= FD_SETSIZE) {
-    throw plat::Exception("Descriptor %d is too large to wait for (limit %d)", fd, FD_SETSIZE - 1);
-  }
 }
 
 }  // namespace
@@ -118,7 +112,7 @@ plat::FileDescriptor LaunchedPipe::openInherited() const {
   if (parsed.ec != std::errc() || fcntl(fd, F_GETFD) < 0) {
     throw plat::Exception("Pipe name '%s' is not an open descriptor", name_.c_str());
   }
-  requirePollable(fd);
+  io::FdSelectManager::requirePollable(fd);
   plat::FileDescriptor owned(fd);
   plat::FileDescriptor::setCloseOnExec(fd);
   plat::FileDescriptor::setNonBlocking(fd);
@@ -129,7 +123,7 @@ plat::FileDescriptor LaunchedPipe::openSocket(const Settings& settings) const {
   redirectErrors(settings);
   std::fprintf(stderr, "%s: connecting to '%s'\n", utcNow().c_str(), name_.c_str());
   plat::FileDescriptor fd = connect(settings.limit);
-  requirePollable(fd.get());
+  io::FdSelectManager::requirePollable(fd.get());
   plat::FileDescriptor::setNonBlocking(fd.get());
   if (hash_) checkHash(fd.get(), settings.limit);
   return fd;
