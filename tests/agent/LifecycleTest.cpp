@@ -7,12 +7,9 @@
 #include <fstream>
 
 #include "agent/Agent.h"
-#include "support/Program.h"
 #include "support/TempDir.h"
 
 namespace {
-
-using support::Program;
 
 // What an agent keeps outside its own memory while the desktop is started.
 struct Traces {
@@ -167,116 +164,6 @@ TEST(LifecycleTest, AFailedStartCanBeRepeated) {
   EXPECT_EQ(agent.connection->pixelBuffer().rect, small);
   EXPECT_TRUE(tracesOf(agent).all());
   EXPECT_FALSE(traces.any());
-}
-
-TEST(CommandLineTest, RefusesWhatItDoesNotKnow) {
-  const std::string notDirectly = "This program is not intended to be run directly.\n";
-  const struct {
-    std::vector<std::string> arguments;
-    int status;
-    std::string errors;
-    std::string outputBegins;
-  } cases[] = {
-      {{}, 1, notDirectly, ""},
-      {{"Service"}, 1, notDirectly, ""},
-      {{"users"}, 1, notDirectly, ""},
-      {{"user", "-paramsxml"}, 0, "", "<?xml version=\"1.0\"?>\n<config>\n<bool   name=\"_Agent"},
-      {{"user"}, 1, "Bad command-line: got <null> instead of pipe name\n", ""},
-      {{"user", "-lppDebugs"}, 1, "Bad command-line: got -lppDebugs instead of pipe name\n", ""},
-      {{"virtual", "-dummy", "-PollInterval", "0"},
-       1,
-       "Bad argument '-PollInterval'.  Run with -help for usage.\n",
-       "ruvoagent " RUVO_VERSION "\nUsage: ruvoagent {service|user|virtual} [-paramsxml]"},
-      {{"user", "-dummy", "-help"}, 0, "", "ruvoagent " RUVO_VERSION "\nUsage: "},
-      {{"user", "-dummy", "/?", "xml"}, 0, "", "<?xml version=\"1.0\"?>\n"},
-      {{"user", "1023"}, 1, "Pipe name '1023' is not an open descriptor\n", ""},
-  };
-  for (const auto& c : cases) {
-    Program::Options options;
-    options.captureOutput = options.captureErrors = true;
-    options.environment = {{"DISPLAY", {}}, {"LC_ALL", "C"}, {"HOME", "/nonexistent"}};
-    std::vector<std::string> arguments{RUVO_AGENT};
-    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
-    Program program(arguments, options);
-    EXPECT_EQ(program.wait(), c.status);
-    EXPECT_EQ(program.errors(), c.errors);
-    EXPECT_EQ(program.output().substr(0, c.outputBegins.size()), c.outputBegins);
-    if (c.outputBegins.empty()) {
-      EXPECT_EQ(program.output(), "");
-    }
-  }
-}
-
-TEST(CommandLineTest, EveryParameterAndLogSourceIsLinkedIn) {
-  Program::Options options;
-  options.captureOutput = true;
-  options.environment = {{"LC_ALL", "C"}};
-  const std::string xml = Program::run({RUVO_AGENT, "user", "-paramsxml"}, options);
-  for (const char* name : {"RandR",
-                           "poll",
-                           "SendPrimary",
-                           "CaptureMethod",
-                           "PollInterval",
-                           "UseXFixes",
-                           "Monitor",
-                           "_ClipToMonitors",
-                           "PollCursorTime",
-                           "UsePointerMapping",
-                           "EnableClipboard",
-                           "_AgentDebugUpdates",
-                           "UpdatePeriod",
-                           "UpdateBatchDelay",
-                           "AlterShiftWithMods",
-                           "_UseXShm",
-                           "_MaxGrabRects",
-                           "UseCutBuffer",
-                           "_DebugEvents",
-                           "owncmap",
-                           "xsync",
-                           "_NoGrab",
-                           "CompactLog",
-                           "LogDir",
-                           "LogFile",
-                           "Log",
-                           "_BadUtf8Assert",
-                           "Locale",
-                           "LazyFlushTimeout",
-                           "SimpleRegions",
-                           "DeadKeyFile",
-                           "ElevateCmd",
-                           "ElevateCmdSingleArg",
-                           "MaxOutBufferSize"})
-    EXPECT_NE(xml.find(plat::format(" name=\"%s\"", name)), std::string::npos) << name;
-  const std::string help = Program::run({RUVO_AGENT, "user", "-dummy", "-help", "all"}, options);
-  for (const char* name : {"AgentAppX11", "SDesktopX11", "TXWindow", "TcpIo", "ruvoagent", "ipc"})
-    EXPECT_NE(help.find(plat::format("\n  %s\n", name)), std::string::npos) << name;
-}
-
-TEST(CommandLineTest, WithoutAServerItRunsUntilASignal) {
-  const auto server = support::XServer::xvfb("641x480x24");
-  Program::Options options;
-  options.captureErrors = true;
-  options.environment = {{"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
-  const auto program =
-      server->start({RUVO_AGENT, "user", "-dummy", "-Log=AgentAppX11:stderr:30"}, options);
-  const auto connection = server->connect();
-  // Caught as soon as the loop runs; before that it would end the program by the signal.
-  const std::string status = plat::format("/proc/%d/status", program->pid());
-  ASSERT_TRUE(support::waitFor([&] {
-    std::ifstream in(status);
-    std::string line;
-    while (std::getline(in, line))
-      if (line.starts_with("SigCgt:")) return (std::stoull(line.substr(8), nullptr, 16) >> 14) & 1;
-    return 0ull;
-  }));
-  program->signal(SIGTERM);
-  EXPECT_EQ(program->wait(), 0);
-  EXPECT_NE(program->errors().find("AgentAppX11: Got signal SIGTERM"), std::string::npos);
-}
-
-TEST(CommandLineTest, NoDisplayIsAnError) {
-  Agent agent(":9999");
-  EXPECT_EQ(agent.exitStatus(), 1);
 }
 
 }  // namespace

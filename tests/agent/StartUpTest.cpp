@@ -1,18 +1,15 @@
 // The ways in which a server starts the program, and what it finds there.
 
 #include <fcntl.h>
-#include <mbedtls/md.h>
 #include <sys/resource.h>
-#include <sys/un.h>
 
-#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 
+#include "agent/Agent.h"
 #include "agent/RawAgent.h"
 #include "plat/Exception.h"
-#include "plat/Hex.h"
 #include "support/TempDir.h"
 #include "support/XServer.h"
 
@@ -46,20 +43,14 @@ Outcome run(std::vector<std::string> arguments, const Program::Options& options)
 }
 
 TEST_F(StartUpTest, RefusesInTheUsersLanguage) {
-  const std::string german = "Dieses Programm ist nicht für die direkte Ausführung vorgesehen.\n";
-  const std::string spanish = "Este programa no está diseñado para ejecutarse directamente.\n";
-  const std::string french = "Ce programme n'est pas conçu pour être exécuté directement.\n";
-  const std::string portuguese = "Este programa não deve ser executado diretamente.\n";
-  const std::string english = "This program is not intended to be run directly.\n";
   const struct {
-    const char* all;
-    const char* messages;
-    const char* lang;
-    std::string text;
+    const char *all, *messages, *lang, *text;
   } cases[] = {
-      {"de_DE.UTF-8", "", "", german},  {"", "es_ES", "fr_FR", spanish},
-      {"", "", "fr_FR.UTF-8", french},  {"pt_BR", "de_DE", "de_DE", portuguese},
-      {"it_IT.UTF-8", "", "", english}, {"", "", "", english},
+      {"de_DE.UTF-8", "", "", "Dieses Programm ist nicht für die direkte Ausführung vorgesehen.\n"},
+      {"", "es_ES", "fr_FR", "Este programa no está diseñado para ejecutarse directamente.\n"},
+      {"", "", "fr_FR.UTF-8", "Ce programme n'est pas conçu pour être exécuté directement.\n"},
+      {"pt_BR", "de_DE", "de_DE", "Este programa não deve ser executado diretamente.\n"},
+      {"it_IT.UTF-8", "", "", "This program is not intended to be run directly.\n"},
   };
   for (const auto& c : cases) {
     Program::Options options = RawAgent::programOptions(display());
@@ -73,32 +64,42 @@ TEST_F(StartUpTest, RefusesInTheUsersLanguage) {
   }
 }
 
-TEST_F(StartUpTest, FailuresReachTheLauncher) {
+TEST_F(StartUpTest, EndsWithoutADesktop) {
+  const std::string usage =
+      "ruvoagent " RUVO_VERSION "\nUsage: ruvoagent {service|user|virtual} [-";
+  const std::string xml = "<?xml version=\"1.0\"?>\n<config>\n<bool   name=\"_Agent";
   const struct {
     std::vector<std::string> arguments;
-    const char* display;
-    std::string errors;
-    bool showsUsage;
+    int status;
+    std::string errors, output;  // the latter's beginning
   } cases[] = {
-      {{"user", "-dummy"}, ":9999", "unable to open display \":9999\"\n", false},
-      {{"user", "-dummy", "-Monitor=\xFF"}, ":9999", "Bad UTF-8 string for Monitor\n", false},
-      {{"user", "-dummy", "--LogDir", "/tmp"},
-       ":9999",
-       "Bad argument '--LogDir'.  Run with -help for usage.\n",
-       true},
-      {{"user", "-hash", "12", "name"}, ":9999", "-hash argument bad or missing\n", false},
-      {{"user", "-fork", "-dummy"},
-       ":9999",
-       "Bad command-line: got -dummy instead of pipe name\n",
-       false},
+      {{}, 1, "This program is not intended to be run directly.\n", ""},
+      {{"user", "-paramsxml", "-nonsense"}, 0, "", xml},
+      {{"user"}, 1, "Bad command-line: got <null> instead of pipe name\n", ""},
+      {{"user", "-fork", "-dummy"}, 1, "Bad command-line: got -dummy instead of pipe name\n", ""},
+      {{"user", "-hash", "12", "name"}, 1, "-hash argument bad or missing\n", ""},
+      {{"user", "1023"}, 1, "Pipe name '1023' is not an open descriptor\n", ""},
+      {{"user", "-dummy", "/?"}, 0, "", usage},
+      {{"user", "-dummy", "-help", "xml"}, 0, "", xml},
+      {{"virtual", "-dummy", "-PollInterval", "0"},
+       1,
+       "Bad argument '-PollInterval'.  Run with -help for usage.\n",
+       usage},
+      {{"user", "-dummy", "-Monitor=\xFF"}, 1, "Bad UTF-8 string for Monitor\n", ""},
+      {{"user", "-dummy"}, 1, "unable to open display \":9999\"\n", ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.arguments));
-    const Outcome outcome = run(c.arguments, RawAgent::programOptions(c.display));
-    EXPECT_EQ(outcome.status, 1);
+    const Outcome outcome = run(c.arguments, RawAgent::programOptions(":9999"));
+    EXPECT_EQ(outcome.status, c.status);
     EXPECT_EQ(outcome.errors, c.errors);
-    EXPECT_EQ(!outcome.output.empty(), c.showsUsage);
+    EXPECT_TRUE(outcome.output.starts_with(c.output)) << outcome.output;
+    EXPECT_EQ(outcome.output.empty(), c.output.empty());
   }
+  const std::string help =
+      run({"user", "-dummy", "-HELP", "all"}, RawAgent::programOptions(":9999")).output;
+  for (const char* name : {"AgentAppX11", "SDesktopX11", "TXWindow", "TcpIo", "ruvoagent", "ipc"})
+    EXPECT_NE(help.find(plat::format("\n  %s\n", name)), std::string::npos) << name;
 }
 
 TEST_F(StartUpTest, NoFontIsAnError) {
@@ -115,18 +116,21 @@ TEST_F(StartUpTest, NoFontIsAnError) {
   EXPECT_EQ(outcome.errors, "Failed to load any font\n");
 }
 
+// Whether it is the channel's or the X connection's, it would never be polled.
 TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
-  Program::Options options = RawAgent::programOptions(display());
   rlimit limit;
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  if (limit.rlim_cur <= 1024) GTEST_SKIP() << "needs more descriptors";
-  const plat::FileDescriptor fd(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 1024));
-  ASSERT_TRUE(fd);
-  options.descriptors = {{fd.get(), fd.get()}};
-  const Outcome outcome = run({"user", std::to_string(fd.get())}, options);
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.errors,
-            plat::format("Descriptor %d is too large to wait for (limit 1023)\n", fd.get()));
+  if (limit.rlim_cur <= 1100) GTEST_SKIP() << "needs more descriptors";
+  const plat::FileDescriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  Program::Options options = RawAgent::programOptions(display());
+  for (int fd = STDERR_FILENO + 1; fd <= 1024; fd++) options.descriptors[fd] = null.get();
+  for (const char* name : {"1024", "-dummy"}) {
+    const Outcome outcome = run({"user", name}, options);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.errors.starts_with("Descriptor 10") &&
+                outcome.errors.ends_with(" is too large to wait for (limit 1023)\n"))
+        << outcome.errors;
+  }
 }
 
 // The next descriptor opened would take the place of standard error, so that the X server would get
@@ -155,107 +159,69 @@ TEST_F(StartUpTest, StandardErrorMayBeClosed) {
   EXPECT_EQ(agent.exitStatus(), 0);
 }
 
-// A socket that the agent is to connect to.
-class Listener {
- public:
-  Listener() : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path().copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(fd_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(fd_.get(), 1), 0);
+TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
+  using Channel = host::LaunchOptions::Channel;
+  const struct {
+    Channel channel;
+    bool useHash, fork;
+  } cases[] = {{Channel::descriptor, false, true},
+               {Channel::namedSocket, false, false},
+               {Channel::namedSocket, true, false},
+               {Channel::namedSocket, true, true}};
+  for (const auto& c : cases) {
+    host::LaunchOptions options = Agent::options(display());
+    options.channel = c.channel;
+    options.useHash = c.useHash;
+    if (c.fork) options.pipeOptions = {"-fork"};
+    host::AgentProcess process = host::AgentProcess::launch(options);
+    plat::FileDescriptor channel = process.takeChannel();
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    getsockopt(channel.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
+    Recorder seen;
+    host::AgentConnection connection(std::move(channel), &seen);
+    ASSERT_TRUE(connection.processUntil([&] { return seen.logged; }, 10000));
+    EXPECT_EQ(seen.beforeLog, (std::vector<std::string>{"init 7cca9ecb", "initRectAndPf"}));
+    // The one that was forked leads a session of its own.
+    if (c.channel == Channel::namedSocket) {
+      EXPECT_EQ(peer.pid != process.pid(), c.fork);
+      EXPECT_EQ(getsid(peer.pid) == peer.pid, c.fork);
+    }
+    connection.close();
+    EXPECT_EQ(process.wait(10000), 0);
   }
-  std::string path() const { return directory_ / "agent"; }
-  plat::FileDescriptor accept() {
-    return plat::FileDescriptor(accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  }
-
- private:
-  test::TempDir directory_;
-  plat::FileDescriptor fd_;
-};
-
-std::string hashOf(const std::string& secret) {
-  std::array<unsigned char, 32> hash;
-  EXPECT_EQ(
-      mbedtls_md(mbedtls_md_info_from_type(MBEDTLS_MD_SHA256),
-                 reinterpret_cast<const unsigned char*>(secret.data()), secret.size(), hash.data()),
-      0);
-  return plat::hexEncode(hash.data(), hash.size());
 }
 
-TEST_F(StartUpTest, NamedSockets) {
-  const std::string secret = "0123456789ABCDEF0123456789abcdef";
-  const struct {
-    std::vector<std::string> options;
-    std::string sent;
-    bool accepted;
-  } cases[] = {
-      {{}, "", true},
-      {{"-hash", hashOf(secret)}, secret, true},
-      {{"-hash", hashOf(secret), "-fork"}, secret, true},
-      {{"-hash", hashOf(secret + "x")}, secret, false},
-      {{"-hash", hashOf(secret)}, secret.substr(1), false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.options));
-    Listener listener;
-    std::vector<std::string> arguments{RUVO_AGENT, "user"};
-    arguments.insert(arguments.end(), c.options.begin(), c.options.end());
-    arguments.insert(arguments.end(), {listener.path(), "-Log=*:nosuch:1"});
-    auto program = std::make_unique<Program>(arguments, RawAgent::programOptions(display()));
-    RawAgent agent(std::move(program), listener.accept());
-    agent.send(c.sent);
-    if (c.accepted) {
-      agent.sync();
-      EXPECT_EQ(agent.names().front(), "init");
-      // The one that was forked leads a session of its own.
-      const bool forked = agent.peer() != agent.program().pid();
-      EXPECT_EQ(forked, !c.options.empty() && c.options.back() == "-fork");
-      EXPECT_EQ(getsid(agent.peer()) == agent.peer(), forked);
-      agent.hangUp();
-    } else {
-      agent.endOutput();
-    }
-    EXPECT_EQ(agent.exitStatus(), c.accepted ? 0 : 1);
-    EXPECT_TRUE(c.accepted || agent.bytes().empty());
-    // Nobody is there to read it.
-    EXPECT_EQ(agent.program().errors(), "");
-  }
+TEST_F(StartUpTest, WithoutAServerItRunsUntilASignal) {
+  Program program({RUVO_AGENT, "user", "-dummy", "-CompactLog", "-Log=*:stderr:100"},
+                  RawAgent::programOptions(display()));
+  ASSERT_TRUE(support::waitFor(
+      [&] { return program.errors().find("Discarding message") != std::string::npos; }));
+  program.signal(SIGTERM);
+  EXPECT_EQ(program.wait(), 0);
+  EXPECT_NE(program.errors().find(" AgentAppX11: Got signal SIGTERM\n"), std::string::npos);
 }
 
 TEST_F(StartUpTest, ConfigurationDirectories) {
   test::TempDir home;
-  const auto write = [&](const std::string& name, const std::string& content) {
-    std::filesystem::create_directories(home / ".ruvo/config.d");
-    std::filesystem::create_directories(home / ".ruvo/policy.d");
-    std::ofstream(home / ".ruvo/" + name) << content;
-  };
-  write("config.d/common", "PollInterval = 77\r\n# remark\nUpdatePeriod=10\nno value\n");
-  write("config.d/common.custom", "UpdatePeriod=11\npoll=5\n_MaxGrabRects=3\n");
-  write("policy.d/common", "UpdatePeriod=12\n");  // users impose none
-  const std::map<std::string, std::string> environment{{"HOME", home.path()}};
+  for (const char* directory : {"config.d", "policy.d"})
+    std::filesystem::create_directories(home / ".ruvo/" + directory);
+  std::ofstream(home / ".ruvo/config.d/common") << "PollInterval = 77\nUpdatePeriod=10\npoll=5\n";
+  std::ofstream(home / ".ruvo/config.d/common.custom") << "UpdatePeriod=11\n_MaxGrabRects=3\n";
+  std::ofstream(home / ".ruvo/policy.d/common") << "UpdatePeriod=12\n";  // users impose none
 
-  RawAgent agent(display(), {"-poll", "6"}, environment);
+  RawAgent agent(display(), {"-poll", "6"}, {{"HOME", home.path()}});
   agent.sync();
-  const std::vector<std::string> log = agent.logText(100);
-  for (const std::string& line :
-       {"30 FileConfig: Reading common config from " + (home / ".ruvo/config.d"),
-        "0 FileConfig: Bad line 4 in " + (home / ".ruvo/config.d/common"),
-        "30 FileConfig: Reading common.custom config from " + (home / ".ruvo/config.d"),
-        std::string("30 Configuration: poll=6 (Preference)"),
-        std::string("30 Configuration: PollInterval=77 (Preference)"),
-        std::string("30 Configuration: UpdatePeriod=11 (Preference)")})
-    EXPECT_NE(std::find(log.begin(), log.end(), line), log.end()) << line;
-  for (const std::string& line : log) EXPECT_EQ(line.find("=3 (Pref"), line.npos) << line;
-
+  std::vector<std::string> settings;
+  for (const std::string& line : agent.logText(30))
+    if (line.starts_with("30 Configuration: ")) settings.push_back(line.substr(18));
+  EXPECT_EQ(settings,
+            (std::vector<std::string>{"poll=6 (Preference)", "PollInterval=77 (Preference)",
+                                      "UpdatePeriod=11 (Preference)"}));
   // The list is of the program's own defaults.
   Program::Options options = RawAgent::programOptions(display());
-  const Outcome without = run({"user", "-paramsxml"}, options);
   options.environment["HOME"] = home.path();
-  const Outcome with = run({"user", "-paramsxml", "-poll", "6"}, options);
-  EXPECT_EQ(with.status, 0);
-  EXPECT_EQ(with.output, without.output);
+  EXPECT_EQ(run({"user", "-paramsxml"}, options).output.find("priority=\"10\""), std::string::npos);
 }
 
 }  // namespace

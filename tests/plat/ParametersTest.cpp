@@ -1,7 +1,9 @@
+// The types of parameters: their texts, their priorities and their XML form.
+
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <functional>
+#include <sstream>
 
 #include "plat/BinaryParameter.h"
 #include "plat/BoolParameter.h"
@@ -11,6 +13,7 @@
 #include "plat/ParameterChangedCallback.h"
 #include "plat/S64Parameter.h"
 #include "plat/StringParameter.h"
+#include "plat/XmlConfig.h"
 #include "support/LogCapture.h"
 #include "support/Thrown.h"
 
@@ -19,7 +22,25 @@ namespace {
 using namespace plat;
 using Lines = std::vector<std::string>;
 
-const char* const kColours[] = {"Red", "Green", "Blue", nullptr};
+const char* const kSides[] = {"Left & right", "None", nullptr};
+
+struct Group {
+  Configuration config{"Test"};
+  Configuration child{"Child"};
+  StringParameter text{"text", "Say <a> & \"b\".", "t", false, "zz,noPolicy", &config};
+  BoolParameter flag{"Flag", MessageId{"some_id"}, true, true, nullptr, &config};
+  IntParameter number{"Number", "", 5, -9, INT32_MAX, false, nullptr, &config};
+  EnumParameter side{"side", "d", 1, kSides, false, nullptr, &config};
+  S64Parameter wide{"Wide", "d", 258, false, nullptr, &config};
+  BinaryParameter bytes{"Bytes", "d", {}, false, nullptr, &child};
+
+  Group() { config.addChild(&child); }
+  std::string written() const {
+    std::ostringstream out;
+    XmlConfig::write(out, config);
+    return out.str();
+  }
+};
 
 class Recorder : public ParameterChangedCallback {
  public:
@@ -32,198 +53,217 @@ class Recorder : public ParameterChangedCallback {
   std::function<void()> action;
 };
 
-TEST(BoolParameter, ReadsItsWords) {
-  Configuration config("Test");
-  const auto read = [&](const char* text, bool before) {
-    BoolParameter param("P", "", before, false, nullptr, &config);
-    return !param.setParam(text, 10) ? "refused" : param.value() ? "on" : "off";
-  };
-  EXPECT_STREQ(read(nullptr, false), "on");
-  for (const char* text : {"", "1", "on", "TRUE", "Yes"}) EXPECT_STREQ(read(text, false), "on");
-  for (const char* text : {"0", "Off", "no", "false"}) EXPECT_STREQ(read(text, true), "off");
-  support::LogCapture log(200);
-  for (const char* text : {"2", "01", "y", " 1", "tru", "-1", "t", "on ", "truex"}) {
-    EXPECT_STREQ(read(text, false), "refused") << text;
-    EXPECT_EQ(
-        log.take(),
-        Lines{std::string("0 ConfigParameter: Bool parameter P: invalid value '") + text + "'"});
+TEST(ParametersTest, ReadText) {
+  Group g;
+  const struct {
+    ConfigParameter& param;
+    const char *text, *value;
+  } good[] = {{g.flag, "Off", "0"},
+              {g.flag, nullptr, "1"},
+              {g.flag, "no", "0"},
+              {g.flag, "TRUE", "1"},
+              {g.number, "0x7fffffff", "2147483647"},
+              {g.number, "010", "8"},
+              {g.number, " 7", "7"},
+              {g.side, "none", "None"},
+              // Bare digits have the lowest byte first.
+              {g.wide, "0100000000000000", "int64:0000000000000001"},
+              {g.wide, "int64:FFFFFFFFFFFFFFFD", "int64:FFFFFFFFFFFFFFFD"},
+              {g.bytes, "00fFa5", "<binary>"}};
+  for (const auto& c : good) {
+    EXPECT_TRUE(c.param.setParam(c.text, 10)) << c.value;
+    EXPECT_EQ(c.param.getValueStr(), c.value);
   }
-}
+  EXPECT_EQ(g.wide.value(), -3);
+  EXPECT_TRUE(g.bytes.value().sensitive());
 
-TEST(IntParameter, ReadsNumbersWithinItsLimits) {
-  Configuration config("Test");
-  IntParameter param("P", "", 1, -3, INT_MAX, false, nullptr, &config);
-  const std::pair<const char*, int> good[] = {
-      {"5", 5}, {"0x7fffffff", INT_MAX}, {"2147483647", INT_MAX}, {"010", 8}, {"-3", -3},
-      {" 7", 7}};
-  for (const auto& [text, value] : good) {
-    EXPECT_TRUE(param.setParam(text, 10)) << text;
-    EXPECT_EQ(param.value(), value) << text;
-  }
+  const std::pair<ConfigParameter&, std::vector<const char*>> bad[] = {
+      {g.flag, {"2", "01", " 1", "on "}},
+      {g.number, {nullptr, "", " ", "-10", "2147483648", "18446744073709551621", "08", "5 "}},
+      {g.side, {nullptr, "", "1", "Nones"}},
+      {g.text, {nullptr}},
+      {g.wide, {nullptr, "", "int64:1", "int64:000000000000000g", "INT64:0000000000000001"}},
+      {g.bytes, {nullptr, "abc", "0g"}}};
   support::LogCapture log(200);
-  for (const char* text : {"-4", "2147483648", "4294967301", "18446744073709551621",
-                           "-99999999999999999999", "08", "0x", "5 ", "5ms", "1.0", " ", ""})
-    EXPECT_FALSE(param.setParam(text, 10)) << text;
-  EXPECT_FALSE(param.setParam(nullptr, 10));
-  EXPECT_FALSE(param.setParam(-4, 10));
-  EXPECT_EQ(param.value(), 7);
-  EXPECT_EQ(log.take(), Lines{});
+  for (const auto& [param, texts] : bad) {
+    const String before = param.getValueStr();
+    for (const char* text : texts) EXPECT_FALSE(param.setParam(text, 10)) << (text ? text : "null");
+    EXPECT_EQ(param.getValueStr(), before);
+  }
+  EXPECT_EQ(log.take().at(0), "0 ConfigParameter: Bool parameter Flag: invalid value '2'");
+  EXPECT_FALSE(g.number.setParam(-10, 10) || g.side.setParam(2, 10) || g.text.setParam(1, 10));
+  EXPECT_EQ(test::thrownBy([&] { g.text.setParam("caf\xE9", 10); }),
+            "BadUtf8: Bad UTF-8 string for text");
 }
 
-TEST(EnumParameter, ReadsNamesOnly) {
-  Configuration config("Test");
-  EnumParameter param("P", "", 0, kColours, false, nullptr, &config);
-  EXPECT_TRUE(param.setParam("BLUE", 10));
-  for (const char* text : {"1", "", "Blu", "Bluer"}) EXPECT_FALSE(param.setParam(text, 10)) << text;
-  EXPECT_FALSE(param.setParam(nullptr, 10));
-  for (const int value : {3, -1}) EXPECT_FALSE(param.setParam(value, 10));
-  EXPECT_EQ(param.getValueInt(), 2);
-  EXPECT_EQ(param.getValueStr(), "Blue");
-}
-
-TEST(StringParameter, TakesUtf8Only) {
-  Configuration config("Test");
-  StringParameter param("Name", "", "before", false, nullptr, &config);
-  EXPECT_FALSE(param.setParam(nullptr, 10));
-  EXPECT_FALSE(param.setParam(1, 10));
-  EXPECT_EQ(test::thrownBy([&] { param.setParam("caf\xE9", 10); }),
-            "BadUtf8: Bad UTF-8 string for Name");
-  EXPECT_EQ(param.value(), "before");
-  EXPECT_TRUE(param.setParam("caf\xC3\xA9", 10));
-  EXPECT_EQ(param.getValueStr(), "caf\xC3\xA9");
-}
-
-TEST(StringParameterDeathTest, Assertions) {
-  Configuration config("Test");
-  StringParameter param("Name", "", "", false, nullptr, &config);
+TEST(ParametersDeathTest, BadUtf8CanBeFatal) {
   EXPECT_DEATH(
       {
         Configuration::global().setParam("_BadUtf8Assert", nullptr, 10);
-        param.setParam("\xFF", 10);
+        Configuration::global().setParam("LogDir", "\xFF", 10);
       },
-      "Assertion failed: .*Bad UTF-8 string for Name");
+      "Assertion failed: .*Bad UTF-8 string for LogDir");
 }
 
-TEST(S64Parameter, OrdersBytesByTheForm) {
-  Configuration config("Test");
-  S64Parameter param("P", "", 77, false, nullptr, &config);
-  const struct {
-    const char *text, *shown;
-    int64_t value;
-  } cases[] = {{"0100000000000000", "int64:0000000000000001", 1},
-               {"int64:0100000000000000", "int64:0100000000000000", 0x0100000000000000},
-               {"fEffffffffffffff", "int64:fffffffffffffffe", -2},
-               {"int64:FFFFFFFFFFFFFFFD", "int64:FFFFFFFFFFFFFFFD", -3},
-               {"0000000000000080", "int64:8000000000000000", INT64_MIN}};
-  for (const auto& c : cases) {
-    EXPECT_TRUE(param.setParam(c.text, 10)) << c.text;
-    EXPECT_EQ(param.value(), c.value) << c.text;
-    EXPECT_EQ(param.getValueStr(), c.shown) << c.text;
-  }
-  for (const char* text :
-       {"int64:1", "int64:00000000000000001", "int64:000000000000000g", "INT64:0000000000000001",
-        "01000000000000", "010000000000000000", "010000000000000", "01 0000000000000", ""})
-    EXPECT_FALSE(param.setParam(text, 10)) << text;
-  EXPECT_FALSE(param.setParam(nullptr, 10));
-  EXPECT_EQ(param.value(), INT64_MIN);
-}
-
-TEST(BinaryParameter, KeepsItsBytesToItself) {
-  Configuration config("Test");
-  BinaryParameter param("Secret", "", {}, false, nullptr, &config);
-  support::LogCapture log(200);
-  for (const char* text : {"a", "abc", "0g", "0x00", " 00"}) {
-    EXPECT_FALSE(param.setParam(text, 10)) << text;
-  }
-  EXPECT_FALSE(param.setParam(nullptr, 10));
-  ASSERT_TRUE(param.setParam("00fFa5", 10));
-
-  BinaryParameter::Bytes bytes;
-  param.getData(bytes);
-  const unsigned char expected[] = {0x00, 0xFF, 0xA5};
-  EXPECT_EQ(bytes, BinaryParameter::Bytes(expected, sizeof expected));
-  EXPECT_TRUE(bytes.sensitive());
-
-  EXPECT_EQ(param.getValueStr(), "<binary>");
-  EXPECT_EQ(param.getAllValues().at(10), "<binary>");
-  EXPECT_EQ(param.getStoredTextAt(10), "00ffa5");
-  EXPECT_EQ(log.take(), Lines{"100 ConfigParameter: set Secret(binary) to <binary>, priority 10"});
-}
-
-TEST(ConfigParameter, HighestPriorityIsEffective) {
-  Configuration config("Test");
-  IntParameter param("P", "", 1, 0, 100, false, nullptr, &config);
+TEST(ParametersTest, HighestPriorityIsEffective) {
+  Group g;
   Recorder recorder;
-  param.addCallback(&recorder);
-
-  EXPECT_TRUE(param.setParam("30", 30));
-  EXPECT_TRUE(param.setParam("10", 10));
-  EXPECT_EQ(param.value(), 30);
-  EXPECT_EQ(param.getPriority(), 30);
-  EXPECT_EQ(param.getValueStrAt(10), "10");
-  EXPECT_TRUE(param.setParam("0xA", 10)) << "the same value is accepted";
+  g.number.addCallback(&recorder);
+  EXPECT_TRUE(g.number.setParam("30", 30));
+  EXPECT_TRUE(g.number.setParam("10", 10));
+  EXPECT_EQ(g.number.value(), 30);
+  EXPECT_TRUE(g.number.setParam("0xA", 10)) << "the same value is accepted";
   EXPECT_EQ(recorder.priorities, (std::vector<int>{30, 10})) << "but announced once";
-
-  EXPECT_TRUE(param.unsetParam(30, true));
-  EXPECT_EQ(param.value(), 10);
-  EXPECT_FALSE(param.unsetParam(30, true));
-  EXPECT_FALSE(param.unsetParam(0, true));
-  EXPECT_TRUE(param.unsetParam(10, false));
-  EXPECT_EQ(param.value(), 1);
-  EXPECT_EQ(recorder.priorities, (std::vector<int>{30, 10, 30}));
-
-  EXPECT_TRUE(param.setParam(5, -1));
-  EXPECT_EQ(param.value(), 1);
-  EXPECT_EQ((std::map<int, String>{{-1, "5"}, {0, "1"}}), param.getAllValues());
+  EXPECT_TRUE(g.number.unsetParam(30, true));
+  EXPECT_EQ(g.number.value(), 10);
+  EXPECT_FALSE(g.number.unsetParam(30, true) || g.number.unsetParam(0, true));
+  EXPECT_TRUE(g.number.unsetParam(10, false));
+  EXPECT_TRUE(g.number.setParam(1, -1));
+  EXPECT_EQ((std::map<int, String>{{-1, "1"}, {0, "5"}}), g.number.getAllValues());
+  EXPECT_EQ(recorder.priorities, (std::vector<int>{30, 10, 30, -1}));
 }
 
-TEST(ConfigParameter, LogsChangesBeforeItAnnouncesThem) {
-  Configuration config("Test");
-  StringParameter param("Name", "", "", false, nullptr, &config);
+TEST(ParametersTest, ChangesAreLoggedBeforeTheyAreAnnounced) {
+  Group g;
   support::LogCapture log(200);
   Recorder recorder;
   Lines before;
   recorder.action = [&] { before = log.take(); };
-  param.addCallback(&recorder);
-
-  param.setParam("a", 10);
-  EXPECT_EQ(before, Lines{"100 ConfigParameter: set Name(string) to a, priority 10"});
-  param.setParam("b", 0);
-  EXPECT_EQ(before, Lines{"110 ConfigParameter: set Name(string) to b, priority 0"});
-  param.unsetParam(10, true);
+  g.bytes.addCallback(&recorder);
+  g.text.addCallback(&recorder);
+  g.bytes.setParam("00ff", 10);
+  EXPECT_EQ(before, Lines{"100 ConfigParameter: set Bytes(binary) to <binary>, priority 10"});
+  g.text.setParam("a", 10);
+  EXPECT_EQ(before, Lines{"100 ConfigParameter: set text(string) to a, priority 10"});
+  g.text.setParam("b", 0);
+  EXPECT_EQ(before, Lines{"110 ConfigParameter: set text(string) to b, priority 0"});
+  g.text.unsetParam(10, true);
   EXPECT_EQ(before,
-            Lines{"100 ConfigParameter: unset Name(string) priority 10, now b, priority 0"});
-
-  config.setLogChanges(false);
-  param.setParam("c", 10);
-  param.unsetParam(10, false);
-  EXPECT_EQ(log.take(), Lines{});
+            Lines{"100 ConfigParameter: unset text(string) priority 10, now b, priority 0"});
 }
 
-TEST(ConfigParameter, NoPolicyTagRefusesPolicy) {
-  Configuration config("Test");
-  StringParameter param("P", "", "", false, "other,noPolicy", &config);
-  EXPECT_EQ(param.tags(), (std::set<std::string>{"noPolicy", "other"}));
-  EXPECT_FALSE(param.setParam("x", 30));
-  EXPECT_FALSE(param.hasValueAt(30));
-  EXPECT_TRUE(param.setParam("x", 31));
+TEST(XmlConfigTest, WritesEveryType) {
+  Group g;
+  g.flag.setParam("off", 30);
+  g.bytes.setParam("00AB", 10);
+  g.text.setParam("\"<1>\"\n&'\t\xC3\xA9", -2);
+  EXPECT_EQ(g.written(),
+            R"(<?xml version="1.0"?>
+<config>
+<binary name="Bytes"
+        description="d"
+        advanced="false">
+    <value data="" priority="0"/>
+    <value data="00ab" priority="10"/>
+</binary>
+<bool   name="Flag"
+        locDesc="some_id"
+        advanced="true">
+    <value data="1" priority="0"/>
+    <value data="0" priority="30"/>
+</bool>
+<int    name="Number"
+        description=""
+        advanced="false"
+        min="-9"
+        max="2147483647">
+    <value data="5" priority="0"/>
+</int>
+<enum   name="side"
+        description="d"
+        advanced="false"
+        min="0"
+        max="1">
+    <value data="None" priority="0"/>
+    <opt data="Left &amp; right"/>
+    <opt data="None"/>
+</enum>
+<string name="text"
+        description="Say &lt;a&gt; &amp; &quot;b&quot;."
+        advanced="false"
+        flags="noPolicy,zz">
+    <value data="&quot;&lt;1&gt;&quot;&#10;&amp;'&#9;)"
+            "\xC3\xA9"
+            R"(" priority="-2"/>
+    <value data="t" priority="0"/>
+</string>
+<s64    name="Wide"
+        description="d"
+        advanced="true">
+    <value data="int64:0000000000000102" priority="0"/>
+</s64>
+</config>
+)");
 }
 
-TEST(ConfigParameter, CallbacksMayLeaveWhileTheyAreTold) {
-  Configuration config("Test");
-  BoolParameter param("P", "", false, false, nullptr, &config);
-  Recorder first;
-  Recorder second;
-  param.addCallback(&first);
-  param.addCallback(&second);
-  first.action = [&] {
-    param.removeCallback(&first);
-    param.removeCallback(&second);
-  };
-  param.setParam(true, 10);
-  param.setParam(false, 10);
-  EXPECT_EQ(first.priorities.size(), 1u);
-  EXPECT_EQ(second.priorities.size(), 0u);
+TEST(XmlConfigTest, ReadsBackWhatItWrote) {
+  for (const char* odd : {"", " ", "&amp;", "<!-- -->", "]]>'\"", "\r\n\t", "\x01\x1F\x7F",
+                          "\xF0\x9F\x98\x80", "&#0;"}) {
+    Group from;
+    from.text.setParam(odd, 10);
+    from.flag.setParam("0", 30);
+    from.number.setParam("-9", 7);
+    from.side.setParam("left & RIGHT", 10);
+    from.wide.setParam("int64:fedcba9876543210", 10);
+    from.bytes.setParam("0001feff", 30);
+    Group to;
+    XmlConfig::read(from.written(), to.config);
+    EXPECT_EQ(to.written(), from.written()) << odd;
+    EXPECT_EQ(to.text.value(), odd);
+  }
+  Group g;
+  XmlConfig::read(
+      "\xEF\xBB\xBF<?xml version='1.0' encoding=\"UTF-8\"?>\r\n<!-- first --><config >"
+      "<int max = '9'\tadvanced='false' description=''\n min='-9' name='NUMBER'>"
+      "<!-- <value data='1'/> - > --><value priority='10' data='&#x37;' ></value></int >"
+      "<bool locDesc='some_id' name='Flag' advanced='true'/></config><!--last-->\n",
+      g.config);
+  EXPECT_EQ(g.number.value(), 7) << "in any layout";
+}
+
+void expectRefused(const std::string& document) {
+  Group g;
+  const std::string before = g.written();
+  EXPECT_EQ(test::thrownText([&] { XmlConfig::read(document, g.config); }),
+            "Incompatible XML config")
+      << document.substr(0, 200);
+  EXPECT_EQ(g.written(), before) << document.substr(0, 200);
+}
+
+TEST(XmlConfigTest, AppliesNothingOfWhatDoesNotMatch) {
+  const std::string number = "<int name='Number' description='' advanced='false'";
+  const std::string good = number + "><value data='8' priority='10'/></int>";
+  for (const std::string& bad :
+       {std::string("<int name='Nothing' description='' advanced='false'/>"),
+        std::string("<bool name='Number' description='' advanced='false'/>"),
+        std::string("<int name='Number' description='x' advanced='false'/>"),
+        std::string("<int name='Number' description='' advanced='true'/>"),
+        std::string("<bool name='Flag' locDesc='other_id' advanced='true'/>"),
+        number + " flags='noPolicy'/>", number + "><value data='-10' priority='10'/></int>",
+        number + "><value data='1' priority='1 '/></int>", number + "><value data='1'/></int>",
+        number + "><opt data='1'/></int>"})
+    expectRefused("<config>" + good + bad + "</config>");
+  expectRefused(
+      "<config><string name='text' description='Say &lt;a> &amp; \"b\".' advanced='false' "
+      "flags='noPolicy,zz'><value data='x' priority='30'/></string></config>");
+}
+
+TEST(XmlConfigTest, RefusesBrokenDocuments) {
+  std::string deep;
+  for (int i = 0; i < 100000; ++i) deep += "<config>";
+  expectRefused(deep);
+  expectRefused("<config>" + std::string(17 << 20, ' ') + "</config>");
+  expectRefused(std::string("<config>\0</config>", 18));
+  for (const char* document :
+       {"<other/>", "<config/><config/>", "<config></confi>", "<config>text</config>",
+        "<config><?pi?></config>", "<config>\xFF</config>", "<config><!-- </config>",
+        "<!DOCTYPE config [<!ENTITY a 'aaaa'>]><config/>",
+        "<config><int name='a' name='b'/></config>", "<config><int name='&nbsp;'/></config>",
+        "<config><int name='&#xD800;'/></config>", "<config><int name='&#99999999999;'/></config>"})
+    expectRefused(document);
+  const std::string whole = Group().written();
+  for (size_t length = 0; length + 1 < whole.size(); ++length)
+    expectRefused(whole.substr(0, length));
 }
 
 }  // namespace

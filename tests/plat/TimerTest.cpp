@@ -48,17 +48,15 @@ TEST_F(TimerTest, FireInOrderOfDueTimeThenOfStart) {
   EXPECT_EQ(run(), "");
   clock_.advanceMs(10);
   EXPECT_EQ(run(), "bd");
-  EXPECT_FALSE(b->timer.isRunning());
   clock_.advanceMs(10);
   EXPECT_EQ(run(), "ac");
-  EXPECT_EQ(run(), "");
+  EXPECT_EQ(observed_, (std::vector<int>{20, 10, 10, -1}));
 }
 
 TEST_F(TimerTest, MillisecondsUntilNextRoundsUp) {
   ActionTimer timer;
   EXPECT_EQ(manager_.millisecondsUntilNext(), -1);
   timer.timer.start(5);
-  EXPECT_EQ(manager_.millisecondsUntilNext(), 5);
   clock_.advanceTicks(1);
   EXPECT_EQ(manager_.millisecondsUntilNext(), 5);
   clock_.advanceTicks(5 * kTicksPerMs - 2);
@@ -67,41 +65,21 @@ TEST_F(TimerTest, MillisecondsUntilNextRoundsUp) {
   clock_.advanceTicks(1);
   EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
   EXPECT_TRUE(manager_.runExpired());
-  EXPECT_EQ(manager_.millisecondsUntilNext(), -1);
-
   timer.timer.start(std::numeric_limits<int>::max());
-  EXPECT_EQ(manager_.millisecondsUntilNext(), std::numeric_limits<int>::max());
   clock_.advanceMs(-1000);
   EXPECT_EQ(manager_.millisecondsUntilNext(), std::numeric_limits<int>::max());
-  timer.timer.start(-3);
-  EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
-}
-
-TEST_F(TimerTest, TimerRestartedWithZeroWaitsForTheNextPass) {
-  int calls = 0;
-  ActionTimer* self = nullptr;
-  ActionTimer timer([&] {
-    ++calls;
-    self->timer.start(0);
-  });
-  self = &timer;
-  timer.timer.start(0);
-  manager_.runExpired();
-  EXPECT_EQ(calls, 1);
-  manager_.runExpired();
-  EXPECT_EQ(calls, 2);
-  EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
 }
 
 TEST_F(TimerTest, CallbacksStopDestroyAndStartOthersOfTheSamePass) {
   auto stopped = logging('s'), destroyed = logging('d'), restarted = logging('r'),
-       last = logging('l');
+       last = logging('l'), again = logging('a');
   auto self = std::unique_ptr<ActionTimer>();
   self = std::make_unique<ActionTimer>([&] {
     fired_ += 'x';
     stopped->timer.stop();
     destroyed.reset();
     restarted->timer.start(7);
+    again->timer.start(0);
     self.reset();
   });
   for (ActionTimer* timer :
@@ -109,11 +87,10 @@ TEST_F(TimerTest, CallbacksStopDestroyAndStartOthersOfTheSamePass) {
     timer->timer.start(1);
   }
   clock_.advanceMs(1);
-  EXPECT_EQ(run(), "xl");
-  EXPECT_FALSE(stopped->timer.isRunning());
-  EXPECT_EQ(manager_.millisecondsUntilNext(), 7);
+  EXPECT_EQ(run(), "xl") << "one started with 0 waits for the next pass";
+  EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
   clock_.advanceMs(7);
-  EXPECT_EQ(run(), "r");
+  EXPECT_EQ(run(), "ar");
 }
 
 TEST_F(TimerTest, JumpRestartsEveryTimerAtItsOwnInterval) {
@@ -125,7 +102,6 @@ TEST_F(TimerTest, JumpRestartsEveryTimerAtItsOwnInterval) {
     clock_.advanceMs(jump == TimeJump::kForwards ? 3600000 : -3600000);
     clock_.setJump(jump);
     EXPECT_EQ(run(), "");
-    EXPECT_EQ(manager_.millisecondsUntilNext(), 50);
     clock_.advanceMs(50);
     EXPECT_EQ(run(), "b");
     clock_.advanceMs(50);
@@ -133,29 +109,12 @@ TEST_F(TimerTest, JumpRestartsEveryTimerAtItsOwnInterval) {
   }
 }
 
-TEST_F(TimerTest, ObserverHearsOfEveryNewHead) {
-  auto a = logging('a'), b = logging('b'), c = logging('c');
-  a->timer.start(30);
-  b->timer.start(40);
-  c->timer.start(10);
-  b->timer.stop();
-  EXPECT_EQ(observed_, (std::vector<int>{30, 10}));
-  clock_.advanceMs(10);
-  run();
-  EXPECT_EQ(observed_, (std::vector<int>{30, 10, 20}));
-  a->timer.stop();
-  EXPECT_EQ(observed_, (std::vector<int>{30, 10, 20, -1}));
-}
-
 TEST(MonotonicClockTest, ReportsJumps) {
   MonotonicClock clock;
-  const int64_t start = clock.now();
-  EXPECT_EQ(clock.read(ClockReader::kNoTimer).jump, TimeJump::kNone);
   const auto overdueBy = [&](int64_t ticks) { return clock.read(clock.now() - ticks).jump; };
-  EXPECT_EQ(overdueBy(-kTicksPerSecond), TimeJump::kNone);
+  EXPECT_EQ(clock.read(ClockReader::kNoTimer).jump, TimeJump::kNone);
   EXPECT_EQ(overdueBy(299 * kTicksPerSecond), TimeJump::kNone);
   EXPECT_EQ(overdueBy(301 * kTicksPerSecond), TimeJump::kForwards);
-  EXPECT_GE(clock.now(), start);
 }
 
 }  // namespace
