@@ -1,5 +1,6 @@
 #include <xkbcommon/xkbcommon.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -48,6 +49,21 @@ uint32_t maskOf(int button) {
   return 1u << (button - 1);
 }
 
+// Keeps the agent's word on symbols that it can't type.
+class InputRecorder : public Recorder {
+ public:
+  void logMsg(const host::LogLine& line) override {
+    Recorder::logMsg(line);
+    if (!line.text.starts_with("Keyboard mapping full")) return;
+    const size_t number = line.text.rfind("0x");
+    if (number != std::string::npos)
+      ignored.push_back(
+          static_cast<uint32_t>(std::strtoul(line.text.c_str() + number, nullptr, 16)));
+  }
+
+  std::vector<uint32_t> ignored;
+};
+
 // An agent that gets input and nothing else.
 class InputSession {
  public:
@@ -57,10 +73,21 @@ class InputSession {
   void pause(int ms) {
     agent().processUntil([] { return false; }, ms);
   }
-  void finish() { session_.finish(); }
+  // Throws Failure if something was not typed.
+  void finish() {
+    session_.finish();
+    const std::vector<uint32_t>& ignored = recorder_.ignored;
+    if (ignored.empty()) return;
+    char text[64];
+    if (xkb_keysym_to_utf8(ignored[0], text, sizeof text) <= 1)
+      xkb_keysym_get_name(ignored[0], text, sizeof text);
+    throw Failure(
+        plat::format("the keyboard has no key to spare for %zu of the symbols, first '%s'",
+                     ignored.size(), text));
+  }
 
  private:
-  Recorder recorder_;
+  InputRecorder recorder_;
   Session session_;
 };
 
@@ -104,7 +131,12 @@ void pressKeys(const SessionOptions& options, const std::vector<std::string>& co
     // "+" itself is a key when nothing stands before or after it.
     for (size_t begin = 0; begin <= combination.size();) {
       const size_t end = std::min(combination.find('+', begin + 1), combination.size());
-      keysyms.push_back(keysymOf(combination.substr(begin, end - begin)));
+      const uint32_t keysym = keysymOf(combination.substr(begin, end - begin));
+      // A viewer's keyboard makes capitals of what is pressed with Shift.
+      const bool shift = std::any_of(keysyms.begin(), keysyms.end(), [](uint32_t held) {
+        return held == XKB_KEY_Shift_L || held == XKB_KEY_Shift_R;
+      });
+      keysyms.push_back(shift ? xkb_keysym_to_upper(keysym) : keysym);
       begin = end + 1;
     }
   }
