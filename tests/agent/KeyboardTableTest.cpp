@@ -2,15 +2,13 @@
 
 #include <X11/XKBlib.h>
 #include <X11/keysym.h>
-#include <xkbcommon/xkbcommon-compose.h>
-#include <xkbcommon/xkbcommon.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
 
+#include "support/Composer.h"
 #include "support/TempDir.h"
 
 // Types every symbol of real layouts, and others, through the agent into a real terminal. With
@@ -49,54 +47,6 @@ constexpr char32_t kUnicode[] =
     U"🎉";
 // clang-format on
 static_assert(std::size(kUnicode) == 50 + 1);
-
-std::string utf8Of(uint32_t keysym) {
-  char buffer[8];
-  return xkb_keysym_to_utf8(keysym, buffer, sizeof buffer) > 1 ? buffer : "";
-}
-
-bool isDead(uint32_t keysym) {
-  return keysym >= XK_dead_grave && keysym <= XK_dead_longsolidusoverlay;
-}
-
-bool isPrintable(uint32_t keysym) {
-  const uint32_t c = xkb_keysym_to_utf32(keysym);
-  return c >= 0x20 && (c < 0x7f || c > 0x9f);
-}
-
-// What applications make of dead keys.
-class Composer {
- public:
-  Composer()
-      : context_(xkb_context_new(XKB_CONTEXT_NO_DEFAULT_INCLUDES)),
-        table_(
-            xkb_compose_table_new_from_locale(context_, "C.UTF-8", XKB_COMPOSE_COMPILE_NO_FLAGS)),
-        state_(table_ ? xkb_compose_state_new(table_, XKB_COMPOSE_STATE_NO_FLAGS) : nullptr) {}
-  ~Composer() {
-    xkb_compose_state_unref(state_);
-    xkb_compose_table_unref(table_);
-    xkb_context_unref(context_);
-  }
-  Composer(const Composer&) = delete;
-  Composer& operator=(const Composer&) = delete;
-
-  bool isUsable() const { return state_ != nullptr; }
-  // Empty if the two make nothing.
-  std::string compose(uint32_t first, uint32_t second) {
-    xkb_compose_state_reset(state_);
-    xkb_compose_state_feed(state_, first);
-    xkb_compose_state_feed(state_, second);
-    if (xkb_compose_state_get_status(state_) != XKB_COMPOSE_COMPOSED) return "";
-    char buffer[64];
-    xkb_compose_state_get_utf8(state_, buffer, sizeof buffer);
-    return buffer;
-  }
-
- private:
-  xkb_context* context_;
-  xkb_compose_table* table_;
-  xkb_compose_state* state_;
-};
 
 class KeyboardTableTest : public testing::Test {
  protected:
@@ -172,7 +122,7 @@ class KeyboardTableTest : public testing::Test {
     for (const std::set<uint32_t>& group : map) {
       for (const uint32_t keysym : group) {
         if (!known.insert(keysym).second) continue;
-        if (isDead(keysym)) {
+        if (keysym >= XK_dead_grave && keysym <= XK_dead_longsolidusoverlay) {
           // Before the first symbol that makes something of it.
           for (const uint32_t base : {0x20u, uint32_t{'a'}, uint32_t{'o'}, uint32_t{'d'}}) {
             const std::string text = composer.compose(keysym, base);
@@ -180,18 +130,18 @@ class KeyboardTableTest : public testing::Test {
             items.push_back({Item::kDead, {keysym, base}, text});
             break;
           }
-        } else if (isPrintable(keysym)) {
-          items.push_back({Item::kSymbol, {keysym}, utf8Of(keysym)});
+        } else if (!support::textOf(keysym).empty()) {
+          items.push_back({Item::kSymbol, {keysym}, support::textOf(keysym)});
         }
       }
     }
     for (uint32_t c = 0x20; c <= 0xff; c++)
-      if (isPrintable(c)) items.push_back({Item::kLatin1, {c}, utf8Of(c)});
+      if (!support::textOf(c).empty()) items.push_back({Item::kLatin1, {c}, support::textOf(c)});
     for (const char32_t c : kUnicode) {
       if (c == 0) continue;
       // Xlib has no text for the older keysym of this one.
       const uint32_t keysym = c == U'─' ? 0x1000000u + c : xkb_utf32_to_keysym(c);
-      items.push_back({Item::kUnicode, {keysym}, utf8Of(0x1000000u + c)});
+      items.push_back({Item::kUnicode, {keysym}, support::textOf(0x1000000u + c)});
     }
     return items;
   }
@@ -221,7 +171,7 @@ class KeyboardTableTest : public testing::Test {
     return lines;
   }
 
-  Composer composer;
+  const support::Composer composer;
   test::TempDir directory;
   std::unique_ptr<support::XServer> server;
   support::XConnection client;
@@ -243,7 +193,6 @@ std::string composedInstead(uint32_t keysym, const std::set<uint32_t>& map) {
 }
 
 TEST_F(KeyboardTableTest, EverySymbolOfEveryLayout) {
-  ASSERT_TRUE(composer.isUsable());
   std::ostringstream table;
   for (const Layout& layout : kLayouts) {
     SCOPED_TRACE(layout.name);

@@ -3,78 +3,70 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-
-#include "rfb/Unicode.h"
+#include <string_view>
 
 namespace {
 
-constexpr size_t moment = 5;  // presses
+constexpr size_t kMoment = 5;  // presses
 
 // Keys that are alike on every layout.
 const struct {
   int keycode;
   std::array<uint32_t, 4> symbols;
   const char* name;
-} commonKeys[] = {
-    {9, {0xff1b}, "Escape"},  {22, {0xff08}, "BackSpace"},   {23, {0xff09, 0xfe20}, "Tab"},
-    {36, {0xff0d}, "Return"}, {37, {0xffe3}, "Ctrl"},        {50, {0xffe1}, "Shift"},
-    {62, {0xffe2}, "ShiftR"}, {63, {0xffaa}, "KP*"},         {64, {0xffe9}, "Alt"},
-    {65, {0x20}, "Space"},    {66, {0xffe5}, "Caps"},        {71, {0xffc2}, "F5"},
-    {77, {0xff7f}, "Num"},    {79, {0xff95, 0xffb7}, "KP7"}, {84, {0xff9d, 0xffb5}, "KP5"},
-    {86, {0xffab}, "KP+"},    {104, {0xff8d}, "KPEnter"},    {105, {0xffe4}, "CtrlR"},
-    {108, {}, "AltGr"},       {110, {0xff50}, "Home"},       {133, {0xffeb}, "Super"},
+} kCommonKeys[] = {
+    {23, {XKB_KEY_Tab, XKB_KEY_ISO_Left_Tab}, "Tab"},
+    {37, {XKB_KEY_Control_L}, "Ctrl"},
+    {50, {XKB_KEY_Shift_L}, "Shift"},
+    {62, {XKB_KEY_Shift_R}, "ShiftR"},
+    {64, {XKB_KEY_Alt_L}, "Alt"},
+    {65, {XKB_KEY_space}, "Space"},
+    {66, {XKB_KEY_Caps_Lock}, "Caps"},
+    {71, {XKB_KEY_F5}, "F5"},
+    {77, {XKB_KEY_Num_Lock}, "Num"},
+    {79, {XKB_KEY_KP_Home, XKB_KEY_KP_7}, "KP7"},
+    {84, {XKB_KEY_KP_Begin, XKB_KEY_KP_5}, "KP5"},
+    {86, {XKB_KEY_KP_Add}, "KP+"},
+    {105, {XKB_KEY_Control_R}, "CtrlR"},
+    {108, {}, "AltGr"},
 };
 
-// Dead keysyms and the combining marks that they stand for, with what they give before a space.
-const struct {
-  uint32_t keysym;
-  char32_t mark;
-  char32_t alone;
-} deadKeys[] = {
-    {0xfe50, 0x300, U'`'}, {0xfe51, 0x301, U'\''}, {0xfe52, 0x302, U'^'}, {0xfe53, 0x303, U'~'},
-    {0xfe54, 0x304, U'¯'}, {0xfe55, 0x306, U'˘'},  {0xfe56, 0x307, U'˙'}, {0xfe57, 0x308, U'"'},
-    {0xfe58, 0x30a, U'°'}, {0xfe59, 0x30b, U'˝'},  {0xfe5a, 0x30c, U'ˇ'}, {0xfe5b, 0x327, U'¸'},
-    {0xfe5c, 0x328, U'˛'},
-};
+// Dead keys by their combining marks.
+const std::map<char32_t, uint32_t> kDeadKeys = {{U'\u0300', XKB_KEY_dead_grave},
+                                                {U'\u0301', XKB_KEY_dead_acute},
+                                                {U'\u0302', XKB_KEY_dead_circumflex},
+                                                {U'\u0303', XKB_KEY_dead_tilde},
+                                                {U'\u0308', XKB_KEY_dead_diaeresis}};
 
 uint32_t symbolOf(char32_t c) {
   if (c == U' ') return 0;
-  for (const auto& dead : deadKeys)
-    if (dead.mark == c) return dead.keysym;
-  return unicode::keysymOf(c);
+  const auto dead = kDeadKeys.find(c);
+  return dead != kDeadKeys.end() ? dead->second : xkb_utf32_to_keysym(c);
 }
 
-std::string utf8(char32_t c) {
-  const auto byte = [](char32_t value) { return static_cast<char>(value); };
-  if (c < 0x80) return {byte(c)};
-  if (c < 0x800) return {byte(0xc0 | c >> 6), byte(0x80 | (c & 0x3f))};
-  return {byte(0xe0 | c >> 12), byte(0x80 | (c >> 6 & 0x3f)), byte(0x80 | (c & 0x3f))};
-}
-
-bool isKeypad(uint32_t keysym) {
-  return keysym >= 0xff80 && keysym <= 0xffbd;
+bool isDead(uint32_t keysym) {
+  return keysym >= XKB_KEY_dead_grave && keysym <= XKB_KEY_dead_diaeresis;
 }
 
 }  // namespace
 
-FakeKeyboard::FakeKeyboard(const KeyboardLayout& layout) : group_(layout.group) {
+FakeKeyboard::FakeKeyboard(const KeyboardLayout& layout)
+    : group_(static_cast<size_t>(layout.group)) {
   minKeycode = 8;
   maxKeycode = 255;
-  for (const auto& key : commonKeys) set(key.keycode, key.symbols);
+  for (const auto& key : kCommonKeys) set(key.keycode, key.symbols);
   set(108, {layout.altGr});
   for (const KeyboardRow& row : layout.rows) {
-    const std::u32string_view plain = row.levels[0];
-    for (size_t i = 0; i < plain.size(); i++) {
+    for (size_t i = 0; i < std::u32string_view(row.levels[0]).size(); i++) {
       Symbols symbols{};
       for (size_t level = 0; level < 4; level++)
-        if (const char32_t* keys = row.levels[level])
-          if (i < std::u32string_view(keys).size()) symbols[level] = symbolOf(keys[i]);
+        if (row.levels[level] && i < std::u32string_view(row.levels[level]).size())
+          symbols[level] = symbolOf(row.levels[level][i]);
       set(row.firstKeycode + static_cast<int>(i), symbols, row.group);
     }
   }
-  if (!layout.spareKeys)
-    for (int keycode = minKeycode; keycode <= maxKeycode; keycode++)
-      if (keys_[keycode].empty()) set(keycode, {0x1008ff00u + static_cast<uint32_t>(keycode)});
+  for (int keycode = minKeycode; !layout.spareKeys && keycode <= maxKeycode; keycode++)
+    if (keys_[keycode].empty()) set(keycode, {0x1008ff00u + static_cast<uint32_t>(keycode)});
 }
 
 FakeKeyboard::~FakeKeyboard() {
@@ -85,33 +77,27 @@ FakeKeyboard::~FakeKeyboard() {
 }
 
 void FakeKeyboard::set(int keycode, const Symbols& symbols, int group) {
-  Key& key = keys_[keycode];
-  const size_t g = static_cast<size_t>(group);
-  key.groups[g] = symbols;
-  // A key with symbols in a later group only carries the same ones in the first.
-  if (key.groupCount == 0) key.groups[0] = symbols;
-  key.groupCount = std::max(key.groupCount, group + 1);
+  std::vector<Symbols>& groups = keys_[keycode];
+  groups.resize(std::max(groups.size(), static_cast<size_t>(group) + 1));
+  groups[static_cast<size_t>(group)] = symbols;
 }
 
 const FakeKeyboard::Symbols& FakeKeyboard::symbols(int keycode) const {
   static const Symbols none{};
   const auto found = keys_.find(keycode);
   if (found == keys_.end() || found->second.empty()) return none;
-  const Key& key = found->second;
-  return key.groups[static_cast<size_t>(group_ % key.groupCount)];
+  return found->second[group_ % found->second.size()];
 }
 
 void FakeKeyboard::bind(int keycode, uint32_t keysym) {
   EXPECT_FALSE(down_.count(keycode)) << nameOf(keycode) << " is rebound while it is down";
   EXPECT_EQ(std::count(recent_.begin(), recent_.end(), keycode), 0)
       << nameOf(keycode) << " is rebound just after it was used";
-  keys_[keycode] = Key();
-  if (keysym) set(keycode, {keysym});
+  keys_[keycode] = {{keysym}};
 }
 
 int FakeKeyboard::addKeysym(uint32_t keysym) {
-  if (!grafting) return -1;
-  for (int keycode = maxKeycode; keycode >= minKeycode; keycode--) {
+  for (int keycode = maxKeycode; grafting && keycode >= minKeycode; keycode--) {
     if (!keys_[keycode].empty()) continue;
     bind(keycode, keysym);
     grafts++;
@@ -126,24 +112,16 @@ uint32_t FakeKeyboard::keycodeToKeysym(int keycode, int level) {
   return all[static_cast<size_t>(level)];
 }
 
-void FakeKeyboard::fakeKeyEvent(int keycode, bool isDown) {
-  if (keycode < minKeycode || keycode > maxKeycode) {
-    ADD_FAILURE() << "keycode " << keycode << " is outside the keyboard's range";
-    return;
-  }
-  if (!isDown) {
-    release(keycode);
-    return;
-  }
+void FakeKeyboard::fakeKeyEvent(int keycode, bool isPress) {
+  ASSERT_TRUE(keycode >= minKeycode && keycode <= maxKeycode) << keycode;
   // A repeat is a release and a press.
-  if (interpreter_->isKeycodePressed(keycode)) release(keycode);
-  press(keycode);
+  if (!isPress || interpreter_->isKeycodePressed(keycode)) release(keycode);
+  if (isPress) press(keycode);
 }
 
-bool FakeKeyboard::isDown(std::initializer_list<uint32_t> keysyms) const {
-  return std::any_of(down_.begin(), down_.end(), [&](int keycode) {
-    return std::find(keysyms.begin(), keysyms.end(), symbols(keycode)[0]) != keysyms.end();
-  });
+bool FakeKeyboard::isDown(uint32_t keysym) const {
+  return std::any_of(down_.begin(), down_.end(),
+                     [&](int keycode) { return symbols(keycode)[0] == keysym; });
 }
 
 void FakeKeyboard::release(int keycode) {
@@ -155,45 +133,34 @@ void FakeKeyboard::press(int keycode) {
   events_ += " +" + nameOf(keycode);
   EXPECT_FALSE(down_.count(keycode)) << nameOf(keycode) << " is down already";
   const Symbols& all = symbols(keycode);
-  const bool fourLevels = all[2] != 0 || all[3] != 0;
   size_t level = shiftDown() && all[1] != 0 ? 1 : 0;
-  if (isKeypad(all[0]) && numLock && all[1] != 0) level ^= 1;
-  if (level3Down() && fourLevels) level |= 2;
+  if (all[0] >= XKB_KEY_KP_Space && all[0] <= XKB_KEY_KP_Equal && numLock && all[1] != 0)
+    level ^= 1;
+  if ((isDown(XKB_KEY_ISO_Level3_Shift) || isDown(XKB_KEY_Mode_switch)) && (all[2] || all[3]))
+    level |= 2;
   uint32_t keysym = all[level];
-  const char32_t character = unicode::characterOf(keysym);
-  if (capsLock && level < 2 &&
-      ((character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z')))
+  if (capsLock && level < 2 && isalpha(static_cast<int>(keysym & 0xff)) && keysym < 0x80)
     keysym ^= 0x20;
 
   down_.insert(keycode);
   recent_.push_back(keycode);
-  if (recent_.size() > moment) recent_.pop_front();
-  if (keysym == 0xff7f) numLock = !numLock;
-  if (keysym == 0xffe5) capsLock = !capsLock;
-  symbols_.push_back(keysym);
+  if (recent_.size() > kMoment) recent_.pop_front();
+  if (keysym == XKB_KEY_Num_Lock) numLock = !numLock;
+  if (keysym == XKB_KEY_Caps_Lock) capsLock = !capsLock;
+  lastSymbol_ = keysym;
   typed(keysym);
 }
 
 void FakeKeyboard::typed(uint32_t keysym) {
-  for (const auto& dead : deadKeys) {
-    if (dead.keysym != keysym) continue;
-    EXPECT_EQ(pendingMark_, 0u) << "two dead keys in a row";
-    pendingMark_ = dead.mark;
+  if (isDead(keysym)) {
+    EXPECT_EQ(pendingDead_, 0u) << "two dead keys in a row";
+    pendingDead_ = keysym;
     return;
   }
-  const char32_t character = unicode::characterOf(keysym);
-  if (!character) return;
-  if (!pendingMark_) {
-    text_ += character;
-    return;
-  }
-  char32_t composed = unicode::composed(character, pendingMark_);
-  if (character == U' ')
-    for (const auto& dead : deadKeys)
-      if (dead.mark == pendingMark_) composed = dead.alone;
-  EXPECT_NE(composed, 0u) << "a dead key before keysym " << std::hex << keysym;
-  if (composed) text_ += composed;
-  pendingMark_ = 0;
+  const std::string text = support::textOf(keysym);
+  if (text.empty()) return;
+  const uint32_t dead = std::exchange(pendingDead_, 0);
+  text_ += dead ? composer_.compose(dead, keysym) : text;
 }
 
 std::string FakeKeyboard::takeEvents() {
@@ -202,13 +169,11 @@ std::string FakeKeyboard::takeEvents() {
 }
 
 std::string FakeKeyboard::nameOf(int keycode) const {
-  for (const auto& key : commonKeys)
+  for (const auto& key : kCommonKeys)
     if (key.keycode == keycode) return key.name;
   const auto found = keys_.find(keycode);
   if (found == keys_.end() || found->second.empty()) return std::to_string(keycode);
-  const uint32_t keysym = found->second.groups[0][0];
-  for (const auto& dead : deadKeys)
-    if (dead.keysym == keysym) return std::string("dead") + utf8(dead.alone);
-  const char32_t character = unicode::characterOf(keysym);
-  return character ? utf8(character) : std::to_string(keycode);
+  const uint32_t keysym = found->second[0][0];
+  if (isDead(keysym)) return "dead" + composer_.compose(keysym, XKB_KEY_space);
+  return support::textOf(keysym);
 }

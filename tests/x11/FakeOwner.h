@@ -1,71 +1,123 @@
 #pragma once
 
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/XServer.h"
+#include "tx/XResources.h"
 
 // A client that owns selections and answers for them as told, right or wrong. Runs on a connection
 // of its own, whenever pump() is called.
 class FakeOwner {
  public:
   struct Answer {
-    enum class Kind { kProperty, kRefuse, kSilence, kOtherProperty, kIncremental };
-    Kind kind = Kind::kProperty;
-    std::string type;
+    enum Kind { kProperty, kRefuse, kSilence, kOtherProperty, kIncremental };
+    Kind kind = kRefuse;
+    std::string type = "STRING";
     int format = 8;
-    // Items of format 32 are taken from items instead.
-    std::string data;
-    std::vector<long> items;
+    std::string data = "x";
+    std::vector<long> items = {};  // of format 32, in place of data
   };
 
-  explicit FakeOwner(const std::string& display);
+  explicit FakeOwner(const std::string& name)
+      : connection_(support::connectTo(name)),
+        display(connection_.get()),
+        window(XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0)) {}
 
   // What is said for targets that have no answer here is no.
   void answer(const std::string& target, Answer answer) { answers_[target] = std::move(answer); }
   void answerTimestamp(uint32_t time) {
-    answer("TIMESTAMP", {{}, "INTEGER", 32, "", {long(time)}});
+    answer("TIMESTAMP", {Answer::kProperty, "INTEGER", 32, "", {long(time)}});
   }
-  void answerTargets(const std::vector<std::string>& targets);
   void answerText(const std::string& target, const std::string& text) {
-    answer(target, {{}, target, 8, text, {}});
+    if (target == "UTF8_STRING")
+      answer("TARGETS", {Answer::kProperty, "ATOM", 32, "", {long(atom(target))}});
+    answer(target, {Answer::kProperty, target, 8, text, {}});
+  }
+  void own(const std::string& selection) {
+    XSetSelectionOwner(display, atom(selection), window, CurrentTime);
+    XSync(display, False);
+  }
+  Atom atom(const std::string& name) const { return XInternAtom(display, name.c_str(), False); }
+
+  void pump() {
+    while (XPending(display) > 0) {
+      XEvent event;
+      XNextEvent(display, &event);
+      if (event.type == SelectionRequest) serve(event.xselectionrequest);
+      if (event.type != PropertyNotify || event.xproperty.state != PropertyDelete) continue;
+      if (event.xproperty.window == requestor_ && event.xproperty.atom == property_) sendPiece();
+    }
+    XSync(display, False);
+  }
+  // Sends the next piece of an incremental transfer, unless all have gone.
+  void sendPiece() {
+    if (piecesTaken >= maxPieces) return;
+    ++piecesTaken;
+    if (std::exchange(ended_, left_.empty())) return;
+    put(requestor_, property_, {Answer::kProperty, "UTF8_STRING", 8, left_.substr(0, 100000), {}});
+    left_.erase(0, 100000);
   }
 
-  void own(const std::string& selection);
-  void pump();
+ private:
+  const support::XConnection connection_;
 
+ public:
+  Display* const display;
+  const Window window;
   // Targets asked for, in order, as "SELECTION:TARGET ".
   std::string asked;
   // Pieces of incremental transfers that the requestor has taken, counting the empty one at the
   // end. Pieces go out while this allows it.
   int piecesTaken = 0;
   int maxPieces = 1 << 30;
-  // Sends the piece that maxPieces held back.
-  void resume();
-
-  Atom atom(const std::string& name) const { return XInternAtom(display_, name.c_str(), False); }
-  Display* display() const { return display_; }
-  Window window() const { return window_; }
 
  private:
-  struct Transfer {
-    Window requestor;
-    Atom property;
-    Atom type;
-    std::string left;
-    bool ending;
-  };
-  void serve(const XSelectionRequestEvent& request);
-  void sendPiece(Transfer& transfer);
-  std::string name(Atom atom) const;
+  void put(Window requestor, Atom property, const Answer& answer) {
+    const bool wide = answer.format == 32;
+    const size_t count =
+        wide ? answer.items.size() : answer.data.size() / static_cast<size_t>(answer.format / 8);
+    XChangeProperty(display, requestor, property, atom(answer.type), answer.format, PropModeReplace,
+                    wide ? reinterpret_cast<const unsigned char*>(answer.items.data())
+                         : reinterpret_cast<const unsigned char*>(answer.data.data()),
+                    static_cast<int>(count));
+  }
+  void serve(const XSelectionRequestEvent& request) {
+    const tx::XMemory<char> selection(XGetAtomName(display, request.selection));
+    const tx::XMemory<char> target(XGetAtomName(display, request.target));
+    asked += std::string(selection.get()) + ":" + target.get() + " ";
+    const Answer& answer = answers_[target.get()];
+    if (answer.kind == Answer::kSilence) return;
+    XEvent reply{};
+    reply.xselection.type = SelectionNotify;
+    reply.xselection.requestor = request.requestor;
+    reply.xselection.selection = request.selection;
+    reply.xselection.target = request.target;
+    reply.xselection.time = request.time;
+    if (answer.kind == Answer::kIncremental) {
+      XSelectInput(display, request.requestor, PropertyChangeMask);
+      put(request.requestor, request.property, {Answer::kProperty, "INCR", 32, "", {1}});
+      requestor_ = request.requestor;
+      property_ = request.property;
+      left_ = answer.data;
+      ended_ = false;
+    }
+    if (answer.kind != Answer::kRefuse)
+      reply.xselection.property =
+          answer.kind == Answer::kOtherProperty ? atom("OTHER") : request.property;
+    if (answer.kind == Answer::kProperty || answer.kind == Answer::kOtherProperty)
+      put(request.requestor, reply.xselection.property, answer);
+    XSendEvent(display, request.requestor, False, NoEventMask, &reply);
+  }
 
-  support::XConnection connection_;
-  Display* display_;
-  Window window_;
   std::map<std::string, Answer> answers_;
-  std::vector<Transfer> transfers_;
-  bool held_ = false;
+  Window requestor_ = None;
+  Atom property_ = None;
+  std::string left_;
+  bool ended_ = false;
 };

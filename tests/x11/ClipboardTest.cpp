@@ -1,0 +1,451 @@
+#include "x11/TXFixture.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "io/FdManager.h"
+#include "plat/Exception.h"
+#include "plat/Time.h"
+#include "tx/TXClipboardMgr.h"
+#include "tx/TXUtil.h"
+#include "x11/FakeOwner.h"
+
+namespace {
+
+using support::waitFor;
+using Answer = FakeOwner::Answer;
+using Texts = std::vector<std::string>;
+
+// Real time and what the test adds to it.
+class MovedClock : public plat::ClockReader {
+ public:
+  MovedClock() : former_(plat::setClockReader(this)) {}
+  ~MovedClock() override { plat::setClockReader(former_); }
+  int64_t now() override { return clock_.now() + added_; }
+  Reading read(int64_t earliestDue) override {
+    return {clock_.read(earliestDue).now + added_, plat::TimeJump::kNone};
+  }
+  void advance(int ms) { added_ += ms * plat::kTicksPerMs; }
+
+ private:
+  plat::MonotonicClock clock_;
+  int64_t added_ = 0;
+  plat::ClockReader* former_;
+};
+
+// What owners of selections do wrong, and what needs the toolkit's own view. Real clients are the
+// matter of the agent's tests.
+class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback {
+ protected:
+  ClipboardTest() { io::FdManager::instance(); }
+  void begin() {
+    start("64x64x24");
+    construct();
+    // The first check ends with the refusals of selections that nobody owns.
+    EXPECT_EQ(nextDone(), "nothing ");
+    enable();
+    log_.clear();
+  }
+  void construct() {
+    tx::TXClipboardWindow::Callback* const callback = this;
+    manager_.emplace(callback, 0);
+  }
+  void enable() {
+    manager_->setEnabled(true);
+    dispatchAll();
+  }
+  void TearDown() override {
+    manager_.reset();
+    owner_.reset();
+    other_.reset();
+    TXFixture::TearDown();
+  }
+
+  FakeOwner& owner() { return owner_ ? *owner_ : owner_.emplace(server().display()); }
+  FakeOwner& other() { return other_ ? *other_ : other_.emplace(server().display()); }
+  tx::TXClipboardWindow& window() { return manager_->window(); }
+
+  void pump() {
+    dispatchAll();
+    if (owner_) owner_->pump();
+    if (other_) other_->pump();
+    io::FdManager::instance().process(0);
+  }
+  bool pumpUntil(const std::function<bool()>& predicate) {
+    return waitFor([&] {
+      pump();
+      return predicate();
+    });
+  }
+  // Until nothing happens any more.
+  void settle() {
+    for (int quiet = 0; quiet < 3; ++quiet) {
+      pump();
+      if (XPending(display()) > 0 || (owner_ && XPending(owner_->display) > 0)) quiet = 0;
+    }
+  }
+  // The next text reported.
+  std::string nextText() {
+    if (!pumpUntil([this] { return !texts_.empty(); })) return "<none>\n" + log_.str();
+    const std::string text = texts_.front();
+    texts_.erase(texts_.begin());
+    return text;
+  }
+  std::string nextDone() {
+    if (!pumpUntil([this] { return !done_.empty(); })) return "<none>\n" + log_.str();
+    return std::exchange(done_, {});
+  }
+
+  Texts texts_;
+  std::string done_;
+  std::optional<tx::TXClipboardMgr> manager_;
+  std::optional<FakeOwner> owner_, other_;
+  MovedClock clock_;
+
+ private:
+  bool sendPrimary() override { return true; }
+  void clipboardChanged(size_t length, const char* text) override {
+    EXPECT_EQ(text[length], '\0');
+    texts_.emplace_back(text, length);
+  }
+  void requestDone(bool gotText, bool timedOut) override {
+    done_ += gotText ? "got " : timedOut ? "timeout " : "nothing ";
+  }
+};
+
+TEST_F(ClipboardTest, FetchesWhatOwnersOffer) {
+  begin();
+  std::string wide;  // 256 KB of Latin-1
+  for (int i = 0; i < 262144; ++i) wide += "é";
+  const Answer targets8{Answer::kProperty, "ATOM", 8, "UTF8_STRING", {}};
+  const Answer empty{Answer::kProperty, "ATOM", 32, "", {}};
+  const Answer silly{Answer::kProperty, "INTEGER", 32, "", {0, -1, 1 << 30}};
+  const struct {
+    const char* target;
+    std::string text;
+    std::optional<Answer> targets;  // else as it should be
+    std::string expected;
+  } cases[] = {
+      {"UTF8_STRING", "€ \u00e9", {}, "€ \u00e9"},
+      {"STRING", "caf\xe9", Answer{}, "café"},
+      {"STRING", "eight", targets8, "eight"},
+      {"STRING", "empty", empty, "empty"},
+      {"STRING", "silly", silly, "silly"},
+      {"UTF8_STRING", "", {}, ""},
+      {"UTF8_STRING", std::string(262143, 'x') + "€ and more", {}, std::string(262143, 'x')},
+      {"STRING", std::string(262144, '\xe9') + "more", Answer{}, wide},
+  };
+  for (const auto& c : cases) {
+    owner_.reset();
+    owner().answerText(c.target, c.text);
+    if (c.targets) owner().answer("TARGETS", *c.targets);
+    owner().own("PRIMARY");
+    EXPECT_TRUE(nextText() == c.expected) << c.text.substr(0, 20);
+    EXPECT_EQ(owner().asked, std::string("PRIMARY:TARGETS PRIMARY:") + c.target + " ");
+    EXPECT_EQ(done_, "");
+    // The data do not stay on our window.
+    int count = 0;
+    const tx::XMemory<Atom> left(XListProperties(display(), window().id(), &count));
+    EXPECT_EQ(count, 0);
+  }
+  // Answers that are none.
+  for (const Answer& answer : {Answer{}, Answer{Answer::kOtherProperty},
+                               Answer{Answer::kProperty, "STRING", 16, "1234", {}},
+                               Answer{Answer::kProperty, "STRING", 32, "", {1, 2}}}) {
+    owner_.reset();
+    owner().answer("STRING", answer);
+    owner().own("PRIMARY");
+    EXPECT_EQ(nextDone(), "nothing ");
+  }
+  owner_.reset();  // nobody owns it any more
+  window().check(XA_PRIMARY, 1);
+  EXPECT_EQ(nextDone(), "nothing ");
+  EXPECT_TRUE(texts_.empty());
+  EXPECT_FALSE(log_.has("", 0)) << log_.str();
+  EXPECT_THROW(window().check(XA_SECONDARY), plat::Exception);
+}
+
+TEST_F(ClipboardTest, IncrementalTextIsDrainedAndArrivesEmpty) {
+  begin();
+  owner().answerText("UTF8_STRING", "");
+  owner().answer("UTF8_STRING", {Answer::kIncremental, "", 8, std::string(450000, 'x'), {}});
+  owner().own("CLIPBOARD");
+  EXPECT_EQ(nextText(), "");
+  EXPECT_EQ(log_.count("Ignoring large selection - replacing with empty string", 30, "TXWindow"),
+            1);
+  // Five pieces, the empty one, and its deletion.
+  EXPECT_TRUE(pumpUntil([this] { return owner().piecesTaken == 7; })) << owner().piecesTaken;
+
+  // Owners that stop in the middle hold up nothing, and neither does one that disappears. One that
+  // goes on just when the next owner answers does not spoil that text.
+  for (int i = 0; i < 6; ++i) {
+    SCOPED_TRACE(i);
+    owner().piecesTaken = 0;
+    owner().maxPieces = 2;
+    owner().own("CLIPBOARD");
+    EXPECT_TRUE(pumpUntil([this] { return owner().piecesTaken == 2; }));
+    settle();
+    const std::string fresh = "text" + std::to_string(i);
+    other().answerText("UTF8_STRING", fresh);
+    other().own("CLIPBOARD");
+    if (i == 0) {
+      owner().maxPieces = 100;
+      owner().sendPiece();
+    }
+    if (i == 5) owner_.reset();
+    EXPECT_TRUE(pumpUntil([&] { return !texts_.empty() && texts_.back() == fresh; })) << log_.str();
+    EXPECT_TRUE(i > 0 || pumpUntil([this] { return owner().piecesTaken == 7; }));
+    texts_.clear();
+  }
+}
+
+TEST_F(ClipboardTest, PollingTakesOnlyNewTimestamps) {
+  begin();
+  manager_->setEnabled(false);
+  constexpr uint32_t kLast = 0xfffffff0;
+  const struct {
+    uint32_t primary;
+    uint32_t clipboard;
+    const char* chosen;  // null: nothing is new
+  } cases[] = {{kLast, kLast, nullptr},
+               {kLast - 1, 5, "CLIPBOARD"},
+               {kLast + 1, kLast, "PRIMARY"},
+               {5, 4, "PRIMARY"},
+               {5, 6, "CLIPBOARD"},
+               {5, 5, "PRIMARY"},
+               {0x7fffffff, 0, nullptr},
+               {kLast - 0x80000000, 0, nullptr},
+               {0x7fffffef, 0x7fffffee, "PRIMARY"}};
+  owner().own("PRIMARY");
+  other().own("CLIPBOARD");
+  dispatchAll();
+  int n = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(n);
+    const std::string fresh = "text" + std::to_string(n++);
+    owner().answerTimestamp(c.primary);
+    owner().answerText("STRING", "PRIMARY" + fresh);
+    other().answerTimestamp(c.clipboard);
+    other().answerText("STRING", "CLIPBOARD" + fresh);
+    window().setLastTime(kLast);
+    window().check();
+    EXPECT_TRUE(pumpUntil([&] { return !done_.empty() || !texts_.empty(); })) << log_.str();
+    EXPECT_EQ(std::exchange(texts_, {}), c.chosen ? Texts{c.chosen + fresh} : Texts{});
+    EXPECT_EQ(std::exchange(done_, {}), c.chosen ? "" : "nothing ");
+    EXPECT_EQ(log_.has("Selections were old; ignoring", 100, "TXClipboardWindow"), !c.chosen);
+    log_.clear();
+  }
+}
+
+TEST_F(ClipboardTest, OwnersWithoutATimestampAreAskedForTheirText) {
+  begin();
+  manager_->setEnabled(false);
+  owner().answerText("STRING", "untimed");
+  owner().own("PRIMARY");
+  // No timestamp, and some that are none.
+  for (const Answer& answer : {Answer{}, Answer{Answer::kProperty, "INTEGER", 32, "", {0}},
+                               Answer{Answer::kProperty, "INTEGER", 32, "", {1, 2}},
+                               Answer{Answer::kProperty, "INTEGER", 8, "1234", {}}}) {
+    owner().answer("TIMESTAMP", answer);
+    owner().asked.clear();
+    window().check();
+    EXPECT_TRUE(pumpUntil([&] { return !done_.empty() || !texts_.empty(); })) << log_.str();
+    EXPECT_EQ(owner().asked, "PRIMARY:TIMESTAMP PRIMARY:TARGETS PRIMARY:STRING ");
+    EXPECT_EQ(std::exchange(texts_, {}),
+              std::exchange(done_, {}) == "" ? Texts{"untimed"} : Texts{});
+  }
+  EXPECT_EQ(log_.count("Filtering out duplicate cut text", 100, "TXClipboardWindow"), 3);
+  EXPECT_EQ(log_.count("No PRIMARY selection timestamp", 100), 1);
+  EXPECT_EQ(log_.count("PRIMARY selection time is 0, new 0", 100), 1);
+}
+
+TEST_F(ClipboardTest, OwnersThatDoNotAnswerTimeOut) {
+  start("64x64x24");
+  for (const char* target : {"TIMESTAMP", "TARGETS", "STRING"}) {
+    SCOPED_TRACE(target);
+    owner_.reset();
+    owner().answer(target, {Answer::kSilence});
+    owner().own("PRIMARY");
+    construct();
+    EXPECT_TRUE(pumpUntil(
+        [&] { return owner().asked.find(std::string(":") + target) != std::string::npos; }));
+    clock_.advance(4900);
+    settle();
+    EXPECT_EQ(done_, "");
+    clock_.advance(101);
+    EXPECT_EQ(nextDone(), "timeout ");
+    // The next copy is not taken for the text of the start.
+    enable();
+    owner_.reset();
+    owner().answerText("STRING", target);
+    owner().own("PRIMARY");
+    EXPECT_EQ(nextText(), target);
+    clock_.advance(6000);
+    settle();
+    EXPECT_EQ(done_, "");
+  }
+  // A copy while the first check waits is none of the start either.
+  owner().answer("TIMESTAMP", {Answer::kSilence});
+  owner().asked.clear();
+  construct();
+  enable();
+  EXPECT_TRUE(pumpUntil([this] { return !owner().asked.empty(); }));
+  owner().own("PRIMARY");
+  EXPECT_EQ(nextText(), "STRING");
+
+  // An answer that comes after all is still taken.
+  owner().answer("TARGETS", {Answer::kSilence});
+  owner().answerText("STRING", "late");
+  owner().own("CLIPBOARD");
+  EXPECT_TRUE(pumpUntil([this] { return owner().asked.ends_with("CLIPBOARD:TARGETS "); }));
+  clock_.advance(5001);
+  EXPECT_EQ(nextDone(), "timeout ");
+  XEvent late{};
+  late.xselection.type = SelectionNotify;
+  late.xselection.requestor = window().id();
+  late.xselection.selection = owner().atom("CLIPBOARD");
+  late.xselection.target = owner().atom("TARGETS");
+  XSendEvent(owner().display, window().id(), False, NoEventMask, &late);
+  EXPECT_EQ(nextText(), "late");
+}
+
+TEST_F(ClipboardTest, AnswersRequests) {
+  begin();
+  const uint32_t time = tx::getServerTime();
+  window().setLastTime(time);
+  window().setSelectionText("€uro caf\u00e9", time);
+  EXPECT_EQ(
+      log_.count("Acquiring PRIMARY and CLIPBOARD selections timestamp " + std::to_string(time),
+                 100, "TXWindow"),
+      1);
+  const auto ask = [&](const char* target, Atom property) {
+    XConvertSelection(other().display, XA_PRIMARY, other().atom(target), property, other().window,
+                      CurrentTime);
+    XFlush(other().display);
+    XEvent event{};
+    EXPECT_TRUE(waitFor([&] {
+      dispatchAll();
+      return XCheckTypedWindowEvent(other().display, other().window, SelectionNotify, &event);
+    }));
+    const Atom answered = event.xselection.property;
+    if (answered == None) return std::string("refused");
+    // Requestors of old name no property.
+    EXPECT_EQ(answered, property ? property : other().atom(target));
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0, left = 0;
+    unsigned char* data = nullptr;
+    XGetWindowProperty(other().display, other().window, answered, 0, 100, True, AnyPropertyType,
+                       &type, &format, &count, &left, &data);
+    const tx::XMemory<unsigned char> memory(data);
+    std::string text = tx::atomName(type) + " " + std::to_string(format);
+    if (format == 8) return text + " " + std::string(reinterpret_cast<char*>(data), count);
+    for (unsigned long i = 0; i < count; i++) {
+      const unsigned long item = reinterpret_cast<unsigned long*>(data)[i];
+      text += " " + (type == XA_ATOM ? tx::atomName(item) : std::to_string(item));
+    }
+    return text;
+  };
+  EXPECT_EQ(ask("TARGETS", None), "ATOM 32 TIMESTAMP UTF8_STRING STRING");
+  EXPECT_EQ(ask("TIMESTAMP", XA_CUT_BUFFER7), "INTEGER 32 " + std::to_string(time));
+  EXPECT_EQ(ask("UTF8_STRING", XA_CUT_BUFFER7), "UTF8_STRING 8 €uro caf\u00e9");
+  EXPECT_EQ(ask("STRING", None), "STRING 8 ?uro caf\xe9");
+  EXPECT_EQ(ask("MULTIPLE", XA_CUT_BUFFER7), "refused");
+  settle();
+  EXPECT_TRUE(texts_.empty());
+  EXPECT_TRUE(log_.has("PRIMARY selection owned by us", 100, "TXClipboardWindow"));
+
+  // A requestor that is gone when its request arrives.
+  XEvent request{};
+  request.xselectionrequest.type = SelectionRequest;
+  request.xselectionrequest.owner = window().id();
+  request.xselectionrequest.requestor = 0x7fffff;
+  request.xselectionrequest.selection = XA_PRIMARY;
+  request.xselectionrequest.target = XA_STRING;
+  tx::TXEventHandler::dispatch(request);
+  dispatchAll();
+  EXPECT_FALSE(log_.has("", 0)) << log_.str();
+}
+
+TEST_F(ClipboardTest, OwnershipComesAndGoes) {
+  begin();
+  // An answer of the former owner that arrives when the selection is ours is no news.
+  owner().answerText("UTF8_STRING", "former text");
+  owner().own("PRIMARY");
+  ASSERT_TRUE(waitFor([this] {
+    dispatchAll();
+    owner().pump();
+    return owner().asked.find("PRIMARY:UTF8_STRING") != std::string::npos;
+  }));
+  window().setSelectionText("viewer", tx::getServerTime());
+  settle();
+  EXPECT_TRUE(texts_.empty());
+  EXPECT_NE(done_.find("got "), std::string::npos);
+
+  // A lost selection is fetched again.
+  owner().answerText("UTF8_STRING", "client");
+  owner().own("PRIMARY");
+  EXPECT_EQ(nextText(), "client");
+  EXPECT_EQ(tx::TXWindow::selectionOwner(XA_PRIMARY), nullptr);
+  EXPECT_EQ(tx::TXWindow::selectionOwner(tx::internAtom("CLIPBOARD")), &window());
+
+  // Ours again by the time that the event says it is lost.
+  owner().own("PRIMARY");
+  window().setSelectionText("two", tx::getServerTime());
+  dispatchAll();
+  EXPECT_EQ(tx::TXWindow::selectionOwner(XA_PRIMARY), &window());
+
+  // Polls: PRIMARY ours, CLIPBOARD the client's and new.
+  manager_->setEnabled(false);
+  owner().answerTimestamp(tx::getServerTime() + 1000);
+  owner().answerText("UTF8_STRING", "copied");
+  owner().own("CLIPBOARD");
+  settle();
+  window().check();
+  EXPECT_EQ(nextText(), "copied");
+}
+
+TEST_F(ClipboardTest, CutBuffer) {
+  begin();
+  manager_->setEnabled(false);
+  const auto aMomentLater = [] {
+    const uint32_t before = tx::getServerTime();
+    EXPECT_TRUE(waitFor([&] { return tx::isLater(tx::getServerTime(), before); }));
+    return before;
+  };
+  const auto store = [&](const std::string& bytes) {
+    aMomentLater();
+    XStoreBytes(client(), bytes.data(), static_cast<int>(bytes.size()));
+    XSync(client(), False);
+    dispatchAll();
+  };
+  store("caf\xe9");
+  window().check();
+  EXPECT_EQ(nextDone(), "nothing ");  // not used unless asked for
+  setParam("UseCutBuffer", "1");
+  window().check();
+  EXPECT_EQ(nextText(), "café");
+  EXPECT_TRUE(log_.has("Using X cut buffer string", 100, "TXClipboardWindow"));
+  // Not again, and not when it is older than a selection.
+  window().check();
+  nextDone();
+  EXPECT_TRUE(log_.has(", later 0", 100, "TXClipboardWindow")) << log_.str();
+  store("new");
+  window().setLastTime(tx::getServerTime() + 1000);
+  window().check();
+  EXPECT_EQ(nextDone(), "nothing ");
+  // The viewer's text comes back as Latin-1.
+  const uint32_t time = aMomentLater();
+  window().setSelectionText("€uro", time);
+  owner().own("PRIMARY");
+  owner().own("CLIPBOARD");
+  settle();
+  window().setLastTime(time);
+  window().check();
+  EXPECT_EQ(nextDone(), "got ");
+  EXPECT_TRUE(texts_.empty());
+}
+
+}  // namespace
