@@ -1,4 +1,7 @@
 #include "agent/Agent.h"
+
+#include <csignal>
+
 #include "support/Program.h"
 
 namespace {
@@ -6,14 +9,12 @@ namespace {
 using support::Program;
 using Command = std::vector<std::string>;
 
-const Agent::Parameters kEnabled = {{"EnableClipboard", "1"}};
 // Accents, a letter beyond Latin-1, one beyond the first plane.
 const std::string kInternational = "Gr\u00fc\u00dfe, 5 \u20ac \U0001F600\n";
 
-Agent::Parameters enabledWith(const Agent::Parameters& more) {
-  Agent::Parameters all = kEnabled;
-  all.insert(all.end(), more.begin(), more.end());
-  return all;
+Agent::Parameters enabledWith(Agent::Parameters more = {}) {
+  more.push_back({"EnableClipboard", "1"});
+  return more;
 }
 
 std::string pattern(size_t size) {
@@ -21,20 +22,6 @@ std::string pattern(size_t size) {
   for (size_t i = 0; i < size; i++) text[i] = static_cast<char>('!' + (i * 7 + i / 90) % 90);
   return text;
 }
-
-// A client that owns a selection while this exists (or until another takes it).
-class Copied {
- public:
-  Copied(const support::XServer& server, const std::string& text, const Command& command) {
-    Program::Options options;
-    options.input = text;
-    options.captureErrors = true;
-    owner_ = server.start(command, options);
-  }
-
- private:
-  std::unique_ptr<Program> owner_;
-};
 
 Command xclip(const std::string& selection) {
   return {"xclip", "-quiet", "-i", "-selection", selection};
@@ -45,41 +32,47 @@ Command xsel(const std::string& selection) {
 
 class ClipboardTest : public testing::Test {
  protected:
-  static void SetUpTestSuite() { server = support::XServer::xvfb("641x480x24"); }
-  static void TearDownTestSuite() { server.reset(); }
-
-  static Copied copy(const std::string& text, const std::string& selection = "primary") {
-    return {*server, text, xclip(selection)};
+  void begin(const Command& extra = {}) { server = support::XServer::xvfb("641x480x24", extra); }
+  std::unique_ptr<Program> start(const Command& command, const std::string& input) {
+    Program::Options options;
+    options.input = input;
+    options.captureOutput = options.captureErrors = true;
+    options.environment["HOME"] = "/nonexistent";
+    return server->start(command, options);
+  }
+  // A client owns a selection from here on, until another takes it.
+  void copy(const Command& command, const std::string& text) {
+    owners.push_back(start(command, text));
   }
   // The next text that the agent reports.
   static std::string next(Agent& agent) {
-    std::vector<std::string>& texts = agent.seen.cutTexts;
+    Command& texts = agent.seen.cutTexts;
     if (!agent.waitFor([&] { return !texts.empty(); })) return "<none>\n" + agent.seen.logText();
     const std::string text = texts.front();
     texts.erase(texts.begin());
     return text;
   }
-  static std::string paste(const Command& command, int* status = nullptr) {
+  std::string paste(const Command& command, int* status = nullptr) {
     Program::Options options;
-    options.captureOutput = true;
-    options.captureErrors = true;
+    options.captureOutput = options.captureErrors = true;
     options.environment["DISPLAY"] = server->display();
     return Program::run(command, options, support::Milliseconds(20000), status);
   }
-  static Command xclipOut(const std::string& selection) {
-    return {"xclip", "-o", "-selection", selection};
+  std::string pasted(const std::string& selection) {
+    return paste({"xclip", "-o", "-selection", selection});
   }
   // Copied before now, as far as all clients can see.
-  static bool canBePasted(const std::string& text, const std::string& selection) {
-    return support::waitFor([&] { return paste(xclipOut(selection)) == text; });
+  bool canBePasted(const std::string& text, const std::string& selection) {
+    return support::waitFor([&] { return pasted(selection) == text; });
   }
 
-  static std::unique_ptr<support::XServer> server;
+  std::unique_ptr<support::XServer> server;
+  std::vector<std::unique_ptr<Program>> owners;
 };
-std::unique_ptr<support::XServer> ClipboardTest::server;
 
 TEST_F(ClipboardTest, ReportsWhatIsCopied) {
-  Agent agent(server->display(), kEnabled);
+  begin();
+  Agent agent(server->display(), enabledWith());
   agent.start();
   using std::string;
   const struct {
@@ -88,7 +81,6 @@ TEST_F(ClipboardTest, ReportsWhatIsCopied) {
     string text;
     string reported;
   } cases[] = {
-      {"plain", xclip("primary"), "plain text", "plain text"},
       {"CLIPBOARD", xclip("clipboard"), "from CLIPBOARD", "from CLIPBOARD"},
       {"UTF-8", xclip("primary"), kInternational, kInternational},
       {"another client", xsel("primary"), "xsel: " + kInternational, "xsel: " + kInternational},
@@ -97,81 +89,69 @@ TEST_F(ClipboardTest, ReportsWhatIsCopied) {
       {"invalid UTF-8", xclip("primary"), "a\xff\xc3z", "a\xff\xc3z"},
       {"long", xclip("primary"), pattern(200000), pattern(200000)},
       {"longer than is taken", xclip("primary"), pattern(300000), pattern(262144)},
-      {"in increments", xclip("primary"), pattern(1500000), ""},
+      {"in increments", xclip("primary"), pattern(10000000), ""},
+      {"after that", xclip("primary"), "once", "once"},
   };
-  std::vector<Copied> owners;
   for (const auto& c : cases) {
-    owners.emplace_back(*server, c.text, c.command);
+    copy(c.command, c.text);
     EXPECT_TRUE(next(agent) == c.reported) << c.what << "\n" << agent.seen.logText();
     agent.seen.log.clear();
   }
-}
+  copy(xsel("primary"), "once");
+  EXPECT_TRUE(agent.waitForLog("Filtering out duplicate cut text"));
+  copy(xclip("primary"), "twice");
+  EXPECT_EQ(next(agent), "twice");
 
-TEST_F(ClipboardTest, PrimaryCountsWhenItIsPreferred) {
-  for (const bool preferred : {true, false}) {
-    Agent agent(server->display(), enabledWith({{"SendPrimary", preferred ? "1" : "0"}}));
-    agent.start();
-    const Copied primary = copy("selected by mouse");
-    if (preferred) {
-      EXPECT_EQ(next(agent), "selected by mouse");
-    } else {
-      EXPECT_TRUE(agent.waitForLog("selection change event, selection PRIMARY"));
-    }
-    const Copied clipboard = copy("copied", "clipboard");
-    EXPECT_EQ(next(agent), "copied");
-  }
+  agent.connection->setParams({{"SendPrimary", "0", 10}});
+  agent.seen.log.clear();
+  copy(xclip("primary"), "selected by mouse");
+  EXPECT_TRUE(agent.waitForLog("selection change event, selection PRIMARY, timestamp "));
+  copy(xclip("clipboard"), "copied");
+  EXPECT_EQ(next(agent), "copied");
 }
 
 TEST_F(ClipboardTest, ReportsOnlyWhileEnabledAndStarted) {
+  begin();
   Agent agent(server->display());
   agent.start();
-  const Copied first = copy("while not enabled");
+  copy(xclip("primary"), "while not enabled");
   ASSERT_TRUE(canBePasted("while not enabled", "primary"));
   agent.sync();
   // A viewer's text is offered all the same.
   agent.connection->clientCutText("from a viewer");
   agent.sync();
-  EXPECT_EQ(paste(xclipOut("primary")), "from a viewer");
+  EXPECT_EQ(pasted("primary"), "from a viewer");
   EXPECT_FALSE(agent.seen.hasLog("selection change event"));
 
   agent.connection->setParams({{"EnableClipboard", "1", 10}});
-  const Copied second = copy("enabled after the start");
+  copy(xclip("primary"), "enabled after the start");
   ASSERT_TRUE(canBePasted("enabled after the start", "primary"));
   agent.connection->stop();
   agent.start();
-  const Copied third = copy("enabled");
+  copy(xclip("primary"), "enabled");
   EXPECT_EQ(next(agent), "enabled");
 
   agent.connection->stop();
   agent.sync();
   agent.seen.log.clear();
-  const Copied fourth = copy("while stopped", "clipboard");
+  copy(xclip("clipboard"), "while stopped");
   ASSERT_TRUE(canBePasted("while stopped", "clipboard"));
   agent.connection->clientCutText("while stopped, from a viewer");
   agent.sync();
-  EXPECT_EQ(paste(xclipOut("clipboard")), "while stopped, from a viewer");
+  EXPECT_EQ(pasted("clipboard"), "while stopped, from a viewer");
   EXPECT_FALSE(agent.seen.hasLog("selection change event"));
   agent.start();
-  const Copied fifth = copy("started again");
+  copy(xclip("clipboard"), "started again");
   EXPECT_EQ(next(agent), "started again");
   EXPECT_TRUE(agent.seen.cutTexts.empty());
 }
 
-TEST_F(ClipboardTest, ReportsTheSameTextOnce) {
-  Agent agent(server->display(), kEnabled);
-  agent.start();
-  const Copied first = copy("once");
-  EXPECT_EQ(next(agent), "once");
-  const Copied second = copy("once");
-  EXPECT_TRUE(agent.waitForLog("Filtering out duplicate cut text"));
-  const Copied third = copy("twice");
-  EXPECT_EQ(next(agent), "twice");
-}
-
 TEST_F(ClipboardTest, WhatWasThereBeforeIsNotReported) {
+  begin();
+  // Without a timestamp, and with one.
   for (const Command& command : {xclip("primary"), xsel("primary")}) {
     for (const char* poll : {"0", "20"}) {
-      const Copied old(*server, "old", command);
+      copy(command, "old");
       ASSERT_TRUE(canBePasted("old", "primary"));
       Agent agent(server->display(), enabledWith({{"poll", poll}}));
       agent.start();
@@ -182,108 +162,113 @@ TEST_F(ClipboardTest, WhatWasThereBeforeIsNotReported) {
         agent.seen.log.clear();
         EXPECT_TRUE(agent.waitForLog("No CLIPBOARD selection timestamp"));
       }
-      const Copied text(*server, "new", command);
+      copy(command, "new");
       EXPECT_EQ(next(agent), "new") << command[0] << " " << poll;
     }
   }
 }
 
 TEST_F(ClipboardTest, OffersViewersText) {
-  Agent agent(server->display(), kEnabled);
-  agent.start();
-  using std::string;
-  const struct {
-    const char* what;
-    string text;
-    string latin1;
-  } cases[] = {
-      {"plain", "plain text", "plain text"},
-      {"UTF-8", kInternational,
-       "Gr\xfc\xdf"
-       "e, 5 ? ?\n"},
-      {"NULs", string("a\0b\0", 4), string("a\0b\0", 4)},
-      {"1 MB", pattern(1 << 20), pattern(1 << 20)},
-      {"read in pieces", pattern(3 << 20), pattern(3 << 20)},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    agent.connection->clientCutText(c.text);
-    agent.sync();
-    EXPECT_TRUE(paste(xclipOut("primary")) == c.text);
-    EXPECT_TRUE(paste(xclipOut("clipboard")) == c.text);
-    EXPECT_TRUE(paste(xclipOut("buffer-cut")) == c.latin1);
-    EXPECT_TRUE(paste({"xclip", "-o", "-noutf8"}) == c.latin1);
-    if (c.text.find('\0') == string::npos) {
-      EXPECT_TRUE(paste({"xsel", "-o", "-b"}) == c.text);
-    }
-  }
-  // Not valid UTF-8: whatever becomes of it in Latin-1.
-  agent.connection->clientCutText("a\xff\xc3z");
-  agent.sync();
-  EXPECT_EQ(paste(xclipOut("clipboard")), "a\xff\xc3z");
-  agent.connection->clientCutText("");
-  agent.sync();
-  EXPECT_EQ(paste(xclipOut("primary")), "");
-
-  // None of it comes back.
-  const Copied text = copy("copied after all that");
-  EXPECT_EQ(next(agent), "copied after all that");
-}
-
-TEST_F(ClipboardTest, ViewersTextIsNoNewTextToPolls) {
+  begin();
   Agent agent(server->display(), enabledWith({{"poll", "20"}, {"UseCutBuffer", "1"}}));
   agent.start();
-  const Copied before = copy("copied before");
-  EXPECT_EQ(next(agent), "copied before");
+  using std::string;
+  for (const auto& [text, latin1] : {std::pair<string, string>{kInternational,
+                                                               "Gr\xfc\xdf"
+                                                               "e, 5 ? ?\n"},
+                                     {string("a\0b\0", 4), string("a\0b\0", 4)},
+                                     {"a\xff\xc3z", "a??z"},
+                                     {"", ""},
+                                     {pattern(10000000), pattern(10000000)}}) {
+    SCOPED_TRACE(text.substr(0, 20));
+    agent.connection->clientCutText(text);
+    agent.sync();
+    EXPECT_TRUE(pasted("primary") == text);
+    EXPECT_TRUE(pasted("clipboard") == text);
+    EXPECT_TRUE(pasted("buffer-cut") == latin1);
+    EXPECT_TRUE(paste({"xclip", "-o", "-noutf8"}) == latin1);
+  }
   agent.connection->clientCutText(kInternational);
   agent.sync();
-  for (int i = 0; i < 3; i++) {
-    agent.seen.log.clear();
-    EXPECT_TRUE(agent.waitForLog("PRIMARY selection owned by us"));
-  }
+  EXPECT_EQ(paste({"xsel", "-o", "-b"}), kInternational);
+  // None of it comes back, by events, polls or the cut buffer.
+  agent.seen.log.clear();
+  EXPECT_TRUE(agent.waitForLog("PRIMARY selection owned by us"));
   // Another client takes CLIPBOARD alone, so that the cut buffer is looked at as well.
-  const Copied clipboard(*server, "in CLIPBOARD", xsel("clipboard"));
+  copy(xsel("clipboard"), "in CLIPBOARD");
   EXPECT_EQ(next(agent), "in CLIPBOARD");
   server->run({"sh", "-c", "printf 'in the cut buffer' | xclip -i -selection buffer-cut"});
   EXPECT_EQ(next(agent), "in the cut buffer");
   EXPECT_TRUE(agent.seen.cutTexts.empty());
 }
 
-TEST(ClipboardLimitsTest, TextLongerThanARequest) {
-  const auto server = support::XServer::xvfb("641x480x24", {"-maxbigreqsize", "1"});
-  Agent agent(server->display(), kEnabled);
+TEST_F(ClipboardTest, TextLongerThanARequest) {
+  begin({"-maxbigreqsize", "1"});  // 4 MB
+  Agent agent(server->display(), enabledWith());
   agent.start();
-  const auto paste = [&](int* status) {
-    Program::Options options;
-    options.captureOutput = true;
-    options.captureErrors = true;
-    options.environment["DISPLAY"] = server->display();
-    return Program::run({"xclip", "-o"}, options, support::Milliseconds(10000), status);
-  };
-  agent.connection->clientCutText(pattern(5 << 20));
-  agent.sync();
-  EXPECT_TRUE(agent.seen.hasLog("Unable to offer 5242880 bytes of text", 0));
-  int status = 0;
-  EXPECT_EQ(paste(&status), "");
-  EXPECT_NE(status, 0);
-  agent.connection->clientCutText("shorter");
-  agent.sync();
-  EXPECT_EQ(paste(&status), "shorter");
-  EXPECT_EQ(status, 0);
+  for (const auto& [size, served] : {std::pair(4194400u, false), {4194200u, true}}) {
+    agent.seen.log.clear();
+    agent.connection->clientCutText(pattern(size));
+    agent.sync();
+    EXPECT_EQ(agent.seen.hasLog("Unable to offer 4194400 bytes of text", 0), !served);
+    int status = 0;
+    EXPECT_TRUE(paste({"xclip", "-o"}, &status) == (served ? pattern(size) : ""));
+    EXPECT_EQ(status == 0, served);
+  }
 }
 
-TEST(ClipboardWithoutXfixesTest, IsPolled) {
-  const auto server = support::XServer::xvfb("641x480x24", {"-extension", "XFIXES"});
-  Agent agent(server->display(), kEnabled);
+TEST_F(ClipboardTest, WithoutXFixesIsPolled) {
+  begin({"-extension", "XFIXES"});
+  Agent agent(server->display(), enabledWith());
   agent.start();
   EXPECT_TRUE(agent.seen.hasLog("XFixes extension not present", 30));
   EXPECT_TRUE(agent.seen.hasLog("Polling for clipboard updates every 2000ms", 30));
   // Clients that stay, and say when they copied.
-  const Copied primary(*server, "one", xsel("primary"));
-  ASSERT_TRUE(agent.waitFor([&] { return agent.seen.cutTexts.size() == 1; }));
-  const Copied clipboard(*server, "two", xsel("clipboard"));
-  ASSERT_TRUE(agent.waitFor([&] { return agent.seen.cutTexts.size() == 2; }));
-  EXPECT_EQ(agent.seen.cutTexts, (std::vector<std::string>{"one", "two"}));
+  copy(xsel("primary"), "one");
+  EXPECT_EQ(next(agent), "one");
+  copy(xsel("clipboard"), "two");
+  EXPECT_EQ(next(agent), "two");
+}
+
+// The commands for people.
+
+TEST_F(ClipboardTest, CommandGetPrintsTheNextCopy) {
+  begin();
+  copy(xclip("clipboard"), "before");
+  ASSERT_TRUE(canBePasted("before", "clipboard"));
+  const auto get = start({RUVO_DRIVE, "clip", "get", "--clipboard"}, "");
+  // It does not say when it begins to listen: copied until it has heard, each time another text
+  // since one that was there before is no news.
+  EXPECT_TRUE(support::waitFor([&] {
+    copy(xclip("primary"), "selected");
+    copy(xclip("clipboard"), std::to_string(owners.size()) + " copied\xff");
+    return get->wait(support::Milliseconds(300)).has_value();
+  }));
+  EXPECT_EQ(get->wait(), 0);
+  EXPECT_TRUE(get->output().ends_with(" copied\xff")) << get->output();
+
+  const auto none = start({RUVO_DRIVE, "clip", "get", "--timeout", "0.2"}, "");
+  EXPECT_EQ(none->wait(), 1);
+  EXPECT_EQ(none->output(), "");
+  EXPECT_EQ(none->errors(), "ruvodrive: nothing was copied\n");
+}
+
+TEST_F(ClipboardTest, CommandsSetAndWatchServeUntilInterrupted) {
+  begin();
+  const auto set = start({RUVO_DRIVE, "clip", "set"}, "to be pasted\n");
+  EXPECT_TRUE(canBePasted("to be pasted\n", "clipboard"));
+  set->signal(SIGINT);
+  EXPECT_EQ(set->wait(), 0) << set->errors();
+  EXPECT_EQ(start({RUVO_DRIVE, "clip", "set", "--for", "0.2"}, "briefly")->wait(), 0);
+
+  const auto watch = start({RUVO_DRIVE, "clip", "watch"}, "first\nlast");
+  EXPECT_TRUE(canBePasted("last", "clipboard"));
+  copy(xclip("primary"), "one");
+  EXPECT_TRUE(support::waitFor([&] { return watch->output() == "one\n"; })) << watch->output();
+  copy(xclip("clipboard"), "two\n");
+  EXPECT_TRUE(support::waitFor([&] { return watch->output() == "one\ntwo\n"; }));
+  watch->signal(SIGTERM);
+  EXPECT_EQ(watch->wait(), 0) << watch->errors();
 }
 
 }  // namespace
