@@ -4,7 +4,6 @@
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
-#include <bitset>
 #include <csignal>
 #include <thread>
 
@@ -92,7 +91,6 @@ TEST_F(InputTest, NothingStaysDown) {
                {"start again", true, true, [](Agent& a) { a.connection->start(); }},
                {"hang-up", true, false, [](Agent& a) { a.disconnect(); }},
                {"SIGTERM", true, false, [](Agent& a) { a.signal(SIGTERM); }},
-               {"hang-up, never started", false, false, [](Agent& a) { a.disconnect(); }},
                {"SIGINT, never started", false, false, [](Agent& a) { a.signal(SIGINT); }}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -199,6 +197,32 @@ TEST_F(InputTest, TellsWhereThePointerIs) {
     return x == 1 && y == 1;
   }));
   EXPECT_TRUE(agent.seen.cursorPositions.empty());
+}
+
+TEST_F(InputTest, Commands) {
+  InputWitness witness(server->display());
+  // What becomes of a command: what it says, its status, and what another client gets.
+  const auto run = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), RUVO_DRIVE);
+    support::Program::Options options;
+    options.captureErrors = true;
+    options.environment["HOME"] = "/nonexistent";
+    const auto program = server->start(arguments, options);
+    std::string all = std::to_string(program->wait().value_or(-1)) + program->errors();
+    for (const std::string& event : witness.take()) all += "; " + event;
+    return all;
+  };
+  EXPECT_EQ(run({"key", "Control_L+Shift_L+t"}),
+            "0; +Control_L 37; +Shift_L 50 C; +T 28 SC; -T 28 SC; -Shift_L 50 SC; -Control_L 37 C");
+  EXPECT_EQ(run({"key", "nonsense"}), "1ruvodrive: 'nonsense' is no key symbol\n");
+  EXPECT_EQ(run({"click", "9", "8", "3"}), "0; 9,8; +3; -3");
+  EXPECT_EQ(run({"wheel", "9", "8", "-1"}), "0; +5; -5");
+  run({"type", "Gr\u00fc\u00dfe, 5 \u20ac"});
+  EXPECT_EQ(witness.text(), "Gr\u00fc\u00dfe, 5 \u20ac");
+  // More than there are keys for.
+  std::string many;
+  for (char c = '\x80'; c < '\xb0'; c++) many += std::string("\xd0") + c;
+  EXPECT_EQ(run({"type", many}).rfind("1ruvodrive: the keyboard has no key to spare for ", 0), 0u);
 }
 
 TEST_F(InputTest, WithoutXTestInputIsDropped) {

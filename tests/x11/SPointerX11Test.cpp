@@ -26,8 +26,8 @@ class SPointerX11Test : public TXFixture, private svr::SPointerX11Callback {
   }
 
   // Before the display is opened, xmodmap is run with an expression.
-  void begin(const std::string& map = "", const Strings& extra = {}) {
-    auto server = support::XServer::xvfb("200x100x24", extra);
+  void begin(const std::string& map = "") {
+    auto server = support::XServer::xvfb("200x100x24");
     if (!map.empty()) server->run({"xmodmap", "-e", "pointer = " + map});
     use(std::move(server));
     witness_ = std::make_unique<support::InputWitness>(this->server().display());
@@ -86,12 +86,10 @@ TEST_F(SPointerX11Test, Moves) {
     const char* at;
   } far[] = {{5000, 50, "199,50"},
              {40, -5000, "40,0"},
-             {70000, 70000, "199,99"},
              {INT32_MIN, INT32_MIN, "0,0"},
-             {INT32_MAX, 1, "199,1"}};
+             {INT32_MAX, 70000, "199,99"}};
   for (const auto& c : far) EXPECT_EQ(absolute(c.x, c.y), (Strings{c.at}));
   EXPECT_EQ(relative(INT32_MIN, INT32_MAX), (Strings{"0,99"}));
-  EXPECT_EQ(relative(32767, -32768), (Strings{"199,0"}));
 }
 
 TEST_F(SPointerX11Test, Buttons) {
@@ -101,10 +99,6 @@ TEST_F(SPointerX11Test, Buttons) {
   EXPECT_EQ(absolute(60, 60, 0x16), (Strings{"-1", "+2", "+3", "+5"}));
   EXPECT_EQ(relative(1, 1, 0x0a), (Strings{"61,61", "-3", "+4", "-5"}));
   EXPECT_EQ(absolute(61, 61, 0), (Strings{"-2", "-4"}));
-  // Wheel steps: up twice, right.
-  for (const uint32_t step : {8u, 0u, 8u, 0u, 0x40u, 0u})
-    pointer_->pointerEvent({61, 61}, step, false);
-  EXPECT_EQ(take(), (Strings{"+4", "-4", "+4", "-4", "+7", "-7"}));
   // There are eight at the most.
   EXPECT_EQ(absolute(61, 61, 0xffffff00), Strings{});
   EXPECT_EQ(absolute(61, 61, 0xffffffff),
@@ -161,22 +155,11 @@ TEST_F(SPointerX11Test, Watches) {
   warp(42, 40);
   EXPECT_EQ(heardAfter(30), "moved;at 42,40;");
   setParam("PollCursorTime", "0");
-  warp(43, 40);
-  EXPECT_EQ(heardAfter(30), "");
-  EXPECT_EQ(heardAfter(1000), "");
-  pointer_->setPolling(true);
-  warp(44, 40);
-  EXPECT_EQ(heardAfter(1000), "");
-}
-
-TEST_F(SPointerX11Test, WithoutXTest) {
-  begin("", {"-extension", "XTEST"});
-  EXPECT_EQ(absolute(10, 10, 1), Strings{});
-  EXPECT_EQ(relative(10, 10, 2), Strings{});
-  pointer_->setPolling(true);
-  EXPECT_EQ(heardAfter(100), "");
-  warp(2, 3);
-  EXPECT_EQ(heardAfter(100), "moved;at 2,3;");
+  for (int i = 0; i < 2; i++) {
+    warp(43 + i, 40);
+    EXPECT_EQ(heardAfter(1000), "");
+    pointer_->setPolling(true);
+  }
 }
 
 }  // namespace
