@@ -69,7 +69,7 @@ class RandomRegions : public testing::TestWithParam<Point> {
 };
 
 TEST_P(RandomRegions, CombineAndMoveLikeTheirPixels) {
-  for (int i = 0; i < 1000; i++) {
+  for (int i = 0; i < 400; i++) {
     Region a, b;
     RegionModel modelA(GetParam()), modelB(GetParam());
     randomise(a, modelA);
