@@ -139,19 +139,13 @@ TEST_F(LaunchedSocketTest, DebugFileThatIsNoneIsRefused) {
 }
 
 TEST_F(LaunchedSocketTest, FailureToConnectNamesTheCall) {
-  const struct {
-    std::string name;
-    int code;
-  } cases[] = {{directory_ / "none", ENOENT},
-               {directory_.path(), ECONNREFUSED},
-               {"", ENOENT},
-               {std::string(108, 'a'), ENAMETOOLONG}};
-  for (const auto& c : cases) {
-    const std::string text = thrownText([&] { parse({c.name.c_str()}).open(settings_); });
-    restoreErrors();
-    EXPECT_TRUE(text.starts_with("connect") && text.ends_with("(" + std::to_string(c.code) + ")"))
-        << text;
-  }
+  const std::pair<std::string, const char*> cases[] = {
+      {directory_ / "none", "connect: No such file or directory (2)"},
+      {directory_.path(), "connect: Connection refused (111)"},
+      {"", "connect: No such file or directory (2)"},
+      {std::string(108, 'a'), "connect: File name too long (36)"}};
+  for (const auto& [name, text] : cases)
+    EXPECT_EQ(thrownText([&] { parse({name.c_str()}).open(settings_); }), text);
 }
 
 TEST_F(LaunchedSocketTest, SecretMustMatchTheHash) {
