@@ -28,8 +28,10 @@ namespace host {
 
 namespace {
 
-constexpr int connectTimeoutMs = 10000;
-constexpr int leaveTimeoutMs = 5000;
+constexpr int kConnectTimeoutMs = 10000;
+constexpr int kLeaveTimeoutMs = 5000;
+// How often a waiting host looks whether the agent is still there.
+constexpr int kLookMs = 20;
 
 // A directory of our own with a listening socket in it, gone with the object.
 class ListeningSocket {
@@ -64,10 +66,18 @@ class ListeningSocket {
       throw plat::SystemException("chown", errno);
   }
 
-  plat::FileDescriptor accept(int timeoutMs) {
+  // A child of the agent's may connect in its place, so that only failure of the agent ends the
+  // wait before its time.
+  plat::FileDescriptor accept(AgentProcess& agent, int timeoutMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     pollfd waiting{socket_.get(), POLLIN, 0};
-    if (poll(&waiting, 1, timeoutMs) <= 0)
-      throw plat::Exception("the agent did not connect to '%s'", path_.c_str());
+    while (poll(&waiting, 1, kLookMs) <= 0) {
+      const int status = agent.wait(0).value_or(0);
+      if (status != 0)
+        throw plat::Exception("the agent ended with status %d before it connected", status);
+      if (std::chrono::steady_clock::now() >= deadline)
+        throw plat::Exception("the agent did not connect to '%s'", path_.c_str());
+    }
     plat::FileDescriptor connection(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection) throw plat::SystemException("accept", errno);
     return connection;
@@ -190,7 +200,7 @@ AgentProcess AgentProcess::launch(const LaunchOptions& options) {
     throw plat::SystemException(plat::format("starting '%s'", options.agent.c_str()), error);
 
   if (listening) {
-    process.channel_ = listening->accept(connectTimeoutMs);
+    process.channel_ = listening->accept(process, kConnectTimeoutMs);
     if (options.useHash && send(process.channel_.get(), secret.data(), secret.size(),
                                 MSG_NOSIGNAL) != static_cast<ssize_t>(secret.size()))
       throw plat::SystemException("send", errno);
@@ -207,10 +217,10 @@ AgentProcess::~AgentProcess() {
   if (pid_ < 0) return;
   const bool connected = static_cast<bool>(channel_);
   channel_.reset();
-  if (connected && wait(leaveTimeoutMs)) return;
+  if (connected && wait(kLeaveTimeoutMs)) return;
   if (wait(0)) return;
   signal(SIGTERM);
-  if (wait(leaveTimeoutMs)) return;
+  if (wait(kLeaveTimeoutMs)) return;
   signal(SIGKILL);
   wait(-1);
 }

@@ -43,7 +43,8 @@ struct LaunchOptions {
 // a moment to leave by itself, then ends it.
 class AgentProcess {
  public:
-  // Throws SystemException when the program cannot be started or does not connect in 10 s.
+  // Throws SystemException when the program cannot be started, plat::Exception when it ends before
+  // it has connected to a named socket, or does not connect in 10 s.
   static AgentProcess launch(const LaunchOptions& options);
 
   AgentProcess(AgentProcess&& other) noexcept;

@@ -192,6 +192,18 @@ TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
   }
 }
 
+TEST_F(StartUpTest, AnAgentThatEndsBeforeItConnectsIsNotWaitedFor) {
+  host::LaunchOptions options = Agent::options(display());
+  options.channel = host::LaunchOptions::Channel::namedSocket;
+  options.pipeOptions = {"-hash", "zz"};
+  try {
+    host::AgentProcess::launch(options);
+    FAIL();
+  } catch (const plat::Exception& e) {
+    EXPECT_STREQ(e.text(), "the agent ended with status 1 before it connected");
+  }
+}
+
 TEST_F(StartUpTest, WithoutAServerItRunsUntilASignal) {
   Program program({RUVO_AGENT, "user", "-dummy", "-CompactLog", "-Log=*:stderr:100"},
                   RawAgent::programOptions(display()));
