@@ -1,4 +1,5 @@
 #include <chrono>
+#include <ostream>
 #include <random>
 
 #include "agent/Agent.h"
@@ -148,6 +149,10 @@ struct MirrorCase {
   const char* captureMethod;
   const char* useXShm;
 };
+
+void PrintTo(const MirrorCase& c, std::ostream* out) {
+  *out << c.screen << " CaptureMethod=" << c.captureMethod << " _UseXShm=" << c.useXShm;
+}
 
 class MirrorTest : public testing::TestWithParam<MirrorCase> {};
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,6 +16,11 @@
 #include "support/Frames.h"
 
 namespace rfb {
+
+void PrintTo(const Point& point, std::ostream* out) {
+  *out << point.x << "," << point.y;
+}
+
 namespace {
 
 using test::RegionModel;

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <iterator>
+#include <ostream>
 #include <random>
 #include <tuple>
 
@@ -69,6 +70,10 @@ struct Screen {
   int stride;
 };
 
+void PrintTo(const Screen& screen, std::ostream* out) {
+  *out << screen.size << "x" << screen.depth;
+}
+
 class PixelEquality : public PixelBufferX11Test, public testing::WithParamInterface<Screen> {};
 
 TEST_P(PixelEquality, EveryPixelIsTheOneShown) {
@@ -108,10 +113,7 @@ TEST_P(PixelEquality, EveryPixelIsTheOneShown) {
 INSTANTIATE_TEST_SUITE_P(Screens, PixelEquality,
                          testing::Values(Screen{"641x479", 8, 644}, Screen{"641x479", 15, 642},
                                          Screen{"1001x67", 16, 1002}, Screen{"1001x67", 24, 1001},
-                                         Screen{"641x479", 30, 641}),
-                         [](const auto& test) {
-                           return "Depth" + std::to_string(test.param.depth);
-                         });
+                                         Screen{"641x479", 30, 641}));
 
 TEST_F(PixelBufferX11Test, FetchesOnlyWhatIsAskedForInTheClip) {
   start();
