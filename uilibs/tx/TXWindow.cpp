@@ -278,7 +278,9 @@ void TXWindow::drain(Atom property) {
   }
   const XMemory<unsigned char> items(memory);
   if (left > 0) XDeleteProperty(display, id_, property);
-  if (count == 0) draining_.erase(property);
+  // An owner that takes the deletion of any property for this one's writes pieces over each other:
+  // the second notification then finds no property, which is no end.
+  if (count == 0 && type != None) draining_.erase(property);
 }
 
 void TXWindow::selectionNotify(const SelectionData&) {}
