@@ -7,22 +7,6 @@
 #include "rfb/FullFramePixelBuffer.h"
 #include "rfb/Region.h"
 
-// A segment that nobody can map.
-class FakeMemory : public plat::SharedMem {
- public:
-  explicit FakeMemory(int32_t segmentId) : SharedMem(4096), id(segmentId) {}
-
-  plat::SharedMemDescriptor descriptor() const override {
-    plat::SharedMemDescriptor d;
-    d.kind = plat::SharedMemDescriptor::Kind::sysV;
-    d.size = size();
-    d.id = id;
-    return d;
-  }
-
-  int32_t id;
-};
-
 // A pixel buffer over memory of its own; grabbing copies the screen, another buffer of pixels.
 class FakeBuffer : public rfb::FullFramePixelBuffer {
  public:

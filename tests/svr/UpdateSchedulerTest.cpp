@@ -4,7 +4,6 @@
 
 #include "io/FdManager.h"
 #include "support/ManualClock.h"
-#include "support/ParameterValue.h"
 
 namespace {
 
@@ -14,7 +13,7 @@ class UpdateSchedulerTest : public testing::Test,
                             protected svr::UpdateScheduler::Callback,
                             protected svr::UpdateScheduler::PreUpdateHook {
  protected:
-  bool isUpdateWanted() override { return wanted; }
+  bool isUpdateWanted() override { return true; }
   void performUpdate(const rfb::UpdateInfo& update) override { updates.push_back(update.changed); }
   void preUpdate() override { scheduler.tracker().addChanged(kDamage); }
 
@@ -31,7 +30,6 @@ class UpdateSchedulerTest : public testing::Test,
 
   io::FdManager& loop = io::FdManager::instance();
   test::ManualClock clock;
-  bool wanted = true;
   std::vector<rfb::Region> updates;
   svr::UpdateScheduler scheduler{this, this};
 };
@@ -47,23 +45,6 @@ TEST_F(UpdateSchedulerTest, BatchesAndKeepsThePeriod) {
   EXPECT_EQ(after(23), 1u);
   EXPECT_EQ(after(1), 2u);
   EXPECT_EQ(after(100), 2u) << "nothing has changed";
-
-  const test::ParameterValue period("UpdatePeriod", "0");
-  for (size_t i = 3; i < 6; i++) {
-    change(kFirst);
-    EXPECT_EQ(after(1), i);
-  }
-}
-
-TEST_F(UpdateSchedulerTest, WaitsForARequest) {
-  wanted = false;
-  change(kFirst);
-  EXPECT_EQ(after(50), 0u);
-  wanted = true;
-  scheduler.tryUpdate();
-  EXPECT_EQ(updates.size(), 1u);
-  scheduler.tryUpdate();
-  EXPECT_EQ(updates.size(), 1u);
 }
 
 TEST_F(UpdateSchedulerTest, ResetDropsEverything) {
