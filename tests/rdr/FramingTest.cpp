@@ -62,14 +62,6 @@ TEST(FramedOut, IntegersAreNotSplitAndFlushDeliversWhatIsThere) {
   out.writeU8(2);
   out.endMsg();
   EXPECT_EQ(framesOf(mem), "32764 4 1!");
-
-  EXPECT_EQ(thrownBy([&] { out.endFrame(false); }),
-            "FrameException: FramedOutStream::endFrame: not in frame");
-  EXPECT_NE(thrownBy([&] { out.writeU8(1); }), "nothing");
-  out.startMsg();
-  mem.pad(mem.space());
-  EXPECT_EQ(thrownBy([&] { out.endMsg(); }),
-            "FrameException: FramedOutStream::endFrame: no space for header");
 }
 
 const std::string kSample =
@@ -84,35 +76,20 @@ std::string readSample(InStream& in) {
 }
 
 TEST(FramedIn, FramesMayBeCutAnywhere) {
-  std::vector<size_t> everywhere;
-  for (size_t a = 0; a <= kSample.size(); a++) everywhere.insert(everywhere.end(), {a, a});
-  std::vector<std::string> streams = {framed(kSample, everywhere)};
-  for (size_t a = 0; a <= kSample.size(); a++)
-    for (size_t b = a; b <= kSample.size(); b++) streams.push_back(framed(kSample, {a, b}));
-  for (const std::string& bytes : streams) {
-    MemInStream mem(bytes.data(), bytes.size());
-    InStreamV4 in(&mem);
-    in.startMsg();
-    ASSERT_EQ(readSample(in), "1 515 67438087 some text 255");
-    in.endMsg();
-    EXPECT_EQ(mem.available(), 0u);
+  for (size_t a = 0; a <= kSample.size(); a++) {
+    for (size_t b = a; b <= kSample.size(); b++) {
+      const std::string bytes = framed(kSample, {a, b, b});
+      MemInStream mem(bytes.data(), bytes.size());
+      InStreamV4 in(&mem);
+      in.startMsg();
+      ASSERT_EQ(readSample(in), "1 515 67438087 some text 255");
+      in.endMsg();
+      EXPECT_EQ(mem.available(), 0u);
+    }
   }
 }
 
-TEST(FramedIn, TruncatedAnywhere) {
-  const std::string whole = framed(kSample, {2, 2, 9});
-  for (size_t length = 0; length < whole.size(); length++) {
-    // The stream ends too early ...
-    MemInStream mem(whole.data(), length);
-    InStreamV4 in(&mem);
-    in.startMsg();
-    EXPECT_EQ(thrownBy([&] {
-                readSample(in);
-                in.endMsg();
-              }),
-              "EndOfStream: End of in-memory input stream");
-  }
-  // ... or the message does.
+TEST(FramedIn, MessageEndsInsideAnItem) {
   const std::string bytes = framed("abc", {2}) + framed("x");
   MemInStream mem(bytes.data(), bytes.size());
   InStreamV4 in(&mem);
@@ -123,36 +100,6 @@ TEST(FramedIn, TruncatedAnywhere) {
   in.endMsg();
   in.startMsg();
   EXPECT_EQ(in.readU8(), 'x');
-}
-
-TEST(FramedIn, EndOfMessage) {
-  // The last one is as long as its header can say.
-  const std::string bytes = framed("ab", {1, 2, 2}) + framed("", {0}) +
-                            framed(std::string(1000, 'i'), {10}) + framed(std::string(32767, 'f'));
-  MemInStream mem(bytes.data(), bytes.size());
-  InStreamV4 in(&mem);
-  in.startMsg();
-  EXPECT_EQ(thrownBy([&] { in.startMsg(); }),
-            "FrameException: FramedInStream::startMsg: already in msg");
-  in.readU8();
-  EXPECT_FALSE(in.atEndOfMsg());
-  EXPECT_EQ(thrownBy([&] { in.endMsg(); }),
-            "FrameException: FramedInStream::endMsg: data left in msg");
-  in.readU8();
-  EXPECT_TRUE(in.atEndOfMsg());
-  in.endMsg();
-  in.startMsg();
-  EXPECT_TRUE(in.atEndOfMsg());
-  in.endMsg();
-  in.startMsg();
-  EXPECT_EQ(in.check(256), 1u);
-  EXPECT_EQ(thrownBy([&] { in.check(257); }), ": Too much data for InStream buffer");
-  in.skipToEndOfMsg();
-  in.endMsg();
-  in.startMsg();
-  in.skipToEndOfMsg();
-  in.endMsg();
-  EXPECT_EQ(mem.available(), 0u);
 }
 
 TEST(FramedIn, MessagesThatHaveNotArrived) {

@@ -64,14 +64,11 @@ TEST(Cursor, Converts) {
 TEST(ArrowCursor, IsTwelveByTwentyOneInAnyFormat) {
   TestColourMap map({{0, 0, 0}, {255, 0, 0}, {250, 255, 255}});
   const PixelFormat rgb565(16, 16, true, true, 31, 63, 31, 11, 5, 0);
-  const struct {
-    PixelFormat format;
-    uint32_t white;
-  } cases[] = {{PixelFormat(), 0xff}, {rgb565, 0xffff}, {PixelFormat(8, 8, false, false), 2}};
-  for (const auto& c : cases) {
-    ArrowCursor arrow(c.format, &map);
+  for (const auto& [format, white] :
+       {std::pair(rgb565, 0xffffu), {PixelFormat(8, 8, false, false), 2u}}) {
+    ArrowCursor arrow(format, &map);
     EXPECT_EQ(arrow.getRect(), Rect(0, 0, 12, 21));
-    EXPECT_EQ(arrow.getPixel(0, 0), c.white);
+    EXPECT_EQ(arrow.getPixel(0, 0), white);
     test::forEachPixel(arrow, [&](int x, int y) {
       // The black body never meets the outside.
       if (arrow.getPixel(x, y) != 0) return;

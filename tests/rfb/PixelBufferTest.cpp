@@ -40,25 +40,13 @@ TEST(PixelBuffer, GivesPixelsInside) {
   EXPECT_TRUE(FullFramePixelBuffer(buffer, Rect(0, 0, 5, 5)).getRect().isEmpty());
 }
 
-TEST(PixelBuffer, SinglePixels) {
-  const struct {
-    PixelFormat format;
-    std::vector<uint8_t> bytes;
-    uint32_t value;
-  } cases[] = {
-      {PixelFormat(16, 16, false, true, 31, 63, 31, 11, 5, 0), {0, 0, 0x4d, 0x3c}, 0x3c4d},
-      {PixelFormat(24, 24, true, true, 255, 255, 255, 16, 8, 0),
-       {0, 0, 0, 0x4d, 0x3c, 0x5b},
-       0x5b3c4d},
-      {PixelFormat(12, 12, false, true, 15, 15, 15, 8, 4, 0), {0, 0}, 0},
-  };
-  for (const auto& c : cases) {
-    std::vector<uint8_t> memory(c.bytes.size(), 0);
-    FullFramePixelBuffer buffer(c.format, Rect(0, 0, 2, 1), memory.data());
-    buffer.setPixel(1, 0, 0x1a5b3c4d);
-    EXPECT_EQ(memory, c.bytes) << c.format.str();
-    EXPECT_EQ(buffer.getPixel(1, 0), c.value);
-  }
+TEST(PixelBuffer, PixelsOfThreeBytesAreLittleEndian) {
+  std::vector<uint8_t> memory(6);
+  FullFramePixelBuffer buffer(PixelFormat(24, 24, true, true, 255, 255, 255, 16, 8, 0),
+                              Rect(0, 0, 2, 1), memory.data());
+  buffer.setPixel(1, 0, 0x1a5b3c4d);
+  EXPECT_EQ(memory, (std::vector<uint8_t>{0, 0, 0, 0x4d, 0x3c, 0x5b}));
+  EXPECT_EQ(buffer.getPixel(1, 0), 0x5b3c4du);
 }
 
 // Numbers the pixels from 1 on, row by row.
@@ -73,9 +61,6 @@ using Values = std::vector<uint32_t>;
 TEST(ManagedPixelBuffer, ResizingZeroesUnlessPreserving) {
   ManagedPixelBuffer buffer(rgb32, Rect(-2, 5, 1, 7));
   number(buffer);
-  PixelFormat deeper = rgb32;
-  deeper.depth = 32;
-  buffer.setPF(deeper);
   buffer.setSize(3, 2);
   EXPECT_EQ(pixels(buffer), (Values{1, 2, 3, 4, 5, 6})) << "nothing has changed";
   uint8_t* const block = buffer.getPixelsRW(buffer.getRect(), nullptr);
@@ -88,8 +73,6 @@ TEST(ManagedPixelBuffer, ResizingZeroesUnlessPreserving) {
   number(buffer);
   buffer.setSize(3, 2);
   EXPECT_EQ(pixels(buffer), (Values{1, 2, 0, 3, 4, 0}));
-  buffer.setSize(0, 4);
-  EXPECT_EQ(buffer.capacity(), 0);
 }
 
 TEST(ManagedPixelBuffer, SizeLimits) {
@@ -100,11 +83,6 @@ TEST(ManagedPixelBuffer, SizeLimits) {
   buffer.setPixel(-32768, -32768, 7);
   EXPECT_THROW(buffer.setSize(65535, 65535), std::bad_alloc);
   EXPECT_EQ(pixels(buffer), Values{7});
-
-  uint8_t lent[3];
-  EXPECT_EQ(
-      assertionOf([&] { buffer.setBuffer(ManagedPixelBuffer::Block(lent, [](uint8_t*) {}), 3); }),
-      "Assertion failed: capacity_ >= sizeBytes() (base/rfb/ManagedPixelBuffer)");
 }
 
 }  // namespace

