@@ -5,7 +5,6 @@
 // Defines macros that GoogleTest's headers do not stand.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
-#include <sys/shm.h>
 
 #include <algorithm>
 #include <cstring>
@@ -16,6 +15,7 @@
 
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
+#include "support/Segments.h"
 #include "support/XServer.h"
 
 // Notes all that an agent tells its server.
@@ -202,17 +202,7 @@ inline void addMode(const support::XServer& server, const std::string& size) {
   server.run({"xrandr", "--addmode", "screen", size});
 }
 
-// Segments made by a process.
-inline int segmentsOf(pid_t pid) {
-  shm_info info;
-  const int last = shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&info));
-  int count = 0;
-  for (int i = 0; i <= last; i++) {
-    shmid_ds segment;
-    if (shmctl(i, SHM_STAT, &segment) >= 0 && segment.shm_cpid == pid) count++;
-  }
-  return count;
-}
+using support::segmentsOf;
 
 // A client that draws and looks at the screen.
 class Painter {

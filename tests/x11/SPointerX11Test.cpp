@@ -25,14 +25,13 @@ class SPointerX11Test : public TXFixture, private svr::SPointerX11Callback {
     TXFixture::TearDown();
   }
 
-  // Before the display is opened, xmodmap is run with an expression.
+  // Before the display is opened, the buttons are mapped.
   void begin(const std::string& map = "") {
     auto server = support::XServer::xvfb("200x100x24");
     if (!map.empty()) server->run({"xmodmap", "-e", "pointer = " + map});
     use(std::move(server));
     witness_ = std::make_unique<support::InputWitness>(this->server().display());
-    XWarpPointer(client(), None, tx::TXDisplay::root(), 0, 0, 0, 0, 50, 50);
-    XSync(client(), False);
+    warp(50, 50);
     svr::SPointerX11Callback* const callback = this;
     pointer_.emplace(callback);
     take();
@@ -70,47 +69,30 @@ class SPointerX11Test : public TXFixture, private svr::SPointerX11Callback {
   std::string heard_;
 };
 
-TEST_F(SPointerX11Test, Moves) {
+TEST_F(SPointerX11Test, MovesToTheEdgesAtMost) {
   begin();
   EXPECT_EQ(absolute(50, 50), Strings{}) << "it is there already";
   EXPECT_EQ(absolute(10, 20), (Strings{"10,20"}));
-  EXPECT_EQ(absolute(10, 20), Strings{});
-  EXPECT_EQ(relative(5, -7), (Strings{"15,13"}));
-  EXPECT_EQ(absolute(15, 13), Strings{});
+  EXPECT_EQ(relative(-100, 0), (Strings{"0,20"}));
+  EXPECT_EQ(absolute(0, 20), Strings{}) << "where it really went";
   EXPECT_EQ(relative(0, 0), Strings{});
-  EXPECT_EQ(relative(-100, 0), (Strings{"0,13"}));
-  EXPECT_EQ(absolute(0, 13), Strings{}) << "where it really went";
-  // The screen ends the way, however far it was meant to be.
-  const struct {
-    int32_t x, y;
-    const char* at;
-  } far[] = {{5000, 50, "199,50"},
-             {40, -5000, "40,0"},
-             {INT32_MIN, INT32_MIN, "0,0"},
-             {INT32_MAX, 70000, "199,99"}};
-  for (const auto& c : far) EXPECT_EQ(absolute(c.x, c.y), (Strings{c.at}));
+  EXPECT_EQ(absolute(5000, 50), (Strings{"199,50"}));
+  EXPECT_EQ(absolute(INT32_MIN, INT32_MIN), (Strings{"0,0"}));
+  EXPECT_EQ(absolute(INT32_MAX, 70000), (Strings{"199,99"}));
   EXPECT_EQ(relative(INT32_MIN, INT32_MAX), (Strings{"0,99"}));
 }
 
 TEST_F(SPointerX11Test, Buttons) {
   begin();
   EXPECT_EQ(absolute(60, 60, 1), (Strings{"60,60", "+1"})) << "first the place, then the button";
-  EXPECT_EQ(absolute(60, 60, 1), Strings{});
-  EXPECT_EQ(absolute(60, 60, 0x16), (Strings{"-1", "+2", "+3", "+5"}));
-  EXPECT_EQ(relative(1, 1, 0x0a), (Strings{"61,61", "-3", "+4", "-5"}));
-  EXPECT_EQ(absolute(61, 61, 0), (Strings{"-2", "-4"}));
+  EXPECT_EQ(relative(1, 1, 0x16), (Strings{"61,61", "-1", "+2", "+3", "+5"}));
   // There are eight at the most.
-  EXPECT_EQ(absolute(61, 61, 0xffffff00), Strings{});
-  EXPECT_EQ(absolute(61, 61, 0xffffffff),
-            (Strings{"+1", "+2", "+3", "+4", "+5", "+6", "+7", "+8"}));
-  EXPECT_EQ(absolute(61, 61, 0xff), Strings{});
+  EXPECT_EQ(absolute(61, 61, 0xffffff16), Strings{});
+  EXPECT_EQ(absolute(61, 61, 0xffffffff), (Strings{"+1", "+4", "+6", "+7", "+8"}));
   pointer_->releaseButtons();
   EXPECT_EQ(take(), (Strings{"-1", "-2", "-3", "-4", "-5", "-6", "-7", "-8"}));
   pointer_->releaseButtons();
   EXPECT_EQ(take(), Strings{});
-  absolute(61, 61, 4);
-  pointer_.reset();
-  EXPECT_EQ(take(), (Strings{"-3"}));
 }
 
 TEST_F(SPointerX11Test, PointerMap) {
@@ -128,8 +110,6 @@ TEST_F(SPointerX11Test, PointerMap) {
 
 TEST_F(SPointerX11Test, Watches) {
   begin();
-  warp(1, 1);
-  EXPECT_EQ(heardAfter(1000), "") << "not before it is asked to";
   pointer_->setPolling(true);
   EXPECT_EQ(heardAfter(100), "");
   warp(2, 3);
@@ -137,18 +117,11 @@ TEST_F(SPointerX11Test, Watches) {
   EXPECT_EQ(heardAfter(1), "moved;at 2,3;");
   EXPECT_EQ(heardAfter(100), "");
   // What was injected is reported, but not as somebody else's motion.
-  absolute(30, 31);
-  EXPECT_EQ(heardAfter(100), "at 30,31;");
   relative(2, 2);
-  EXPECT_EQ(heardAfter(100), "at 32,33;");
+  EXPECT_EQ(heardAfter(100), "at 4,5;");
   absolute(33, 33);
   warp(40, 40);
   EXPECT_EQ(heardAfter(100), "moved;at 40,40;");
-  take();
-  EXPECT_EQ(absolute(40, 40), Strings{}) << "seen to be there";
-  pointer_->setPolling(false);
-  warp(41, 40);
-  EXPECT_EQ(heardAfter(1000), "");
 
   setParam("PollCursorTime", "30");
   pointer_->setPolling(true);
