@@ -24,9 +24,8 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   VendorRelease(display()) = 10600000;
   test::ManualClock clock;
   AgentPeer peer;
-  std::string names;
   const auto receive = [&] {
-    names.clear();
+    std::string names;
     for (const test::Message& message : peer.receive())
       if (message.name != "logMsg") names += message.name + " ";
     return names;
@@ -48,8 +47,7 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   EXPECT_EQ(receive(), "setCursorImage desktopUidChanged ");
 }
 
-class NobodyTold : public tx::DesktopUidMonitor::Callback {
- public:
+struct NobodyTold : tx::DesktopUidMonitor::Callback {
   void desktopUidChanged(uid_t, const std::string&) override { FAIL(); }
 };
 

