@@ -4,17 +4,27 @@
 
 #include <unistd.h>
 
+#include "io/FdIo.h"
 #include "io/FdManager.h"
 #include "io/LogDestIpc.h"
 #include "support/AppWindow.h"
+#include "support/Frames.h"
 #include "support/ManualClock.h"
+#include "support/SocketPair.h"
 #include "support/UserProcess.h"
-#include "svr/AgentPeer.h"
 
 namespace {
 
 class AgentAppX11Test : public TXFixture {
-  io::FdManager& loop_ = io::FdManager::instance();  // which timers need
+ protected:
+  // Everything that is waiting is handled.
+  void turn() {
+    while (loop_.process(0)) {
+    }
+  }
+
+ private:
+  io::FdManager& loop_ = io::FdManager::instance();
 };
 
 // Some old X servers must not be asked for cursors before somebody has logged in.
@@ -23,17 +33,18 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   start();
   VendorRelease(display()) = 10600000;
   test::ManualClock clock;
-  AgentPeer peer;
+  test::SocketPair channel;
   const auto receive = [&] {
-    std::string names;
-    for (const test::Message& message : peer.receive())
+    std::string bytes = channel.take(), names;
+    for (const test::Message& message : test::takeMessages(bytes))
       if (message.name != "logMsg") names += message.name + " ";
     return names;
   };
   io::LogDestIpc logDest;
-  svr::AgentAppX11 app(true, logDest, peer.endpoint());
+  svr::AgentAppX11 app(true, logDest, std::make_unique<io::FdIo>(std::move(channel.ours)));
   EXPECT_TRUE(log_.has("Temporarily disabling XFixes cursors: X.Org 10600000 too old", 30));
-  peer.send("start", "");
+  channel.put(test::message("start"));
+  turn();
   EXPECT_NE(receive().find("setCursorImage"), std::string::npos) << "the built-in arrow";
 
   const support::UserProcess user(12345, "/home/user/.Xauthority");
@@ -41,7 +52,7 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   const support::AppWindow window(client(), DefaultRootWindow(client()), user.pid());
   for (int i = 0; i < 2; i++) {
     clock.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
-    AgentPeer::turn();
+    turn();
   }
   EXPECT_EQ(log_.count("Window manager has started; using XFixes", 100, "AgentAppX11"), 1);
   EXPECT_EQ(receive(), "setCursorImage desktopUidChanged ");
