@@ -91,8 +91,6 @@ TEST_F(SPointerX11Test, Buttons) {
   EXPECT_EQ(absolute(61, 61, 0xffffffff), (Strings{"+1", "+4", "+6", "+7", "+8"}));
   pointer_->releaseButtons();
   EXPECT_EQ(take(), (Strings{"-1", "-2", "-3", "-4", "-5", "-6", "-7", "-8"}));
-  pointer_->releaseButtons();
-  EXPECT_EQ(take(), Strings{});
 }
 
 TEST_F(SPointerX11Test, PointerMap) {

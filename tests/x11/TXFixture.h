@@ -15,9 +15,7 @@
 // A private Xvfb that the toolkit is connected to.
 class TXFixture : public testing::Test {
  protected:
-  void start(const std::string& screen = "640x480x24", const std::vector<std::string>& extra = {}) {
-    use(support::XServer::xvfb(screen, extra));
-  }
+  void start(const std::string& screen = "640x480x24") { use(support::XServer::xvfb(screen)); }
   void use(std::unique_ptr<support::XServer> server) {
     stop();
     server_ = std::move(server);
