@@ -107,7 +107,6 @@ void FdManager::wake() {
 }
 
 void FdManager::beginTurn() {
-  ++statistics_.turns;
   // Readiness is reported again; a deferred call would be lost.
   readReady_.clear();
   writeReady_.clear();

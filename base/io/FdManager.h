@@ -16,18 +16,6 @@ class FdHandler;
 // called; an FdKicker is the way in from elsewhere.
 class FdManager : private plat::Timer::Callback, private plat::TimerManager::Observer {
  public:
-  struct Statistics {
-    uint64_t turns = 0;
-    // Waits that were given no time because something was due, deferred or left to do.
-    uint64_t zeroTimeoutWaits = 0;
-    // Of these, the ones that the caller of process() asked for.
-    uint64_t requestedPolls = 0;
-    // Waits with a time (or without limit) that ended: an idle program has none.
-    uint64_t wakeUps = 0;
-    // Milliseconds given to the last wait, -1 without limit.
-    int lastTimeoutMs = -1;
-  };
-
   virtual ~FdManager();
   FdManager(const FdManager&) = delete;
   FdManager& operator=(const FdManager&) = delete;
@@ -53,7 +41,8 @@ class FdManager : private plat::Timer::Callback, private plat::TimerManager::Obs
   // ran. Throws SystemException "select".
   virtual bool process(int timeoutMs) = 0;
 
-  const Statistics& statistics() const { return statistics_; }
+  // Milliseconds given to the last wait, -1 without limit.
+  int lastTimeoutMs() const { return lastTimeoutMs_; }
 
  protected:
   // Handlers sorted by address, without duplicates.
@@ -92,7 +81,7 @@ class FdManager : private plat::Timer::Callback, private plat::TimerManager::Obs
   HandlerSet writeWorking_;
   HandlerSet deferredWorking_;
   plat::TimerManager timers_;
-  Statistics statistics_;
+  int lastTimeoutMs_ = -1;
 
  private:
   friend class FdHandler;

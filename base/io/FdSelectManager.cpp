@@ -66,19 +66,16 @@ bool FdSelectManager::process(int timeoutMs) {
   fill(wantsWrite_, writable);
   fill(wantsExceptions_, exceptional);
 
-  if (timeoutMs == 0) ++statistics_.requestedPolls;
   const int untilNext = timers_.millisecondsUntilNext();
   if (untilNext >= 0 && (timeoutMs < 0 || timeoutMs > untilNext)) timeoutMs = untilNext;
   const int ms = waitMs(timeoutMs);
   timeval timeout;
   timeout.tv_sec = ms / 1000;
   timeout.tv_usec = (ms % 1000) * 1000;
-  statistics_.lastTimeoutMs = ms;
-  if (ms == 0) ++statistics_.zeroTimeoutWaits;
+  lastTimeoutMs_ = ms;
 
   int ready =
       select(limit, readable.get(), writable.get(), exceptional.get(), ms < 0 ? nullptr : &timeout);
-  if (ms != 0) ++statistics_.wakeUps;
   if (ready < 0) {
     if (errno != EINTR) throw plat::SystemException("select", errno);
     ready = 0;

@@ -51,7 +51,7 @@ TEST_F(FdManagerTest, WaitIsTheShorterOfTimerAndCaller) {
   test::ActionTimer action;
   const auto waited = [&](int timeoutMs) {
     EXPECT_TRUE(manager_.process(timeoutMs));
-    return manager_.statistics().lastTimeoutMs;
+    return manager_.lastTimeoutMs();
   };
   EXPECT_EQ(waited(-1), -1);
   EXPECT_EQ(waited(5), 6);
