@@ -15,13 +15,12 @@ namespace test {
 
 // A channel on this thread's loop, with the raw socket of its peer. It has readers for
 //   number: U32
-//   text:   U32 length, then the text as it arrives
 //   list:   short strings up to the end of the message
 class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
  public:
   TestChannel() : ipc("Peer") {
     ipc.setCallback(this);
-    for (const char* name : {"number", "text", "list"}) ipc.addReader(name, this);
+    for (const char* name : {"number", "list"}) ipc.addReader(name, this);
     connect();
   }
 
@@ -36,14 +35,10 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
     }
   }
 
-  // Has the bytes arrive, in pieces.
-  void feed(std::string_view bytes, size_t piece = 1 << 30) {
-    while (!bytes.empty()) {
-      const ssize_t n = pair.put(bytes.substr(0, piece));
-      if (n < 0 && errno != EAGAIN) return;  // the channel was closed
-      if (n > 0) bytes.remove_prefix(static_cast<size_t>(n));
-      pump();
-    }
+  // Has the bytes arrive.
+  void feed(std::string_view bytes) {
+    pair.put(bytes);
+    pump();
   }
   // Ends the peer's side.
   void hangUp() {
@@ -76,16 +71,6 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
     if (onRead) onRead(name);
     if (name == "number") {
       seen_ += std::to_string(in.readU32());
-    } else if (name == "text") {
-      if (textLeft_ == 0) textLeft_ = in.readU32();
-      while (textLeft_ > 0) {
-        const size_t n = in.check(1, textLeft_, false);
-        if (n == 0) return false;
-        in.skip(n);
-        textRead_ += n;
-        textLeft_ -= n;
-      }
-      seen_ += std::to_string(std::exchange(textRead_, 0)) + " bytes";
     } else {
       while (!channel.atEndOfMsg()) seen_ += in.readShortString().str() + ",";
     }
@@ -94,8 +79,6 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
   }
 
   std::string seen_;
-  size_t textRead_ = 0;
-  size_t textLeft_ = 0;
 };
 
 }  // namespace test

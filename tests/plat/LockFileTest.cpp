@@ -21,19 +21,6 @@ uint32_t modeOf(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
 
-TEST(LockFileTest, HeldWhileItLives) {
-  const test::TempDir dir;
-  const std::string path = dir / "lock";
-  EXPECT_EQ(LockFile::openStale(path), nullptr);
-  {
-    const auto lock = LockFile::create(path);
-    EXPECT_EQ(modeOf(path), 0600u);
-    EXPECT_EQ(LockFile::create(path), nullptr);
-    EXPECT_EQ(LockFile::openStale(path), nullptr);
-  }
-  EXPECT_EQ(modeOf(path), 0u);
-}
-
 // A file that its holder removes between another's opening and locking it must not be taken for the
 // lock by that other one.
 TEST(LockFileTest, OneHolderWhileOthersRemove) {

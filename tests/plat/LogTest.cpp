@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "plat/Configuration.h"
 #include "plat/Exception.h"
@@ -21,13 +20,6 @@
 
 namespace plat {
 namespace {
-
-std::string contents(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 LogLine line(const std::string& text, int level = 30) {
   return {1700000000007, level, "Src", text};
@@ -78,7 +70,7 @@ TEST(LogDestFileTest, FilesGrowAndRotate) {
   }
   const auto texts = [&](const char* name) {
     std::string all;
-    std::istringstream in(contents(dir / name));
+    std::ifstream in(dir / name);
     for (std::string l; std::getline(in, l);) all += l.back();
     return all;
   };
@@ -98,7 +90,9 @@ TEST(LogDestFileTest, FallsBackToTheDefaultFile) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "Error opening log file: " + (dir / "missing/log: No such file or directory (2)\n") +
                 "Reverting to default log file " + (dir / ".ruvo/ruvoagent.log\n"));
-  EXPECT_NE(contents(dir / ".ruvo/ruvoagent.log").find("one\n"), std::string::npos);
+  std::string first;
+  std::getline(std::ifstream(dir / ".ruvo/ruvoagent.log"), first);
+  EXPECT_TRUE(first.ends_with("Src: one")) << first;
 }
 
 LogSrc alpha("TestAlpha");
@@ -126,8 +120,8 @@ TEST(LogManagerTest, Specifications) {
       {"*:stderr:30,TestAlpha:capture:5,TestBeta:capture:100", "", 30, 100},
       {"", "", -1, -1},
       // Bad elements change nothing, the good ones beside them hold.
-      {"*:nowhere:200,*:capture:7", "No LogDest found: 'nowhere'\n", 7, 7},
-      {"*:capture:7,,TestBeta:capture:8", "Failed to parse log param element: ''\n", 7, 8},
+      {"*:nowhere:200,*:capture:7,,TestBeta:capture:8",
+       "No LogDest found: 'nowhere'\nFailed to parse log param element: ''\n", 7, 8},
   };
   manager.setStartUpSpec("*:stderr:10");
   for (const auto& c : cases) {
@@ -136,8 +130,8 @@ TEST(LogManagerTest, Specifications) {
     EXPECT_EQ(alpha.level(), c.alphaLevel);
     EXPECT_EQ(beta.level(), c.betaLevel);
   }
-  for (const char* bad : {"*:capture:10x", "*:capture:1:2", "*:capture", "*:capture:99999999999"})
-    EXPECT_EQ(set(bad), std::string("Failed to parse log param element: '") + bad + "'\n");
+  EXPECT_EQ(set("*:capture:99999999999"),
+            "Failed to parse log param element: '*:capture:99999999999'\n");
   EXPECT_EQ(alpha.level(), 7) << "one without a good element changes nothing";
   EXPECT_EQ(LogSrc("TestLate").level(), 7);
 }

@@ -182,20 +182,17 @@ TEST(XmlConfigTest, WritesEveryTypeAndReadsItBack) {
 
 TEST(XmlConfigTest, AppliesNothingOfABadDocument) {
   const std::string number = "<int name='Number' description='' advanced='false'";
-  const std::string good = number + "><value data='8' priority='10'/></int>";
-  std::vector<std::string> documents = {"<other/>",
-                                        "<config/><config/>",
-                                        "<config></confi>",
-                                        "<config>text</config>",
-                                        "<config><int name='a' name='b'/></config>",
-                                        "<config><int name='&#xD800;'/></config>"};
-  for (const std::string& bad :
-       {std::string("<int name='Nothing' description='' advanced='false'/>"),
-        std::string("<bool name='Number' description='' advanced='false'/>"),
-        std::string("<int name='Number' description='x' advanced='false'/>"),
-        number + " flags='noPolicy'/>", number + "><value data='-10' priority='10'/></int>",
-        number + "><value data='1'/></int>", number + "><opt data='1'/></int>"})
-    documents.push_back("<config>" + good + bad + "</config>");
+  const std::string good = "<config>" + number + "><value data='8' priority='10'/></int>";
+  std::vector<std::string> documents = {
+      "<other/>",
+      good + "</config><config/>",
+      good + "</confi>",
+      good + "text</config>",
+      good + "<bool name='Number' description='' advanced='false'/></config>",
+      good + "<int name='Number' description='x' advanced='false'/></config>",
+      good + number + " flags='noPolicy'/></config>",
+      good + number + "><value data='-10' priority='10'/></int></config>",
+      good + number + "><value data='&#xD800;' priority='10'/></int></config>"};
   documents.emplace_back();
   for (int i = 0; i < 100000; ++i) documents.back() += "<config>";
   Group g;
