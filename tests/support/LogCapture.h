@@ -1,6 +1,6 @@
 #pragma once
 
-#include <mutex>
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,53 +22,40 @@ class LogCapture : public plat::LogDest {
     plat::LogManager::instance().removeDest(*this);
   }
 
-  void write(const plat::LogLine& line) override {
-    const std::lock_guard lock(mutex_);
-    lines_.push_back(line);
-  }
+  void write(const plat::LogLine& line) override { lines_.push_back(line); }
 
   // How many lines contain the text; with a level of 0 or more only lines of that level, with a
   // source only lines of that source.
   int count(std::string_view text, int level = -1, std::string_view source = {}) const {
-    const std::lock_guard lock(mutex_);
-    int n = 0;
-    for (const plat::LogLine& line : lines_) {
-      if (line.text.find(text) == std::string::npos) continue;
-      if (level >= 0 && line.level != level) continue;
-      if (!source.empty() && source != line.source) continue;
-      ++n;
-    }
-    return n;
+    const auto matches = [&](const plat::LogLine& line) {
+      return line.text.find(text) != std::string::npos && (level < 0 || line.level == level) &&
+             (source.empty() || source == line.source);
+    };
+    return static_cast<int>(std::count_if(lines_.begin(), lines_.end(), matches));
   }
   bool has(std::string_view text, int level = -1, std::string_view source = {}) const {
     return count(text, level, source) > 0;
   }
-  void clear() {
-    const std::lock_guard lock(mutex_);
-    lines_.clear();
-  }
+  void clear() { lines_.clear(); }
   // The lines so far as "<level> <source>: <text>", which are then forgotten.
   std::vector<std::string> take() {
-    const std::lock_guard lock(mutex_);
     std::vector<std::string> texts;
-    for (const plat::LogLine& line : lines_) {
-      texts.push_back(std::to_string(line.level) + " " + line.source + ": " + line.text);
-    }
-    lines_.clear();
+    for (const plat::LogLine& line : lines_) texts.push_back(format(line));
+    clear();
     return texts;
   }
   // All lines, for messages of failed tests.
   std::string str() const {
-    const std::lock_guard lock(mutex_);
     std::string all;
-    for (const plat::LogLine& line : lines_) {
-      all += std::to_string(line.level) + " " + line.source + ": " + line.text + "\n";
-    }
+    for (const plat::LogLine& line : lines_) all += format(line) + "\n";
     return all;
   }
 
  private:
-  mutable std::mutex mutex_;
+  static std::string format(const plat::LogLine& line) {
+    return std::to_string(line.level) + " " + line.source + ": " + line.text;
+  }
+
   std::vector<plat::LogLine> lines_;
 };
 

@@ -1,14 +1,13 @@
 #include "support/Program.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <stdexcept>
 #include <thread>
 
@@ -18,13 +17,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-void makePipe(int fds[2]) {
-  if (pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-}
-
-void closeFd(int* fd) {
-  if (*fd >= 0) close(*fd);
-  *fd = -1;
+plat::FileDescriptor memoryFile() {
+  return plat::FileDescriptor(memfd_create("program", MFD_CLOEXEC));
 }
 
 }  // namespace
@@ -38,57 +32,49 @@ bool waitFor(const std::function<bool()>& predicate, Milliseconds timeout) {
   return true;
 }
 
-Program::Program(const std::vector<std::string>& arguments, const Options& options)
-    : endSignal_(options.endSignal) {
+Program::Program(const std::vector<std::string>& arguments, const Options& options) {
   // Writing to a child that is gone must not end the tests.
   ::signal(SIGPIPE, SIG_IGN);
 
-  int in = -1;
-  int failed[2];
+  const plat::FileDescriptor null(open("/dev/null", O_RDWR | O_CLOEXEC));
+  plat::FileDescriptor input;
   if (options.input) {
-    in = memfd_create("input", MFD_CLOEXEC);
+    input = memoryFile();
     const std::string& text = *options.input;
-    if (write(in, text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
-        lseek(in, 0, SEEK_SET) != 0) {
+    if (pwrite(input.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
       throw std::runtime_error("memfd");
-    }
   }
-  if (options.captureOutput) outputFd_ = memfd_create("output", MFD_CLOEXEC);
-  if (options.captureErrors) errorFd_ = memfd_create("errors", MFD_CLOEXEC);
-  makePipe(failed);
+  if (options.captureOutput) outputFile_ = memoryFile();
+  if (options.captureErrors) errorFile_ = memoryFile();
 
   // All memory is had before the fork.
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  std::map<std::string, std::string> variables;
+  std::vector<std::string> variables;
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string text(*entry);
-    const size_t equals = text.find('=');
-    if (equals != std::string::npos) variables[text.substr(0, equals)] = text;
+    if (!options.environment.count(text.substr(0, text.find('=')))) variables.push_back(text);
   }
-  for (const auto& [name, value] : options.environment) {
-    variables.erase(name);
-    if (value) variables[name] = name + "=" + *value;
-  }
+  for (const auto& [name, value] : options.environment)
+    if (value) variables.push_back(name + "=" + *value);
   std::vector<char*> envp;
-  for (auto& [name, text] : variables) envp.push_back(text.data());
+  for (std::string& variable : variables) envp.push_back(variable.data());
   envp.push_back(nullptr);
 
   const pid_t parent = getpid();
   pid_ = fork();
   if (pid_ < 0) throw std::runtime_error("fork");
   if (pid_ == 0) {
-    prctl(PR_SET_PDEATHSIG, endSignal_);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) _exit(127);
     ::signal(SIGPIPE, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    const int null = open("/dev/null", O_RDWR);
-    dup2(in >= 0 ? in : null, 0);
-    dup2(outputFd_ >= 0 ? outputFd_ : null, 1);
-    if (errorFd_ >= 0) dup2(errorFd_, 2);
+    dup2(input ? input.get() : null.get(), 0);
+    dup2(outputFile_ ? outputFile_.get() : null.get(), 1);
+    if (errorFile_) dup2(errorFile_.get(), 2);
     for (const auto& [to, from] : options.descriptors) {
       if (from == to) {
         fcntl(to, F_SETFD, 0);
@@ -97,30 +83,13 @@ Program::Program(const std::vector<std::string>& arguments, const Options& optio
       }
     }
     execvpe(argv[0], argv.data(), envp.data());
-    const int error = errno;
-    if (write(failed[1], &error, sizeof error) < 0) _exit(126);
+    perror(argv[0]);
     _exit(127);
   }
-
-  closeFd(&in);
-  closeFd(&failed[1]);
-
-  int error = 0;
-  const ssize_t n = read(failed[0], &error, sizeof error);
-  closeFd(&failed[0]);
-  if (n == sizeof error) {
-    reap(true);
-    closeFd(&outputFd_);
-    closeFd(&errorFd_);
-    throw std::runtime_error(arguments[0] + ": " + strerror(error));
-  }
-  pump();
 }
 
 Program::~Program() {
   end();
-  closeFd(&outputFd_);
-  closeFd(&errorFd_);
 }
 
 void Program::pump() {
@@ -133,26 +102,24 @@ void Program::pump() {
       to->append(buffer, static_cast<size_t>(n));
     }
   };
-  if (outputFd_ >= 0) drain(outputFd_, &output_);
-  if (errorFd_ >= 0) drain(errorFd_, &errors_);
+  if (outputFile_) drain(outputFile_.get(), &output_);
+  if (errorFile_) drain(errorFile_.get(), &errors_);
 }
 
-bool Program::reap(bool block) {
-  if (status_ || pid_ <= 0) return true;
+bool Program::reap(int options) {
   int status = 0;
-  const pid_t done = waitpid(pid_, &status, block ? 0 : WNOHANG);
-  if (done != pid_) return false;
-  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return true;
+  if (!status_ && waitpid(pid_, &status, options) == pid_)
+    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return status_.has_value();
 }
 
 bool Program::isRunning() {
   pump();
-  return !reap(false);
+  return !reap(WNOHANG);
 }
 
 void Program::signal(int number) {
-  if (pid_ > 0 && !status_) kill(pid_, number);
+  if (!status_) kill(pid_, number);
 }
 
 std::optional<int> Program::wait(Milliseconds timeout) {
@@ -162,11 +129,11 @@ std::optional<int> Program::wait(Milliseconds timeout) {
 }
 
 void Program::end() {
-  if (reap(false)) return;
-  signal(endSignal_);
+  if (reap(WNOHANG)) return;
+  signal(SIGTERM);
   if (wait(Milliseconds(5000))) return;
   signal(SIGKILL);
-  reap(true);
+  reap(0);
   pump();
 }
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "plat/FileDescriptor.h"
+
 namespace support {
 
 using Milliseconds = std::chrono::milliseconds;
@@ -31,12 +33,9 @@ class Program {
     bool captureErrors = false;
     // Descriptors that the child inherits, by the number that they get there.
     std::map<int, int> descriptors;
-    // The signal that asks the child to end; SIGKILL follows after 5 s.
-    int endSignal = 15;
   };
 
-  // Starts the program (looked up in PATH). Throws std::runtime_error when it cannot be started.
-  explicit Program(const std::vector<std::string>& arguments) : Program(arguments, Options()) {}
+  // Starts the program (looked up in PATH); one that cannot be started ends with 127.
   Program(const std::vector<std::string>& arguments, const Options& options);
   ~Program();
   Program(const Program&) = delete;
@@ -48,7 +47,7 @@ class Program {
   // Waits for the child to end by itself. Its exit status, 128 + the signal that ended it, or no
   // value when the time is over.
   std::optional<int> wait(Milliseconds timeout = Milliseconds(10000));
-  // Asks it to end, and waits.
+  // Asks it to end, and waits; after 5 s it is killed.
   void end();
 
   // What has been captured so far; complete once the child has ended.
@@ -62,13 +61,12 @@ class Program {
 
  private:
   void pump();
-  bool reap(bool block);
+  bool reap(int options);
 
   pid_t pid_ = -1;
-  int endSignal_;
   std::optional<int> status_;
-  int outputFd_ = -1;
-  int errorFd_ = -1;
+  plat::FileDescriptor outputFile_;
+  plat::FileDescriptor errorFile_;
   std::string output_;
   std::string errors_;
 };

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/Program.h"
+#include "support/TempDir.h"
 
 namespace support {
 
@@ -65,9 +66,9 @@ class XServer {
   void stop(bool abruptly = false);
 
  private:
-  XServer(std::vector<std::string> arguments, std::string directory);
+  XServer(std::vector<std::string> arguments, std::unique_ptr<test::TempDir> directory = {});
 
-  std::string directory_;
+  std::unique_ptr<test::TempDir> directory_;
   std::unique_ptr<Program> program_;
   std::string display_;
 };
