@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -16,6 +18,7 @@
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
 #include "support/Segments.h"
+#include "support/TempDir.h"
 #include "support/XServer.h"
 
 // Notes all that an agent tells its server.
@@ -203,6 +206,14 @@ inline void addMode(const support::XServer& server, const std::string& size) {
 }
 
 using support::segmentsOf;
+
+// A program that runs shell commands before it becomes the agent.
+inline std::string agentScript(const test::TempDir& directory, const std::string& commands) {
+  const std::string script = directory / "agent";
+  std::ofstream(script) << "#!/bin/sh\n" << commands << "\nexec " RUVO_AGENT " \"$@\"\n";
+  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+  return script;
+}
 
 // A client that draws and looks at the screen.
 class Painter {

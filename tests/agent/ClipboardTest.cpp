@@ -83,11 +83,9 @@ TEST_F(ClipboardTest, ReportsWhatIsCopied) {
   } cases[] = {
       {"CLIPBOARD", xclip("clipboard"), "from CLIPBOARD", "from CLIPBOARD"},
       {"UTF-8", xclip("primary"), kInternational, kInternational},
-      {"another client", xsel("primary"), "xsel: " + kInternational, "xsel: " + kInternational},
       {"Latin-1 only", {"xclip", "-quiet", "-noutf8"}, "caf\xe9", "caf\u00e9"},
       {"NULs", xclip("primary"), string("a\0b\0", 4), string("a\0b\0", 4)},
       {"invalid UTF-8", xclip("primary"), "a\xff\xc3z", "a\xff\xc3z"},
-      {"long", xclip("primary"), pattern(200000), pattern(200000)},
       {"longer than is taken", xclip("primary"), pattern(300000), pattern(262144)},
       {"in increments", xclip("primary"), pattern(10000000), ""},
       {"after that", xclip("primary"), "once", "once"},
@@ -99,9 +97,6 @@ TEST_F(ClipboardTest, ReportsWhatIsCopied) {
   }
   copy(xsel("primary"), "once");
   EXPECT_TRUE(agent.waitForLog("Filtering out duplicate cut text"));
-  copy(xclip("primary"), "twice");
-  EXPECT_EQ(next(agent), "twice");
-
   agent.connection->setParams({{"SendPrimary", "0", 10}});
   agent.seen.log.clear();
   copy(xclip("primary"), "selected by mouse");
@@ -117,10 +112,6 @@ TEST_F(ClipboardTest, ReportsOnlyWhileEnabledAndStarted) {
   copy(xclip("primary"), "while not enabled");
   ASSERT_TRUE(canBePasted("while not enabled", "primary"));
   agent.sync();
-  // A viewer's text is offered all the same.
-  agent.connection->clientCutText("from a viewer");
-  agent.sync();
-  EXPECT_EQ(pasted("primary"), "from a viewer");
   EXPECT_FALSE(agent.seen.hasLog("selection change event"));
 
   agent.connection->setParams({{"EnableClipboard", "1", 10}});
@@ -140,9 +131,6 @@ TEST_F(ClipboardTest, ReportsOnlyWhileEnabledAndStarted) {
   agent.sync();
   EXPECT_EQ(pasted("clipboard"), "while stopped, from a viewer");
   EXPECT_FALSE(agent.seen.hasLog("selection change event"));
-  agent.start();
-  copy(xclip("clipboard"), "started again");
-  EXPECT_EQ(next(agent), "started again");
   EXPECT_TRUE(agent.seen.cutTexts.empty());
 }
 
@@ -150,21 +138,18 @@ TEST_F(ClipboardTest, WhatWasThereBeforeIsNotReported) {
   begin();
   // Without a timestamp, and with one.
   for (const Command& command : {xclip("primary"), xsel("primary")}) {
-    for (const char* poll : {"0", "20"}) {
-      copy(command, "old");
-      ASSERT_TRUE(canBePasted("old", "primary"));
-      Agent agent(server->display(), enabledWith({{"poll", poll}}));
-      agent.start();
-      const bool polls = agent.seen.hasLog("Polling for clipboard updates every 20ms", 30);
-      EXPECT_EQ(polls, *poll != '0');
-      // Some polls.
-      for (int i = 0; polls && i < 3; i++) {
-        agent.seen.log.clear();
-        EXPECT_TRUE(agent.waitForLog("No CLIPBOARD selection timestamp"));
-      }
-      copy(command, "new");
-      EXPECT_EQ(next(agent), "new") << command[0] << " " << poll;
+    copy(command, "old");
+    ASSERT_TRUE(canBePasted("old", "primary"));
+    Agent agent(server->display(), enabledWith({{"poll", "20"}}));
+    agent.start();
+    EXPECT_TRUE(agent.seen.hasLog("Polling for clipboard updates every 20ms", 30));
+    // Some polls.
+    for (int i = 0; i < 3; i++) {
+      agent.seen.log.clear();
+      EXPECT_TRUE(agent.waitForLog("No CLIPBOARD selection timestamp"));
     }
+    copy(command, "new");
+    EXPECT_EQ(next(agent), "new") << command[0];
   }
 }
 
@@ -188,9 +173,6 @@ TEST_F(ClipboardTest, OffersViewersText) {
     EXPECT_TRUE(pasted("buffer-cut") == latin1);
     EXPECT_TRUE(paste({"xclip", "-o", "-noutf8"}) == latin1);
   }
-  agent.connection->clientCutText(kInternational);
-  agent.sync();
-  EXPECT_EQ(paste({"xsel", "-o", "-b"}), kInternational);
   // None of it comes back, by events, polls or the cut buffer.
   agent.seen.log.clear();
   EXPECT_TRUE(agent.waitForLog("PRIMARY selection owned by us"));
@@ -226,13 +208,9 @@ TEST_F(ClipboardTest, WithoutXFixesIsPolled) {
   // Clients that stay, and say when they copied.
   copy(xsel("primary"), "one");
   EXPECT_EQ(next(agent), "one");
-  copy(xsel("clipboard"), "two");
-  EXPECT_EQ(next(agent), "two");
 }
 
-// The commands for people.
-
-TEST_F(ClipboardTest, CommandGetPrintsTheNextCopy) {
+TEST_F(ClipboardTest, CommandsGetSetAndWatch) {
   begin();
   copy(xclip("clipboard"), "before");
   ASSERT_TRUE(canBePasted("before", "clipboard"));
@@ -249,24 +227,17 @@ TEST_F(ClipboardTest, CommandGetPrintsTheNextCopy) {
 
   const auto none = start({RUVO_DRIVE, "clip", "get", "--timeout", "0.2"}, "");
   EXPECT_EQ(none->wait(), 1);
-  EXPECT_EQ(none->output(), "");
   EXPECT_EQ(none->errors(), "ruvodrive: nothing was copied\n");
-}
 
-TEST_F(ClipboardTest, CommandsSetAndWatchServeUntilInterrupted) {
-  begin();
+  // Those that serve until they are interrupted.
   const auto set = start({RUVO_DRIVE, "clip", "set"}, "to be pasted\n");
   EXPECT_TRUE(canBePasted("to be pasted\n", "clipboard"));
   set->signal(SIGINT);
   EXPECT_EQ(set->wait(), 0) << set->errors();
-  EXPECT_EQ(start({RUVO_DRIVE, "clip", "set", "--for", "0.2"}, "briefly")->wait(), 0);
-
   const auto watch = start({RUVO_DRIVE, "clip", "watch"}, "first\nlast");
   EXPECT_TRUE(canBePasted("last", "clipboard"));
   copy(xclip("primary"), "one");
   EXPECT_TRUE(support::waitFor([&] { return watch->output() == "one\n"; })) << watch->output();
-  copy(xclip("clipboard"), "two\n");
-  EXPECT_TRUE(support::waitFor([&] { return watch->output() == "one\ntwo\n"; }));
   watch->signal(SIGTERM);
   EXPECT_EQ(watch->wait(), 0) << watch->errors();
 }

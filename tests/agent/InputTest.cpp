@@ -60,23 +60,14 @@ TEST_F(InputTest, EveryKeyArrivesInOrder) {
   InputWitness witness(server->display());
   Agent agent(server->display());
   std::string expected;
-  constexpr int kKeys = 5000;
   const std::string alphabet = "abcXYZ019 .,@{";
-  for (int i = 0; i < kKeys; i++) {
+  for (int i = 0; i < 5000; i++) {
     const char c = alphabet[static_cast<size_t>(i * i % 101) % alphabet.size()];
     expected += c;
     tap(agent, static_cast<uint8_t>(c));
   }
-  std::string text;
   agent.sync();
-  ASSERT_TRUE(support::waitFor(
-      [&] {
-        witness.take();
-        text += witness.text();
-        return text.size() >= expected.size();
-      },
-      support::Milliseconds(60000)));
-  EXPECT_EQ(text, expected);
+  EXPECT_EQ(witness.waitForText(expected.size()), expected);
   EXPECT_EQ(held(), std::vector<unsigned>{});
 }
 
@@ -88,7 +79,6 @@ TEST_F(InputTest, NothingStaysDown) {
     bool goesOn;
     std::function<void(Agent&)> act;
   } cases[] = {{"stop", true, true, [](Agent& a) { a.connection->stop(); }},
-               {"start again", true, true, [](Agent& a) { a.connection->start(); }},
                {"hang-up", true, false, [](Agent& a) { a.disconnect(); }},
                {"SIGTERM", true, false, [](Agent& a) { a.signal(SIGTERM); }},
                {"SIGINT, never started", false, false, [](Agent& a) { a.signal(SIGINT); }}};
@@ -139,12 +129,12 @@ TEST_F(InputTest, LayoutsThatAreSwitchedWhileItTypes) {
 
   // The map changes again and again under a stream of keys: nobody can say what each becomes, but
   // at the end all is well.
+  const uint32_t keysyms[] = {'y', 'Z', '@', 0x20ac, XK_Cyrillic_a, 0x101f600, 'z'};
   std::thread storm([&] {
     for (int i = 0; i < 20; i++) load(i % 2 ? "us" : "de");
   });
   for (int i = 0; i < 400; i++) {
-    for (const uint32_t keysym : {uint32_t{'y'}, uint32_t{'Z'}, uint32_t{'@'}, 0x20acu, 0x101f600u})
-      tap(agent, keysym);
+    for (const uint32_t keysym : keysyms) tap(agent, keysym);
     agent.connection->process(1);
   }
   storm.join();
@@ -153,11 +143,9 @@ TEST_F(InputTest, LayoutsThatAreSwitchedWhileItTypes) {
   while (!witness.take().empty()) {
   }
   EXPECT_EQ(held(), std::vector<unsigned>{});
-  const std::string text = "yZ@€а😀z€";
-  for (const uint32_t keysym : {uint32_t{'y'}, uint32_t{'Z'}, uint32_t{'@'}, 0x20acu,
-                                uint32_t{XK_Cyrillic_a}, 0x101f600u, uint32_t{'z'}, 0x20acu})
-    tap(agent, keysym);
+  for (const uint32_t keysym : keysyms) tap(agent, keysym);
   agent.sync();
+  const std::string text = "yZ@€а😀z";
   EXPECT_EQ(witness.waitForText(text.size()), text);
 }
 
@@ -179,23 +167,13 @@ TEST_F(InputTest, TellsWhereThePointerIs) {
   XSync(client.get(), False);
   EXPECT_TRUE(seenAt(50, 60));
   EXPECT_EQ(agent.seen.localInputs, 1);
-  agent.connection->pointerEvent(-4, 6, 0, true);
-  EXPECT_TRUE(seenAt(46, 66));
-  EXPECT_EQ(agent.seen.localInputs, 1);
 
   agent.connection->stop();
   agent.sync();
   agent.seen.cursorPositions.clear();
-  agent.connection->pointerEvent(1, 1, 0);  // is injected all the same
+  agent.connection->pointerEvent(1, 1, 1);  // is injected all the same
+  EXPECT_TRUE(eventually(agent, [&] { return held() == std::vector<unsigned>{1}; }));
   agent.sync();
-  EXPECT_TRUE(eventually(agent, [&] {
-    Window root, child;
-    int x, y, ignored;
-    unsigned state;
-    XQueryPointer(client.get(), DefaultRootWindow(client.get()), &root, &child, &x, &y, &ignored,
-                  &ignored, &state);
-    return x == 1 && y == 1;
-  }));
   EXPECT_TRUE(agent.seen.cursorPositions.empty());
 }
 
@@ -216,7 +194,6 @@ TEST_F(InputTest, Commands) {
             "0; +Control_L 37; +Shift_L 50 C; +T 28 SC; -T 28 SC; -Shift_L 50 SC; -Control_L 37 C");
   EXPECT_EQ(run({"key", "nonsense"}), "1ruvodrive: 'nonsense' is no key symbol\n");
   EXPECT_EQ(run({"click", "9", "8", "3"}), "0; 9,8; +3; -3");
-  EXPECT_EQ(run({"wheel", "9", "8", "-1"}), "0; +5; -5");
   run({"type", "Gr\u00fc\u00dfe, 5 \u20ac"});
   EXPECT_EQ(witness.text(), "Gr\u00fc\u00dfe, 5 \u20ac");
   // More than there are keys for.
@@ -230,6 +207,7 @@ TEST_F(InputTest, WithoutXTestInputIsDropped) {
   begin({"-extension", "XTEST"});
   Agent agent(server->display());
   agent.start();
+  EXPECT_TRUE(agent.seen.hasLog("XTest extension not present - unable to inject events", 30));
   agent.seen.log.clear();
   tap(agent, 0x101f600);
   agent.connection->keyEvent('a', true);

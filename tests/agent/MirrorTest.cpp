@@ -25,12 +25,10 @@ class Chaos {
     for (Window& window : windows_) window = create();
   }
   ~Chaos() { XFreeGC(display_, gc_); }
-  Chaos(const Chaos&) = delete;
-  Chaos& operator=(const Chaos&) = delete;
 
   void step() {
     Window& window = windows_[static_cast<size_t>(pick(0, kWindows - 1))];
-    switch (pick(0, 6)) {
+    switch (pick(0, 5)) {
       case 0:
         XMapRaised(display_, window);
         break;
@@ -38,22 +36,17 @@ class Chaos {
         XMoveResizeWindow(display_, window, pick(-50, width_), pick(-50, height_), size(), size());
         break;
       case 2:
-        XCirculateSubwindows(display_, root_, pick(0, 1) ? RaiseLowest : LowerHighest);
-        break;
-      case 3:
         XDestroyWindow(display_, window);
         window = create();
         break;
-      case 4:  // scrolls
+      case 3:  // scrolls
         XCopyArea(display_, window, window, gc_, pick(0, 50), pick(0, 50), size(), size(),
                   pick(0, 50), pick(0, 50));
         break;
-      case 5:
-        XDrawLine(display_, root_, brush(), pick(0, width_), pick(0, height_), pick(0, width_),
-                  pick(0, height_));
-        break;
       default:
-        XFillRectangle(display_, pick(0, 2) ? window : root_, brush(), pick(-20, width_),
+        XSetForeground(display_, gc_, pixel());
+        XSetSubwindowMode(display_, gc_, pick(0, 1) ? IncludeInferiors : ClipByChildren);
+        XFillRectangle(display_, pick(0, 2) ? window : root_, gc_, pick(-20, width_),
                        pick(-20, height_), size(), size());
     }
     XFlush(display_);
@@ -67,11 +60,6 @@ class Chaos {
 
   unsigned size() { return static_cast<unsigned>(pick(1, 200)); }
   unsigned long pixel() { return random_() & ((1ul << DefaultDepth(display_, 0)) - 1); }
-  GC brush() {
-    XSetForeground(display_, gc_, pixel());
-    XSetSubwindowMode(display_, gc_, pick(0, 1) ? IncludeInferiors : ClipByChildren);
-    return gc_;
-  }
   Window create() {
     XSetWindowAttributes attributes{};
     attributes.override_redirect = True;
@@ -185,8 +173,7 @@ TEST_P(MirrorTest, ChangedRegionsTellEverything) {
 // Each depth, each way to learn of changes, shared and plain images.
 INSTANTIATE_TEST_SUITE_P(
     All, MirrorTest,
-    testing::Values(MirrorCase{"641x479x24", "0", "1"}, MirrorCase{"333x251x24", "2", "0"},
-                    MirrorCase{"333x251x24", "1", "1"}, MirrorCase{"333x251x8", "2", "1"},
+    testing::Values(MirrorCase{"641x479x24", "0", "1"}, MirrorCase{"333x251x24", "1", "1"},
                     MirrorCase{"333x251x8", "1", "0"}, MirrorCase{"333x251x15", "2", "1"},
                     MirrorCase{"333x251x16", "2", "0"}, MirrorCase{"333x251x30", "2", "1"}));
 

@@ -27,11 +27,9 @@ TEST(MonitorsTest, AreReportedSelectedAndAllThatIsCaptured) {
   Agent agent(server->display());
   agent.start();
   ASSERT_EQ(agent.seen.monitors.size(), 1u);
-  const host::MonitorsMessage all = agent.seen.monitors[0];
-  EXPECT_EQ(describe(all),
+  EXPECT_EQ(describe(agent.seen.monitors[0]),
             "1: 0,0 to 1024,768 primary; 2: 1024,0 to 1824,600; 3: 1024,600 to 1664,1080; ");
-  EXPECT_EQ(all.monitors[2].depth, 24u);
-  EXPECT_EQ(all.parameter + all.selection, "");
+  EXPECT_EQ(agent.seen.monitors[0].monitors[2].depth, 24u);
   const rfb::Rect whole = agent.connection->pixelBuffer().rect;
   EXPECT_NE(painter.difference(*agent.connection, hidden), "") << "no monitor shows it";
   EXPECT_EQ(painter.difference(*agent.connection, rfb::Rect(0, 0, 1024, 768)), "");
@@ -45,7 +43,6 @@ TEST(MonitorsTest, AreReportedSelectedAndAllThatIsCaptured) {
 
   EXPECT_EQ(selected(agent, " 3, 1 "), rfb::Rect(0, 0, 1664, 1080));
   const size_t reports = agent.seen.monitors.size();
-  EXPECT_EQ(selected(agent, " 3, 1 "), rfb::Rect(0, 0, 1664, 1080));
   EXPECT_EQ(selected(agent, "4"), rfb::Rect(0, 0, 1664, 1080));
   EXPECT_TRUE(agent.seen.hasLog("Invalid monitor selection: No monitor '4'", 0));
   EXPECT_EQ(agent.seen.monitors.size(), reports);
@@ -86,10 +83,7 @@ TEST(MonitorsTest, AreFollowed) {
        "1: 0,0 to 800,600 primary; 2: 0,600 to 640,1080; ",
        {0, 600, 640, 1080}},
       {"--output DUMMY2 --off", "1: 0,0 to 800,600 primary; ", {0, 0, 1600, 1200}},
-      {"--output DUMMY1 --mode 640x480 --pos 800x600",
-       "1: 0,0 to 800,600 primary; 2: 800,600 to 1440,1080; ",
-       {800, 600, 1440, 1080}},
-      {"--output DUMMY1 --pos 0x600",
+      {"--output DUMMY1 --mode 640x480 --pos 0x600",
        "1: 0,0 to 800,600 primary; 2: 0,600 to 640,1080; ",
        {0, 600, 640, 1080}},
       {"--output DUMMY2 --mode 640x480 --pos 800x0 --output DUMMY0 --off",

@@ -49,9 +49,6 @@ class RawAgent {
     arguments.insert(arguments.end(), parameters.begin(), parameters.end());
     program_ = std::make_unique<support::Program>(arguments, options);
   }
-  // One that was started in another way.
-  RawAgent(std::unique_ptr<support::Program> program, plat::FileDescriptor channel)
-      : socket_(std::move(channel)), program_(std::move(program)) {}
 
   // Writes all; what the agent sends meanwhile is not read.
   void send(const std::string& bytes) {
@@ -64,8 +61,6 @@ class RawAgent {
         ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     return n < 0 ? 0 : static_cast<size_t>(n);
   }
-  // Ends our direction only.
-  void endOutput() { shutdown(socket_.get(), SHUT_WR); }
   void hangUp() { socket_.reset(); }
 
   // Reads until done() or the end of the channel. False when neither comes.
@@ -95,14 +90,6 @@ class RawAgent {
     return program_->wait(support::Milliseconds(20000)).value_or(-1);
   }
   support::Program& program() { return *program_; }
-  // The process that connected to a named socket.
-  pid_t peer() const {
-    ucred credentials{};
-    socklen_t length = sizeof credentials;
-    getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length);
-    return credentials.pid;
-  }
-
   std::vector<Log> logs() const {
     std::vector<Log> result;
     for (const Message& message : messages) {
@@ -122,14 +109,6 @@ class RawAgent {
         result.push_back(std::to_string(line.level) + " " + line.source + ": " + line.text);
     return result;
   }
-  // Names of the messages that are not log lines.
-  std::vector<std::string> names() const {
-    std::vector<std::string> result;
-    for (const Message& message : messages)
-      if (message.name != "logMsg") result.push_back(message.name);
-    return result;
-  }
-
   std::vector<Message> messages;
   // All that has been read.
   const std::string& bytes() const { return bytes_; }

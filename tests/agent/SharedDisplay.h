@@ -1,0 +1,18 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "support/XServer.h"
+
+// One X server for all tests of a suite.
+class SharedDisplay : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { server = support::XServer::xvfb("641x480x24"); }
+  static void TearDownTestSuite() { server.reset(); }
+  static const std::string& display() { return server->display(); }
+
+  static inline std::unique_ptr<support::XServer> server;
+};
