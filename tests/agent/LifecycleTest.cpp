@@ -74,20 +74,25 @@ TEST(LifecycleTest, EveryEndLeavesNothing) {
 TEST(LifecycleTest, TheNextAgentCleansUpAfterAKilledOne) {
   const auto server = support::XServer::xvfb("641x480x24");
   for (const Agent::Parameters& kind : kKinds) {
-    Traces traces;
-    {
-      Agent agent(server->display(), kind);
-      agent.start();
-      traces = tracesOf(agent);
-      agent.signal(SIGKILL);
-      EXPECT_EQ(agent.exitStatus(), 128 + SIGKILL);
+    // The agents of other tests clean up as well: until it was ours that did.
+    bool cleaned = false;
+    for (int attempt = 0; attempt < 20 && !cleaned; attempt++) {
+      Traces traces;
+      {
+        Agent agent(server->display(), kind);
+        agent.start();
+        traces = tracesOf(agent);
+        EXPECT_TRUE(traces.all());
+        agent.signal(SIGKILL);
+        EXPECT_EQ(agent.exitStatus(), 128 + SIGKILL);
+      }
+      Agent next(server->display(), kind);
+      next.start();
+      cleaned = next.seen.hasLog("Cleaning old shared memory", 100);
+      EXPECT_FALSE(traces.any());
+      EXPECT_TRUE(tracesOf(next).all());
     }
-    EXPECT_TRUE(traces.all());
-    Agent next(server->display(), kind);
-    next.start();
-    EXPECT_TRUE(next.seen.hasLog("Cleaning old shared memory", 100));
-    EXPECT_FALSE(traces.any());
-    EXPECT_TRUE(tracesOf(next).all());
+    EXPECT_TRUE(cleaned);
   }
 }
 
