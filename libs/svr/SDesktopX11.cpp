@@ -323,7 +323,8 @@ void SDesktopX11::timerCallback(plat::Timer& timer) {
 void SDesktopX11::handleEvent(const XEvent& event) {
   if (!server_) return;
   if (event.type == ConfigureNotify) {
-    // X servers send one also when only monitors come, go or move. Several at once make one rebuild.
+    // X servers send one also when only monitors come, go or move. Several at once make one
+    // rebuild.
     if (event.xconfigure.window == tx::TXDisplay::root()) rebuildTimer_.start(0);
     return;
   }
