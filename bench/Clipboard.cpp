@@ -19,7 +19,7 @@
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
 #include "plat/Exception.h"
-#include "plat/LogManager.h"
+#include "plat/log/LogManager.h"
 #include "support/XServer.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "plat/LogManager.h"
+#include "plat/log/LogManager.h"
 #include "support/XServer.h"
 #include "tx/PixelBufferX11.h"
 #include "tx/TXDisplay.h"

@@ -1,10 +1,13 @@
 # One folder is one library. A library sees the headers of the libraries that it names, and no
 # others: each folder's headers are reached through an include directory of its own.
 
-# ruvo_library(NAME DIR dir [DIRS more...] [DEPENDS libs...] [SYSTEM libs...])
+# ruvo_library(NAME DIR dir [DIRS more...] [ROOMS subfolders...] [DEPENDS libs...] [SYSTEM libs...])
 function(ruvo_library name)
-  cmake_parse_arguments(arg "" "DIR" "DIRS;DEPENDS;SYSTEM" ${ARGN})
+  cmake_parse_arguments(arg "" "DIR" "DIRS;ROOMS;DEPENDS;SYSTEM" ${ARGN})
   set(patterns ${arg_DIR}/*.cpp)
+  foreach(room IN LISTS arg_ROOMS)
+    list(APPEND patterns ${arg_DIR}/${room}/*.cpp)
+  endforeach()
   foreach(dir IN LISTS arg_DIRS)
     list(APPEND patterns ${dir}/*.cpp)
   endforeach()

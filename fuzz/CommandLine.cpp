@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "plat/BoolParameter.h"
-#include "plat/Configuration.h"
 #include "plat/Exception.h"
-#include "plat/IntParameter.h"
-#include "plat/StringParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/Configuration.h"
+#include "plat/config/IntParameter.h"
+#include "plat/config/StringParameter.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<std::string> lines(1);

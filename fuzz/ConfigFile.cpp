@@ -5,12 +5,12 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "plat/BoolParameter.h"
-#include "plat/ConfigStoreFile.h"
-#include "plat/Configuration.h"
-#include "plat/IntParameter.h"
-#include "plat/StringParameter.h"
 #include "plat/Utf8.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/ConfigStoreFile.h"
+#include "plat/config/Configuration.h"
+#include "plat/config/IntParameter.h"
+#include "plat/config/StringParameter.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   plat::Configuration config("Fuzz");

@@ -1,6 +1,6 @@
 // JSON documents.
 
-#include "plat/Json.h"
+#include "plat/config/Json.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -14,7 +14,7 @@
 #include "io/FdManager.h"
 #include "io/MsgIpc.h"
 #include "plat/FileDescriptor.h"
-#include "plat/LogManager.h"
+#include "plat/log/LogManager.h"
 #include "rdr/FdInStream.h"
 
 namespace {

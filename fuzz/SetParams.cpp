@@ -4,14 +4,14 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "plat/BoolParameter.h"
-#include "plat/Configuration.h"
 #include "plat/Exception.h"
-#include "plat/IntParameter.h"
-#include "plat/LogDest.h"
-#include "plat/LogManager.h"
-#include "plat/StringParameter.h"
 #include "plat/Utf8.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/Configuration.h"
+#include "plat/config/IntParameter.h"
+#include "plat/config/StringParameter.h"
+#include "plat/log/LogDest.h"
+#include "plat/log/LogManager.h"
 #include "rdr/MemInStream.h"
 #include "svr/ParamsReader.h"
 

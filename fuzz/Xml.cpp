@@ -6,15 +6,15 @@
 #include <sstream>
 #include <string_view>
 
-#include "plat/BinaryParameter.h"
-#include "plat/BoolParameter.h"
-#include "plat/Configuration.h"
-#include "plat/EnumParameter.h"
 #include "plat/Exception.h"
-#include "plat/IntParameter.h"
-#include "plat/S64Parameter.h"
-#include "plat/StringParameter.h"
-#include "plat/XmlConfig.h"
+#include "plat/config/BinaryParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/Configuration.h"
+#include "plat/config/EnumParameter.h"
+#include "plat/config/IntParameter.h"
+#include "plat/config/S64Parameter.h"
+#include "plat/config/StringParameter.h"
+#include "plat/config/XmlConfig.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "io/Io.h"
 #include "io/IoHandler.h"
 #include "plat/FileDescriptor.h"
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 #include "rdr/FdInStream.h"
 #include "rdr/FdOutStream.h"
 

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "plat/Timer.h"
-#include "plat/TimerManager.h"
+#include "plat/timer/Timer.h"
+#include "plat/timer/TimerManager.h"
 
 namespace io {
 

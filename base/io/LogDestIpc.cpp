@@ -7,9 +7,9 @@
 #include "io/FdKicker.h"
 #include "io/MsgIpc.h"
 #include "plat/Exception.h"
-#include "plat/LogManager.h"
-#include "plat/Timer.h"
 #include "plat/Utf8.h"
+#include "plat/log/LogManager.h"
+#include "plat/timer/Timer.h"
 #include "rdr/InStream.h"
 #include "rdr/OutStream.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "plat/LogDest.h"
+#include "plat/log/LogDest.h"
 
 namespace io {
 

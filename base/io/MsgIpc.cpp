@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "plat/LogSrc.h"
 #include "plat/Time.h"
+#include "plat/log/LogSrc.h"
 #include "rdr/Exceptions.h"
 
 namespace io {

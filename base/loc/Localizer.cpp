@@ -6,10 +6,10 @@
 #include <utility>
 
 #include "loc/Messages.h"
-#include "plat/LogSrc.h"
 #include "plat/NoCase.h"
-#include "plat/StringParameter.h"
 #include "plat/Translate.h"
+#include "plat/config/StringParameter.h"
+#include "plat/log/LogSrc.h"
 
 namespace loc {
 

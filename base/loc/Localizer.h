@@ -1,7 +1,7 @@
 #pragma once
 
-#include "plat/ParameterChangedCallback.h"
 #include "plat/String.h"
+#include "plat/config/ParameterChangedCallback.h"
 
 namespace loc {
 

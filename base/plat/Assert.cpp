@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 
 namespace plat {
 

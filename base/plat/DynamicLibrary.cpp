@@ -2,7 +2,7 @@
 
 #include <dlfcn.h>
 
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 
 namespace plat {
 

@@ -10,8 +10,8 @@
 #include <limits>
 #include <new>
 
-#include "plat/IntParameter.h"
 #include "plat/Time.h"
+#include "plat/config/IntParameter.h"
 #include "rdr/Exceptions.h"
 
 namespace rdr {

@@ -1,7 +1,7 @@
 #include "rdr/SharedMemDescriptor.h"
 
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "rdr/InStream.h"
 #include "rdr/OutStream.h"
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "plat/SharedMem.h"
+#include "plat/shm/SharedMem.h"
 
 namespace rdr {
 

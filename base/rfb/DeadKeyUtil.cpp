@@ -10,9 +10,9 @@
 
 #include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
-#include "plat/Json.h"
-#include "plat/LogSrc.h"
-#include "plat/StringParameter.h"
+#include "plat/config/Json.h"
+#include "plat/config/StringParameter.h"
+#include "plat/log/LogSrc.h"
 
 namespace rfb {
 

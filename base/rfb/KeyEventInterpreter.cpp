@@ -1,7 +1,7 @@
 #include "rfb/KeyEventInterpreter.h"
 
-#include "plat/BoolParameter.h"
-#include "plat/LogSrc.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/log/LogSrc.h"
 #include "rfb/KeysymAlternates.h"
 
 namespace rfb {

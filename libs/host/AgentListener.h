@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "plat/SharedMem.h"
+#include "plat/shm/SharedMem.h"
 #include "rdr/DisplayInfo.h"
 #include "rfb/PixelFormat.h"
 #include "rfb/Rect.h"

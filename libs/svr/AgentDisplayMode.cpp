@@ -1,6 +1,6 @@
 #include "svr/AgentDisplayMode.h"
 
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "svr/SendMessage.h"
 
 namespace svr {

@@ -1,7 +1,7 @@
 #include "svr/AgentServerX11.h"
 
 #include "os/AppLoop.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "svr/SDesktopX11.h"
 #include "svr/SendMessage.h"
 #include "tx/TXDisplay.h"

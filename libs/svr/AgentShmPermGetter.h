@@ -1,7 +1,7 @@
 #pragma once
 
 #include "io/MsgIpc.h"
-#include "plat/SharedMemPermissions.h"
+#include "plat/shm/SharedMemPermissions.h"
 
 namespace svr {
 

@@ -1,6 +1,6 @@
 #include "svr/DamageTest.h"
 
-#include "plat/BoolParameter.h"
+#include "plat/config/BoolParameter.h"
 
 namespace svr {
 

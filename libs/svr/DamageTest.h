@@ -1,6 +1,6 @@
 #pragma once
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 #include "rfb/PixelBuffer.h"
 #include "rfb/PixelBufferComparer.h"
 #include "rfb/Region.h"

@@ -1,8 +1,8 @@
 #include "svr/DisplayMode.h"
 
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
-#include "plat/StringParameter.h"
+#include "plat/config/StringParameter.h"
+#include "plat/log/LogSrc.h"
 #include "svr/RandrScreenX11.h"
 #include "svr/ScreenSwitch.h"
 

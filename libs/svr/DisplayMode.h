@@ -3,8 +3,8 @@
 #include <memory>
 #include <optional>
 
-#include "plat/ParameterChangedCallback.h"
 #include "plat/String.h"
+#include "plat/config/ParameterChangedCallback.h"
 #include "svr/RandrScreen.h"
 #include "svr/WantedModes.h"
 

@@ -2,10 +2,10 @@
 
 #include <climits>
 
-#include "plat/ConfigParameter.h"
-#include "plat/Configuration.h"
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
+#include "plat/config/ConfigParameter.h"
+#include "plat/config/Configuration.h"
+#include "plat/log/LogSrc.h"
 #include "rdr/InStream.h"
 #include "svr/SServerAgent.h"
 

@@ -2,8 +2,8 @@
 
 #include <climits>
 
-#include "plat/BoolParameter.h"
-#include "plat/IntParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/IntParameter.h"
 
 namespace svr {
 

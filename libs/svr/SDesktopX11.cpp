@@ -5,11 +5,11 @@
 #include <climits>
 #include <cstring>
 
-#include "plat/BoolParameter.h"
 #include "plat/Exception.h"
-#include "plat/IntParameter.h"
-#include "plat/LogSrc.h"
-#include "plat/StringParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/IntParameter.h"
+#include "plat/config/StringParameter.h"
+#include "plat/log/LogSrc.h"
 #include "svr/SServer.h"
 #include "tx/DamageExtension.h"
 #include "tx/FixesExtension.h"

@@ -3,9 +3,9 @@
 #include <memory>
 #include <optional>
 
-#include "plat/SharedMemPermissions.h"
 #include "plat/String.h"
-#include "plat/Timer.h"
+#include "plat/shm/SharedMemPermissions.h"
+#include "plat/timer/Timer.h"
 #include "rfb/Region.h"
 #include "svr/DamageTest.h"
 #include "svr/DamageTestCallback.h"

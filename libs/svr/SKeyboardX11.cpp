@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
 #include "tx/XResources.h"
 #include "tx/XTestExtension.h"

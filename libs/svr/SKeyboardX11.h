@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 #include "rfb/KeyEventInterpreter.h"
 #include "tx/TXEventHandler.h"
 

@@ -6,8 +6,8 @@
 #include <climits>
 #include <cstdint>
 
-#include "plat/BoolParameter.h"
-#include "plat/IntParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/IntParameter.h"
 #include "tx/TXDisplay.h"
 #include "tx/XTestExtension.h"
 

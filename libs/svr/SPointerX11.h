@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 #include "rfb/Point.h"
 
 namespace svr {

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 
 namespace svr {
 

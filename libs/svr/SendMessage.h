@@ -2,7 +2,7 @@
 
 #include "io/MsgIpc.h"
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 
 namespace svr {
 

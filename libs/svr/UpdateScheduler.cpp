@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <climits>
 
-#include "plat/IntParameter.h"
 #include "plat/Time.h"
+#include "plat/config/IntParameter.h"
 
 namespace svr {
 

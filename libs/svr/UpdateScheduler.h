@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 #include "rfb/SimpleUpdateTracker.h"
 
 namespace svr {

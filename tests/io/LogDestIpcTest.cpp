@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "io/TestChannel.h"
-#include "plat/LogManager.h"
-#include "plat/LogSrc.h"
 #include "plat/Time.h"
+#include "plat/log/LogManager.h"
+#include "plat/log/LogSrc.h"
 #include "support/Frames.h"
 
 namespace io {

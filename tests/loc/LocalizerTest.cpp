@@ -6,9 +6,9 @@
 #include <set>
 
 #include "loc/Messages.h"
-#include "plat/Configuration.h"
 #include "plat/Translate.h"
 #include "plat/Utf8.h"
+#include "plat/config/Configuration.h"
 #include "support/Environment.h"
 #include "support/ParameterValue.h"
 

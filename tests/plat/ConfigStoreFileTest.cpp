@@ -1,4 +1,4 @@
-#include "plat/ConfigStoreFile.h"
+#include "plat/config/ConfigStoreFile.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "plat/BoolParameter.h"
-#include "plat/Configuration.h"
-#include "plat/IntParameter.h"
-#include "plat/StringParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/Configuration.h"
+#include "plat/config/IntParameter.h"
+#include "plat/config/StringParameter.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 

@@ -1,14 +1,14 @@
-#include "plat/Configuration.h"
+#include "plat/config/Configuration.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <sstream>
 
-#include "plat/BoolParameter.h"
 #include "plat/Exception.h"
-#include "plat/IntParameter.h"
-#include "plat/StringParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/IntParameter.h"
+#include "plat/config/StringParameter.h"
 #include "support/LogCapture.h"
 #include "support/Thrown.h"
 

@@ -1,4 +1,4 @@
-#include "plat/Json.h"
+#include "plat/config/Json.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "plat/LockFile.h"
+#include "plat/shm/LockFile.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "plat/Exception.h"
-#include "plat/LockDir.h"
+#include "plat/shm/LockDir.h"
 #include "support/TempDir.h"
 
 namespace plat {

@@ -9,11 +9,11 @@
 #include <fstream>
 #include <regex>
 
-#include "plat/Configuration.h"
 #include "plat/Exception.h"
-#include "plat/LogDestFile.h"
-#include "plat/LogManager.h"
-#include "plat/LogSrc.h"
+#include "plat/config/Configuration.h"
+#include "plat/log/LogDestFile.h"
+#include "plat/log/LogManager.h"
+#include "plat/log/LogSrc.h"
 #include "support/Environment.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"

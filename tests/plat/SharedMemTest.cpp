@@ -1,4 +1,4 @@
-#include "plat/SharedMem.h"
+#include "plat/shm/SharedMem.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,9 +14,9 @@
 
 #include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
-#include "plat/LockDir.h"
-#include "plat/SharedMemPosix.h"
-#include "plat/SharedMemSysV.h"
+#include "plat/shm/LockDir.h"
+#include "plat/shm/SharedMemPosix.h"
+#include "plat/shm/SharedMemSysV.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"

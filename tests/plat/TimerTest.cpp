@@ -1,4 +1,4 @@
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 
 #include "plat/Time.h"
-#include "plat/TimerManager.h"
+#include "plat/timer/TimerManager.h"
 #include "support/ActionTimer.h"
 #include "support/ManualClock.h"
 

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "plat/SharedMemPosix.h"
+#include "plat/shm/SharedMemPosix.h"
 #include "rdr/MemInStream.h"
 #include "rdr/MemOutStream.h"
 #include "support/Frames.h"

@@ -3,7 +3,7 @@
 #include <functional>
 #include <utility>
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 
 namespace test {
 

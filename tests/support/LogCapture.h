@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "plat/LogManager.h"
+#include "plat/log/LogManager.h"
 
 namespace support {
 

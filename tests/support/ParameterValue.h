@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "plat/Configuration.h"
+#include "plat/config/Configuration.h"
 
 namespace test {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "plat/SharedMem.h"
+#include "plat/shm/SharedMem.h"
 #include "rfb/FullFramePixelBuffer.h"
 #include "rfb/Region.h"
 

@@ -4,9 +4,9 @@
 
 #include "io/FdIo.h"
 #include "io/FdManager.h"
-#include "plat/BoolParameter.h"
 #include "plat/Exception.h"
-#include "plat/IntParameter.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/IntParameter.h"
 #include "rfb/CursorWithAlpha.h"
 #include "rfb/UpdateTracker.h"
 #include "support/Frames.h"

@@ -9,7 +9,7 @@
 #include <tuple>
 
 #include "plat/Exception.h"
-#include "plat/SharedMemPosix.h"
+#include "plat/shm/SharedMemPosix.h"
 #include "support/Segments.h"
 
 namespace {

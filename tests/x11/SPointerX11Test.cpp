@@ -8,7 +8,7 @@
 
 #include "io/FdManager.h"
 #include "plat/Exception.h"
-#include "plat/TimerManager.h"
+#include "plat/timer/TimerManager.h"
 #include "support/InputWitness.h"
 #include "support/ManualClock.h"
 

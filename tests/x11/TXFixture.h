@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "plat/Configuration.h"
+#include "plat/config/Configuration.h"
 #include "support/LogCapture.h"
 #include "support/XServer.h"
 #include "tx/TXDisplay.h"

@@ -6,7 +6,7 @@
 #include <map>
 
 #include "os/ProcessInfo.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 #include "tx/TXUtil.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 
 namespace tx {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "plat/Assert.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
 
 namespace tx {

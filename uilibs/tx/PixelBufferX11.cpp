@@ -6,12 +6,12 @@
 #include <limits>
 
 #include "plat/Assert.h"
-#include "plat/BoolParameter.h"
 #include "plat/Exception.h"
-#include "plat/IntParameter.h"
-#include "plat/LogSrc.h"
-#include "plat/SharedMemPosix.h"
-#include "plat/SharedMemSysV.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/config/IntParameter.h"
+#include "plat/log/LogSrc.h"
+#include "plat/shm/SharedMemPosix.h"
+#include "plat/shm/SharedMemSysV.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "plat/SharedMem.h"
-#include "plat/SharedMemPermissions.h"
+#include "plat/shm/SharedMem.h"
+#include "plat/shm/SharedMemPermissions.h"
 #include "rfb/FullFramePixelBuffer.h"
 #include "rfb/Region.h"
 #include "tx/ColourMapX11.h"

@@ -3,7 +3,7 @@
 #include <X11/Xatom.h>
 
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "tx/FixesExtension.h"
 #include "tx/TXDisplay.h"
 #include "tx/TXUtil.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 #include "tx/CutBufferEventHandler.h"
 #include "tx/TXClipboardWindow.h"
 #include "tx/TXEventHandler.h"

@@ -7,10 +7,10 @@
 #include <iterator>
 #include <utility>
 
-#include "plat/BoolParameter.h"
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
 #include "plat/Utf8.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/log/LogSrc.h"
 #include "tx/CutBufferEventHandler.h"
 #include "tx/TXDisplay.h"
 #include "tx/TXUtil.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "plat/Timer.h"
+#include "plat/timer/Timer.h"
 #include "tx/TXWindow.h"
 
 namespace tx {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "plat/Assert.h"
-#include "plat/BoolParameter.h"
 #include "plat/Exception.h"
+#include "plat/config/BoolParameter.h"
 #include "tx/DisplayLostException.h"
 #include "tx/ErrorCatcher.h"
 

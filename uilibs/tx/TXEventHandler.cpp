@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "plat/BoolParameter.h"
 #include "plat/Exception.h"
-#include "plat/LogSrc.h"
+#include "plat/config/BoolParameter.h"
+#include "plat/log/LogSrc.h"
 #include "tx/TXWindow.h"
 
 namespace tx {

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <vector>
 
-#include "plat/LogSrc.h"
 #include "plat/Utf8.h"
+#include "plat/log/LogSrc.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 #include "tx/TXUtil.h"

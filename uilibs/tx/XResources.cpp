@@ -2,7 +2,7 @@
 
 #include <sys/ipc.h>
 
-#include "plat/BoolParameter.h"
+#include "plat/config/BoolParameter.h"
 #include "tx/DamageExtension.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/FixesExtension.h"

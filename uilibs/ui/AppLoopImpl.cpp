@@ -1,7 +1,7 @@
 #include "ui/AppLoopImpl.h"
 
 #include "os/AppLoop.h"
-#include "plat/LogSrc.h"
+#include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
 
 namespace ui {

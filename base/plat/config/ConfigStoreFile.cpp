@@ -1,0 +1,165 @@
+#include "plat/config/ConfigStoreFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "plat/Exception.h"
+#include "plat/FileDescriptor.h"
+#include "plat/config/Configuration.h"
+#include "plat/log/LogSrc.h"
+
+namespace nbutil {
+
+namespace {
+
+plat::LogSrc vlog("FileConfig");
+
+constexpr size_t kMaxFileSize = 1 << 20;
+constexpr const char* kFileNames[] = {"common", "common.custom"};
+
+std::string errorText(int errorNumber) {
+  return std::generic_category().message(errorNumber);
+}
+
+// Why the file or directory must not be trusted, null if it may be. Whoever can write what a
+// process of root reads here commands that process.
+const char* distrust(const struct stat& status) {
+  if (geteuid() != 0) return nullptr;
+  if (status.st_uid != 0) return "not owned by root";
+  // Root's own group is as good as root, and may write where the umask lets it.
+  const mode_t others = status.st_gid == 0 ? S_IWOTH : S_IWGRP | S_IWOTH;
+  if (status.st_mode & others) return "writable by other users";
+  return nullptr;
+}
+
+void report(const std::string& path, const std::string& reason) {
+  vlog.error("Error reading %s: %s", path.c_str(), reason.c_str());
+}
+
+// Opens a directory (relative to parent, unless the name is absolute). Faults are reported.
+plat::FileDescriptor openDirectory(int parent, const std::string& name, const std::string& path) {
+  plat::FileDescriptor fd(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!fd) {
+    if (errno != ENOENT) report(path, errorText(errno));
+    return fd;
+  }
+  struct stat status;
+  if (fstat(fd.get(), &status) != 0) {
+    report(path, errorText(errno));
+    fd.reset();
+  } else if (const char* reason = distrust(status)) {
+    report(path, reason);
+    fd.reset();
+  }
+  return fd;
+}
+
+// Reads a regular file of limited size. Throws Exception with the reason.
+std::string readAll(int fd) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) throw plat::Exception("%s", errorText(errno).c_str());
+  if (S_ISDIR(status.st_mode)) throw plat::Exception("%s", errorText(EISDIR).c_str());
+  if (!S_ISREG(status.st_mode)) throw plat::Exception("not a regular file");
+  if (const char* reason = distrust(status)) throw plat::Exception("%s", reason);
+  // The size is not asked for: the file may be growing.
+  std::string content;
+  char buffer[8192];
+  for (;;) {
+    const ssize_t count = read(fd, buffer, sizeof buffer);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw plat::Exception("%s", errorText(errno).c_str());
+    if (count == 0) return content;
+    content.append(buffer, static_cast<size_t>(count));
+    if (content.size() > kMaxFileSize) throw plat::Exception("%s", errorText(EFBIG).c_str());
+  }
+}
+
+std::string trimmed(std::string_view text) {
+  const size_t start = text.find_first_not_of(" \t");
+  if (start == std::string_view::npos) return {};
+  return std::string(text.substr(start, text.find_last_not_of(" \t") - start + 1));
+}
+
+// False for a line that says nothing acceptable.
+bool applyLine(std::string_view line, int priority, plat::Configuration& configuration) {
+  const size_t equals = line.find('=');
+  if (equals == std::string_view::npos || line.find('\0') != std::string_view::npos) return false;
+  const std::string value = trimmed(line.substr(equals + 1));
+  try {
+    return configuration.setParam(trimmed(line.substr(0, equals)), value.c_str(), priority);
+  } catch (const plat::BadUtf8&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+ConfigStoreFile::ConfigStoreFile(Directories directories) : directories_(std::move(directories)) {}
+
+ConfigStoreFile::Directories ConfigStoreFile::standardDirectories() {
+  const char* home = getenv("HOME");
+  return {"", "/etc/ruvo", home && *home ? std::string(home) + "/.ruvo" : ""};
+}
+
+void ConfigStoreFile::apply(std::string_view content, const std::string& path, int priority,
+                            plat::Configuration& configuration) {
+  for (int number = 1; !content.empty(); ++number) {
+    const size_t end = std::min(content.find('\n'), content.size());
+    std::string_view line = content.substr(0, end);
+    content.remove_prefix(std::min(end + 1, content.size()));
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    const std::string text = trimmed(line);
+    if (text.empty() || text[0] == '#') continue;
+    if (!applyLine(text, priority, configuration)) {
+      vlog.error("Bad line %d in %s", number, path.c_str());
+    }
+  }
+}
+
+void ConfigStoreFile::loadDirectory(const std::string& base, const char* subdirectory, int priority,
+                                    plat::Configuration& configuration) const {
+  if (base.empty()) return;
+  const plat::FileDescriptor baseFd = openDirectory(AT_FDCWD, base, base);
+  if (!baseFd) return;
+  const std::string directory = base + "/" + subdirectory;
+  const plat::FileDescriptor directoryFd = openDirectory(baseFd.get(), subdirectory, directory);
+  if (!directoryFd) return;
+
+  for (const char* name : kFileNames) {
+    const std::string path = directory + "/" + name;
+    // Not blocking, so that a FIFO cannot hold up the start.
+    const plat::FileDescriptor file(
+        openat(directoryFd.get(), name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file) {
+      if (errno != ENOENT) report(path, errorText(errno));
+      continue;
+    }
+    try {
+      const std::string content = readAll(file.get());
+      vlog.info("Reading %s config from %s", name, directory.c_str());
+      apply(content, path, priority, configuration);
+    } catch (const plat::Exception& e) {
+      report(path, e.text());
+    }
+  }
+}
+
+void ConfigStoreFile::load(plat::Configuration& configuration) const {
+  using plat::kPriorityPolicy;
+  using plat::kPriorityPreference;
+  loadDirectory(directories_.program, "config.d", kPriorityPreference, configuration);
+  loadDirectory(directories_.program, "policy.d", kPriorityPolicy, configuration);
+  loadDirectory(directories_.firstScope, "config.d", kPriorityPreference, configuration);
+  loadDirectory(directories_.secondScope, "config.d", kPriorityPreference, configuration);
+  loadDirectory(directories_.firstScope, "policy.d", kPriorityPolicy, configuration);
+}
+
+}  // namespace nbutil
