@@ -70,8 +70,9 @@ void pasteWithXclip(const std::string& text) {
     std::string got;
     static std::array<char, 65536> bytes;
     size_t count;
-    while ((count = fread(bytes.data(), 1, bytes.size(), pipe)) > 0)
+    while ((count = fread(bytes.data(), 1, bytes.size(), pipe)) > 0) {
       got.append(bytes.data(), count);
+    }
     pclose(pipe);
     if (got == text) return;
   }
@@ -85,7 +86,7 @@ class Bench {
   void run(const char* name, size_t size) {
     std::vector<double> toServer, fromServer, yardstick;
     // The first round is not counted. All kinds meet the same machine.
-    for (int round = 0; round <= kRounds; round++) {
+    for (int round = 0; round <= kRounds; ++round) {
       const std::string passed = next(size);
       const double times[] = {
           time([&] { copyToServer(next(size)); }),
@@ -137,8 +138,9 @@ class Bench {
   }
   void waitForServer(const std::string& text) {
     const std::string expected = text.substr(0, kMaxTaken);
-    if (!agent_.processUntil([&] { return texts_.last == expected; }, kTimeoutMs))
+    if (!agent_.processUntil([&] { return texts_.last == expected; }, kTimeoutMs)) {
       throw std::runtime_error("the server did not get the text");
+    }
   }
 
   host::AgentConnection& agent_;
@@ -164,8 +166,9 @@ int main(int argc, char** argv) {
     Texts texts;
     host::AgentConnection agent(process.takeChannel(), &texts);
     agent.start();
-    if (!agent.processUntil([&] { return agent.segment() != nullptr; }, kTimeoutMs))
+    if (!agent.processUntil([&] { return agent.segment() != nullptr; }, kTimeoutMs)) {
       throw std::runtime_error("the agent does not start");
+    }
 
     Bench bench(agent, texts);
     bench.run("1 KB", 1024);

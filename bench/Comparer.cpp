@@ -20,7 +20,7 @@ namespace {
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
 
-enum class Change { none, words, everything };
+enum class Change { kNone, kWords, kEverything };
 
 rfb::PixelFormat formatOf(int bitsPerPixel) {
   if (bitsPerPixel == 16) return {16, 16, false, true, 31, 63, 31, 11, 5, 0};
@@ -33,17 +33,17 @@ class Frame {
       : pixels_(static_cast<size_t>(kWidth * kHeight * bitsPerPixel / 8)),
         buffer_(formatOf(bitsPerPixel), rfb::Rect(0, 0, kWidth, kHeight), pixels_.data()),
         rowBytes_(static_cast<size_t>(kWidth * bitsPerPixel / 8)) {
-    for (size_t i = 0; i < pixels_.size(); i++) pixels_[i] = static_cast<uint8_t>(i * 31 >> 3);
+    for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] = static_cast<uint8_t>(i * 31 >> 3);
   }
 
   void change(Change change) {
     switch (change) {
-      case Change::none:
+      case Change::kNone:
         break;
-      case Change::words:  // fifty spots all over the frame
-        for (size_t i = 0; i < 50; i++) pixels_[(20 + 21 * i) * rowBytes_ + 67 * i]++;
+      case Change::kWords:  // fifty spots all over the frame
+        for (size_t i = 0; i < 50; ++i) pixels_[(20 + 21 * i) * rowBytes_ + 67 * i]++;
         break;
-      case Change::everything:
+      case Change::kEverything:
         for (size_t i = 0; i < pixels_.size(); i += 16) pixels_[i]++;
         break;
     }
@@ -63,7 +63,7 @@ class Frame {
 template <typename Round>
 void run(benchmark::State& state, Frame& frame, Change change, const Round& round) {
   for (auto _ : state) {
-    if (change != Change::none) {
+    if (change != Change::kNone) {
       state.PauseTiming();
       frame.change(change);
       state.ResumeTiming();
@@ -81,7 +81,7 @@ void ours(benchmark::State& state, Change change) {
   comparer.compare(whole);
   int32_t found = 0;
   run(state, frame, change, [&] { found = comparer.compare(whole).numRects(); });
-  if ((change == Change::none) != (found == 0)) {
+  if ((change == Change::kNone) != (found == 0)) {
     std::cerr << "The comparer found " << found << " rectangles.\n";
     std::exit(1);
   }
@@ -92,13 +92,13 @@ void memcmpAlone(benchmark::State& state, Change change) {
   std::vector<uint8_t> copy = frame.pixels();
   const std::vector<uint8_t>& pixels = frame.pixels();
   run(state, frame, change, [&] {
-    if (change == Change::none) {
+    if (change == Change::kNone) {
       benchmark::DoNotOptimize(std::memcmp(pixels.data(), copy.data(), copy.size()));
     } else {
       // memcmp stops at the first change: row by row it reads nearly all the same.
       for (size_t at = 0; at < copy.size(); at += frame.rowBytes()) {
         benchmark::DoNotOptimize(std::memcmp(&pixels[at], &copy[at], frame.rowBytes()));
-        if (change == Change::everything) std::memcpy(&copy[at], &pixels[at], frame.rowBytes());
+        if (change == Change::kEverything) std::memcpy(&copy[at], &pixels[at], frame.rowBytes());
       }
     }
     benchmark::ClobberMemory();
@@ -109,7 +109,7 @@ void memcmpAlone(benchmark::State& state, Change change) {
 
 int main(int argc, char** argv) {
   const std::pair<const char*, Change> changes[] = {
-      {"unchanged", Change::none}, {"words", Change::words}, {"all", Change::everything}};
+      {"unchanged", Change::kNone}, {"words", Change::kWords}, {"all", Change::kEverything}};
   for (const auto& [name, change] : changes) {
     for (const int bitsPerPixel : {32, 16}) {
       const std::string what = name;

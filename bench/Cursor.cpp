@@ -12,21 +12,21 @@
 
 namespace {
 
-const rfb::PixelFormat screenFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0);
+const rfb::PixelFormat kScreenFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0);
 
 // What a cursor's pixels are like decides how much there is to blend.
-enum class Kind { disc, blended };
+enum class Kind { kDisc, kBlended };
 
 // Premultiplied argb: a filled disc with a soft edge, or alpha everywhere.
 std::vector<uint32_t> cursorPixels(int size, Kind kind) {
   std::vector<uint32_t> pixels;
-  for (int y = 0; y < size; y++) {
-    for (int x = 0; x < size; x++) {
+  for (int y = 0; y < size; ++y) {
+    for (int x = 0; x < size; ++x) {
       const int dx = 2 * x - size, dy = 2 * y - size;
       const int inside = size * size - (dx * dx + dy * dy);
       const int edge = std::min(255, std::max(0, inside * 8 / size));
       const uint32_t alpha =
-          static_cast<uint32_t>(kind == Kind::disc ? edge : (x * 7 + y * 13) % 254 + 1);
+          static_cast<uint32_t>(kind == Kind::kDisc ? edge : (x * 7 + y * 13) % 254 + 1);
       pixels.push_back(alpha << 24 | alpha / 2 << 16 | alpha / 3 << 8 | alpha);
     }
   }
@@ -35,8 +35,9 @@ std::vector<uint32_t> cursorPixels(int size, Kind kind) {
 
 std::vector<uint32_t> framePixels(int size) {
   std::vector<uint32_t> pixels;
-  for (int i = 0; i < size * size; i++)
+  for (int i = 0; i < size * size; ++i) {
     pixels.push_back(static_cast<uint32_t>(i) * 2654435761u >> 8);
+  }
   return pixels;
 }
 
@@ -83,12 +84,12 @@ void pixmanOver(benchmark::State& state, Kind kind) {
 int main(int argc, char** argv) {
   const rfb::PixelFormat rgb565(16, 16, false, true, 31, 63, 31, 11, 5, 0);
   for (const int size : {32, 64, 256}) {
-    benchmark::RegisterBenchmark("disc/ours", drawCursor, Kind::disc, screenFormat)->Arg(size);
-    benchmark::RegisterBenchmark("disc/pixman", pixmanOver, Kind::disc)->Arg(size);
-    benchmark::RegisterBenchmark("blended/ours", drawCursor, Kind::blended, screenFormat)
+    benchmark::RegisterBenchmark("disc/ours", drawCursor, Kind::kDisc, kScreenFormat)->Arg(size);
+    benchmark::RegisterBenchmark("disc/pixman", pixmanOver, Kind::kDisc)->Arg(size);
+    benchmark::RegisterBenchmark("blended/ours", drawCursor, Kind::kBlended, kScreenFormat)
         ->Arg(size);
-    benchmark::RegisterBenchmark("blended/pixman", pixmanOver, Kind::blended)->Arg(size);
-    benchmark::RegisterBenchmark("rgb565/ours", drawCursor, Kind::disc, rgb565)->Arg(size);
+    benchmark::RegisterBenchmark("blended/pixman", pixmanOver, Kind::kBlended)->Arg(size);
+    benchmark::RegisterBenchmark("rgb565/ours", drawCursor, Kind::kDisc, rgb565)->Arg(size);
   }
   benchmark::Initialize(&argc, argv);
   RatioReporter reporter;

@@ -45,7 +45,7 @@ void operator delete(void* memory, size_t) noexcept {
 
 namespace {
 
-enum class Wait { select, poll };
+enum class Wait { kSelect, kPoll };
 
 void require(bool ok, const char* what) {
   if (ok) return;
@@ -96,7 +96,7 @@ class BareAnswerer : public Answerer {
 
  private:
   void wait() {
-    if (wait_ == Wait::poll) {
+    if (wait_ == Wait::kPoll) {
       pollfd entry{fd_.get(), POLLIN, 0};
       require(poll(&entry, 1, -1) == 1, "poll");
     } else {
@@ -128,13 +128,14 @@ class ChannelAnswerer : public Answerer, private io::MsgIpc::Reader {
     // As many readers as the agent has.
     for (const char* name :
          {"start", "stop", "fbUpdateRequest", "pointerEvent", "keyEvent", "clientCutText",
-          "setParams", "setMonitor", "setDisplayMode", "SetXServerOwner", "setLogLevel"})
+          "setParams", "setMonitor", "setDisplayMode", "SetXServerOwner", "setLogLevel"}) {
       ipc_.addReader(name, this);
+    }
     ipc_.attach(std::make_unique<io::FdIo>(std::move(fd)),
-                wait == Wait::select ? io::MsgIpc::kLoop : io::MsgIpc::kManual);
+                wait == Wait::kSelect ? io::MsgIpc::kLoop : io::MsgIpc::kManual);
   }
   void turn() override {
-    if (wait_ == Wait::select) {
+    if (wait_ == Wait::kSelect) {
       io::FdManager::instance().process(-1);
     } else {
       ipc_.wait(-1);
@@ -235,10 +236,10 @@ void add(const std::string& name, void (*trip)(benchmark::State&, bool, Wait), W
 }  // namespace
 
 int main(int argc, char** argv) {
-  add("inline-select", inlineTrip, Wait::select, {64, 1024, 16384}, false);
-  add("inline-poll", inlineTrip, Wait::poll, {64, 1024, 16384}, false);
-  add("threads-select", threadedTrip, Wait::select, {64}, true);
-  add("threads-poll", threadedTrip, Wait::poll, {64}, true);
+  add("inline-select", inlineTrip, Wait::kSelect, {64, 1024, 16384}, false);
+  add("inline-poll", inlineTrip, Wait::kPoll, {64, 1024, 16384}, false);
+  add("threads-select", threadedTrip, Wait::kSelect, {64}, true);
+  add("threads-poll", threadedTrip, Wait::kPoll, {64}, true);
   benchmark::Initialize(&argc, argv);
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);

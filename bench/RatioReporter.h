@@ -14,8 +14,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs)
+    for (const Run& run : runs) {
       if (!run.error_occurred && run.run_type == Run::RT_Iteration) note(run);
+    }
   }
 
   void Finalize() override {
@@ -23,9 +24,11 @@ class RatioReporter : public benchmark::ConsoleReporter {
     for (const auto& [key, times] : times_) {
       const auto ours = times.find("ours");
       if (ours == times.end()) continue;
-      for (const auto& [name, time] : times)
-        if (name != "ours")
+      for (const auto& [name, time] : times) {
+        if (name != "ours") {
           GetOutputStream() << key << ": ours / " << name << " = " << ours->second / time << "\n";
+        }
+      }
     }
   }
 

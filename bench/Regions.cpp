@@ -18,8 +18,8 @@ namespace {
 
 using Boxes = std::vector<mi::Box>;
 
-enum class Shape { scattered, text, grid, chequered, big };
-enum class Operation { unite, intersect, subtract };
+enum class Shape { kScattered, kText, kGrid, kChequered, kBig };
+enum class Operation { kUnite, kIntersect, kSubtract };
 
 mi::Box box(int x, int y, int width, int height) {
   return {static_cast<int16_t>(x), static_cast<int16_t>(y), static_cast<int16_t>(x + width),
@@ -36,32 +36,32 @@ Boxes makeBoxes(Shape shape, int count, unsigned seed) {
   const int shift = static_cast<int>(seed % 7);
   Boxes boxes;
   switch (shape) {
-    case Shape::scattered:
-      for (int i = 0; i < count; i++) {
+    case Shape::kScattered:
+      for (int i = 0; i < count; ++i) {
         boxes.push_back(box(upTo(side * 40), upTo(side * 22), upTo(30), upTo(20)));
       }
       break;
-    case Shape::text:  // words of several lengths on lines of one height
+    case Shape::kText:  // words of several lengths on lines of one height
       for (int y = shift; static_cast<int>(boxes.size()) < count; y += 16) {
-        for (int x = upTo(20), i = 0; i < 20 && static_cast<int>(boxes.size()) < count; i++) {
+        for (int x = upTo(20), i = 0; i < 20 && static_cast<int>(boxes.size()) < count; ++i) {
           boxes.push_back(box(x, y, 8 * upTo(10), 14));
           x = boxes.back().x2 + 8;
         }
       }
       break;
-    case Shape::grid:
-      for (int i = 0; i < count; i++) {
+    case Shape::kGrid:
+      for (int i = 0; i < count; ++i) {
         boxes.push_back(box(shift + i % side * 32, shift + i / side * 32, 20, 20));
       }
       break;
-    case Shape::chequered:
-      for (int i = 0; i < count; i++) {
+    case Shape::kChequered:
+      for (int i = 0; i < count; ++i) {
         const int row = i / side;
         boxes.push_back(box(shift * 2 + (i % side * 2 + row % 2) * 16, row * 16, 16, 16));
       }
       break;
-    case Shape::big:
-      for (int i = 0; i < count; i++) {
+    case Shape::kBig:
+      for (int i = 0; i < count; ++i) {
         boxes.push_back(box(upTo(1600), upTo(900), 100 + upTo(800), 100 + upTo(500)));
       }
       break;
@@ -95,13 +95,13 @@ mi::Region uniteAll(const Boxes& boxes) {
 
 void combine(Operation operation, mi::Region& target, const mi::Region& a, const mi::Region& b) {
   switch (operation) {
-    case Operation::unite:
+    case Operation::kUnite:
       target.unite(a, b);
       break;
-    case Operation::intersect:
+    case Operation::kIntersect:
       target.intersect(a, b);
       break;
-    case Operation::subtract:
+    case Operation::kSubtract:
       target.subtract(a, b);
       break;
   }
@@ -109,13 +109,13 @@ void combine(Operation operation, mi::Region& target, const mi::Region& a, const
 
 void combine(Operation operation, PixmanRegion& target, PixmanRegion& a, PixmanRegion& b) {
   switch (operation) {
-    case Operation::unite:
+    case Operation::kUnite:
       pixman_region_union(&target.region, &a.region, &b.region);
       break;
-    case Operation::intersect:
+    case Operation::kIntersect:
       pixman_region_intersect(&target.region, &a.region, &b.region);
       break;
-    case Operation::subtract:
+    case Operation::kSubtract:
       pixman_region_subtract(&target.region, &a.region, &b.region);
       break;
   }
@@ -126,7 +126,7 @@ void mustEqual(const mi::Region& ours, PixmanRegion& theirs) {
   int count = 0;
   const pixman_box16_t* boxes = pixman_region_rectangles(&theirs.region, &count);
   bool same = count == ours.numRects();
-  for (int i = 0; same && i < count; i++) {
+  for (int i = 0; same && i < count; ++i) {
     const mi::Box& mine = ours.boxes()[static_cast<size_t>(i)];
     same = mine == mi::Box{boxes[i].x1, boxes[i].y1, boxes[i].x2, boxes[i].y2};
   }
@@ -180,14 +180,14 @@ void pixmanBuild(benchmark::State& state, Shape shape) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::pair<const char*, Shape> shapes[] = {{"scattered", Shape::scattered},
-                                                  {"text", Shape::text},
-                                                  {"grid", Shape::grid},
-                                                  {"chequered", Shape::chequered},
-                                                  {"big", Shape::big}};
-  const std::pair<const char*, Operation> operations[] = {{"unite", Operation::unite},
-                                                          {"intersect", Operation::intersect},
-                                                          {"subtract", Operation::subtract}};
+  const std::pair<const char*, Shape> shapes[] = {{"scattered", Shape::kScattered},
+                                                  {"text", Shape::kText},
+                                                  {"grid", Shape::kGrid},
+                                                  {"chequered", Shape::kChequered},
+                                                  {"big", Shape::kBig}};
+  const std::pair<const char*, Operation> operations[] = {{"unite", Operation::kUnite},
+                                                          {"intersect", Operation::kIntersect},
+                                                          {"subtract", Operation::kSubtract}};
   for (const auto& [shapeName, shape] : shapes) {
     for (const int count : {10, 100, 1000, 10000}) {
       for (const auto& [name, operation] : operations) {

@@ -56,7 +56,7 @@ std::vector<double> measure(const std::function<void(int)>& request,
                             const std::function<void()>& rest) {
   std::vector<double> times;
   request(0);
-  for (int i = 1; i <= kRounds; i++) {
+  for (int i = 1; i <= kRounds; ++i) {
     rest();
     const Clock::time_point begin = Clock::now();
     request(i);
@@ -120,7 +120,7 @@ class BareClient {
     randr_ = tx::RandrExtension::get();
     if (!randr_) throw std::runtime_error("no RANDR");
     resources_ = randr_->resources(tx::TXDisplay::display(), tx::TXDisplay::root());
-    for (int i = 0; i < resources_->ncrtc && output_ == None; i++) {
+    for (int i = 0; i < resources_->ncrtc && output_ == None; ++i) {
       crtc_ = resources_->crtcs[i];
       const tx::XRRCrtc info(
           randr_->getCrtcInfo(tx::TXDisplay::display(), resources_.get(), crtc_));
@@ -143,18 +143,20 @@ class BareClient {
 
  private:
   RRMode mode(const Size& size) const {
-    for (int i = 0; i < resources_->nmode; i++) {
+    for (int i = 0; i < resources_->nmode; ++i) {
       const XRRModeInfo& mode = resources_->modes[i];
       if (static_cast<int>(mode.width) == size.width &&
-          static_cast<int>(mode.height) == size.height)
+          static_cast<int>(mode.height) == size.height) {
         return mode.id;
+      }
     }
     throw std::runtime_error("the X server has no such mode");
   }
   void configure(RRMode mode, RROutput* outputs, int count) {
     if (randr_->setCrtcConfig(tx::TXDisplay::display(), resources_.get(), crtc_, CurrentTime, 0, 0,
-                              mode, RR_Rotate_0, outputs, count) != RRSetConfigSuccess)
+                              mode, RR_Rotate_0, outputs, count) != RRSetConfigSuccess) {
       throw std::runtime_error("XRRSetCrtcConfig failed");
+    }
   }
 
   const tx::RandrExtension* randr_ = nullptr;

@@ -156,7 +156,7 @@ void LogDestIpc::send(MsgIpc& ipc) {
   draining_ = true;
   try {
     Entry entry;
-    for (; left > 0 && takeNext(entry); left--) {
+    for (; left > 0 && takeNext(entry); --left) {
       rdr::OutStream& out = ipc.writeMsg("logMsg");
       out.writeU32(static_cast<uint32_t>(entry.level));
       out.writeShortString(entry.source);

@@ -146,8 +146,9 @@ void MsgIpc::processMessages() {
 }
 
 void MsgIpc::readMessage(std::string_view msgName, int timeoutMs) {
-  if (running_ || machine_.current() != &MsgIpc::startMsg || in_.inMsg())
+  if (running_ || machine_.current() != &MsgIpc::startMsg || in_.inMsg()) {
     throw plat::Exception("MsgIpc::readMessage: not in state startMsg");
+  }
   expectedName_ = &msgName;
   expectedHandled_ = false;
   const AtExit clear([this] {
@@ -228,15 +229,17 @@ void MsgIpc::deferredCall(Io&) {
 }
 
 void MsgIpc::outputTaken(Io&) {
-  if (callback_ && isConnected() && !isBlocked() && !isWriting())
+  if (callback_ && isConnected() && !isBlocked() && !isWriting()) {
     callback_->channelUnblocked(*this);
+  }
 }
 
 void MsgIpc::closeFailed() {
   const plat::Exception reason = *io_->failure();
   const bool atBoundary = io_->inStream().available() == 0 && !in_.inMsg();
-  if (!atBoundary || std::strcmp(reason.kind(), "EndOfStream") != 0)
+  if (!atBoundary || std::strcmp(reason.kind(), "EndOfStream") != 0) {
     vlog.error("%s: %s", name(), reason.text());
+  }
   close();
 }
 

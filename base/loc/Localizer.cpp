@@ -41,7 +41,7 @@ Language languageOfLocale(const char* locale) {
   for (size_t i = 0; i < kLanguageCount; ++i) {
     if (plat::equalNoCase(code, kLanguageCodes[i])) return static_cast<Language>(i);
   }
-  return Language::English;
+  return Language::kEnglish;
 }
 
 Localizer& Localizer::instance() {
@@ -60,7 +60,7 @@ plat::String Localizer::text(const char* id) const {
   const Message* message = findMessage(id);
   if (!message) return {};
   const char* text = message->texts[static_cast<size_t>(language_)];
-  return text ? text : message->texts[static_cast<size_t>(Language::English)];
+  return text ? text : message->texts[static_cast<size_t>(Language::kEnglish)];
 }
 
 void Localizer::paramChanged(plat::ConfigParameter*, int) {

@@ -5,7 +5,7 @@
 
 namespace loc {
 
-enum class Language { English, German, Spanish, French, Portuguese };
+enum class Language { kEnglish, kGerman, kSpanish, kFrench, kPortuguese };
 
 // The language of a locale's name such as "de_DE.UTF-8"; English for all that have no texts here.
 Language languageOfLocale(const char* locale);
@@ -27,7 +27,7 @@ class Localizer final : private plat::ParameterChangedCallback {
   void paramChanged(plat::ConfigParameter* param, int priority) override;
   void chooseLanguage();
 
-  Language language_ = Language::English;
+  Language language_ = Language::kEnglish;
 };
 
 // Makes plat::translate() and the parameters' descriptions speak the user's language. To be called

@@ -25,8 +25,9 @@ std::string sourceName(const char* file) {
   const size_t dot = path.rfind('.');
   if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) path.resize(dot);
   // Compilers are started in many ways: whatever leads to the source root is left out.
-  for (const char* top : {"/base/", "/uilibs/", "/libs/", "/tools/", "/tests/"})
+  for (const char* top : {"/base/", "/uilibs/", "/libs/", "/tools/", "/tests/"}) {
     if (const size_t at = path.rfind(top); at != std::string::npos) return path.substr(at + 1);
+  }
   return path;
 }
 

@@ -18,8 +18,9 @@ class KeyStateModifier {
   // The callback is not owned and must outlive the scope.
   explicit KeyStateModifier(Callback& callback) : callback_(callback) {}
   ~KeyStateModifier() {
-    for (auto it = changes_.rbegin(); it != changes_.rend(); ++it)
+    for (auto it = changes_.rbegin(); it != changes_.rend(); ++it) {
       callback_.changeKeyState(it->first, !it->second);
+    }
   }
   KeyStateModifier(const KeyStateModifier&) = delete;
   KeyStateModifier& operator=(const KeyStateModifier&) = delete;

@@ -38,8 +38,9 @@ void FdInStream::checkpoint() {
 }
 
 void FdInStream::setPos(uint64_t pos) {
-  if (pos < (checkpointed_ ? checkpoint_ : this->pos()))
+  if (pos < (checkpointed_ ? checkpoint_ : this->pos())) {
     throw plat::Exception("Can't reposition before checkpoint");
+  }
   if (pos > this->pos() + available()) throw plat::Exception("Can't reposition beyond the end");
   ptr_ = buffer_.get() + (pos - base_);
 }
@@ -47,8 +48,9 @@ void FdInStream::setPos(uint64_t pos) {
 size_t FdInStream::overrun(size_t itemSize, size_t nItems, bool wait) {
   makeRoom(itemSize);
   int64_t deadline = std::numeric_limits<int64_t>::max();
-  if (wait && waiting_ && timeoutMs_ >= 0)
+  if (wait && waiting_ && timeoutMs_ >= 0) {
     deadline = plat::monotonicTime() + timeoutMs_ * plat::kTicksPerMs;
+  }
   for (;;) {
     const bool got = readSome() > 0;
     if (available() >= itemSize) return std::min(nItems, available() / itemSize);
@@ -61,8 +63,9 @@ size_t FdInStream::overrun(size_t itemSize, size_t nItems, bool wait) {
 
 void FdInStream::makeRoom(size_t needed) {
   const size_t keep = checkpointed_ ? static_cast<size_t>(pos() - checkpoint_) : 0;
-  if (needed > maxBuffer_ || keep > maxBuffer_ - needed)
+  if (needed > maxBuffer_ || keep > maxBuffer_ - needed) {
     throw plat::Exception("InStream overrun: buffer size exceeded");
+  }
 
   size_t offset = capacity_ == 0 ? 0 : static_cast<size_t>(ptr_ - buffer_.get()) - keep;
   const size_t held = keep + available();

@@ -74,8 +74,9 @@ void FdOutStream::flushAndWait(int timeoutMs) {
     if (left == 0) throw TimedOut();
     const int64_t ms = std::min({left, msUntilTimeout(), int64_t{std::numeric_limits<int>::max()}});
     pollfd entry{fd_, POLLOUT, 0};
-    if (poll(&entry, 1, static_cast<int>(ms)) < 0 && errno != EINTR)
+    if (poll(&entry, 1, static_cast<int>(ms)) < 0 && errno != EINTR) {
       throw plat::SystemException("select", errno);
+    }
   }
 }
 
@@ -115,8 +116,9 @@ void FdOutStream::writeSome() {
   } else if (now - blockedSince_ >= timeoutTicks()) {
     fail(TimedOut());
   }
-  if (pending() > static_cast<size_t>(maxOutBufferSize.value()))
+  if (pending() > static_cast<size_t>(maxOutBufferSize.value())) {
     fail(OutStreamFull::sizeExceeded());
+  }
   setBlocked(true);
 }
 

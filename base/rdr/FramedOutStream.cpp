@@ -32,8 +32,9 @@ void FramedOutStream::endFrame(bool last) {
   if (!frame_) throw FrameException("FramedOutStream::endFrame: not in frame");
   OutStream* const underlying = underlying_;
   const size_t hdrSize = hdrSize_;
-  if (underlying->space() < hdrSize)
+  if (underlying->space() < hdrSize) {
     throw FrameException("FramedOutStream::endFrame: no space for header");
+  }
   const size_t frameLength = static_cast<size_t>(ptr_ - frame_);
   uint8_t* const end = ptr_;
   uint8_t* const ptr = frame_;

@@ -11,10 +11,12 @@ MemInStream::MemInStream(const void* data, size_t length)
 }
 
 void MemInStream::setPos(size_t pos) {
-  if (pos < static_cast<size_t>(checkpoint_ - start_))
+  if (pos < static_cast<size_t>(checkpoint_ - start_)) {
     throw plat::Exception("Can't reposition before checkpoint");
-  if (pos > static_cast<size_t>(end_ - start_))
+  }
+  if (pos > static_cast<size_t>(end_ - start_)) {
     throw plat::Exception("Can't reposition beyond the end");
+  }
   ptr_ = start_ + pos;
 }
 

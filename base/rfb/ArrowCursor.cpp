@@ -7,11 +7,11 @@ namespace rfb {
 
 namespace {
 
-constexpr int arrowWidth = 12;
-constexpr int arrowHeight = 21;
+constexpr int kArrowWidth = 12;
+constexpr int kArrowHeight = 21;
 
 // 'o' the edge, '#' the body, blank is outside.
-constexpr char arrow[arrowHeight][arrowWidth + 1] = {
+constexpr char kArrow[kArrowHeight][kArrowWidth + 1] = {
     "o           ",  //
     "oo          ",  //
     "o#o         ",  //
@@ -38,7 +38,7 @@ constexpr char arrow[arrowHeight][arrowWidth + 1] = {
 }  // namespace
 
 ArrowCursor::ArrowCursor(const PixelFormat& format, ColourMap* colourMap)
-    : CursorWithMask(format, arrowWidth, arrowHeight, Point(0, 0), colourMap) {
+    : CursorWithMask(format, kArrowWidth, kArrowHeight, Point(0, 0), colourMap) {
   const PixelCodec codec(format, colourMap);
   const int bytes = format.bytesPerPixel();
   const auto value = [&](const Colour& colour) {
@@ -47,10 +47,10 @@ ArrowCursor::ArrowCursor(const PixelFormat& format, ColourMap* colourMap)
   };
   const uint32_t edge = value({255, 255, 255, 255});
   const uint32_t body = value({0, 0, 0, 255});
-  for (int y = 0; y < arrowHeight; y++) {
-    for (int x = 0; x < arrowWidth; x++) {
-      if (arrow[y][x] == ' ') continue;
-      setPixel(x, y, arrow[y][x] == 'o' ? edge : body);
+  for (int y = 0; y < kArrowHeight; ++y) {
+    for (int x = 0; x < kArrowWidth; ++x) {
+      if (kArrow[y][x] == ' ') continue;
+      setPixel(x, y, kArrow[y][x] == 'o' ? edge : body);
       setMaskBit(x, y, true);
     }
   }

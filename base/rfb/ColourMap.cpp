@@ -8,7 +8,7 @@ int ColourMap::nearest(int red, int green, int blue) const {
   int best = 0;
   int bestDistance = INT_MAX;
   const int entries = size();
-  for (int i = 0; i < entries; i++) {
+  for (int i = 0; i < entries; ++i) {
     int r, g, b;
     lookup(i, &r, &g, &b);
     const int distance =

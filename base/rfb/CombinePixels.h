@@ -51,7 +51,7 @@ void fixed(const CombineArea& area, const PixelCodec& source, const PixelCodec& 
   const bool swapDestination = destination.swapped();
   const uint8_t* fromRow = area.source;
   uint8_t* toRow = area.destination;
-  for (int y = 0; y < area.height; y++) {
+  for (int y = 0; y < area.height; ++y) {
     const uint8_t* from = fromRow;
     uint8_t* to = toRow;
     for (int x = 0; x < area.width; x++, from += SourceBytes, to += DestinationBytes) {
@@ -89,11 +89,12 @@ inline void one(const uint8_t* from, int sourceBytes, const PixelCodec& source, 
 template <class Op>
 void generic(const CombineArea& area, int sourceBytes, const PixelCodec& source,
              int destinationBytes, const PixelCodec& destination, Op& op) {
-  for (int y = 0; y < area.height; y++) {
+  for (int y = 0; y < area.height; ++y) {
     const uint8_t* from = area.source + y * area.sourceStep;
     uint8_t* to = area.destination + y * area.destinationStep;
-    for (int x = 0; x < area.width; x++, from += sourceBytes, to += destinationBytes)
+    for (int x = 0; x < area.width; x++, from += sourceBytes, to += destinationBytes) {
       one(from, sourceBytes, source, to, destinationBytes, destination, op);
+    }
   }
 }
 
@@ -101,11 +102,12 @@ void generic(const CombineArea& area, int sourceBytes, const PixelCodec& source,
 template <class Op>
 void masked(const CombineArea& area, const CombineMask& mask, int sourceBytes,
             const PixelCodec& source, int destinationBytes, const PixelCodec& destination, Op& op) {
-  for (int y = 0; y < area.height; y++) {
+  for (int y = 0; y < area.height; ++y) {
     const uint8_t* from = area.source + y * area.sourceStep;
     uint8_t* to = area.destination + y * area.destinationStep;
-    for (int x = 0; x < area.width; x++, from += sourceBytes, to += destinationBytes)
+    for (int x = 0; x < area.width; x++, from += sourceBytes, to += destinationBytes) {
       if (mask.at(x, y)) one(from, sourceBytes, source, to, destinationBytes, destination, op);
+    }
   }
 }
 
@@ -133,8 +135,9 @@ void combinePixels(WritablePixelBuffer& destination, const Rect& destinationRect
   area.width = destinationRect.width();
   area.height = destinationRect.height();
 
-  if constexpr (requires { op.combineRows(area, sourcePF, destinationPF); })
+  if constexpr (requires { op.combineRows(area, sourcePF, destinationPF); }) {
     if (!mask && op.combineRows(area, sourcePF, destinationPF)) return;
+  }
 
   const PixelCodec from(sourcePF, source.getColourMap());
   const PixelCodec to(destinationPF, destination.getColourMap());

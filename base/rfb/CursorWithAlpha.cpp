@@ -29,8 +29,8 @@ CursorWithAlpha::CursorWithAlpha(const PixelFormat& format, int width, int heigh
 template <typename T>
 void CursorWithAlpha::fill(const T* pixels) {
   const bool swapped = isSwapped(format_);
-  for (int y = rect_.tl.y; y < rect_.br.y; y++) {
-    for (int x = rect_.tl.x; x < rect_.br.x; x++) {
+  for (int y = rect_.tl.y; y < rect_.br.y; ++y) {
+    for (int x = rect_.tl.x; x < rect_.br.x; ++x) {
       const uint32_t argb = static_cast<uint32_t>(*pixels++);
       setPixel(x, y, swapped ? swapPixel<4>(argb) : argb);
     }
@@ -68,8 +68,8 @@ std::unique_ptr<CursorWithMask> CursorWithAlpha::toMask(const PixelFormat& forma
   auto result = std::make_unique<CursorWithMask>(format, width(), height(), hotspot());
   const PixelCodec codec(format_, nullptr);
   const int bytes = format_.bytesPerPixel();
-  for (int y = rect_.tl.y; y < rect_.br.y; y++) {
-    for (int x = rect_.tl.x; x < rect_.br.x; x++) {
+  for (int y = rect_.tl.y; y < rect_.br.y; ++y) {
+    for (int x = rect_.tl.x; x < rect_.br.x; ++x) {
       uint32_t value = getPixel(x, y);
       if (codec.swapped()) value = swapPixel(value, bytes);
       if (codec.decode(value).alpha >= threshold_) result->setMaskBit(x, y, true);

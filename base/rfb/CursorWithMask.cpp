@@ -8,8 +8,9 @@ namespace rfb {
 CursorWithMask::CursorWithMask(const PixelFormat& format, int width, int height,
                                const Point& hotspot, ColourMap* colourMap)
     : Cursor(format, width, height, hotspot, colourMap) {
-  if (!rect_.isEmpty())
+  if (!rect_.isEmpty()) {
     mask_.resize(static_cast<size_t>(maskStride()) * static_cast<size_t>(this->height()));
+  }
 }
 
 size_t CursorWithMask::maskIndex(int x, int y) const {

@@ -4,7 +4,7 @@ namespace rfb {
 
 namespace {
 
-constexpr SpacingDead spacingTable[] = {
+constexpr SpacingDead kSpacingTable[] = {
     {0x0060, 0xfe50},     // grave, dead_grave
     {0x0027, 0xfe51},     // apostrophe, dead_acute
     {0x00b4, 0xfe51},     // acute, dead_acute
@@ -28,7 +28,7 @@ constexpr SpacingDead spacingTable[] = {
 };
 
 // ISO 8859-1.
-constexpr Composition latin1Table[] = {
+constexpr Composition kLatin1Table[] = {
     {0x00c0, 0xfe50, 0x0041},  // Agrave, dead_grave, A
     {0x00c8, 0xfe50, 0x0045},  // Egrave, dead_grave, E
     {0x00cc, 0xfe50, 0x0049},  // Igrave, dead_grave, I
@@ -94,7 +94,7 @@ constexpr Composition latin1Table[] = {
 };
 
 // ISO 8859-2, what is new in it.
-constexpr Composition latin2Table[] = {
+constexpr Composition kLatin2Table[] = {
     {0x01a6, 0xfe51, 0x0053},  // Sacute, dead_acute, S
     {0x01ac, 0xfe51, 0x005a},  // Zacute, dead_acute, Z
     {0x01c0, 0xfe51, 0x0052},  // Racute, dead_acute, R
@@ -155,7 +155,7 @@ constexpr Composition latin2Table[] = {
 };
 
 // ISO 8859-3, what is new in it.
-constexpr Composition latin3Table[] = {
+constexpr Composition kLatin3Table[] = {
     {0x02a1, 0xfe63, 0x0048},  // Hstroke, dead_stroke, H
     {0x02b1, 0xfe63, 0x0068},  // hstroke, dead_stroke, h
     {0x02a6, 0xfe52, 0x0048},  // Hcircumflex, dead_circumflex, H
@@ -180,7 +180,7 @@ constexpr Composition latin3Table[] = {
 };
 
 // ISO 8859-4, what is new in it.
-constexpr Composition latin4Table[] = {
+constexpr Composition kLatin4Table[] = {
     {0x03a3, 0xfe5b, 0x0052},  // Rcedilla, dead_cedilla, R
     {0x03a6, 0xfe5b, 0x004c},  // Lcedilla, dead_cedilla, L
     {0x03ab, 0xfe5b, 0x0047},  // Gcedilla, dead_cedilla, G
@@ -214,7 +214,7 @@ constexpr Composition latin4Table[] = {
 };
 
 // Letters of Welsh and ISO 8859-14, whose keysyms are Unicode numbers.
-constexpr Composition welshTable[] = {
+constexpr Composition kWelshTable[] = {
     {0x1001e02, 0xfe56, 0x0042},  // Babovedot, dead_abovedot, B
     {0x1001e0a, 0xfe56, 0x0044},  // Dabovedot, dead_abovedot, D
     {0x1001e1e, 0xfe56, 0x0046},  // Fabovedot, dead_abovedot, F
@@ -244,12 +244,12 @@ constexpr Composition welshTable[] = {
 };
 
 // ISO 8859-15, what is new in it.
-constexpr Composition latin9Table[] = {
+constexpr Composition kLatin9Table[] = {
     {0x13be, 0xfe57, 0x0059},  // Ydiaeresis, dead_diaeresis, Y
 };
 
 // ISO 8859-7.
-constexpr Composition greekTable[] = {
+constexpr Composition kGreekTable[] = {
     {0x07a1, 0xfe51, 0x07c1},     // Greek_ALPHAaccent, dead_acute, Greek_ALPHA
     {0x07b1, 0xfe51, 0x07e1},     // Greek_alphaaccent, dead_acute, Greek_alpha
     {0x07a2, 0xfe51, 0x07c5},     // Greek_EPSILONaccent, dead_acute, Greek_EPSILON
@@ -276,14 +276,14 @@ constexpr Composition greekTable[] = {
 
 }  // namespace
 
-const std::span<const SpacingDead> spacingDeads = spacingTable;
+const std::span<const SpacingDead> kSpacingDeads = kSpacingTable;
 
-const std::span<const Composition> latin1Compositions = latin1Table;
-const std::span<const Composition> latin2Compositions = latin2Table;
-const std::span<const Composition> latin3Compositions = latin3Table;
-const std::span<const Composition> latin4Compositions = latin4Table;
-const std::span<const Composition> welshCompositions = welshTable;
-const std::span<const Composition> latin9Compositions = latin9Table;
-const std::span<const Composition> greekCompositions = greekTable;
+const std::span<const Composition> kLatin1Compositions = kLatin1Table;
+const std::span<const Composition> kLatin2Compositions = kLatin2Table;
+const std::span<const Composition> kLatin3Compositions = kLatin3Table;
+const std::span<const Composition> kLatin4Compositions = kLatin4Table;
+const std::span<const Composition> kWelshCompositions = kWelshTable;
+const std::span<const Composition> kLatin9Compositions = kLatin9Table;
+const std::span<const Composition> kGreekCompositions = kGreekTable;
 
 }  // namespace rfb

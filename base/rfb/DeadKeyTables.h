@@ -21,14 +21,14 @@ struct Composition {
 };
 
 // In the order in which they are to be searched.
-extern const std::span<const SpacingDead> spacingDeads;
+extern const std::span<const SpacingDead> kSpacingDeads;
 
-extern const std::span<const Composition> latin1Compositions;
-extern const std::span<const Composition> latin2Compositions;
-extern const std::span<const Composition> latin3Compositions;
-extern const std::span<const Composition> latin4Compositions;
-extern const std::span<const Composition> welshCompositions;
-extern const std::span<const Composition> latin9Compositions;
-extern const std::span<const Composition> greekCompositions;
+extern const std::span<const Composition> kLatin1Compositions;
+extern const std::span<const Composition> kLatin2Compositions;
+extern const std::span<const Composition> kLatin3Compositions;
+extern const std::span<const Composition> kLatin4Compositions;
+extern const std::span<const Composition> kWelshCompositions;
+extern const std::span<const Composition> kLatin9Compositions;
+extern const std::span<const Composition> kGreekCompositions;
 
 }  // namespace rfb

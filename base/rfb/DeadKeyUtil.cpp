@@ -21,7 +21,7 @@ namespace {
 plat::LogSrc vlog("DeadKeyUtil");
 plat::StringParameter deadKeyFile("DeadKeyFile", "File containing dead key information", "", true);
 
-constexpr size_t maxFileSize = 1 << 20;
+constexpr size_t kMaxFileSize = 1 << 20;
 
 std::string readFile(const std::string& path) {
   // Without O_NONBLOCK the opening of a pipe would wait for a writer.
@@ -39,7 +39,7 @@ std::string readFile(const std::string& path) {
     if (count < 0) throw plat::SystemException("read", errno);
     if (count == 0) return content;
     content.append(buffer, static_cast<size_t>(count));
-    if (content.size() > maxFileSize) throw plat::Exception("more than %zu bytes", maxFileSize);
+    if (content.size() > kMaxFileSize) throw plat::Exception("more than %zu bytes", kMaxFileSize);
   }
 }
 
@@ -50,8 +50,9 @@ uint32_t keysymOf(const plat::Json& value) {
   const char* const end = text.data() + text.size();
   uint32_t keysym = 0;
   const auto parsed = std::from_chars(text.data() + start, end, keysym, 16);
-  if (parsed.ec != std::errc() || parsed.ptr != end)
+  if (parsed.ec != std::errc() || parsed.ptr != end) {
     throw plat::Exception("bad keysym '%s'", text.c_str());
+  }
   return keysym;
 }
 
@@ -61,9 +62,10 @@ std::vector<std::vector<uint32_t>> rowsOf(const plat::Json& value, size_t width,
   if (!value.isArray()) throw plat::Exception("\"%s\" is not an array", name.c_str());
   std::vector<std::vector<uint32_t>> rows;
   for (const plat::Json& row : value.array()) {
-    if (!row.isArray() || row.array().size() != width)
+    if (!row.isArray() || row.array().size() != width) {
       throw plat::Exception("entry %zu of \"%s\" is not an array of %zu", rows.size() + 1,
                             name.c_str(), width);
+    }
     std::vector<uint32_t>& keysyms = rows.emplace_back();
     for (const plat::Json& keysym : row.array()) keysyms.push_back(keysymOf(keysym));
   }
@@ -73,11 +75,12 @@ std::vector<std::vector<uint32_t>> rowsOf(const plat::Json& value, size_t width,
 }  // namespace
 
 DeadKeyUtil::DeadKeyUtil(const std::string& layout)
-    : spacing_(spacingDeads.begin(), spacingDeads.end()) {
+    : spacing_(kSpacingDeads.begin(), kSpacingDeads.end()) {
   for (const auto& list :
-       {latin1Compositions, latin2Compositions, latin3Compositions, latin4Compositions,
-        welshCompositions, latin9Compositions, greekCompositions})
+       {kLatin1Compositions, kLatin2Compositions, kLatin3Compositions, kLatin4Compositions,
+        kWelshCompositions, kLatin9Compositions, kGreekCompositions}) {
     for (const Composition& c : list) compositions_[c.composed] = {c.dead, c.base};
+  }
 
   const plat::String& path = deadKeyFile.value();
   if (path.empty()) return;
@@ -96,10 +99,11 @@ void DeadKeyUtil::load(const std::string& path, const std::string& layout) {
   std::string deadKeysName = "deadKeys";
   const plat::Json* deadKeys = nullptr;
   if (!layout.empty()) deadKeys = document.find("deadKeys-" + layout);
-  if (deadKeys)
+  if (deadKeys) {
     deadKeysName += "-" + layout;
-  else
+  } else {
     deadKeys = document.find(deadKeysName);
+  }
   const plat::Json* comps = document.find("comps");
 
   // A fault anywhere leaves the tables as they are.

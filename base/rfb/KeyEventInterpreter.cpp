@@ -16,39 +16,39 @@ plat::BoolParameter alterShiftWithMods("AlterShiftWithMods",
 
 // X keysyms.
 enum : uint32_t {
-  Tab = 0xff09,
-  Multi_key = 0xff20,
-  Mode_switch = 0xff7e,
-  Num_Lock = 0xff7f,
-  KP_first = 0xff80,  // KP_Space
-  F1 = 0xffbe,        // follows KP_Equal
-  F12 = 0xffc9,
-  Shift_L = 0xffe1,
-  Shift_R = 0xffe2,
-  Control_L = 0xffe3,
-  Caps_Lock = 0xffe5,
-  Alt_L = 0xffe9,
-  Super_L = 0xffeb,
-  Hyper_R = 0xffee,
-  ISO_Lock = 0xfe01,
-  ISO_Level3_Shift = 0xfe03,
-  ISO_Last_Group = 0xfe0e,
+  kTab = 0xff09,
+  kMultiKey = 0xff20,
+  kModeSwitch = 0xff7e,
+  kNumLock = 0xff7f,
+  kKpFirst = 0xff80,  // KP_Space
+  kF1 = 0xffbe,       // follows KP_Equal
+  kF12 = 0xffc9,
+  kShiftL = 0xffe1,
+  kShiftR = 0xffe2,
+  kControlL = 0xffe3,
+  kCapsLock = 0xffe5,
+  kAltL = 0xffe9,
+  kSuperL = 0xffeb,
+  kHyperR = 0xffee,
+  kIsoLock = 0xfe01,
+  kIsoLevel3Shift = 0xfe03,
+  kIsoLastGroup = 0xfe0e,
 };
 
 // Bits of a level.
-enum { shiftBit = 1, level3Bit = 2 };
+enum { kShiftBit = 1, kLevel3Bit = 2 };
 
 bool isModifier(uint32_t keysym) {
-  return keysym == Mode_switch || keysym == Num_Lock || (keysym >= Shift_L && keysym <= Hyper_R) ||
-         (keysym >= ISO_Lock && keysym <= ISO_Last_Group);
+  return keysym == kModeSwitch || keysym == kNumLock || (keysym >= kShiftL && keysym <= kHyperR) ||
+         (keysym >= kIsoLock && keysym <= kIsoLastGroup);
 }
 
 bool isKeypad(uint32_t keysym) {
-  return keysym >= KP_first && keysym < F1;
+  return keysym >= kKpFirst && keysym < kF1;
 }
 
 bool isFunctionKey(uint32_t keysym) {
-  return keysym >= F1 && keysym <= F12;
+  return keysym >= kF1 && keysym <= kF12;
 }
 
 int withBit(int level, int bit, bool set) {
@@ -59,15 +59,16 @@ int withBit(int level, int bit, bool set) {
 
 int KeyEventInterpreter::Callback::keysymToKeycode(uint32_t keysym, int* level) {
   const auto search = [&](int at) {
-    for (int keycode = minKeycode; keycode <= maxKeycode; keycode++)
+    for (int keycode = minKeycode; keycode <= maxKeycode; ++keycode) {
       if (keycodeToKeysym(keycode, at) == keysym) return keycode;
+    }
     return -1;
   };
   if (level) {
     const int keycode = search(*level);
     if (keycode >= 0) return keycode;
   }
-  for (int at = 0; at < 4; at++) {
+  for (int at = 0; at < 4; ++at) {
     if (level && at == *level) continue;
     const int keycode = search(at);
     if (keycode < 0) continue;
@@ -83,12 +84,12 @@ KeyEventInterpreter::KeyEventInterpreter(KeyEventInterpreter::Callback& callback
 }
 
 void KeyEventInterpreter::findLockKeys() {
-  numLockKeycode_ = callback_.keysymToKeycode(Num_Lock, nullptr);
-  capsLockKeycode_ = callback_.keysymToKeycode(Caps_Lock, nullptr);
+  numLockKeycode_ = callback_.keysymToKeycode(kNumLock, nullptr);
+  capsLockKeycode_ = callback_.keysymToKeycode(kCapsLock, nullptr);
 }
 
 bool KeyEventInterpreter::isShiftPressed() const {
-  return isPressed(Shift_L) || isPressed(Shift_R);
+  return isPressed(kShiftL) || isPressed(kShiftR);
 }
 
 bool KeyEventInterpreter::isHeld(uint32_t keysym) const {
@@ -116,7 +117,7 @@ bool KeyEventInterpreter::keyEvent(uint32_t keysym, bool down) {
     injectKey(keycode, keysym, true);
     return true;
   }
-  if (keysym == Multi_key) {
+  if (keysym == kMultiKey) {
     composePending_ = true;
     return true;
   }
@@ -158,18 +159,18 @@ bool KeyEventInterpreter::spell(uint32_t keysym) {
 bool KeyEventInterpreter::pressKeysym(uint32_t target, uint32_t recordAs) {
   // The viewer's Caps Lock is in the keysyms that it sends already, and the level chosen for each
   // decides about its case; a lock of our own would invert that.
-  if (target == Caps_Lock) return true;
+  if (target == kCapsLock) return true;
   if (callback_.isCapsLockOn()) turnCapsLockOff();
 
   const bool keypad = isKeypad(target);
   const bool numLock = keypad && callback_.isNumLockOn();
   int wantedLevel = 0;
   if (keypad) {
-    wantedLevel = withBit(0, shiftBit, numLock);
+    wantedLevel = withBit(0, kShiftBit, numLock);
   } else {
-    wantedLevel = withBit(0, shiftBit, isShiftPressed());
+    wantedLevel = withBit(0, kShiftBit, isShiftPressed());
     wantedLevel =
-        withBit(wantedLevel, level3Bit, isPressed(ISO_Level3_Shift) || isPressed(Mode_switch));
+        withBit(wantedLevel, kLevel3Bit, isPressed(kIsoLevel3Shift) || isPressed(kModeSwitch));
   }
   int level = wantedLevel;
   const int keycode = callback_.keysymToKeycode(target, &level);
@@ -177,15 +178,16 @@ bool KeyEventInterpreter::pressKeysym(uint32_t target, uint32_t recordAs) {
 
   // Key combinations mean what the viewer holds, whatever the key's symbols are.
   if (isFunctionKey(target)) level = wantedLevel;
-  if (!alterShiftWithMods.value() && (isHeld(Control_L) || isHeld(Alt_L) || isHeld(Super_L)))
+  if (!alterShiftWithMods.value() && (isHeld(kControlL) || isHeld(kAltL) || isHeld(kSuperL))) {
     level = wantedLevel;
-  if (target == Tab && isShiftPressed()) level |= shiftBit;
+  }
+  if (target == kTab && isShiftPressed()) level |= kShiftBit;
 
   plat::KeyStateModifier scope(*this);
   if (!keypad) {
-    adjustModifier(scope, Shift_L, Shift_R, level & shiftBit);
-    adjustModifier(scope, ISO_Level3_Shift, Mode_switch, level & level3Bit);
-  } else if (numLock != ((level & shiftBit) != 0)) {
+    adjustModifier(scope, kShiftL, kShiftR, level & kShiftBit);
+    adjustModifier(scope, kIsoLevel3Shift, kModeSwitch, level & kLevel3Bit);
+  } else if (numLock != ((level & kShiftBit) != 0)) {
     toggleNumLock();
   }
   injectKey(keycode, recordAs, true);
@@ -201,7 +203,7 @@ void KeyEventInterpreter::toggleNumLock() {
   // With Shift held the key may be another one. Num Lock itself stays as it is then: it is no part
   // of what is undone.
   plat::KeyStateModifier scope(*this);
-  adjustModifier(scope, Shift_L, Shift_R, false);
+  adjustModifier(scope, kShiftL, kShiftR, false);
   injectKey(numLockKeycode_, 0, true);
   injectKey(numLockKeycode_, 0, false);
 }
@@ -227,21 +229,24 @@ void KeyEventInterpreter::injectKey(int keycode, uint32_t keysym, bool down) {
     // A repeat on another key than before: the map or the level has changed. Nothing would ever
     // release the former key.
     const auto pressed = pressedKeysyms_.find(keysym);
-    if (pressed != pressedKeysyms_.end() && pressed->second != keycode)
+    if (pressed != pressedKeysyms_.end() && pressed->second != keycode) {
       injectKey(pressed->second, keysym, false);
+    }
   }
   vlog.debug("keysym 0x%04x keycode %3d down %d", keysym, keycode, down ? 1 : 0);
   callback_.fakeKeyEvent(keycode, down);
   if (keysym) {
-    if (down)
+    if (down) {
       pressedKeysyms_[keysym] = keycode;
-    else
+    } else {
       pressedKeysyms_.erase(keysym);
+    }
   }
-  if (down)
+  if (down) {
     pressedKeycodes_.insert(keycode);
-  else
+  } else {
     pressedKeycodes_.erase(keycode);
+  }
 }
 
 void KeyEventInterpreter::releasePressedKeys() {

@@ -10,7 +10,7 @@ struct Pair {
 };
 
 // No keysym stands on both sides.
-constexpr Pair pairs[] = {
+constexpr Pair kPairs[] = {
     {0xffe2, 0xffe1},  // Shift_R, Shift_L
     {0xffe4, 0xffe3},  // Control_R, Control_L
     {0xffe8, 0xffe7},  // Meta_R, Meta_L
@@ -58,10 +58,12 @@ constexpr Pair pairs[] = {
 }  // namespace
 
 uint32_t alternateKeysym(uint32_t keysym) {
-  for (const Pair& pair : pairs)
+  for (const Pair& pair : kPairs) {
     if (pair.left == keysym) return pair.right;
-  for (const Pair& pair : pairs)
+  }
+  for (const Pair& pair : kPairs) {
     if (pair.right == keysym) return pair.left;
+  }
   return 0;
 }
 

@@ -43,7 +43,7 @@ Region PixelBufferComparer::compare(const Region& changed) {
   pixelSize_ = static_cast<size_t>(format.bytesPerPixel());
   const uint32_t bits = significantBits(format);
   const bool mostSignificantFirst = format.bigEndian && pixelSize_ != 3;
-  for (size_t i = 0; i < pixelSize_; i++) {
+  for (size_t i = 0; i < pixelSize_; ++i) {
     const size_t byte = mostSignificantFirst ? pixelSize_ - 1 - i : i;
     significant_[i] = static_cast<uint8_t>(bits >> (8 * byte));
   }
@@ -133,7 +133,7 @@ void PixelBufferComparer::compareBand(const uint8_t* from, uint8_t* to, const Re
       }
       if (std::memcmp(from + begin, to + begin, end - begin) == 0) continue;
       more = true;
-      for (size_t i = run.begin; i < run.end; i++) {
+      for (size_t i = run.begin; i < run.end; ++i) {
         const size_t at = i * blockBytes;
         const size_t bytes = std::min(blockBytes, end - at);
         if (std::memcmp(from + at, to + at, bytes) == 0) continue;
@@ -151,7 +151,7 @@ void PixelBufferComparer::compareBand(const uint8_t* from, uint8_t* to, const Re
 // not.
 void PixelBufferComparer::findRuns() {
   runs_.clear();
-  for (size_t i = 0; i < blocks_.size(); i++) {
+  for (size_t i = 0; i < blocks_.size(); ++i) {
     const bool same = blocks_[i] == kSame;
     if (runs_.empty() || runs_.back().same != same) runs_.push_back({i, i, same});
     runs_.back().end = i + 1;
@@ -170,7 +170,7 @@ bool PixelBufferComparer::isSolid(const uint8_t* block, ptrdiff_t stride, size_t
                                   const uint8_t* colour) const {
   for (; rows > 0; rows--, block += stride) {
     for (size_t i = 0; i < rowBytes; i += pixelSize_) {
-      for (size_t byte = 0; byte < pixelSize_; byte++) {
+      for (size_t byte = 0; byte < pixelSize_; ++byte) {
         if ((block[i + byte] ^ colour[byte]) & significant_[byte]) return false;
       }
     }
@@ -180,7 +180,7 @@ bool PixelBufferComparer::isSolid(const uint8_t* block, ptrdiff_t stride, size_t
 
 // Adds the changed blocks of a band to those found, neighbours as one box.
 void PixelBufferComparer::addBlocks(const Rect& band) {
-  for (size_t i = 0; i < blocks_.size(); i++) {
+  for (size_t i = 0; i < blocks_.size(); ++i) {
     if (blocks_[i] != kChanged) continue;
     const size_t first = i;
     while (i + 1 < blocks_.size() && blocks_[i + 1] == kChanged) i++;

@@ -10,7 +10,7 @@ namespace rfb {
 namespace {
 
 // Colour-map formats have at most 8 significant bits.
-constexpr int maxEntries = 256;
+constexpr int kMaxEntries = 256;
 
 }  // namespace
 
@@ -19,8 +19,9 @@ PixelCodec::Channel::Channel(uint32_t channelMax, int channelShift)
     : max(channelShift < 32 ? channelMax : 0), shift(channelShift < 32 ? channelShift : 0) {
   if (max == 255) std::iota(scale.begin(), scale.end(), uint8_t{0});
   if (max >= 255) return;
-  for (uint32_t v = 0; v <= max; v++)
+  for (uint32_t v = 0; v <= max; ++v) {
     scale[v] = max == 0 ? uint8_t{0} : static_cast<uint8_t>((v * 255 + max / 2) / max);
+  }
 }
 
 PixelCodec::PixelCodec(const PixelFormat& format, const ColourMap* colourMap)
@@ -34,8 +35,8 @@ PixelCodec::PixelCodec(const PixelFormat& format, const ColourMap* colourMap)
       blue_(format.blueMax, format.blueShift),
       alpha_(format.alphaMax, format.alphaShift) {
   if (!mapped_ || !colourMap) return;
-  const int entries = std::min(colourMap->size(), maxEntries);
-  for (int i = 0; i < entries; i++) {
+  const int entries = std::min(colourMap->size(), kMaxEntries);
+  for (int i = 0; i < entries; ++i) {
     int r, g, b;
     colourMap->lookup(i, &r, &g, &b);
     entries_.push_back(

@@ -25,19 +25,21 @@ class PixelCodec {
     const uint32_t g = (value >> green_.shift) & green_.max;
     const uint32_t b = (value >> blue_.shift) & blue_.max;
     const uint32_t a = (value >> alpha_.shift) & alpha_.max;
-    if (direct_)
+    if (direct_) {
       return {static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b),
               static_cast<uint8_t>(a | opaque_)};
+    }
     return {red_.widen(r), green_.widen(g), blue_.widen(b),
             alpha_.max == 0 ? uint8_t{255} : alpha_.widen(a)};
   }
 
   uint32_t encode(const Colour& colour) const {
     if (mapped_) return nearest(colour);
-    if (direct_)
+    if (direct_) {
       return uint32_t{colour.red} << red_.shift | uint32_t{colour.green} << green_.shift |
              uint32_t{colour.blue} << blue_.shift |
              (uint32_t{colour.alpha} & alpha_.max) << alpha_.shift;
+    }
     return red_.narrow(colour.red) | green_.narrow(colour.green) | blue_.narrow(colour.blue) |
            alpha_.narrow(colour.alpha);
   }

@@ -103,8 +103,9 @@ std::string PixelFormat::str() const {
   for (const std::string& packed :
        {hasAlpha ? "" : packedText({r, g, b}, depth), packedText({r, g, b, a}, depth),
         packedText({a, r, g, b}, depth), hasAlpha ? "" : packedText({b, g, r}, depth),
-        packedText({b, g, r, a}, depth), packedText({a, b, g, r}, depth)})
+        packedText({b, g, r, a}, depth), packedText({a, b, g, r}, depth)}) {
     if (!packed.empty()) return text + packed;
+  }
 
   text += plat::format(" rgb max %d,%d,%d shift %d,%d,%d", redMax, greenMax, blueMax, redShift,
                        greenShift, blueShift);

@@ -44,7 +44,7 @@ inline int overRowStart(const uint8_t* from, uint8_t* to, int width, uint32_t ke
   const __m128i zero = _mm_setzero_si128();
   const __m128i ones = _mm_cmpeq_epi8(zero, zero);
   const __m128i keepMask = _mm_set1_epi32(static_cast<int>(keep));
-  constexpr int alphaBytes = 0x8888;
+  constexpr int kAlphaBytes = 0x8888;
   int x = 0;
   for (; x + 4 <= width; x += 4) {
     const __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + x * 4));
@@ -52,7 +52,7 @@ inline int overRowStart(const uint8_t* from, uint8_t* to, int width, uint32_t ke
     __m128i result;
     if (_mm_movemask_epi8(_mm_cmpeq_epi8(s, zero)) == 0xffff) {
       result = _mm_loadu_si128(out);
-    } else if ((_mm_movemask_epi8(_mm_cmpeq_epi8(s, ones)) & alphaBytes) == alphaBytes) {
+    } else if ((_mm_movemask_epi8(_mm_cmpeq_epi8(s, ones)) & kAlphaBytes) == kAlphaBytes) {
       result = s;
     } else {
       const __m128i d = _mm_loadu_si128(out);
@@ -74,8 +74,9 @@ inline int overRowStart(const uint8_t*, uint8_t*, int, uint32_t) {
 
 bool OverOp::combineRows(const CombineArea& area, const PixelFormat& source,
                          const PixelFormat& destination) const {
-  if (source.bpp != 32 || destination.bpp != 32 || isSwapped(source) || isSwapped(destination))
+  if (source.bpp != 32 || destination.bpp != 32 || isSwapped(source) || isSwapped(destination)) {
     return false;
+  }
   if (!source.is888() || source.alphaMax == 0 || source.alphaShift != 24) return false;
   PixelFormat withAlpha = destination;
   withAlpha.alphaMax = source.alphaMax;
@@ -85,12 +86,13 @@ bool OverOp::combineRows(const CombineArea& area, const PixelFormat& source,
   if ((source.redShift | source.greenShift | source.blueShift) % 8 != 0) return false;
 
   const uint32_t keep = destination.alphaMax ? 0xffffffff : 0x00ffffff;
-  for (int y = 0; y < area.height; y++) {
+  for (int y = 0; y < area.height; ++y) {
     const uint8_t* from = area.source + y * area.sourceStep;
     uint8_t* to = area.destination + y * area.destinationStep;
-    for (int x = overRowStart(from, to, area.width, keep); x < area.width; x++)
+    for (int x = overRowStart(from, to, area.width, keep); x < area.width; ++x) {
       storePixel<4>(to + x * 4,
                     overPixel(loadPixel<4>(from + x * 4), loadPixel<4>(to + x * 4)) & keep);
+    }
   }
   return true;
 }

@@ -85,7 +85,7 @@ class Region {
 // The rectangles of a region, in band order.
 class Region::Rects {
  public:
-  class iterator {
+  class Iterator {
    public:
     using iterator_category = std::input_iterator_tag;
     using value_type = Rect;
@@ -93,23 +93,23 @@ class Region::Rects {
     using pointer = const Rect*;
     using reference = Rect;
 
-    iterator() = default;
-    explicit iterator(const mi::Box* box) : box_(box) {}
+    Iterator() = default;
+    explicit Iterator(const mi::Box* box) : box_(box) {}
     Rect operator*() const { return Rect(RgnRect(*box_)); }
-    iterator& operator++() {
+    Iterator& operator++() {
       ++box_;
       return *this;
     }
-    iterator operator++(int) { return iterator(box_++); }
-    friend bool operator==(const iterator&, const iterator&) = default;
+    Iterator operator++(int) { return Iterator(box_++); }
+    friend bool operator==(const Iterator&, const Iterator&) = default;
 
    private:
     const mi::Box* box_ = nullptr;
   };
 
   explicit Rects(std::span<const mi::Box> boxes) : boxes_(boxes) {}
-  iterator begin() const { return iterator(boxes_.data()); }
-  iterator end() const { return iterator(boxes_.data() + boxes_.size()); }
+  Iterator begin() const { return Iterator(boxes_.data()); }
+  Iterator end() const { return Iterator(boxes_.data() + boxes_.size()); }
   size_t size() const { return boxes_.size(); }
   bool empty() const { return boxes_.empty(); }
   Rect operator[](size_t i) const { return Rect(RgnRect(boxes_[i])); }

@@ -54,8 +54,9 @@ Subject::Subject(const std::string& agent, const std::string& display,
   process_.emplace(host::AgentProcess::launch(options));
   connection_ = std::make_unique<host::AgentConnection>(process_->takeChannel(), this);
   connection_->start();
-  if (!connection_->processUntil([&] { return connection_->pixels() != nullptr; }, 10000))
+  if (!connection_->processUntil([&] { return connection_->pixels() != nullptr; }, 10000)) {
     throw std::runtime_error("the agent does not publish its buffer");
+  }
   const host::PixelBufferInfo& info = connection_->pixelBuffer();
   mirror_.resize(size_t(info.stride) * size_t(info.rect.height()) *
                  size_t(info.format.bytesPerPixel()));

@@ -11,8 +11,8 @@ namespace bench {
 
 namespace {
 
-constexpr int videoWidth = 960, videoHeight = 540;
-constexpr int glyphWidth = 8, glyphHeight = 16;
+constexpr int kVideoWidth = 960, kVideoHeight = 540;
+constexpr int kGlyphWidth = 8, kGlyphHeight = 16;
 
 }  // namespace
 
@@ -33,8 +33,8 @@ Painter::Painter(const std::string& name) : display_(XOpenDisplay(name.c_str()))
 
   image_ = XShmCreateImage(display_, DefaultVisual(display_, screen),
                            static_cast<unsigned>(DefaultDepth(display_, screen)), ZPixmap, nullptr,
-                           &segment_, videoWidth, videoHeight);
-  segment_.shmid = shmget(IPC_PRIVATE, static_cast<size_t>(image_->bytes_per_line) * videoHeight,
+                           &segment_, kVideoWidth, kVideoHeight);
+  segment_.shmid = shmget(IPC_PRIVATE, static_cast<size_t>(image_->bytes_per_line) * kVideoHeight,
                           IPC_CREAT | 0600);
   segment_.shmaddr = image_->data = static_cast<char*>(shmat(segment_.shmid, nullptr, 0));
   XShmAttach(display_, &segment_);
@@ -62,30 +62,33 @@ void Painter::dab(int x, int y, int width, int height) {
 void Painter::image(int step) {
   auto* pixels = reinterpret_cast<uint32_t*>(image_->data);
   const int stride = image_->bytes_per_line / 4;
-  for (int y = 0; y < videoHeight; ++y)
-    for (int x = 0; x < videoWidth; ++x)
+  for (int y = 0; y < kVideoHeight; ++y) {
+    for (int x = 0; x < kVideoWidth; ++x) {
       pixels[y * stride + x] =
           static_cast<uint32_t>((x + step * 3) * 0x010203 ^ (y + step) * 0x30201);
-  XShmPutImage(display_, window_, gc_, image_, 0, 0, 400, 200, videoWidth, videoHeight, False);
+    }
+  }
+  XShmPutImage(display_, window_, gc_, image_, 0, 0, 400, 200, kVideoWidth, kVideoHeight, False);
   XSync(display_, False);
 }
 
 std::vector<Workload> Painter::workloads() {
   return {
       {"idle", 0, [](int) {}},
-      {"caret", 2, [this](int) { dab(100, 100, 2, glyphHeight); }},
+      {"caret", 2, [this](int) { dab(100, 100, 2, kGlyphHeight); }},
       {"typing", 10,
        [this](int step) {
-         dab(100 + step % 80 * glyphWidth, 100 + step / 80 % 30 * glyphHeight, glyphWidth,
-             glyphHeight);
+         dab(100 + step % 80 * kGlyphWidth, 100 + step / 80 % 30 * kGlyphHeight, kGlyphWidth,
+             kGlyphHeight);
        }},
       {"scrolling", 30,
        [this](int step) {
-         XCopyArea(display_, window_, window_, gc_, 200, 100 + glyphHeight, 1000, 800 - glyphHeight,
-                   200, 100);
-         for (int column = 0; column < 60; ++column)
-           dab(200 + (column * 17 + step) % 120 * glyphWidth, 900 - glyphHeight, glyphWidth,
-               glyphHeight);
+         XCopyArea(display_, window_, window_, gc_, 200, 100 + kGlyphHeight, 1000,
+                   800 - kGlyphHeight, 200, 100);
+         for (int column = 0; column < 60; ++column) {
+           dab(200 + (column * 17 + step) % 120 * kGlyphWidth, 900 - kGlyphHeight, kGlyphWidth,
+               kGlyphHeight);
+         }
        }},
       {"video 960x540", 25, [this](int step) { image(step); }},
   };

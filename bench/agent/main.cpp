@@ -110,10 +110,11 @@ void latency(const std::string& display, const std::string& agent, int samples) 
   std::printf(
       "draw to fbUpdate      median %.2f ms, 95 %% %.2f ms (of it the batch delay of 1 ms)\n",
       median(whole), percentile(whole, 0.95));
-  if (!bare.empty())
+  if (!bare.empty()) {
     std::printf(
         "draw to DAMAGE + get  median %.2f ms, 95 %% %.2f ms (a bare X client); ratio %.2f\n",
         median(bare), percentile(bare, 0.95), median(whole) / median(bare));
+  }
 }
 
 struct Measured {
@@ -137,10 +138,11 @@ Measured measure(Painter& painter, const Workload& workload, Subject* subject, p
     const double due = workload.perSecond > 0 ? step / workload.perSecond : seconds;
     const double left = due - msSince(begin) / 1000;
     if (left > 0) {
-      if (subject)
+      if (subject) {
         subject->run(left);
-      else
+      } else {
         usleep(static_cast<useconds_t>(left * 1e6));
+      }
     }
     if (due >= seconds) break;
     workload.step(step);
@@ -163,13 +165,14 @@ Measured measure(Painter& painter, const Workload& workload, Subject* subject, p
 }
 
 void workloads(const std::string& display, const std::string& agent, pid_t server) {
-  constexpr double seconds = 4;
+  constexpr double kSeconds = 4;
   Painter painter(display);
   XSync(painter.display(), False);
   const std::vector<Workload> list = painter.workloads();
   std::vector<Measured> without;
-  for (const Workload& workload : list)
-    without.push_back(measure(painter, workload, nullptr, server, seconds));
+  for (const Workload& workload : list) {
+    without.push_back(measure(painter, workload, nullptr, server, kSeconds));
+  }
 
   Subject subject(agent, display, ownDirectory() + "libcountcalls.so");
   std::printf("\n%-15s %9s %9s %9s %10s %9s %9s %9s %9s\n", "workload", "agent", "X server",
@@ -178,10 +181,10 @@ void workloads(const std::string& display, const std::string& agent, pid_t serve
               "/update", "trips/upd", "selects");
   for (size_t i = 0; i < list.size(); ++i) {
     subject.settle();
-    const Measured m = measure(painter, list[i], &subject, server, seconds);
+    const Measured m = measure(painter, list[i], &subject, server, kSeconds);
     const double per = m.updates > 0 ? m.updates : 1;
     std::printf("%-15s %9.2f %9.2f %9.2f %10.1f %9.2f %9.2f %9.2f %9.0f\n", list[i].name.c_str(),
-                m.agentCpu, m.serverCpu, without[i].serverCpu, m.updates / seconds, m.megapixels,
+                m.agentCpu, m.serverCpu, without[i].serverCpu, m.updates / kSeconds, m.megapixels,
                 m.selects / per, m.roundTrips / per, m.zeroSelects);
   }
   const Resident memory = resident(subject.pid());

@@ -14,10 +14,10 @@ namespace host {
 namespace {
 
 // What a text of the agent may hold at most; it cuts its own earlier.
-constexpr size_t maxText = 65536;
-constexpr uint32_t maxCursorBytes = 64 * 1024 * 1024;
+constexpr size_t kMaxText = 65536;
+constexpr uint32_t kMaxCursorBytes = 64 * 1024 * 1024;
 
-constexpr const char* messageNames[] = {
+constexpr const char* kMessageNames[] = {
     "init",
     "initRectAndPf",
     "setPixelBuffer",
@@ -49,14 +49,14 @@ rfb::Rect readRect(rdr::InStream& in) {
 AgentConnection::AgentConnection(plat::FileDescriptor channel, AgentListener* listener)
     : listener_(listener ? listener : &nobody_), fd_(channel.get()), ipc_("Agent") {
   ipc_.setCallback(this);
-  for (const char* name : messageNames) ipc_.addReader(name, this);
+  for (const char* name : kMessageNames) ipc_.addReader(name, this);
   ipc_.attach(std::make_unique<io::FdIo>(std::move(channel)));
 }
 
 AgentConnection::~AgentConnection() {
   ipc_.setCallback(nullptr);
   close();
-  for (const char* name : messageNames) ipc_.removeReader(name);
+  for (const char* name : kMessageNames) ipc_.removeReader(name);
 }
 
 void AgentConnection::close() {
@@ -195,7 +195,7 @@ bool AgentConnection::readMsg(const char* messageName, rdr::InStream& in, io::Ms
   } else if (name == "localInput") {
     listener_->localInput();
   } else if (name == "closeClients") {
-    const plat::String text = in.readString(maxText);
+    const plat::String text = in.readString(kMaxText);
     const plat::String kind = in.readShortString();
     listener_->closeClients(text.str(), kind.str(), in.readU32());
   } else if (name == "serverCutText") {
@@ -218,7 +218,7 @@ bool AgentConnection::readMsg(const char* messageName, rdr::InStream& in, io::Ms
     LogLine line;
     line.level = in.readU32();
     line.source = in.readShortString().str();
-    line.text = in.readString(maxText).str();
+    line.text = in.readString(kMaxText).str();
     listener_->logMsg(line);
   } else if (name == "badMsg") {
     listener_->badMsg(in.readShortString().str());
@@ -270,8 +270,9 @@ void AgentConnection::readColourMap(rdr::InStream& in) {
     entry.blue = in.readU8();
   }
   colourMap_.resize(256);
-  for (size_t i = 0; i < count && first + i < colourMap_.size(); ++i)
+  for (size_t i = 0; i < count && first + i < colourMap_.size(); ++i) {
     colourMap_[first + i] = entries[i];
+  }
   listener_->setColourMapEntries(static_cast<int>(first), entries);
 }
 
@@ -295,8 +296,9 @@ void AgentConnection::readCursor(rdr::InStream& in) {
     const uint64_t expected = static_cast<uint64_t>(cursor.rect.width()) *
                               static_cast<uint64_t>(cursor.rect.height()) *
                               static_cast<uint64_t>(cursor.format.bytesPerPixel());
-    if (length != expected || length > maxCursorBytes)
+    if (length != expected || length > kMaxCursorBytes) {
       throw plat::Exception("cursor image of %u bytes does not fit its rectangle", length);
+    }
     cursor.pixels.resize(length);
     in.readBytes(cursor.pixels.data(), length);
   }
@@ -307,8 +309,8 @@ void AgentConnection::readMonitors(rdr::InStream& in) {
   MonitorsMessage message;
   message.monitors.resize(in.readU8());
   for (plat::DisplayInfo& monitor : message.monitors) monitor.read(in);
-  message.parameter = in.readString(maxText).str();
-  message.selection = in.readString(maxText).str();
+  message.parameter = in.readString(kMaxText).str();
+  message.selection = in.readString(kMaxText).str();
   listener_->monitorsUpdated(message);
 }
 

@@ -62,8 +62,9 @@ class ListeningSocket {
   void giveTo(int64_t userId, int64_t groupId) {
     const auto uid = static_cast<uid_t>(userId);
     const auto gid = static_cast<gid_t>(groupId);
-    if (chown(directory_.c_str(), uid, gid) < 0 || chown(path_.c_str(), uid, gid) < 0)
+    if (chown(directory_.c_str(), uid, gid) < 0 || chown(path_.c_str(), uid, gid) < 0) {
       throw plat::SystemException("chown", errno);
+    }
   }
 
   // A child of the agent's may connect in its place, so that only failure of the agent ends the
@@ -73,10 +74,12 @@ class ListeningSocket {
     pollfd waiting{socket_.get(), POLLIN, 0};
     while (poll(&waiting, 1, kLookMs) <= 0) {
       const int status = agent.wait(0).value_or(0);
-      if (status != 0)
+      if (status != 0) {
         throw plat::Exception("the agent ended with status %d before it connected", status);
-      if (std::chrono::steady_clock::now() >= deadline)
+      }
+      if (std::chrono::steady_clock::now() >= deadline) {
         throw plat::Exception("the agent did not connect to '%s'", path_.c_str());
+      }
     }
     plat::FileDescriptor connection(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection) throw plat::SystemException("accept", errno);
@@ -96,8 +99,9 @@ class ListeningSocket {
 
 std::string sha256Hex(const uint8_t* data, size_t length) {
   std::array<uint8_t, 32> digest{};
-  if (mbedtls_md(mbedtls_md_info_from_type(MBEDTLS_MD_SHA256), data, length, digest.data()) != 0)
+  if (mbedtls_md(mbedtls_md_info_from_type(MBEDTLS_MD_SHA256), data, length, digest.data()) != 0) {
     throw plat::Exception("SHA-256 failed");
+  }
   std::string text;
   for (const uint8_t byte : digest) text += plat::format("%02x", byte);
   return text;
@@ -130,8 +134,9 @@ std::vector<std::string> environmentOf(const LaunchOptions& options) {
   if (options.standardOutput >= 0) dup2(options.standardOutput, STDOUT_FILENO);
   if (options.standardError >= 0) dup2(options.standardError, STDERR_FILENO);
   bool good = true;
-  if (options.groupId >= 0)
+  if (options.groupId >= 0) {
     good = setgroups(0, nullptr) == 0 && setgid(static_cast<gid_t>(options.groupId)) == 0;
+  }
   if (good && options.userId >= 0) good = setuid(static_cast<uid_t>(options.userId)) == 0;
   if (good) execve(arguments[0], arguments, environment);
   const int error = errno;
@@ -149,24 +154,26 @@ AgentProcess AgentProcess::launch(const LaunchOptions& options) {
 
   for (const std::string& option : options.pipeOptions) arguments.push_back(option);
   switch (options.channel) {
-    case LaunchOptions::Channel::none:
+    case LaunchOptions::Channel::kNone:
       arguments.push_back("-dummy");
       break;
-    case LaunchOptions::Channel::descriptor: {
+    case LaunchOptions::Channel::kDescriptor: {
       int ends[2];
-      if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
+      if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0) {
         throw plat::SystemException("socketpair", errno);
+      }
       ours.reset(ends[0]);
       theirs.reset(ends[1]);
       arguments.push_back(std::to_string(theirs.get()));
       break;
     }
-    case LaunchOptions::Channel::namedSocket:
+    case LaunchOptions::Channel::kNamedSocket:
       listening.emplace();
       if (options.userId >= 0) listening->giveTo(options.userId, options.groupId);
       if (options.useHash) {
-        if (getrandom(secret.data(), secret.size(), 0) != static_cast<ssize_t>(secret.size()))
+        if (getrandom(secret.data(), secret.size(), 0) != static_cast<ssize_t>(secret.size())) {
           throw plat::SystemException("getrandom", errno);
+        }
         arguments.push_back("-hash");
         arguments.push_back(sha256Hex(secret.data(), secret.size()));
       }
@@ -185,8 +192,9 @@ AgentProcess AgentProcess::launch(const LaunchOptions& options) {
 
   const pid_t pid = fork();
   if (pid < 0) throw plat::SystemException("fork", errno);
-  if (pid == 0)
+  if (pid == 0) {
     runAgent(options, argumentPointers.data(), environmentPointers.data(), theirs.get(), report[1]);
+  }
 
   theirs.reset();
   reportWrite.reset();
@@ -196,14 +204,16 @@ AgentProcess AgentProcess::launch(const LaunchOptions& options) {
   do {
     got = read(reportRead.get(), &error, sizeof error);
   } while (got < 0 && errno == EINTR);
-  if (got == sizeof error)
+  if (got == sizeof error) {
     throw plat::SystemException(plat::format("starting '%s'", options.agent.c_str()), error);
+  }
 
   if (listening) {
     process.channel_ = listening->accept(process, kConnectTimeoutMs);
     if (options.useHash && send(process.channel_.get(), secret.data(), secret.size(),
-                                MSG_NOSIGNAL) != static_cast<ssize_t>(secret.size()))
+                                MSG_NOSIGNAL) != static_cast<ssize_t>(secret.size())) {
       throw plat::SystemException("send", errno);
+    }
   }
   return process;
 }

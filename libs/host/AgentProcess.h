@@ -15,7 +15,7 @@ namespace host {
 struct LaunchOptions {
   // How the agent gets its end of the channel: as an inherited descriptor, by connecting to a UNIX
   // socket, or not at all ("-dummy").
-  enum class Channel { descriptor, namedSocket, none };
+  enum class Channel { kDescriptor, kNamedSocket, kNone };
 
   // Path of the program.
   std::string agent;
@@ -24,7 +24,7 @@ struct LaunchOptions {
   std::string display;
   // Name and value; they follow the pipe name on the command line.
   std::vector<std::pair<std::string, std::string>> parameters;
-  Channel channel = Channel::descriptor;
+  Channel channel = Channel::kDescriptor;
   // With a named socket: prove to the agent who we are with a secret that it knows the hash of.
   bool useHash = false;
   // Further options before the pipe name, such as "-lppDebug" or "-fork".

@@ -20,8 +20,9 @@ AgentServerX11::AgentServerX11(SDesktopX11& desktop, bool isRoot,
     : application_(application),
       clipboard_(tx::TXDisplay::isOpen() ? std::make_unique<SClipboardX11>(this) : nullptr),
       endpoint_(this, &desktop, &logDest) {
-  if (isRoot && tx::TXDisplay::isOpen())
+  if (isRoot && tx::TXDisplay::isOpen()) {
     ownerMonitor_ = std::make_unique<tx::DesktopUidMonitor>(this);
+  }
   if (connection) endpoint_.accept(std::move(connection));
 }
 

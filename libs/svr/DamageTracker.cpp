@@ -38,7 +38,7 @@ rfb::Region DamageTracker::fetch() {
   rfb::Region region;
   if (!rects || count <= 0) return region;
   boxes_.clear();
-  for (int i = 0; i < count; i++) {
+  for (int i = 0; i < count; ++i) {
     const XRectangle& r = rects.get()[i];
     boxes_.push_back(
         rfb::RgnRect(rfb::Rect(r.x, r.y, r.x + int{r.width}, r.y + int{r.height})).box);

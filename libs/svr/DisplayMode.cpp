@@ -114,8 +114,9 @@ void DisplayMode::update(const std::optional<DisplaySize>& requested, bool addin
   {
     const RandrScreen::Grab grab(*screen_);
     const RandrScreen::State state = screen_->read(false);
-    if (adding)
+    if (adding) {
       for (const std::string& name : wanted.names()) changed |= add(name, state);
+    }
     for (const RandrScreen::Mode& mode : state.modes) {
       if (!WantedModes::isOwnName(mode.name) || wanted.contains(mode.name)) continue;
       if (!state.isModeInUse(mode.id)) changed |= remove(mode, state);
@@ -126,8 +127,9 @@ void DisplayMode::update(const std::optional<DisplaySize>& requested, bool addin
 
 bool DisplayMode::add(const std::string& name, const RandrScreen::State& state) {
   uint32_t id = 0;
-  for (const RandrScreen::Mode& mode : state.modes)
+  for (const RandrScreen::Mode& mode : state.modes) {
     if (mode.name == name) id = mode.id;
+  }
   const bool isNew = id == 0;
   if (isNew &&
       !succeeds([&] { id = screen_->createMode(name, ModeTimings(*WantedModes::sizeOf(name))); })) {
@@ -137,8 +139,9 @@ bool DisplayMode::add(const std::string& name, const RandrScreen::State& state) 
   int count = 0;
   for (const RandrScreen::Output& output : state.outputs) {
     // Somebody may have taken a mode that is there from an output.
-    if (isNew || !output.hasMode(id))
+    if (isNew || !output.hasMode(id)) {
       count += succeeds([&] { screen_->addOutputMode(output.id, id); });
+    }
   }
   if (!isNew) return count > 0;
   if (count == 0) {
@@ -152,9 +155,11 @@ bool DisplayMode::add(const std::string& name, const RandrScreen::State& state) 
 
 bool DisplayMode::remove(const RandrScreen::Mode& mode, const RandrScreen::State& state) {
   int count = 0;
-  for (const RandrScreen::Output& output : state.outputs)
-    if (output.hasMode(mode.id))
+  for (const RandrScreen::Output& output : state.outputs) {
+    if (output.hasMode(mode.id)) {
       count += succeeds([&] { screen_->deleteOutputMode(output.id, mode.id); });
+    }
+  }
   if (!succeeds([&] { screen_->destroyMode(mode.id); })) return count > 0;
   vlog.info("Deleted mode %s from %d outputs", mode.name.c_str(), count);
   return true;

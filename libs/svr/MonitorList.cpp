@@ -35,7 +35,7 @@ MonitorList MonitorList::query() {
   const tx::XRRResources resources = randr->resources(display, tx::TXDisplay::root());
   catcher.check("XRRGetScreenResources");
   if (!resources) throw plat::Exception("XRRGetScreenResources failed");
-  for (int i = 0; i < resources->ncrtc; i++) {
+  for (int i = 0; i < resources->ncrtc; ++i) {
     const tx::XRRCrtc crtc(randr->getCrtcInfo(display, resources.get(), resources->crtcs[i]));
     catcher.check("XRRGetCrtcInfo");
     if (!crtc) throw plat::Exception("XRRGetCrtcInfo failed");
@@ -51,8 +51,9 @@ rfb::Rect MonitorList::screenRect() {
   int x, y;
   unsigned width, height, border, depth;
   if (!XGetGeometry(tx::TXDisplay::display(), tx::TXDisplay::root(), &root, &x, &y, &width, &height,
-                    &border, &depth))
+                    &border, &depth)) {
     throw plat::Exception("XGetGeometry failed");
+  }
   return rfb::Rect(0, 0, static_cast<int>(width), static_cast<int>(height));
 }
 
@@ -90,8 +91,9 @@ rfb::Rect MonitorList::select(const plat::String& selection) const {
     size_t number = 0;
     const char* end = item.data() + item.size();
     const auto [stopped, error] = std::from_chars(item.data(), end, number);
-    if (error != std::errc() || stopped != end || number < 1 || number > rects_.size())
+    if (error != std::errc() || stopped != end || number < 1 || number > rects_.size()) {
       throw plat::Exception("No monitor '%s'", std::string(item).c_str());
+    }
     bounds = bounds.unionBoundary(rects_[number - 1]);
   }
   return bounds;

@@ -29,8 +29,9 @@ void ParamsReader::readEntry(rdr::InStream& in) {
 }
 
 void ParamsReader::apply(plat::ConfigParameter& param, const plat::String& value, int priority) {
-  for (const auto& [held, text] : param.getAllValues())
+  for (const auto& [held, text] : param.getAllValues()) {
     if (held > plat::kPriorityDefault) param.unsetParam(held, false);
+  }
   if (priority == plat::kPriorityDefault) {
     param.notifyCallbacks(plat::kPriorityDefault);
     compareDefault(param, value);

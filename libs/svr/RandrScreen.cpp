@@ -20,8 +20,9 @@ uint32_t RandrScreen::State::findMode(const DisplaySize& wanted) const {
     }
     return true;
   };
-  for (const Mode& mode : modes)
+  for (const Mode& mode : modes) {
     if (mode.size == wanted && isOnAll(mode.id)) return mode.id;
+  }
   return 0;
 }
 

@@ -15,7 +15,7 @@ Display* openDisplay() {
 
 std::vector<uint32_t> ids(const XID* first, int count) {
   std::vector<uint32_t> result;
-  for (int i = 0; i < count; i++) result.push_back(static_cast<uint32_t>(first[i]));
+  for (int i = 0; i < count; ++i) result.push_back(static_cast<uint32_t>(first[i]));
   return result;
 }
 
@@ -39,13 +39,13 @@ RandrScreen::State RandrScreenX11::read(bool probe) {
   if (!resources) throw plat::Exception("XRRGetScreenResources failed");
 
   State state;
-  for (int i = 0; i < resources->nmode; i++) {
+  for (int i = 0; i < resources->nmode; ++i) {
     const XRRModeInfo& mode = resources->modes[i];
     state.modes.push_back({static_cast<uint32_t>(mode.id),
                            std::string(mode.name, mode.nameLength),
                            {static_cast<int>(mode.width), static_cast<int>(mode.height)}});
   }
-  for (int i = 0; i < resources->ncrtc; i++) {
+  for (int i = 0; i < resources->ncrtc; ++i) {
     const tx::XRRCrtc crtc(randr_.getCrtcInfo(display, resources.get(), resources->crtcs[i]));
     trap.check("XRRGetCrtcInfo");
     if (!crtc) throw plat::Exception("XRRGetCrtcInfo failed");
@@ -53,7 +53,7 @@ RandrScreen::State RandrScreenX11::read(bool probe) {
                            static_cast<uint32_t>(crtc->mode), crtc->rotation,
                            ids(crtc->outputs, crtc->noutput)});
   }
-  for (int i = 0; i < resources->noutput; i++) {
+  for (int i = 0; i < resources->noutput; ++i) {
     const tx::XRROutput output(
         randr_.getOutputInfo(display, resources.get(), resources->outputs[i]));
     trap.check("XRRGetOutputInfo");
@@ -65,15 +65,17 @@ RandrScreen::State RandrScreenX11::read(bool probe) {
   Window ignoredRoot;
   int x, y;
   unsigned width, height, border, depth;
-  if (!XGetGeometry(display, root, &ignoredRoot, &x, &y, &width, &height, &border, &depth))
+  if (!XGetGeometry(display, root, &ignoredRoot, &x, &y, &width, &height, &border, &depth)) {
     throw plat::Exception("XGetGeometry failed");
+  }
   state.size = {static_cast<int>(width), static_cast<int>(height)};
   // Xlib knows the physical size of the screen that it found at first.
   const int screen = tx::TXDisplay::screen();
-  if (state.size == DisplaySize{DisplayWidth(display, screen), DisplayHeight(display, screen)})
+  if (state.size == DisplaySize{DisplayWidth(display, screen), DisplayHeight(display, screen)}) {
     state.physical = {DisplayWidthMM(display, screen), DisplayHeightMM(display, screen)};
-  else
+  } else {
     state.physical = state.size.physical();
+  }
   return state;
 }
 
@@ -81,8 +83,9 @@ bool RandrScreenX11::allowsSize(const DisplaySize& size) {
   int minWidth = 0, minHeight = 0, maxWidth = 0, maxHeight = 0;
   run("XRRGetScreenSizeRange", [&](Display* display) {
     if (!randr_.getScreenSizeRange(display, tx::TXDisplay::root(), &minWidth, &minHeight, &maxWidth,
-                                   &maxHeight))
+                                   &maxHeight)) {
       throw plat::Exception("XRRGetScreenSizeRange failed");
+    }
   });
   return size.width >= minWidth && size.width <= maxWidth && size.height >= minHeight &&
          size.height <= maxHeight;
@@ -142,8 +145,9 @@ void RandrScreenX11::configureCrtc(const Crtc& crtc) {
                                   outputs.empty() ? nullptr : outputs.data(),
                                   static_cast<int>(outputs.size()));
   });
-  if (status != RRSetConfigSuccess)
+  if (status != RRSetConfigSuccess) {
     throw plat::Exception("XRRSetCrtcConfig failed: status %d", static_cast<int>(status));
+  }
 }
 
 }  // namespace svr

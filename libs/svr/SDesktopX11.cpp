@@ -43,20 +43,22 @@ plat::BoolParameter clipToMonitors("_ClipToMonitors", "", true);
 
 void probeXTest() {
   const tx::XTestExtension& xtest = tx::XTestExtension::get();
-  if (xtest.isPresent)
+  if (xtest.isPresent) {
     vlog.info("XTest extension present - version %d.%d", xtest.majorVersion, xtest.minorVersion);
-  else
+  } else {
     vlog.info(
         "XTest extension not present - unable to inject events or display while server is grabbed");
+  }
 }
 
 bool probeDamage(bool hasFixes) {
   const tx::DamageExtension* damage = hasFixes ? tx::DamageExtension::get() : nullptr;
-  if (damage)
+  if (damage) {
     vlog.info("XDamage extension present - version %d.%d", damage->majorVersion,
               damage->minorVersion);
-  else
+  } else {
     vlog.info("XDamage disabled / not present - unable to optimize capture");
+  }
   return damage != nullptr;
 }
 
@@ -66,10 +68,11 @@ bool SDesktopX11::probeFixes() {
   probeXTest();
   const tx::FixesExtension* fixes =
       useXFixes.value() == kFixesOff ? nullptr : tx::FixesExtension::get();
-  if (fixes)
+  if (fixes) {
     vlog.info("XFixes extension present - version %d.%d", fixes->majorVersion, fixes->minorVersion);
-  else
+  } else {
     vlog.info("XFixes disabled / not present - unable to track cursor changes");
+  }
   return fixes != nullptr;
 }
 
@@ -77,8 +80,9 @@ bool SDesktopX11::delayFixesCursors(bool serviceMode) {
   if (!serviceMode || useXFixes.value() != kFixesAuto) return false;
   Display* display = tx::TXDisplay::display();
   const int release = VendorRelease(display);
-  if (!strstr(ServerVendor(display), "X.Org") || release < 10499000 || release >= 10900000)
+  if (!strstr(ServerVendor(display), "X.Org") || release < 10499000 || release >= 10900000) {
     return false;
+  }
   vlog.info("Temporarily disabling XFixes cursors: X.Org %d too old", release);
   return true;
 }
@@ -94,8 +98,10 @@ SDesktopX11::SDesktopX11(Callback* callback, bool serviceMode)
       rebuildTimer_(this),
       pointer_(this) {
   int opcode, error, major = XkbMajorVersion, minor = XkbMinorVersion;
-  if (!XkbQueryExtension(tx::TXDisplay::display(), &opcode, &xkbEventBase_, &error, &major, &minor))
+  if (!XkbQueryExtension(tx::TXDisplay::display(), &opcode, &xkbEventBase_, &error, &major,
+                         &minor)) {
     xkbEventBase_ = -1;
+  }
 }
 
 SDesktopX11::~SDesktopX11() {
@@ -291,11 +297,12 @@ bool SDesktopX11::tryDamage() {
     vlog.info("Using damage extension");
     damage_.emplace();
   }
-  if (captureMethod.value() == kOptimal)
+  if (captureMethod.value() == kOptimal) {
     startDamageTest();
-  else
+  } else {
     // Changes between the buffer's first contents and the start of damage are lost otherwise.
     buffer_->grabRegion(buffer_->getRect());
+  }
   return true;
 }
 

@@ -115,8 +115,9 @@ void SKeyboardX11::timerCallback(plat::Timer&) {
 
 void SKeyboardX11::handleEvent(const XEvent& event) {
   if (event.type == MappingNotify) {
-    if (event.xmapping.request != MappingPointer && !isBefore(event, mapRequest_))
+    if (event.xmapping.request != MappingPointer && !isBefore(event, mapRequest_)) {
       coreMapChanged_ = true;
+    }
     return;
   }
   if (!xkbDesc_ || event.type != xkbEventBase_) return;
@@ -183,7 +184,7 @@ void SKeyboardX11::findLockKeys() {
   const std::unique_ptr<XModifierKeymap, ModifierMapDeleter> map(
       XGetModifierMapping(tx::TXDisplay::display()));
   if (!map) return;
-  for (unsigned i = 0; i < 8 * static_cast<unsigned>(map->max_keypermod); i++) {
+  for (unsigned i = 0; i < 8 * static_cast<unsigned>(map->max_keypermod); ++i) {
     if (map->modifiermap[i] != interpreter_.numLockKeycode()) continue;
     numLockMask_ = 1u << i / static_cast<unsigned>(map->max_keypermod);
     return;
@@ -230,15 +231,18 @@ int SKeyboardX11::addKeysym(uint32_t keysym) {
   const auto row = [&](int keycode) { return map.get() + (keycode - minKeycode) * symsPerKeycode; };
   if (map && symsPerKeycode > 0) {
     // A keysym that comes again before the change of the map has been reported.
-    for (const Graft& graft : grafts_)
+    for (const Graft& graft : grafts_) {
       if (graft.keysym == keysym && graft.keycode >= minKeycode && graft.keycode <= maxKeycode &&
-          static_cast<uint32_t>(row(graft.keycode)[0]) == keysym)
+          static_cast<uint32_t>(row(graft.keycode)[0]) == keysym) {
         return graft.keycode;
+      }
+    }
 
-    for (int keycode = maxKeycode; keycode >= minKeycode; keycode--) {
+    for (int keycode = maxKeycode; keycode >= minKeycode; --keycode) {
       KeySym* const syms = row(keycode);
-      if (!std::all_of(syms, syms + symsPerKeycode, [](KeySym s) { return s == NoSymbol; }))
+      if (!std::all_of(syms, syms + symsPerKeycode, [](KeySym s) { return s == NoSymbol; })) {
         continue;
+      }
       syms[0] = keysym;
       // A letter alone is taken for both of its cases.
       KeySym lower, upper;
@@ -275,19 +279,22 @@ void SKeyboardX11::fakeKeyEvent(int keycode, bool down) {
   Display* display = tx::TXDisplay::display();
   const auto code = static_cast<unsigned>(keycode);
   if (down) {
-    if (keycode == interpreter_.numLockKeycode())
+    if (keycode == interpreter_.numLockKeycode()) {
       modState_ ^= numLockMask_;
-    else if (keycode == interpreter_.capsLockKeycode())
+    } else if (keycode == interpreter_.capsLockKeycode()) {
       modState_ ^= LockMask;
+    }
     // Under a key that is held auto-repeat must not come back.
     autoRepeatTimer_.stop();
     setAutoRepeatOff(true);
-    if (interpreter_.isKeycodePressed(keycode))
+    if (interpreter_.isKeycodePressed(keycode)) {
       XTestFakeKeyEvent(display, code, False, CurrentTime);
+    }
   }
   XTestFakeKeyEvent(display, code, down, CurrentTime);
-  if (keycode == interpreter_.numLockKeycode() || keycode == interpreter_.capsLockKeycode())
+  if (keycode == interpreter_.numLockKeycode() || keycode == interpreter_.capsLockKeycode()) {
     lockKeyRequest_ = NextRequest(display) - 1;
+  }
 }
 
 void SKeyboardX11::setAutoRepeatOff(bool off) {

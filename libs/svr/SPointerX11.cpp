@@ -63,14 +63,15 @@ void SPointerX11::injectButtons(uint32_t buttonMask) {
   if (changed == 0) return;
   uint8_t map[tx::TXDisplay::kMaxButtons];
   const int numButtons = tx::TXDisplay::pointerButtons(map);
-  for (int button = 1; button <= numButtons; button++) {
+  for (int button = 1; button <= numButtons; ++button) {
     // The physical button that the map turns into the logical one which the viewer means.
     const int logical = usePointerMapping.value() ? map[button - 1] : button;
     if (logical < 1 || logical > 32) continue;
     const uint32_t bit = 1u << (logical - 1);
-    if (changed & bit)
+    if (changed & bit) {
       XTestFakeButtonEvent(tx::TXDisplay::display(), static_cast<unsigned>(button),
                            (buttonMask & bit) != 0, CurrentTime);
+    }
   }
 }
 

@@ -39,7 +39,7 @@ void writeRect(rdr::OutStream& out, const rfb::Rect& r) {
 void writeColours(rdr::OutStream& out, const rfb::ColourMap& map, int first, int count) {
   out.writeU8(static_cast<uint8_t>(first));
   out.writeU8(static_cast<uint8_t>(count - 1));
-  for (int i = first; i < first + count; i++) {
+  for (int i = first; i < first + count; ++i) {
     int red = 0, green = 0, blue = 0;
     map.lookup(i, &red, &green, &blue);
     for (const int channel : {red, green, blue}) out.writeU8(static_cast<uint8_t>(channel));
@@ -54,8 +54,9 @@ void writeCursor(rdr::OutStream& out, rfb::CursorWithAlpha& image) {
   out.writeS32(image.threshold());
   const size_t rowBytes = static_cast<size_t>(r.width() * image.getPF().bytesPerPixel());
   out.writeU32(static_cast<uint32_t>(rowBytes * static_cast<size_t>(r.height())));
-  for (int32_t y = r.tl.y; y < r.br.y && rowBytes; y++)
+  for (int32_t y = r.tl.y; y < r.br.y && rowBytes; ++y) {
     out.writeBytes(image.getPixelsR(rfb::Rect(r.tl.x, y, r.br.x, y + 1), nullptr), rowBytes);
+  }
 }
 
 }  // namespace
@@ -146,8 +147,9 @@ void SServerAgent::stopDesktop() {
 
 bool SServerAgent::readMsg(const char* name, rdr::InStream& in, io::MsgIpc&) {
   if (machine_.isIdle()) {
-    for (const MessageStep& message : kMessages)
+    for (const MessageStep& message : kMessages) {
       if (strcmp(name, message.name) == 0) machine_.setStateFn(message.step);
+    }
   }
   in_ = &in;
   try {
@@ -327,10 +329,11 @@ void SServerAgent::writeUpdate(const rfb::UpdateInfo& update) {
   if (debug) vlog.debug("fbUpdate, empty %d", update.isEmpty());
   if (!update.isEmpty()) {
     if (published_.buffer) {
-      if (update.copied.isEmpty())
+      if (update.copied.isEmpty()) {
         published_.buffer->grabRegion(update.changed);
-      else
+      } else {
         published_.buffer->grabRegion(update.changed | update.copied);
+      }
     }
     if (debug) vlog.debug("grabbed");
   }
@@ -354,10 +357,11 @@ void SServerAgent::sendCursor(std::unique_ptr<rfb::CursorWithAlpha> image) {
   }
   held_.cursor.reset();
   sendMessage(channel_, vlog, "setCursorImage", [&](rdr::OutStream& out) {
-    if (image)
+    if (image) {
       writeCursor(out, *image);
-    else
+    } else {
       out.writeU8(0);
+    }
   });
 }
 

@@ -25,8 +25,9 @@ std::vector<RandrScreen::Crtc> ScreenSwitch::plan(const RandrScreen::State& befo
   for (RandrScreen::Crtc crtc : before.crtcs) {
     if (!crtc.inUse()) continue;
     DisplaySize shown = size;
-    if (crtc.rotation & (RandrScreen::kRotate90 | RandrScreen::kRotate270))
+    if (crtc.rotation & (RandrScreen::kRotate90 | RandrScreen::kRotate270)) {
       std::swap(shown.width, shown.height);
+    }
     crtc.mode = mode;
     crtc.position = rfb::Point(nearest(crtc.position.x, shown.width, size.width),
                                nearest(crtc.position.y, shown.height, size.height));
@@ -69,8 +70,9 @@ void ScreenSwitch::restore() {
   };
   attempt([&] { switchOff(); });
   attempt([&] { screen_.setScreenSize(before_.size, before_.physical); });
-  for (const RandrScreen::Crtc& crtc : before_.crtcs)
+  for (const RandrScreen::Crtc& crtc : before_.crtcs) {
     if (crtc.inUse()) attempt([&] { screen_.configureCrtc(crtc); });
+  }
   if (complete) vlog.info("Restored the display configuration");
 }
 

@@ -76,8 +76,9 @@ bool findExecutable(const char* argv0) {
 }
 
 bool isRunMode(const char* argument) {
-  for (const char* mode : {"service", "user", "virtual"})
+  for (const char* mode : {"service", "user", "virtual"}) {
     if (argument && strcmp(argument, mode) == 0) return true;
+  }
   return false;
 }
 
@@ -92,10 +93,11 @@ void printUsage(std::ostream& out, bool all) {
 }
 
 [[noreturn]] void printHelp(plat::Configuration::HelpMode mode) {
-  if (mode == plat::Configuration::HelpMode::Xml)
+  if (mode == plat::Configuration::HelpMode::kXml) {
     plat::XmlConfig::write(std::cout, plat::Configuration::global());
-  else
-    printUsage(std::cout, mode == plat::Configuration::HelpMode::All);
+  } else {
+    printUsage(std::cout, mode == plat::Configuration::HelpMode::kAll);
+  }
   std::cout.flush();
   exit(0);
 }
@@ -146,8 +148,9 @@ int initAgent(int argc, char** argv) {
 
     os::LaunchedPipe pipe(argc, argv, 2);
     std::unique_ptr<io::Io> connection;
-    if (plat::FileDescriptor fd = pipe.open())
+    if (plat::FileDescriptor fd = pipe.open()) {
       connection = std::make_unique<io::FdIo>(std::move(fd));
+    }
 
     try {
       configuration.processArgs(argv + pipe.nextArgument(), printHelp);

@@ -83,8 +83,9 @@ class Recorder : public host::AgentListener {
   }
   std::string logText() const {
     std::string all;
-    for (const host::LogLine& line : log)
+    for (const host::LogLine& line : log) {
       all += std::to_string(line.level) + " " + line.source + ": " + line.text + "\n";
+    }
     return all;
   }
 
@@ -184,7 +185,7 @@ class Agent {
   // Updates until the area has been reported as changed.
   bool updateUntilChanged(const rfb::Rect& area) {
     rfb::Region missing(area);
-    for (int i = 0; i < 20 && !missing.isEmpty(); i++) missing -= update().changed;
+    for (int i = 0; i < 20 && !missing.isEmpty(); ++i) missing -= update().changed;
     return missing.isEmpty();
   }
 
@@ -248,12 +249,13 @@ class Painter {
     std::string result;
     const auto size = static_cast<size_t>(info.format.bytesPerPixel());
     const size_t rowBytes = static_cast<size_t>(r.width()) * size;
-    for (int y = r.tl.y; y < r.br.y && result.empty(); y++) {
+    for (int y = r.tl.y; y < r.br.y && result.empty(); ++y) {
       const uint8_t* ours = pixels + (static_cast<size_t>(y - info.rect.tl.y) * info.stride +
                                       static_cast<size_t>(r.tl.x - info.rect.tl.x)) *
                                          size;
-      if (memcmp(ours, image->data + (y - r.tl.y) * image->bytes_per_line, rowBytes) != 0)
+      if (memcmp(ours, image->data + (y - r.tl.y) * image->bytes_per_line, rowBytes) != 0) {
         result = plat::format("row %d", y);
+      }
     }
     XDestroyImage(image);
     return result;

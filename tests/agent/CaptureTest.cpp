@@ -162,7 +162,7 @@ TEST_F(CaptureTest, FollowsTheScreenSize) {
   Painter painter(*own);
   Agent agent(own->display());
   agent.start();
-  for (int i = 0; i < 4; i++) {
+  for (int i = 0; i < 4; ++i) {
     const bool narrow = i % 2;
     const rfb::Rect rect = narrow ? rfb::Rect(0, 0, 641, 479) : rfb::Rect(0, 0, 800, 600);
     own->run({"xrandr", "--output", "screen", "--mode", narrow ? "641x479" : "800x600"});

@@ -19,7 +19,7 @@ Agent::Parameters enabledWith(Agent::Parameters more = {}) {
 
 std::string pattern(size_t size) {
   std::string text(size, ' ');
-  for (size_t i = 0; i < size; i++) text[i] = static_cast<char>('!' + (i * 7 + i / 90) % 90);
+  for (size_t i = 0; i < size; ++i) text[i] = static_cast<char>('!' + (i * 7 + i / 90) % 90);
   return text;
 }
 
@@ -146,7 +146,7 @@ TEST_F(ClipboardTest, WhatWasThereBeforeIsNotReported) {
     agent.start();
     EXPECT_TRUE(agent.seen.hasLog("Polling for clipboard updates every 20ms", 30));
     // Some polls.
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < 3; ++i) {
       agent.seen.log.clear();
       EXPECT_TRUE(agent.waitForLog("No CLIPBOARD selection timestamp"));
     }

@@ -18,8 +18,9 @@ std::string outputs(const support::XServer& server) {
 Names ownModes(const support::XServer& server) {
   Names names;
   std::istringstream words(outputs(server));
-  for (std::string word; words >> word;)
+  for (std::string word; words >> word;) {
     if (word.ends_with("_ruvo")) names.insert(word);
+  }
   return names;
 }
 
@@ -27,8 +28,9 @@ Names ownModes(const support::XServer& server) {
 Texts monitors(const support::XServer& server) {
   Texts result;
   std::istringstream words(outputs(server));
-  for (std::string word; words >> word;)
+  for (std::string word; words >> word;) {
     if (std::count(word.begin(), word.end(), '+') == 2) result.push_back(word);
+  }
   return result;
 }
 
@@ -146,7 +148,7 @@ TEST(DisplayModeAgentTest, ManyResizesOnABusyDesktop) {
            "xrandr --addmode DUMMY0 meddler; xrandr --output DUMMY0 --mode 800x600;"
            "xrandr --delmode DUMMY0 meddler; xrandr --rmmode meddler; done 2>/dev/null"});
   Painter painter(*server);
-  for (uint32_t i = 0; i < 30; i++) {
+  for (uint32_t i = 0; i < 30; ++i) {
     agent.connection->setDisplayMode(900 + i % 7, 700 + i % 5);
     painter.fill(rfb::Rect(0, 0, 900, 700), i * 77777);
     agent.connection->fbUpdateRequest();

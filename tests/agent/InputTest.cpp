@@ -40,15 +40,17 @@ class InputTest : public testing::Test {
     char keys[32];
     XQueryKeymap(client.get(), keys);
     std::vector<unsigned> all;
-    for (unsigned i = 0; i < 256; i++)
+    for (unsigned i = 0; i < 256; ++i) {
       if (keys[i / 8] >> i % 8 & 1) all.push_back(i);
+    }
     Window root, child;
     int x, y;
     unsigned state;
     XQueryPointer(client.get(), DefaultRootWindow(client.get()), &root, &child, &x, &y, &x, &y,
                   &state);
-    for (unsigned button = 1; button <= 5; button++)
+    for (unsigned button = 1; button <= 5; ++button) {
       if (state >> (button + 7) & 1) all.push_back(button);
+    }
     return all;
   }
 
@@ -61,7 +63,7 @@ TEST_F(InputTest, EveryKeyArrivesInOrder) {
   Agent agent(server->display());
   std::string expected;
   const std::string alphabet = "abcXYZ019 .,@{";
-  for (int i = 0; i < 5000; i++) {
+  for (int i = 0; i < 5000; ++i) {
     const char c = alphabet[static_cast<size_t>(i * i % 101) % alphabet.size()];
     expected += c;
     tap(agent, static_cast<uint8_t>(c));
@@ -110,7 +112,7 @@ TEST_F(InputTest, LayoutsThatAreSwitchedWhileItTypes) {
   agent.sync();
   // Key by key, each for the group that has just been switched to.
   load("us,ru");
-  for (unsigned i = 0; i < 40; i++) {
+  for (unsigned i = 0; i < 40; ++i) {
     const unsigned group = i / 2 % 2;
     XkbLockGroup(client.get(), XkbUseCoreKbd, group);
     XSync(client.get(), False);
@@ -131,9 +133,9 @@ TEST_F(InputTest, LayoutsThatAreSwitchedWhileItTypes) {
   // at the end all is well.
   const uint32_t keysyms[] = {'y', 'Z', '@', 0x20ac, XK_Cyrillic_a, 0x101f600, 'z'};
   std::thread storm([&] {
-    for (int i = 0; i < 20; i++) load(i % 2 ? "us" : "de");
+    for (int i = 0; i < 20; ++i) load(i % 2 ? "us" : "de");
   });
-  for (int i = 0; i < 400; i++) {
+  for (int i = 0; i < 400; ++i) {
     for (const uint32_t keysym : keysyms) tap(agent, keysym);
     agent.connection->process(1);
   }
@@ -198,7 +200,7 @@ TEST_F(InputTest, Commands) {
   EXPECT_EQ(witness.text(), "Gr\u00fc\u00dfe, 5 \u20ac");
   // More than there are keys for.
   std::string many;
-  for (char c = '\x80'; c < '\xb0'; c++) many += std::string("\xd0") + c;
+  for (char c = '\x80'; c < '\xb0'; ++c) many += std::string("\xd0") + c;
   EXPECT_EQ(run({"type", many}).rfind("1ruvodrive: the keyboard has no key to spare for ", 0), 0u);
 }
 
@@ -215,8 +217,9 @@ TEST_F(InputTest, WithoutXTestInputIsDropped) {
   agent.sync();
   agent.sync();
   EXPECT_EQ(held(), std::vector<unsigned>{});
-  for (const host::LogLine& line : agent.seen.log)
+  for (const host::LogLine& line : agent.seen.log) {
     EXPECT_EQ(line.source.find("Key"), std::string::npos) << line.text;
+  }
   agent.signal(SIGTERM);
   EXPECT_EQ(agent.exitStatus(), 0);
 }

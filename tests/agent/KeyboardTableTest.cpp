@@ -68,7 +68,7 @@ class KeyboardTableTest : public testing::Test {
     unsigned number = 0;
     XQueryTree(client.get(), DefaultRootWindow(client.get()), &root, &parent, &windows, &number);
     bool found = false;
-    for (unsigned i = 0; i < number && !found; i++) {
+    for (unsigned i = 0; i < number && !found; ++i) {
       XWindowAttributes attributes;
       found = XGetWindowAttributes(client.get(), windows[i], &attributes) &&
               attributes.map_state == IsViewable && attributes.width > 100;
@@ -93,14 +93,15 @@ class KeyboardTableTest : public testing::Test {
     std::vector<std::set<uint32_t>> groups(layout.groups);
     const XkbDescPtr map = XkbGetMap(client.get(), XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
     *spare = 0;
-    for (unsigned key = map->min_key_code; key <= map->max_key_code; key++) {
+    for (unsigned key = map->min_key_code; key <= map->max_key_code; ++key) {
       if (XkbKeyNumGroups(map, key) == 0) ++*spare;
-      for (unsigned group = 0; group < layout.groups; group++) {
+      for (unsigned group = 0; group < layout.groups; ++group) {
         // Keys with fewer groups use their last one here, as all but a few maps have it.
-        const unsigned used = std::min(group + 1u, unsigned{XkbKeyNumGroups(map, key)});
+        const unsigned used =
+            std::min(group + 1u, unsigned{static_cast<unsigned int>(XkbKeyNumGroups(map, key))});
         if (used == 0) continue;
         const unsigned index = used - 1;
-        for (int level = 0; level < std::min<int>(4, XkbKeyGroupWidth(map, key, index)); level++) {
+        for (int level = 0; level < std::min<int>(4, XkbKeyGroupWidth(map, key, index)); ++level) {
           const KeySym keysym = XkbKeySymEntry(map, key, level, index);
           if (keysym != NoSymbol) groups[group].insert(static_cast<uint32_t>(keysym));
         }
@@ -129,8 +130,9 @@ class KeyboardTableTest : public testing::Test {
         }
       }
     }
-    for (uint32_t c = 0x20; c <= 0xff; c++)
+    for (uint32_t c = 0x20; c <= 0xff; ++c) {
       if (!support::textOf(c).empty()) items.push_back({Item::kLatin1, {c}, support::textOf(c)});
+    }
     for (const char32_t c : kUnicode) {
       if (c == 0) continue;
       // Xlib has no text for the older keysym of this one.
@@ -201,20 +203,22 @@ TEST_F(KeyboardTableTest, EverySymbolOfEveryLayout) {
       // As many as have keys, even if every symbol that a group lacks takes one.
       std::vector<const Item*> batch;
       std::set<uint32_t> grafts;
-      for (; next < items.size(); next++) {
+      for (; next < items.size(); ++next) {
         std::set<uint32_t> more = grafts;
-        for (const uint32_t keysym : items[next].keysyms)
-          for (const std::set<uint32_t>& group : map)
+        for (const uint32_t keysym : items[next].keysyms) {
+          for (const std::set<uint32_t>& group : map) {
             if (!group.count(keysym)) more.insert(keysym);
+          }
+        }
         if (more.size() > spare) break;
         grafts = more;
         batch.push_back(&items[next]);
       }
       if (!batch.empty() && batch[0] != &items[0]) load(layout);
-      for (unsigned group = 0; group < layout.groups; group++) {
+      for (unsigned group = 0; group < layout.groups; ++group) {
         lockGroup(group);
         const std::vector<std::string> lines = type(batch);
-        for (size_t i = 0; i < batch.size(); i++) {
+        for (size_t i = 0; i < batch.size(); ++i) {
           const Item& item = *batch[i];
           std::pair<int, int>& count = counts[item.kind];
           count.second++;
@@ -223,18 +227,20 @@ TEST_F(KeyboardTableTest, EverySymbolOfEveryLayout) {
             continue;
           }
           const std::string instead = composedInstead(item.keysyms[0], map[group]);
-          if (!instead.empty() && lines[i] == instead)
+          if (!instead.empty() && lines[i] == instead) {
             exceptions.insert(item.text);
-          else
+          } else {
             ADD_FAILURE() << kKindNames[item.kind] << " 0x" << std::hex << item.keysyms[0]
                           << " in group " << group << ": '" << lines[i] << "' instead of '"
                           << item.text << "'";
+          }
         }
       }
     }
     table << layout.name;
-    for (const auto& [kind, count] : counts)
+    for (const auto& [kind, count] : counts) {
       table << "\t" << kKindNames[kind] << "=" << count.first << "/" << count.second;
+    }
     table << "\texceptions=";
     for (const std::string& text : exceptions) table << text;
     table << "\n";

@@ -16,13 +16,14 @@ struct Traces {
 
   std::string lockFile() const {
     const std::string directory = plat::format("/tmp/.ruvo-%u/shm/", geteuid());
-    return segment.kind == plat::SharedMemDescriptor::Kind::sysV
+    return segment.kind == plat::SharedMemDescriptor::Kind::kSysV
                ? directory + "SysV/" + std::to_string(segment.id)
                : directory + "Posix" + segment.name.str();
   }
   bool segmentExists() const {
-    if (segment.kind == plat::SharedMemDescriptor::Kind::posix)
+    if (segment.kind == plat::SharedMemDescriptor::Kind::kPosix) {
       return std::filesystem::exists("/dev/shm" + segment.name.str());
+    }
     shmid_ds status;
     return shmctl(segment.id, IPC_STAT, &status) == 0;
   }
@@ -76,7 +77,7 @@ TEST(LifecycleTest, TheNextAgentCleansUpAfterAKilledOne) {
   for (const Agent::Parameters& kind : kKinds) {
     // The agents of other tests clean up as well: until it was ours that did.
     bool cleaned = false;
-    for (int attempt = 0; attempt < 20 && !cleaned; attempt++) {
+    for (int attempt = 0; attempt < 20 && !cleaned; ++attempt) {
       Traces traces;
       {
         Agent agent(server->display(), kind);
@@ -105,7 +106,7 @@ TEST(LifecycleTest, SegmentsBelongToTheServersUser) {
     agent.start();
     const plat::SharedMemDescriptor segment = tracesOf(agent).segment;
     ipc_perm owner{};
-    if (segment.kind == plat::SharedMemDescriptor::Kind::posix) {
+    if (segment.kind == plat::SharedMemDescriptor::Kind::kPosix) {
       struct stat status {};
       ASSERT_EQ(stat(("/dev/shm" + segment.name.str()).c_str(), &status), 0);
       owner.uid = status.st_uid;

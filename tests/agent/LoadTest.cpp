@@ -13,9 +13,11 @@ namespace {
 int64_t sleepsOf(pid_t pid) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   int64_t sum = 0;
-  for (std::string line; std::getline(status, line);)
-    if (const size_t at = line.find("voluntary_ctxt_switches:"); at != std::string::npos)
+  for (std::string line; std::getline(status, line);) {
+    if (const size_t at = line.find("voluntary_ctxt_switches:"); at != std::string::npos) {
       sum += std::atoll(line.c_str() + line.find(':') + 1);
+    }
+  }
   return sum;
 }
 
@@ -35,7 +37,7 @@ TEST(IdleTest, AgentSleepsWhileNothingHappens) {
   agent.sync();
   // As root the agent looks for the desktop's owner every five seconds: one of three is free of it.
   int64_t fewest = INT64_MAX, least = INT64_MAX;
-  for (int i = 0; i < 3; i++) {
+  for (int i = 0; i < 3; ++i) {
     const int64_t sleeps = sleepsOf(agent.pid());
     const int64_t used = usedBy(agent.pid());
     agent.waitFor([] { return false; }, 1000);
@@ -45,7 +47,7 @@ TEST(IdleTest, AgentSleepsWhileNothingHappens) {
   EXPECT_LE(least, 10);
   // Some kernels do not count, or not from the start: work must show.
   const int64_t idle = sleepsOf(agent.pid());
-  for (int i = 0; i < 20; i++) agent.sync();
+  for (int i = 0; i < 20; ++i) agent.sync();
   if (sleepsOf(agent.pid()) == idle) GTEST_SKIP() << "the kernel counts no sleeps";
   EXPECT_LE(fewest, 1);
 }
@@ -73,11 +75,12 @@ TEST(SlowServerTest, SurvivesAFloodOfCursors) {
   agent.seen.cursors.clear();
 
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  for (unsigned i = 0; i < 400; i++) {
+  for (unsigned i = 0; i < 400; ++i) {
     const int64_t before = sleepsOf(agent.pid());
     show(i % 2);
-    while (sleepsOf(agent.pid()) <= before && std::chrono::steady_clock::now() < deadline)
+    while (sleepsOf(agent.pid()) <= before && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::yield();
+    }
   }
   show(3);
   const rfb::Rect area(10, 20, 50, 40);

@@ -91,15 +91,16 @@ class Mirror {
   // Takes over what has been sent, and asks for more.
   void pump(int timeoutMs) {
     agent_.connection->process(timeoutMs);
-    for (; taken_ < agent_.seen.updates.size(); taken_++) {
+    for (; taken_ < agent_.seen.updates.size(); ++taken_) {
       const host::UpdateMessage& update = agent_.seen.updates[taken_];
       EXPECT_TRUE(update.copied.isEmpty());
       EXPECT_LT(taken_, requests_) << "an update that nobody asked for";
       for (const rfb::Rect& r : update.changed.rects()) {
         ASSERT_TRUE(info_.rect.encloses(r)) << r.str();
-        for (int y = r.tl.y; y < r.br.y; y++)
+        for (int y = r.tl.y; y < r.br.y; ++y) {
           memcpy(at(pixels_.data(), r.tl.x, y), at(agent_.connection->pixels(), r.tl.x, y),
                  static_cast<size_t>(r.width()) * bytes());
+        }
       }
       request();
     }
@@ -122,7 +123,7 @@ class Mirror {
   }
   void request() {
     agent_.connection->fbUpdateRequest();
-    requests_++;
+    ++requests_;
   }
 
   Agent& agent_;
@@ -156,9 +157,9 @@ TEST_P(MirrorTest, ChangedRegionsTellEverything) {
   const auto begin = Clock::now();
   Mirror mirror(agent);
   Chaos chaos(*server, 20);
-  for (int quietPoint = 0; quietPoint < 25; quietPoint++) {
+  for (int quietPoint = 0; quietPoint < 25; ++quietPoint) {
     const int steps = chaos.pick(1, 80);
-    for (int i = 0; i < steps; i++) {
+    for (int i = 0; i < steps; ++i) {
       chaos.step();
       // Some of it happens while the agent looks.
       if (i % 4 == 0) mirror.pump(0);

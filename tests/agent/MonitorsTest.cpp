@@ -4,9 +4,10 @@ namespace {
 
 std::string describe(const host::MonitorsMessage& message) {
   std::string text;
-  for (const plat::DisplayInfo& m : message.monitors)
+  for (const plat::DisplayInfo& m : message.monitors) {
     text += plat::format("%s: %d,%d to %d,%d%s; ", m.name.c_str(), m.left, m.top, m.right, m.bottom,
                          m.primary ? " primary" : "");
+  }
   return text;
 }
 

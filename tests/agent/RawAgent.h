@@ -96,7 +96,7 @@ class RawAgent {
       if (message.name != "logMsg") continue;
       const size_t length = static_cast<unsigned char>(message.body[4]);
       uint32_t level = 0;
-      for (int i = 0; i < 4; i++) level = level << 8 | static_cast<unsigned char>(message.body[i]);
+      for (int i = 0; i < 4; ++i) level = level << 8 | static_cast<unsigned char>(message.body[i]);
       result.push_back({level, message.body.substr(5, length), message.body.substr(9 + length)});
     }
     return result;
@@ -104,9 +104,11 @@ class RawAgent {
   // "level source: text" of each line at or below the level.
   std::vector<std::string> logText(uint32_t maxLevel = 0) const {
     std::vector<std::string> result;
-    for (const Log& line : logs())
-      if (line.level <= maxLevel)
+    for (const Log& line : logs()) {
+      if (line.level <= maxLevel) {
         result.push_back(std::to_string(line.level) + " " + line.source + ": " + line.text);
+      }
+    }
     return result;
   }
   std::vector<Message> messages;

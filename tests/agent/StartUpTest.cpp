@@ -86,8 +86,9 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
   }
   const std::string help =
       run({"user", "-dummy", "-HELP", "all"}, RawAgent::programOptions(":9999")).output;
-  for (const char* name : {"AgentAppX11", "SDesktopX11", "TXWindow", "TcpIo", "ruvoagent", "ipc"})
+  for (const char* name : {"AgentAppX11", "SDesktopX11", "TXWindow", "TcpIo", "ruvoagent", "ipc"}) {
     EXPECT_NE(help.find(plat::format("\n  %s\n", name)), std::string::npos) << name;
+  }
 }
 
 TEST_F(StartUpTest, NoFontIsAnError) {
@@ -108,7 +109,7 @@ TEST_F(StartUpTest, NoFontIsAnError) {
 TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
   const plat::FileDescriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC));
   Program::Options options = RawAgent::programOptions(display());
-  for (int fd = STDERR_FILENO + 1; fd <= 1024; fd++) options.descriptors[fd] = null.get();
+  for (int fd = STDERR_FILENO + 1; fd <= 1024; ++fd) options.descriptors[fd] = null.get();
   for (const char* name : {"1024", "-dummy"}) {
     const Outcome outcome = run({"user", name}, options);
     EXPECT_EQ(outcome.status, 1);
@@ -134,10 +135,10 @@ TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
   const struct {
     Channel channel;
     bool useHash, fork;
-  } cases[] = {{Channel::descriptor, false, true},
-               {Channel::namedSocket, false, false},
-               {Channel::namedSocket, true, false},
-               {Channel::namedSocket, true, true}};
+  } cases[] = {{Channel::kDescriptor, false, true},
+               {Channel::kNamedSocket, false, false},
+               {Channel::kNamedSocket, true, false},
+               {Channel::kNamedSocket, true, true}};
   for (const auto& c : cases) {
     host::LaunchOptions options = Agent::options(display());
     options.channel = c.channel;
@@ -153,7 +154,7 @@ TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
     ASSERT_TRUE(connection.processUntil([&] { return seen.logged; }, 10000));
     EXPECT_EQ(seen.beforeLog, (std::vector<std::string>{"init 7cca9ecb", "initRectAndPf"}));
     // The one that was forked leads a session of its own.
-    if (c.channel == Channel::namedSocket) {
+    if (c.channel == Channel::kNamedSocket) {
       EXPECT_EQ(peer.pid != process.pid(), c.fork);
       EXPECT_EQ(getsid(peer.pid) == peer.pid, c.fork);
     }
@@ -162,7 +163,7 @@ TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
   }
   // One that ends before it connects is not waited for.
   host::LaunchOptions options = Agent::options(display());
-  options.channel = Channel::namedSocket;
+  options.channel = Channel::kNamedSocket;
   options.pipeOptions = {"-hash", "zz"};
   EXPECT_EQ(test::thrownText([&] { host::AgentProcess::launch(options); }),
             "the agent ended with status 1 before it connected");
@@ -180,8 +181,9 @@ TEST_F(StartUpTest, WithoutAServerItRunsUntilASignal) {
 
 TEST_F(StartUpTest, ConfigurationDirectories) {
   test::TempDir home;
-  for (const char* directory : {"config.d", "policy.d"})
+  for (const char* directory : {"config.d", "policy.d"}) {
     std::filesystem::create_directories(home / ".ruvo/" + directory);
+  }
   std::ofstream(home / ".ruvo/config.d/common") << "PollInterval = 77\nUpdatePeriod=10\npoll=5\n";
   std::ofstream(home / ".ruvo/config.d/common.custom") << "UpdatePeriod=11\n_MaxGrabRects=3\n";
   std::ofstream(home / ".ruvo/policy.d/common") << "UpdatePeriod=12\n";  // users impose none
@@ -189,8 +191,9 @@ TEST_F(StartUpTest, ConfigurationDirectories) {
   RawAgent agent(display(), {"-poll", "6"}, {{"HOME", home.path()}});
   agent.sync();
   std::vector<std::string> settings;
-  for (const std::string& line : agent.logText(30))
+  for (const std::string& line : agent.logText(30)) {
     if (line.starts_with("30 Configuration: ")) settings.push_back(line.substr(18));
+  }
   EXPECT_EQ(settings,
             (std::vector<std::string>{"poll=6 (Preference)", "PollInterval=77 (Preference)",
                                       "UpdatePeriod=11 (Preference)"}));

@@ -142,9 +142,10 @@ TEST_F(WireTest, LinesForAServerThatDoesNotReadAreLimited) {
   agent.sync();
   agent.messages.clear();
   // Fills the channel towards us until the agent, too, has output that it cannot write.
-  for (int i = 0; i < 4000; i++) agent.send(message(std::string(200, 'q')));
-  for (int i = 0; i < 3000; i++)
+  for (int i = 0; i < 4000; ++i) agent.send(message(std::string(200, 'q')));
+  for (int i = 0; i < 3000; ++i) {
     agent.send(message("setParams", parameter("unknown" + std::to_string(i), "", 10)));
+  }
   Names lines;
   ASSERT_TRUE(agent.readUntil([&] { return (lines = agent.logText()).size() >= 1002; }));
   EXPECT_EQ(lines[1000], "0 SServerAgent: Unknown parameter 'unknown1000'");

@@ -41,8 +41,9 @@ class LogDestIpcTest : public testing::Test {
   std::string receive(size_t size) {
     std::string bytes;
     const int64_t limit = plat::monotonicTime() + 30 * plat::kTicksPerSecond;
-    while ((bytes += channel_.take()).size() < size && plat::monotonicTime() < limit)
+    while ((bytes += channel_.take()).size() < size && plat::monotonicTime() < limit) {
       FdManager::instance().process(10);
+    }
     return bytes;
   }
 
@@ -66,10 +67,10 @@ TEST_F(LogDestIpcTest, LinesFromOtherThreads) {
   dest_.attach(channel_.ipc);
   std::vector<std::thread> threads;
   std::string expected;
-  for (int i = 0; i < 300; i++) expected += debugLine("line");
-  for (int t = 0; t < 3; t++) {
+  for (int i = 0; i < 300; ++i) expected += debugLine("line");
+  for (int t = 0; t < 3; ++t) {
     threads.emplace_back([] {
-      for (int i = 0; i < 100; i++) vlog.debug("line");
+      for (int i = 0; i < 100; ++i) vlog.debug("line");
     });
   }
   EXPECT_EQ(receive(expected.size()), expected);
@@ -81,7 +82,7 @@ TEST_F(LogDestIpcTest, LinesAboutLines) {
   plat::LogManager::instance().setLogSpec("*:ipc:200");
   int asked = 0;
   channel_.allow = [&](std::string_view) {
-    asked++;
+    ++asked;
     vlog.debug("about");
     return true;
   };

@@ -87,7 +87,7 @@ TEST(MsgIpc, FailuresAndRefusals) {
   channel.allow = nullptr;
 
   // Also when the failure looks like the endpoint's.
-  for (int i = 0; i < 3; i++) {
+  for (int i = 0; i < 3; ++i) {
     channel.onRead = [&](std::string_view) {
       channel.onRead = {};
       if (i == 0) throw plat::SystemException("shmget", ENOSPC);
@@ -117,11 +117,12 @@ TEST(MsgIpc, FailedWrites) {
                              "FrameException: FramedOutStream::startMsg: already in msg"}) {
     support::LogCapture log;
     TestChannel channel;
-    if (thrown[0] == 'S')
+    if (thrown[0] == 'S') {
       channel.pair.peer.reset();
-    else
+    } else {
       channel.ipc.writeMsg("given up");
-    for (int i = 0; i < 2; i++) {
+    }
+    for (int i = 0; i < 2; ++i) {
       EXPECT_EQ(thrownBy([&] {
                   channel.ipc.writeMsg("x");
                   channel.ipc.endMsg();

@@ -66,19 +66,19 @@ TEST_F(LocalizerTest, ParameterGoesBeforeTheEnvironment) {
     return Localizer::instance().language();
   };
   const std::pair<const char*, Language> cases[] = {
-      {"de_DE", Language::German},         {"es_ES.UTF-8", Language::Spanish},
-      {"fr@euro", Language::French},       {"pt_BR", Language::Portuguese},
-      {"de.ISO-8859-1", Language::German}, {"C.UTF-8", Language::English},
-      {"ja_JP", Language::English},        {"deu_DE", Language::English}};
+      {"de_DE", Language::kGerman},         {"es_ES.UTF-8", Language::kSpanish},
+      {"fr@euro", Language::kFrench},       {"pt_BR", Language::kPortuguese},
+      {"de.ISO-8859-1", Language::kGerman}, {"C.UTF-8", Language::kEnglish},
+      {"ja_JP", Language::kEnglish},        {"deu_DE", Language::kEnglish}};
   for (const auto& [locale, expected] : cases) EXPECT_EQ(language(locale), expected) << locale;
   messages_.set("es_ES");
-  EXPECT_EQ(language("de_DE"), Language::Spanish);
+  EXPECT_EQ(language("de_DE"), Language::kSpanish);
   all_.set("fr_FR");
-  EXPECT_EQ(language("de_DE"), Language::French);
+  EXPECT_EQ(language("de_DE"), Language::kFrench);
   all_.set("");
-  EXPECT_EQ(language("de_DE"), Language::Spanish) << "an empty variable counts as unset";
+  EXPECT_EQ(language("de_DE"), Language::kSpanish) << "an empty variable counts as unset";
   locale_.set("pt_BR");
-  EXPECT_EQ(Localizer::instance().language(), Language::Portuguese);
+  EXPECT_EQ(Localizer::instance().language(), Language::kPortuguese);
   EXPECT_EQ(plat::translate(plat::MessageId{"plat_bad_argument"}, "x%Sy"),
             "Argumento inválido: \"x%Sy\".");
 }

@@ -104,13 +104,14 @@ TEST_F(LaunchedSocketTest, FailureToConnectNamesTheCall) {
   const std::pair<std::string, const char*> cases[] = {
       {directory_ / "none", "connect: No such file or directory (2)"},
       {std::string(108, 'a'), "connect: File name too long (36)"}};
-  for (const auto& [name, text] : cases)
+  for (const auto& [name, text] : cases) {
     EXPECT_EQ(thrownText([&] { parse({name.c_str()}).open(settings_); }), text);
+  }
 }
 
 TEST_F(LaunchedSocketTest, SecretMustMatchTheHash) {
   std::string secret;
-  for (char byte = 0; byte < 32; byte++) secret += byte;
+  for (char byte = 0; byte < 32; ++byte) secret += byte;
   for (const std::string& sent : {secret + "more", secret.substr(1) + "x", secret.substr(1)}) {
     std::thread peer([&] {
       const plat::FileDescriptor accepted(accept(listener_.get(), nullptr, nullptr));

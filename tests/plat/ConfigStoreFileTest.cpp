@@ -66,8 +66,9 @@ TEST_F(ConfigStoreFileTest, ReadsLinesAndReportsBadOnes) {
   EXPECT_TRUE(flag_.value());
   const std::string directory = path("first/config.d");
   Lines expected{"30 FileConfig: Reading common config from " + directory};
-  for (const char* line : {"6", "7", "8", "9", "10", "11"})
+  for (const char* line : {"6", "7", "8", "9", "10", "11"}) {
     expected.push_back("0 FileConfig: Bad line "s + line + " in " + directory + "/common");
+  }
   EXPECT_EQ(log.take(), expected);
 }
 

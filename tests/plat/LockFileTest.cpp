@@ -29,13 +29,13 @@ TEST(LockFileTest, OneHolderWhileOthersRemove) {
   std::atomic<int> holders = 0, taken = 0;
   std::atomic<bool> shared = false;
   std::vector<std::thread> threads;
-  for (int t = 0; t < 4; t++) {
+  for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
-      for (int i = 0; i < 3000; i++) {
+      for (int i = 0; i < 3000; ++i) {
         const auto lock = t == 0 ? LockFile::openStale(path) : LockFile::create(path);
         if (!lock) continue;
         if (++holders != 1) shared = true;
-        taken++;
+        ++taken;
         std::this_thread::yield();
         holders--;
       }

@@ -29,10 +29,11 @@ TEST(LogDestFileTest, Lines) {
   char host[256] = "";
   gethostname(host, sizeof host - 1);
   const std::pair<int, int> cases[] = {{0, 11}, {5, 12}, {10, 13}, {11, 14}, {31, 15}};
-  for (const auto& [level, number] : cases)
+  for (const auto& [level, number] : cases) {
     EXPECT_EQ(LogDestFile::formatLine(line("a: %s\nb", level), false),
               format("<%d> 2023-11-14T22:13:20.007Z %s ruvoagent[%d]: Src: a: %%s\nb\n", number,
                      host, static_cast<int>(getpid())));
+  }
   const test::Environment zone("TZ", "TST-05:30");
   EXPECT_EQ(LogDestFile::formatLine(line("text"), true), "03:43:20.007 Src: text\n");
 }
@@ -41,7 +42,7 @@ TEST(LogDestFileTest, ColoursOnATerminalOnly) {
   int master = -1, slave = -1;
   char name[128];
   ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
-  LogDestFile dest("t", LogDestFile::Kind::file);
+  LogDestFile dest("t", LogDestFile::Kind::kFile);
   dest.setCompact(true);
   dest.setPath("", name);
   const std::pair<int, const char*> cases[] = {{5, "31;1"}, {10, "31"}, {30, "36"}, {31, "0"}};
@@ -62,11 +63,11 @@ TEST(LogDestFileTest, FilesGrowAndRotate) {
   const test::TempDir dir;
   const size_t length = LogDestFile::formatLine(line("1"), true).size();
   for (const char* texts : {"12", "345"}) {
-    LogDestFile dest("t", LogDestFile::Kind::file);
+    LogDestFile dest("t", LogDestFile::Kind::kFile);
     dest.setCompact(true);
     dest.setPath(dir.path() + "/", "log");
     dest.setSizeLimit(2 * length);
-    for (; *texts; texts++) dest.write(line(std::string(1, *texts)));
+    for (; *texts; ++texts) dest.write(line(std::string(1, *texts)));
   }
   const auto texts = [&](const char* name) {
     std::string all;
@@ -82,7 +83,7 @@ TEST(LogDestFileTest, FilesGrowAndRotate) {
 TEST(LogDestFileTest, FallsBackToTheDefaultFile) {
   const test::TempDir dir;
   const test::Environment home("HOME", dir.path());
-  LogDestFile dest("t", LogDestFile::Kind::file);
+  LogDestFile dest("t", LogDestFile::Kind::kFile);
   testing::internal::CaptureStderr();
   dest.setPath("", dir / "missing/log");
   dest.write(line("one"));

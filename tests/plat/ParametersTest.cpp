@@ -197,8 +197,9 @@ TEST(XmlConfigTest, AppliesNothingOfABadDocument) {
   for (int i = 0; i < 100000; ++i) documents.back() += "<config>";
   Group g;
   const std::string before = g.written();
-  for (size_t length = 0; length + 1 < before.size(); ++length)
+  for (size_t length = 0; length + 1 < before.size(); ++length) {
     documents.push_back(before.substr(0, length));
+  }
   for (const std::string& document : documents) {
     EXPECT_EQ(test::thrownText([&] { XmlConfig::read(document, g.config); }),
               "Incompatible XML config")

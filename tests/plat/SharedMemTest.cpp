@@ -59,11 +59,11 @@ TEST_F(SharedMemTest, Errors) {
   std::ofstream(path) << std::string(100, 'a');
   using Kind = SharedMemDescriptor::Kind;
   const std::pair<SharedMemDescriptor, const char*> cases[] = {
-      {{Kind::sysV, 100, {}, false, 0, INT32_MIN}, "Bad SharedMemSysV id -2147483648"},
-      {{Kind::sysV, 8192, {}, false, 0, small.id()}, "invalid shared memory size"},
-      {{Kind::posix, 100, path, true, 1, -1}, "invalid shared memory size"},
-      {{Kind::posix, 100, path, true, UINT64_MAX, -1}, "invalid shared memory size"},
-      {{Kind::posix, 0, "/dev/zero", true, 0, -1}, "invalid shared memory size"},
+      {{Kind::kSysV, 100, {}, false, 0, INT32_MIN}, "Bad SharedMemSysV id -2147483648"},
+      {{Kind::kSysV, 8192, {}, false, 0, small.id()}, "invalid shared memory size"},
+      {{Kind::kPosix, 100, path, true, 1, -1}, "invalid shared memory size"},
+      {{Kind::kPosix, 100, path, true, UINT64_MAX, -1}, "invalid shared memory size"},
+      {{Kind::kPosix, 0, "/dev/zero", true, 0, -1}, "invalid shared memory size"},
   };
   for (const auto& [descriptor, text] : cases) {
     const std::string thrown = test::thrownText([&] { SharedMem::open(descriptor); });

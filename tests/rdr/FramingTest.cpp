@@ -76,8 +76,8 @@ std::string readSample(InStream& in) {
 }
 
 TEST(FramedIn, FramesMayBeCutAnywhere) {
-  for (size_t a = 0; a <= kSample.size(); a++) {
-    for (size_t b = a; b <= kSample.size(); b++) {
+  for (size_t a = 0; a <= kSample.size(); ++a) {
+    for (size_t b = a; b <= kSample.size(); ++b) {
       const std::string bytes = framed(kSample, {a, b, b});
       MemInStream mem(bytes.data(), bytes.size());
       InStreamV4 in(&mem);
@@ -107,7 +107,7 @@ TEST(FramedIn, MessagesThatHaveNotArrived) {
   test::DripStream drip(first + framed(std::string(5000, 's'), {100, 100, 4000}) + framed("t"));
   InStreamV4 in(&drip);
   in.setBufferedOnly(true);
-  for (size_t i = 0; i < first.size(); i++) {
+  for (size_t i = 0; i < first.size(); ++i) {
     ASSERT_FALSE(in.isMsgBuffered()) << i;
     drip.arrive(1);
   }

@@ -67,7 +67,7 @@ TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   in.skip(30000);
   EXPECT_EQ(thrownBy([&] { in.readU32(); }), "BlockException: Reading from InStream would block");
   in.checkpoint();
-  for (int i = 0; i < 6; i++) {
+  for (int i = 0; i < 6; ++i) {
     pair.put(std::string(10000, static_cast<char>('0' + i)));
     while (in.check(1, 1, false) > 0) in.skip(in.available());
   }

@@ -14,9 +14,10 @@ namespace {
 
 TestColourMap makeMap() {
   std::vector<Colour> entries;
-  for (unsigned v = 0; v < 200; v++)
+  for (unsigned v = 0; v < 200; ++v) {
     entries.push_back({static_cast<uint8_t>(v * 37), static_cast<uint8_t>(v * 101),
                        static_cast<uint8_t>(v * 59), 255});
+  }
   return TestColourMap(entries);
 }
 
@@ -26,7 +27,7 @@ TestColourMap colourMap = makeMap();
 struct Model {
   Colour read(const uint8_t* p) const {
     uint32_t value = 0;
-    for (int i = 0; i < bytes; i++) value |= uint32_t{p[i]} << 8 * position(i);
+    for (int i = 0; i < bytes; ++i) value |= uint32_t{p[i]} << 8 * position(i);
     if (!pf.trueColour) {
       int r, g, b;
       colourMap.lookup(static_cast<int>(value), &r, &g, &b);
@@ -47,7 +48,7 @@ struct Model {
         scaled(c.red, pf.redShift, pf.redMax) | scaled(c.green, pf.greenShift, pf.greenMax) |
         scaled(c.blue, pf.blueShift, pf.blueMax) | scaled(c.alpha, pf.alphaShift, pf.alphaMax);
     if (!pf.trueColour) value = static_cast<uint32_t>(colourMap.nearest(c.red, c.green, c.blue));
-    for (int i = 0; i < bytes; i++) p[i] = static_cast<uint8_t>(value >> 8 * position(i));
+    for (int i = 0; i < bytes; ++i) p[i] = static_cast<uint8_t>(value >> 8 * position(i));
   }
   // Which byte of the value, counted from the least significant, is the i-th in memory.
   int position(int i) const { return pf.bigEndian && bytes != 3 ? bytes - 1 - i : i; }
@@ -65,7 +66,7 @@ struct OddOp {
 };
 
 // Each width, byte order and way to scale.
-const PixelFormat formats[] = {
+const PixelFormat kFormats[] = {
     PixelFormat(),
     PixelFormat(8, 8, false, false),
     PixelFormat(16, 16, true, true, 31, 63, 31, 11, 5, 0),
@@ -77,46 +78,47 @@ const PixelFormat formats[] = {
     PixelFormat(32, 32, false, true, 1023, 1023, 1023, 20, 10, 0, 30, 3),
 };
 
-constexpr int stride = 20;
-constexpr int rows = 6;
-const Rect sourceArea(-3, -2, -3 + stride, -2 + rows);
-const Rect destinationArea(40, 30, 40 + stride, 30 + rows);
-const Rect sourceRect(-2, -1, 13, 3);
-const Rect destinationRect(43, 31, 58, 35);
+constexpr int kStride = 20;
+constexpr int kRows = 6;
+const Rect kSourceArea(-3, -2, -3 + kStride, -2 + kRows);
+const Rect kDestinationArea(40, 30, 40 + kStride, 30 + kRows);
+const Rect kSourceRect(-2, -1, 13, 3);
+const Rect kDestinationRect(43, 31, 58, 35);
 
 std::vector<uint8_t> noise(const PixelFormat& format, unsigned seed) {
   std::mt19937 random(seed);
-  std::vector<uint8_t> bytes(static_cast<size_t>(stride * rows * format.bytesPerPixel()));
+  std::vector<uint8_t> bytes(static_cast<size_t>(kStride * kRows * format.bytesPerPixel()));
   for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
   // Whole stretches of zero and of all bits, which blending treats apart.
-  const size_t row = bytes.size() / rows;
+  const size_t row = bytes.size() / kRows;
   std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(row), row, uint8_t{0});
   std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(2 * row), row / 2, uint8_t{255});
-  if (format.bpp == 32)
+  if (format.bpp == 32) {
     for (size_t i = 3 * row; i < 4 * row; i += 4) bytes[i + 3] = i % 24 ? 255 : 254;
+  }
   return bytes;
 }
 
 template <class Op>
 void compare(Op op) {
-  for (const PixelFormat& from : formats) {
-    for (const PixelFormat& to : formats) {
+  for (const PixelFormat& from : kFormats) {
+    for (const PixelFormat& to : kFormats) {
       std::vector<uint8_t> source = noise(from, 1), destination = noise(to, 2);
       std::vector<uint8_t> expected = destination;
       const Model read{from}, write{to};
-      for (int y = 0; y < sourceRect.height(); y++) {
-        for (int x = 0; x < sourceRect.width(); x++) {
+      for (int y = 0; y < kSourceRect.height(); ++y) {
+        for (int x = 0; x < kSourceRect.width(); ++x) {
           const uint8_t* s =
-              &source[static_cast<size_t>(((y + 1) * stride + x + 1) * from.bpp / 8)];
-          uint8_t* d = &expected[static_cast<size_t>(((y + 1) * stride + x + 3) * to.bpp / 8)];
+              &source[static_cast<size_t>(((y + 1) * kStride + x + 1) * from.bpp / 8)];
+          uint8_t* d = &expected[static_cast<size_t>(((y + 1) * kStride + x + 3) * to.bpp / 8)];
           Colour colour = write.read(d);
           op(read.read(s), colour);
           write.write(d, colour);
         }
       }
-      FullFramePixelBuffer sourceBuffer(from, sourceArea, source.data(), &colourMap);
-      FullFramePixelBuffer destinationBuffer(to, destinationArea, destination.data(), &colourMap);
-      combinePixels(destinationBuffer, destinationRect, sourceBuffer, sourceRect.tl, op);
+      FullFramePixelBuffer sourceBuffer(from, kSourceArea, source.data(), &colourMap);
+      FullFramePixelBuffer destinationBuffer(to, kDestinationArea, destination.data(), &colourMap);
+      combinePixels(destinationBuffer, kDestinationRect, sourceBuffer, kSourceRect.tl, op);
       ASSERT_TRUE(destination == expected) << from.str() << " into " << to.str();
     }
   }

@@ -23,8 +23,8 @@ TEST(DeadKeyTables, AreWhatApplicationsCompose) {
   const support::Composer composer;
   std::set<uint32_t> composed;
   for (const auto& list :
-       {latin1Compositions, latin2Compositions, latin3Compositions, latin4Compositions,
-        welshCompositions, latin9Compositions, greekCompositions}) {
+       {kLatin1Compositions, kLatin2Compositions, kLatin3Compositions, kLatin4Compositions,
+        kWelshCompositions, kLatin9Compositions, kGreekCompositions}) {
     for (const Composition& row : list) {
       SCOPED_TRACE(support::textOf(row.composed));
       EXPECT_TRUE(composed.insert(row.composed).second);
@@ -39,25 +39,26 @@ TEST(DeadKeyTables, AreWhatApplicationsCompose) {
     }
   }
   EXPECT_EQ(composed.size(), 218u);
-  EXPECT_EQ(spacingDeads.size(), 20u);
+  EXPECT_EQ(kSpacingDeads.size(), 20u);
   for (const auto& [accent, dead] : {std::pair('`', XKB_KEY_dead_grave),
                                      {'\'', XKB_KEY_dead_acute},
                                      {'^', XKB_KEY_dead_circumflex},
                                      {'~', XKB_KEY_dead_tilde},
-                                     {'"', XKB_KEY_dead_diaeresis}})
+                                     {'"', XKB_KEY_dead_diaeresis}}) {
     EXPECT_EQ(DeadKeyUtil().deadKeysym(static_cast<uint32_t>(accent)), uint32_t(dead)) << accent;
+  }
 }
 
 TEST(KeysymAlternates, ArePairs) {
   int count = 0;
-  for (uint32_t keysym = 1; keysym <= 0xffff; keysym++) {
+  for (uint32_t keysym = 1; keysym <= 0xffff; ++keysym) {
     const uint32_t other = alternateKeysym(keysym);
     if (!other) continue;
     EXPECT_EQ(alternateKeysym(other), keysym) << std::hex << keysym;
     if (keysym > XKB_KEY_KP_Space && keysym <= XKB_KEY_KP_Equal) {
       EXPECT_EQ(support::textOf(keysym), support::textOf(other)) << std::hex << keysym;
     }
-    count++;
+    ++count;
   }
   EXPECT_EQ(count, 84);
   EXPECT_EQ(alternateKeysym(XKB_KEY_Mode_switch), uint32_t{XKB_KEY_ISO_Level3_Shift});

@@ -37,7 +37,7 @@ Region expectedChange(Frame& frame, Frame& copy, const Region& changed) {
         const Rect block = Rect(x, y, x + 16, y + 16).intersect(r);
         const size_t bytes = static_cast<size_t>(block.width()) * pixel;
         bool differs = false;
-        for (int row = block.tl.y; row < block.br.y; row++) {
+        for (int row = block.tl.y; row < block.br.y; ++row) {
           differs |= std::memcmp(frame.at(x, row), copy.at(x, row), bytes) != 0;
           if (differs) std::memcpy(copy.at(x, row), frame.at(x, row), bytes);
         }
@@ -60,14 +60,14 @@ TEST(PixelBufferComparer, FindsWhatANaiveComparisonFinds) {
       comparer.setSource(&frame.buffer);
       ASSERT_EQ(comparer.compare(Region()), Region(rect));
       const auto pick = [&] { return rect.tl + Point(below(rect.width()), below(rect.height())); };
-      for (int round = 0; round < 60; round++) {
-        for (int i = below(8); i > 0; i--) {
+      for (int round = 0; round < 60; ++round) {
+        for (int i = below(8); i > 0; --i) {
           const Point at = pick();
           frame.at(at.x, at.y)[below(format.bpp / 8)] ^= 0x55;
         }
         // Parts that are not looked at stay as they were in the copy, and are found later.
         Region looked;
-        for (int i = below(4); i > 0; i--) {
+        for (int i = below(4); i > 0; --i) {
           const Point at = pick();
           looked |= Rect(at, at + Point(below(40), below(40))).intersect(rect);
         }
@@ -120,8 +120,8 @@ TEST(PixelBufferComparer, SimpleRegionsLeaveOutSolidBlocksOfOneColour) {
     comparer.setSimpleRegions(true);
     for (int x = 0; x < 64; x += 3) frame.at(x, 5)[unused] ^= 0xff;  // in every block
     frame.at(20, 15)[used] ^= 1;                                     // no longer solid
-    for (int y = 0; y < 16; y++) {
-      for (int x = 32; x < 48; x++) frame.at(x, y)[used] ^= 1;  // another solid colour
+    for (int y = 0; y < 16; ++y) {
+      for (int x = 32; x < 48; ++x) frame.at(x, y)[used] ^= 1;  // another solid colour
     }
     EXPECT_EQ(comparer.compare(frame.buffer.getRect()), Region(Rect(16, 0, 48, 16)));
     // Left out, but taken over into the copy.

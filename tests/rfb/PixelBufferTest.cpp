@@ -11,7 +11,7 @@
 namespace rfb {
 namespace {
 
-const PixelFormat rgb32(32, 24, false, true, 255, 255, 255, 16, 8, 0);
+const PixelFormat kRgb32(32, 24, false, true, 255, 255, 255, 16, 8, 0);
 
 TEST(PixelBuffer, GivesPixelsInside) {
   // 10 x 8 pixels of one byte at 100,50, in rows of 16 bytes; each byte is its offset.
@@ -59,7 +59,7 @@ using test::pixels;
 using Values = std::vector<uint32_t>;
 
 TEST(ManagedPixelBuffer, ResizingZeroesUnlessPreserving) {
-  ManagedPixelBuffer buffer(rgb32, Rect(-2, 5, 1, 7));
+  ManagedPixelBuffer buffer(kRgb32, Rect(-2, 5, 1, 7));
   number(buffer);
   buffer.setSize(3, 2);
   EXPECT_EQ(pixels(buffer), (Values{1, 2, 3, 4, 5, 6})) << "nothing has changed";
@@ -79,7 +79,7 @@ TEST(ManagedPixelBuffer, SizeLimits) {
   EXPECT_EQ(assertionOf([] { ManagedPixelBuffer(PixelFormat(), Rect(0, 0, 32768, 1)); }),
             "Assertion failed: Rect(RgnRect(rect)) == rect (base/rfb/ManagedPixelBuffer)");
   // More bytes than a block may have: nothing changes.
-  ManagedPixelBuffer buffer(rgb32, Rect(-32768, -32768, -32767, -32767));
+  ManagedPixelBuffer buffer(kRgb32, Rect(-32768, -32768, -32767, -32767));
   buffer.setPixel(-32768, -32768, 7);
   EXPECT_THROW(buffer.setSize(65535, 65535), std::bad_alloc);
   EXPECT_EQ(pixels(buffer), Values{7});

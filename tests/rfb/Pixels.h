@@ -11,8 +11,9 @@ namespace test {
 template <typename F>
 void forEachPixel(const rfb::PixelBuffer& buffer, F f) {
   const rfb::Rect rect = buffer.getRect();
-  for (int y = rect.tl.y; y < rect.br.y; y++)
-    for (int x = rect.tl.x; x < rect.br.x; x++) f(x, y);
+  for (int y = rect.tl.y; y < rect.br.y; ++y) {
+    for (int x = rect.tl.x; x < rect.br.x; ++x) f(x, y);
+  }
 }
 
 inline std::vector<uint32_t> pixels(rfb::PixelBuffer& buffer) {

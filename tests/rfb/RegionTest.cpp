@@ -60,8 +60,9 @@ class RegionModel {
   }
   template <typename F>
   RegionModel& fill(const F& inside) {
-    for (int y = 0; y < kSize; y++)
-      for (int x = 0; x < kSize; x++) pixels_[index(x, y)] = inside(x + origin_.x, y + origin_.y);
+    for (int y = 0; y < kSize; ++y) {
+      for (int x = 0; x < kSize; ++x) pixels_[index(x, y)] = inside(x + origin_.x, y + origin_.y);
+    }
     return *this;
   }
   void add(const Rect& r) {
@@ -71,9 +72,9 @@ class RegionModel {
   // The only list of boxes that obeys the banding rule and covers these pixels.
   Boxes boxes() const {
     Boxes all, above;
-    for (int y = 0; y <= kSize; y++) {
+    for (int y = 0; y <= kSize; ++y) {
       Boxes row;
-      for (int x = 0; y < kSize && x < kSize; x++) {
+      for (int x = 0; y < kSize && x < kSize; ++x) {
         if (!pixels_[index(x, y)]) continue;
         const int x1 = x;
         while (x < kSize && pixels_[index(x, y)]) x++;
@@ -81,8 +82,9 @@ class RegionModel {
         row.push_back(RgnRect(run.translate(origin_)).box);
       }
       bool same = row.size() == above.size();
-      for (size_t i = 0; same && i < row.size(); i++)
+      for (size_t i = 0; same && i < row.size(); ++i) {
         same = row[i].x1 == above[i].x1 && row[i].x2 == above[i].x2;
+      }
       for (mi::Box& box : above) box.y2 = static_cast<int16_t>(box.y2 + same);
       if (same) continue;
       all.insert(all.end(), above.begin(), above.end());
@@ -118,7 +120,7 @@ TEST(Region, CombinesAndMovesLikeItsPixels) {
       }
       region.addRects(rects);
     };
-    for (int i = 0; i < 400; i++) {
+    for (int i = 0; i < 400; ++i) {
       Region a, b;
       RegionModel modelA(origin), modelB(origin);
       randomise(a, modelA);
@@ -168,7 +170,7 @@ TEST(Region, ListsOfManyRectanglesAreTheirUnion) {
   for (const auto& [place, size] : {Point(500, 20), Point(40, 9), Point(65536, 9000)}) {
     std::vector<Rect> rects;
     Region oneByOne(Rect(-40, -40, 40, 40)), added = oneByOne;
-    for (int i = 0; i < 500; i++) {
+    for (int i = 0; i < 500; ++i) {
       const int x = below(place) - place / 2, y = below(place) - place / 2;
       rects.emplace_back(x, y, x + below(size), y + below(size));
       oneByOne |= Region(rects.back());
@@ -256,8 +258,8 @@ TEST(RegionStream, WritesCountExtentsAndBoxes) {
 
   // A chequered area of 256 by 256 cells has one box more than can be counted.
   Boxes boxes;
-  for (int16_t y = 0; y < 256; y++) {
-    for (int16_t x = 0; x < 256; x++) {
+  for (int16_t y = 0; y < 256; ++y) {
+    for (int16_t x = 0; x < 256; ++x) {
       const auto x1 = static_cast<int16_t>(4 * x + y % 2 * 2);
       boxes.push_back({x1, y, static_cast<int16_t>(x1 + 1), static_cast<int16_t>(y + 1)});
     }
@@ -302,8 +304,9 @@ TEST(RegionStream, BytesAreNotTrusted) {
       << "overlapping, empty";
   // Stripes both ways would take a million rectangles.
   std::string grid = u16s({2000, 0, 0, 0, 0});
-  for (int i = 0; i < 1000; i++)
+  for (int i = 0; i < 1000; ++i) {
     grid += u16s({2 * i, 0, 2 * i + 1, 2000, 0, 2 * i, 2000, 2 * i + 1});
+  }
   EXPECT_EQ(read(grid), Region(Rect(0, 0, 2000, 2000)));
 }
 

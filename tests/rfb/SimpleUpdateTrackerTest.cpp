@@ -5,10 +5,10 @@
 namespace rfb {
 namespace {
 
-const Region a(Rect(0, 0, 10, 10));
-const Region b(Rect(50, 0, 60, 10));
-const Region c(Rect(100, 0, 110, 10));
-const Point right(5, 0), far(50, 0);
+const Region kA(Rect(0, 0, 10, 10));
+const Region kB(Rect(50, 0, 60, 10));
+const Region kC(Rect(100, 0, 110, 10));
+const Point kRight(5, 0), kFar(50, 0);
 
 void expectUpdate(SimpleUpdateTracker& tracker, const char* what, const Region& copied,
                   const Point& delta, const Region& changed) {
@@ -21,18 +21,18 @@ void expectUpdate(SimpleUpdateTracker& tracker, const char* what, const Region& 
 
 TEST(SimpleUpdateTracker, KeepsAtMostOneMove) {
   SimpleUpdateTracker t;
-  t.addCopied(a, right), t.addChanged({}), t.addCopied({}, {1, 1});
-  expectUpdate(t, "nothing changes", a, right, {});
-  t.addChanged(a), t.addCopied(b, right);
-  expectUpdate(t, "move after change", b, right, a);
-  t.addCopied(b, right), t.addChanged(a);
-  expectUpdate(t, "change after move", {}, {}, a | b);
-  t.addCopied(a, right), t.addCopied(b, right);
-  expectUpdate(t, "same way", a | b, right, {});
-  t.addCopied(a, far), t.addCopied(b, far);
-  expectUpdate(t, "same way, out of what just moved in", b, far, a);
-  t.addChanged(c), t.addCopied(a, right), t.addCopied(b, -right);
-  expectUpdate(t, "another way", b, -right, a | c);
+  t.addCopied(kA, kRight), t.addChanged({}), t.addCopied({}, {1, 1});
+  expectUpdate(t, "nothing changes", kA, kRight, {});
+  t.addChanged(kA), t.addCopied(kB, kRight);
+  expectUpdate(t, "move after change", kB, kRight, kA);
+  t.addCopied(kB, kRight), t.addChanged(kA);
+  expectUpdate(t, "change after move", {}, {}, kA | kB);
+  t.addCopied(kA, kRight), t.addCopied(kB, kRight);
+  expectUpdate(t, "same way", kA | kB, kRight, {});
+  t.addCopied(kA, kFar), t.addCopied(kB, kFar);
+  expectUpdate(t, "same way, out of what just moved in", kB, kFar, kA);
+  t.addChanged(kC), t.addCopied(kA, kRight), t.addCopied(kB, -kRight);
+  expectUpdate(t, "another way", kB, -kRight, kA | kC);
 }
 
 TEST(SimpleUpdateTracker, ClipsSourceAndDestination) {

@@ -14,9 +14,10 @@ class AppWindow {
   AppWindow(Display* display, Window parent, long pid, const std::string& type = "NORMAL")
       : display_(display), id_(XCreateSimpleWindow(display, parent, 0, 0, 10, 10, 0, 0, 0)) {
     set("_NET_WM_PID", XA_CARDINAL, pid);
-    if (!type.empty())
+    if (!type.empty()) {
       set("_NET_WM_WINDOW_TYPE", XA_ATOM,
           static_cast<long>(XInternAtom(display, ("_NET_WM_WINDOW_TYPE_" + type).c_str(), False)));
+    }
     XSync(display, False);
   }
   ~AppWindow() {

@@ -51,7 +51,7 @@ struct Message {
   std::string body;
   friend bool operator==(const Message&, const Message&) = default;
 };
-inline void PrintTo(const Message& m, std::ostream* out) {
+inline void printTo(const Message& m, std::ostream* out) {
   *out << m.name << " " << testing::PrintToString(m.body);
 }
 

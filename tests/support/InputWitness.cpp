@@ -12,8 +12,9 @@ namespace {
 
 std::string modifiers(unsigned state) {
   std::string text;
-  for (unsigned i = 0; i < 8; i++)
+  for (unsigned i = 0; i < 8; ++i) {
     if (state >> i & 1) text += "SLC12345"[i];
+  }
   if (const unsigned group = state >> 13 & 3) text += "G" + std::to_string(group + 1);
   return text;
 }
@@ -89,8 +90,9 @@ std::vector<std::string> InputWitness::take() {
     XEvent event;
     XNextEvent(display(), &event);
     // A key of number 0 is the result of composing.
-    if ((event.type == KeyPress || event.type == KeyRelease) && event.xkey.keycode != 0)
+    if ((event.type == KeyPress || event.type == KeyRelease) && event.xkey.keycode != 0) {
       seen.push_back(describeKey(event.xkey));
+    }
     if (XFilterEvent(&event, None)) continue;
     switch (event.type) {
       case KeyPress:

@@ -41,8 +41,9 @@ Program::Program(const std::vector<std::string>& arguments, const Options& optio
   if (options.input) {
     input = memoryFile();
     const std::string& text = *options.input;
-    if (pwrite(input.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+    if (pwrite(input.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
       throw std::runtime_error("memfd");
+    }
   }
   if (options.captureOutput) outputFile_ = memoryFile();
   if (options.captureErrors) errorFile_ = memoryFile();
@@ -56,8 +57,9 @@ Program::Program(const std::vector<std::string>& arguments, const Options& optio
     const std::string text(*entry);
     if (!options.environment.count(text.substr(0, text.find('=')))) variables.push_back(text);
   }
-  for (const auto& [name, value] : options.environment)
+  for (const auto& [name, value] : options.environment) {
     if (value) variables.push_back(name + "=" + *value);
+  }
   std::vector<char*> envp;
   for (std::string& variable : variables) envp.push_back(variable.data());
   envp.push_back(nullptr);
@@ -108,8 +110,9 @@ void Program::pump() {
 
 bool Program::reap(int options) {
   int status = 0;
-  if (!status_ && waitpid(pid_, &status, options) == pid_)
+  if (!status_ && waitpid(pid_, &status, options) == pid_) {
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
   return status_.has_value();
 }
 

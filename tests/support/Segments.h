@@ -10,7 +10,7 @@ inline int segmentsOf(pid_t pid) {
   shm_info info;
   const int last = shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&info));
   int count = 0;
-  for (int i = 0; i <= last; i++) {
+  for (int i = 0; i <= last; ++i) {
     shmid_ds segment;
     if (shmctl(i, SHM_STAT, &segment) >= 0 && segment.shm_cpid == pid) count++;
   }

@@ -17,8 +17,9 @@ namespace test {
 struct SocketPair {
   SocketPair() {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) < 0)
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) < 0) {
       throw plat::SystemException("socketpair", errno);
+    }
     ours.reset(ends[0]);
     peer.reset(ends[1]);
   }
@@ -31,8 +32,9 @@ struct SocketPair {
     std::string all;
     char some[65536];
     ssize_t n;
-    while ((n = read(peer.get(), some, std::min(sizeof some, atMost - all.size()))) > 0)
+    while ((n = read(peer.get(), some, std::min(sizeof some, atMost - all.size()))) > 0) {
       all.append(some, static_cast<size_t>(n));
+    }
     return all;
   }
 

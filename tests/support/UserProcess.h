@@ -28,10 +28,11 @@ class UserProcess {
  private:
   static Program::Options options(const std::string& xauthority) {
     Program::Options options;
-    if (xauthority.empty())
+    if (xauthority.empty()) {
       options.environment["XAUTHORITY"] = std::nullopt;
-    else
+    } else {
       options.environment["XAUTHORITY"] = xauthority;
+    }
     return options;
   }
 

@@ -47,8 +47,9 @@ Section "Device"
   Driver "dummy"
   VideoRam 270000
 )";
-  for (size_t i = 0; i < outputs.size(); ++i)
+  for (size_t i = 0; i < outputs.size(); ++i) {
     out << "  Option \"Monitor-DUMMY" << i << "\" \"monitor" << i << "\"\n";
+  }
   out << "EndSection\n";
   for (size_t i = 0; i < outputs.size(); ++i) {
     const XServer::Output& output = outputs[i];
@@ -92,8 +93,9 @@ XServer::XServer(std::vector<std::string> arguments, std::unique_ptr<test::TempD
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
   const plat::FileDescriptor ours(ends[0]);
   plat::FileDescriptor theirs(ends[1]);
-  for (const char* argument : {"-noreset", "-nolisten", "tcp", "-displayfd", "9"})
+  for (const char* argument : {"-noreset", "-nolisten", "tcp", "-displayfd", "9"}) {
     arguments.push_back(argument);
+  }
   Program::Options options;
   options.captureErrors = true;
   options.descriptors[9] = theirs.get();

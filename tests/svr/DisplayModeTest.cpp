@@ -6,8 +6,9 @@
 namespace {
 
 TEST(DisplaySizeTest, ReadsSizesAndKnowsTheirMillimetres) {
-  for (const char* text : {"32768x1", "4294967297x600", "0x600", "800", "x600", "800x600x24"})
+  for (const char* text : {"32768x1", "4294967297x600", "0x600", "800", "x600", "800x600x24"}) {
     EXPECT_FALSE(svr::DisplaySize::parse(text)) << text;
+  }
   EXPECT_EQ(svr::DisplaySize::parse("32767x0600"), (svr::DisplaySize{32767, 600}));
   EXPECT_EQ((svr::DisplaySize{1920, 1080}.physical()), (svr::DisplaySize{508, 285}));
 }

@@ -12,8 +12,9 @@ TEST(MonitorListTest, SelectsByNumber) {
   EXPECT_EQ(monitors.select(" \t"), rfb::Rect());
   EXPECT_EQ(monitors.select(" 2 "), rfb::Rect(100, 0, 300, 200));
   EXPECT_EQ(monitors.select("3 , 2, 2"), rfb::Rect(0, 0, 300, 250));
-  for (const char* bad : {"4", "1,0", "1,", ",", "1 2", "-1", "1x", "18446744073709551617"})
+  for (const char* bad : {"4", "1,0", "1,", ",", "1 2", "-1", "1x", "18446744073709551617"}) {
     EXPECT_THROW(monitors.select(bad), plat::Exception) << bad;
+  }
 }
 
 }  // namespace

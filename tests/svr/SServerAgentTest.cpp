@@ -40,7 +40,7 @@ class FakeMemory : public plat::SharedMem {
   explicit FakeMemory(int32_t segmentId) : SharedMem(4096), id_(segmentId) {}
 
   plat::SharedMemDescriptor descriptor() const override {
-    return {plat::SharedMemDescriptor::Kind::sysV, size(), {}, false, 0, id_};
+    return {plat::SharedMemDescriptor::Kind::kSysV, size(), {}, false, 0, id_};
   }
 
  private:

@@ -36,8 +36,9 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   test::SocketPair channel;
   const auto receive = [&] {
     std::string bytes = channel.take(), names;
-    for (const test::Message& message : test::takeMessages(bytes))
+    for (const test::Message& message : test::takeMessages(bytes)) {
       if (message.name != "logMsg") names += message.name + " ";
+    }
     return names;
   };
   io::LogDestIpc logDest;
@@ -50,7 +51,7 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   const support::UserProcess user(12345, "/home/user/.Xauthority");
   ASSERT_TRUE(user.isReady());
   const support::AppWindow window(client(), DefaultRootWindow(client()), user.pid());
-  for (int i = 0; i < 2; i++) {
+  for (int i = 0; i < 2; ++i) {
     clock.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
     turn();
   }

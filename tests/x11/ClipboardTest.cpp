@@ -280,8 +280,9 @@ TEST_F(ClipboardTest, AnswersRequests) {
                        &type, &format, &count, &left, &data);
     const tx::XMemory<unsigned char> memory(data);
     Items items{type};
-    for (unsigned long i = 0; format == 32 && i < count; i++)
+    for (unsigned long i = 0; format == 32 && i < count; ++i) {
       items.push_back(reinterpret_cast<unsigned long*>(data)[i]);
+    }
     return items;
   };
   const Atom timestamp = other().atom("TIMESTAMP");

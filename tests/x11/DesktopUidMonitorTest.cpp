@@ -56,8 +56,9 @@ TEST_F(DesktopUidMonitorTest, TellsOfEachChangeOnce) {
   // Processes that cannot be, and a property of another type, are nobody's.
   UserProcess ann(kAnn, "/home/ann/.Xauthority"), bob(kBob, "/bob"), bob2(kBob, "/bob");
   ASSERT_TRUE(ann.isReady() && bob.isReady() && bob2.isReady());
-  for (const long pid : {0L, -1L, long{INT32_MAX}})
+  for (const long pid : {0L, -1L, long{INT32_MAX}}) {
     windows_.emplace_back(client(), DefaultRootWindow(client()), pid);
+  }
   windows_.back().set("_NET_WM_PID", XA_WINDOW, ann.pid());
   EXPECT_EQ(walk(), Owners());
 
@@ -66,7 +67,7 @@ TEST_F(DesktopUidMonitorTest, TellsOfEachChangeOnce) {
   EXPECT_EQ(walk(), Owners());
 
   // Processes count, not windows; at a draw the lowest id wins.
-  for (int i = 0; i < 3; i++) window(bob.pid());
+  for (int i = 0; i < 3; ++i) window(bob.pid());
   EXPECT_EQ(walk(), Owners());
   window(bob2.pid());
   EXPECT_EQ(walk(), Owners{"23456 /bob"});
@@ -89,7 +90,7 @@ TEST_F(DesktopUidMonitorTest, LooksAtWindowsOfProgramsWhereverTheyAre) {
     monitor_ = std::make_unique<tx::DesktopUidMonitor>(this);
     // Inside frames, among more windows than one turn looks at.
     Window parent = DefaultRootWindow(client());
-    for (int i = 0; i < 2 * tx::DesktopUidMonitor::kWindowsPerTurn; i++) {
+    for (int i = 0; i < 2 * tx::DesktopUidMonitor::kWindowsPerTurn; ++i) {
       windows_.emplace_front(client(), i % 4 ? parent : DefaultRootWindow(client()), 0);
       parent = windows_.front().id();
     }
@@ -100,7 +101,7 @@ TEST_F(DesktopUidMonitorTest, LooksAtWindowsOfProgramsWhereverTheyAre) {
 
 // Windows and processes come and go while they are looked at, and so does the X server.
 TEST_F(DesktopUidMonitorTest, SurvivesWhatVanishesMeanwhile) {
-  for (int i = 0; i < 3 * tx::DesktopUidMonitor::kWindowsPerTurn; i++) window(getpid());
+  for (int i = 0; i < 3 * tx::DesktopUidMonitor::kWindowsPerTurn; ++i) window(getpid());
   clock_.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
   loop_.process(0);
   EXPECT_EQ(told_, Owners()) << "in the middle of a walk";

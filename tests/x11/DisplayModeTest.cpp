@@ -53,7 +53,7 @@ TEST_F(DisplayModeX11Test, SurvivesEveryFailure) {
   FailingScreen& screen = *owned;
   svr::DisplayMode mode(*this, std::move(owned));
   int refused = 0;
-  for (int at = 1;; at++) {
+  for (int at = 1;; ++at) {
     SCOPED_TRACE(at);
     // Later requests work and tidy up.
     mode.setDisplayMode(910, 700);
@@ -67,14 +67,15 @@ TEST_F(DisplayModeX11Test, SurvivesEveryFailure) {
     XSync(client(), False);
     const svr::RandrScreen::State after = screen.read(false);
     if (log_.has("Unable to set display mode to 1601x900", 0, "Randr")) {
-      refused++;
+      ++refused;
       EXPECT_TRUE(after.crtcs == before.crtcs);
       EXPECT_EQ(after.size.str(), "910x700");
       EXPECT_EQ(after.modes.size(), before.modes.size());
     } else {
       EXPECT_EQ(after.size.str(), "1601x900");
-      for (const svr::RandrScreen::Crtc& crtc : after.crtcs)
+      for (const svr::RandrScreen::Crtc& crtc : after.crtcs) {
         EXPECT_EQ(crtc.mode != 0, crtc.id == after.crtcs[0].id || crtc.id == after.crtcs[1].id);
+      }
     }
     if (screen.changes < at) break;
   }

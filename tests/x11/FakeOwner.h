@@ -35,8 +35,9 @@ class FakeOwner {
     answer("TIMESTAMP", {Answer::kProperty, "INTEGER", 32, "", {long(time)}});
   }
   void answerText(const std::string& target, const std::string& text) {
-    if (target == "UTF8_STRING")
+    if (target == "UTF8_STRING") {
       answer("TARGETS", {Answer::kProperty, "ATOM", 32, "", {long(atom(target))}});
+    }
     answer(target, {Answer::kProperty, target, 8, text, {}});
   }
   void own(const std::string& selection) {

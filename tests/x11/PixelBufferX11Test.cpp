@@ -63,10 +63,13 @@ class PixelBufferX11Test : public TXFixture {
     const tx::XOwnImage image(XGetImage(client(), root(), r.tl.x, r.tl.y,
                                         static_cast<unsigned>(r.width()),
                                         static_cast<unsigned>(r.height()), AllPlanes, ZPixmap));
-    for (int y = r.tl.y; y < r.br.y; ++y)
-      for (int x = r.tl.x; x < r.br.x; ++x)
-        if (buffer.getPixel(x, y) != XGetPixel(image.get(), x - r.tl.x, y - r.tl.y))
+    for (int y = r.tl.y; y < r.br.y; ++y) {
+      for (int x = r.tl.x; x < r.br.x; ++x) {
+        if (buffer.getPixel(x, y) != XGetPixel(image.get(), x - r.tl.x, y - r.tl.y)) {
           return testing::AssertionFailure() << "different at " << x << "," << y;
+        }
+      }
+    }
     return testing::AssertionSuccess();
   }
 

@@ -74,7 +74,7 @@ class SKeyboardX11Test : public TXFixture {
   }
   std::set<int> spareKeycodes() {
     std::set<int> spare;
-    for (int keycode = 8; keycode < 256; keycode++) {
+    for (int keycode = 8; keycode < 256; ++keycode) {
       int width = 0;
       const tx::XMemory<KeySym> map(
           XGetKeyboardMapping(client(), static_cast<KeyCode>(keycode), 1, &width));
@@ -84,8 +84,9 @@ class SKeyboardX11Test : public TXFixture {
   }
   void fillMap() {
     KeySym symbol = XF86XK_Launch0;
-    for (const int keycode : spareKeycodes())
+    for (const int keycode : spareKeycodes()) {
       XChangeKeyboardMapping(client(), keycode, 1, &symbol, 1);
+    }
     XSync(client(), False);
     take();
     dispatchAll();
@@ -168,11 +169,11 @@ TEST_F(SKeyboardX11Test, GroupsThatAKeyDoesNotHave) {
       "replace key <AE05> { symbols[1] = [ 0 ] }; }; };";
   server().run({"xkbcomp", "-w", "0", "-", server().display()}, options);
   const std::string symbols[] = {"14680", "25790", "34790"};
-  for (unsigned group = 0; group < 3; group++) {
+  for (unsigned group = 0; group < 3; ++group) {
     XkbLockGroup(client(), XkbUseCoreKbd, group);
     XSync(client(), False);
     XSync(client(), False);
-    for (size_t i = 0; i < 5; i++) {
+    for (size_t i = 0; i < 5; ++i) {
       const char symbol = symbols[group][i];
       const std::string event = tapped(static_cast<uint8_t>(symbol)).at(0);
       EXPECT_EQ(witness_->text(), std::string(1, symbol)) << group;
@@ -186,8 +187,9 @@ TEST_F(SKeyboardX11Test, LocksAtTheKeyboard) {
   EXPECT_EQ(tapped(XK_KP_5),
             (Strings{"+Num_Lock 77", "-Num_Lock 77 2", "+KP_5 84 2", "-KP_5 84 2"}));
   for (const int keycode : {77, 66}) {  // Num Lock off, Caps Lock on
-    for (const Bool down : {True, False})
+    for (const Bool down : {True, False}) {
       XTestFakeKeyEvent(client(), static_cast<unsigned>(keycode), down, CurrentTime);
+    }
     XSync(client(), False);
   }
   take();

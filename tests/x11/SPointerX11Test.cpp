@@ -122,7 +122,7 @@ TEST_F(SPointerX11Test, Watches) {
   warp(42, 40);
   EXPECT_EQ(heardAfter(30), "moved;at 42,40;");
   setParam("PollCursorTime", "0");
-  for (int i = 0; i < 2; i++) {
+  for (int i = 0; i < 2; ++i) {
     warp(43 + i, 40);
     EXPECT_EQ(heardAfter(1000), "");
     pointer_->setPolling(true);

@@ -47,10 +47,11 @@ struct Answerer : tx::TXEventHandler {
     event.xclient.type = ClientMessage;
     event.xclient.window = window.id();
     event.xclient.format = 32;
-    for (int i = 0; i < 2; ++i)
+    for (int i = 0; i < 2; ++i) {
       XSendEvent(tx::TXDisplay::display(), window.id(), False, NoEventMask, &event);
+    }
     XSync(tx::TXDisplay::display(), False);
-    count++;
+    ++count;
   }
   const tx::TXWindow window;
   int count = 0;

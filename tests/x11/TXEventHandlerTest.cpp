@@ -48,7 +48,7 @@ TEST_F(TXEventHandlerTest, AllHandlersInOrderThenTheWindowWithChangesMeanwhile) 
   tx::TXEventHandler::dispatch(event);
   EXPECT_EQ(calls, "abcW");
   event.xany.window = 0x123;
-  for (int i = 0; i < 3; i++) tx::TXEventHandler::dispatch(event);
+  for (int i = 0; i < 3; ++i) tx::TXEventHandler::dispatch(event);
   EXPECT_EQ(calls,
             "abcWab"
             "bd"

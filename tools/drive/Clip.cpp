@@ -25,8 +25,9 @@ struct ClipOptions {
 };
 
 void print(const std::string& text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
     throw Failure(std::string("can't write the text: ") + strerror(errno));
+  }
 }
 
 // Keeps what is copied, and the agent's word on a text that it can't offer.
@@ -62,8 +63,9 @@ class Lines : public io::FdHandler {
     }
     partial_.append(bytes.data(), static_cast<size_t>(got));
     size_t begin = 0;
-    for (size_t end; (end = partial_.find('\n', begin)) != std::string::npos; begin = end + 1)
+    for (size_t end; (end = partial_.find('\n', begin)) != std::string::npos; begin = end + 1) {
       handle_(partial_.substr(begin, end - begin));
+    }
     partial_.erase(0, begin);
   }
 
@@ -105,8 +107,9 @@ void set(const SessionOptions& sessionOptions, const ClipOptions& options) {
   std::string text;
   std::array<char, 65536> bytes;
   size_t got;
-  while ((got = std::fread(bytes.data(), 1, bytes.size(), stdin)) > 0)
+  while ((got = std::fread(bytes.data(), 1, bytes.size(), stdin)) > 0) {
     text.append(bytes.data(), got);
+  }
   if (std::ferror(stdin)) throw Failure(std::string("can't read the text: ") + strerror(errno));
   if (text.size() > INT_MAX) throw Failure("the text is longer than 2 GB");
 
@@ -157,9 +160,10 @@ void addClipCommands(CLI::App& app, SessionOptions& session) {
   }
   gets->add_option("--timeout", options->seconds, "Seconds to wait (default: until interrupted)")
       ->check(checkSeconds);
-  for (CLI::App* each : {sets, watches})
+  for (CLI::App* each : {sets, watches}) {
     each->add_option("--for", options->seconds, "Seconds to stay (default: until interrupted)")
         ->check(checkSeconds);
+  }
   gets->callback([&session, options] { get(session, *options); });
   sets->callback([&session, options] { set(session, *options); });
   watches->callback([&session, options] { watchClipboard(session, *options); });

@@ -19,8 +19,8 @@ struct PointerOptions {
   int count = 1;
 };
 
-constexpr int wheelUp = 4, wheelDown = 5;
-constexpr int dragSteps = 16;
+constexpr int kWheelUp = 4, kWheelDown = 5;
+constexpr int kDragSteps = 16;
 
 // The code points of UTF-8 text. Throws Failure.
 std::vector<uint32_t> codePoints(const std::string& text) {
@@ -30,8 +30,9 @@ std::vector<uint32_t> codePoints(const std::string& text) {
     const auto lead = static_cast<unsigned char>(text[i]);
     const size_t length = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
     uint32_t point = length == 1 ? lead : lead & (0x7fu >> length);
-    for (size_t k = 1; k < length; ++k)
+    for (size_t k = 1; k < length; ++k) {
       point = point << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3f);
+    }
     points.push_back(point);
     i += length;
   }
@@ -56,9 +57,10 @@ class InputRecorder : public Recorder {
     Recorder::logMsg(line);
     if (!line.text.starts_with("Keyboard mapping full")) return;
     const size_t number = line.text.rfind("0x");
-    if (number != std::string::npos)
+    if (number != std::string::npos) {
       ignored.push_back(
           static_cast<uint32_t>(std::strtoul(line.text.c_str() + number, nullptr, 16)));
+    }
   }
 
   std::vector<uint32_t> ignored;
@@ -79,8 +81,9 @@ class InputSession {
     const std::vector<uint32_t>& ignored = recorder_.ignored;
     if (ignored.empty()) return;
     char text[64];
-    if (xkb_keysym_to_utf8(ignored[0], text, sizeof text) <= 1)
+    if (xkb_keysym_to_utf8(ignored[0], text, sizeof text) <= 1) {
       xkb_keysym_get_name(ignored[0], text, sizeof text);
+    }
     throw Failure(
         plat::format("the keyboard has no key to spare for %zu of the symbols, first '%s'",
                      ignored.size(), text));
@@ -142,10 +145,12 @@ void pressKeys(const SessionOptions& options, const std::vector<std::string>& co
   }
   InputSession session(options);
   for (const std::vector<uint32_t>& keysyms : all) {
-    for (auto keysym = keysyms.begin(); keysym != keysyms.end(); ++keysym)
+    for (auto keysym = keysyms.begin(); keysym != keysyms.end(); ++keysym) {
       session.agent().keyEvent(*keysym, true);
-    for (auto keysym = keysyms.rbegin(); keysym != keysyms.rend(); ++keysym)
+    }
+    for (auto keysym = keysyms.rbegin(); keysym != keysyms.rend(); ++keysym) {
       session.agent().keyEvent(*keysym, false);
+    }
   }
   session.finish();
 }
@@ -166,9 +171,9 @@ void click(const SessionOptions& options, const PointerOptions& pointer) {
 void drag(const SessionOptions& options, const PointerOptions& pointer) {
   InputSession session(options);
   session.agent().pointerEvent(pointer.fromX, pointer.fromY, 0);
-  for (int step = 0; step <= dragSteps; ++step) {
-    session.agent().pointerEvent(pointer.fromX + (pointer.x - pointer.fromX) * step / dragSteps,
-                                 pointer.fromY + (pointer.y - pointer.fromY) * step / dragSteps,
+  for (int step = 0; step <= kDragSteps; ++step) {
+    session.agent().pointerEvent(pointer.fromX + (pointer.x - pointer.fromX) * step / kDragSteps,
+                                 pointer.fromY + (pointer.y - pointer.fromY) * step / kDragSteps,
                                  maskOf(pointer.button));
     session.pause(10);
   }
@@ -179,7 +184,7 @@ void drag(const SessionOptions& options, const PointerOptions& pointer) {
 void wheel(const SessionOptions& options, const PointerOptions& pointer) {
   InputSession session(options);
   session.agent().pointerEvent(pointer.x, pointer.y, 0);
-  press(session.agent(), pointer.x, pointer.y, pointer.count > 0 ? wheelUp : wheelDown,
+  press(session.agent(), pointer.x, pointer.y, pointer.count > 0 ? kWheelUp : kWheelDown,
         std::abs(pointer.count));
   session.finish();
 }
@@ -215,10 +220,11 @@ void addInputCommands(CLI::App& app, SessionOptions& session) {
     each->add_option("x", pointer->x)->required();
     each->add_option("y", pointer->y)->required();
   }
-  for (CLI::App* each : {clicks, drags})
+  for (CLI::App* each : {clicks, drags}) {
     each->add_option("button", pointer->button, "Logical button, 1 to 32")
         ->check(CLI::Range(1, 32))
         ->capture_default_str();
+  }
   clicks->add_option("--count", pointer->count, "How often")->check(CLI::Range(1, 100));
   wheels->add_option("steps", pointer->count, "Steps: up when positive, down when negative")
       ->required()

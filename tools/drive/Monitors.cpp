@@ -19,10 +19,11 @@ void list(const SessionOptions& options) {
   Session session(options, recorder);
   session.startDesktop();
   session.waitUntil([&] { return !recorder.monitors.monitors.empty(); }, 5000, "the monitors");
-  for (const plat::DisplayInfo& monitor : recorder.monitors.monitors)
+  for (const plat::DisplayInfo& monitor : recorder.monitors.monitors) {
     std::printf("%s  %dx%d at %d,%d%s\n", monitor.name.c_str(), monitor.right - monitor.left,
                 monitor.bottom - monitor.top, monitor.left, monitor.top,
                 monitor.primary ? "  primary" : "");
+  }
   session.finish();
 }
 
@@ -34,10 +35,11 @@ void addMonitorCommands(CLI::App& app, SessionOptions& session) {
       "select", "Restricts the commands that follow on the line, such as shot, to these monitors");
   select->add_option("numbers", session.monitors, "Numbers, with commas between")->required();
   monitors->callback([&app, &session, select] {
-    if (!*select)
+    if (!*select) {
       list(session);
-    else if (app.get_subcommands().size() < 2)
+    } else if (app.get_subcommands().size() < 2) {
       throw CLI::RequiredError("A command after the monitors, such as shot,");
+    }
   });
 }
 

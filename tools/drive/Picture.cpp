@@ -27,8 +27,9 @@ class Decoder {
     const int bytes = format_.bytesPerPixel();
     uint32_t value = 0;
     const bool highFirst = format_.bigEndian && bytes != 3;
-    for (int i = 0; i < bytes; ++i)
+    for (int i = 0; i < bytes; ++i) {
       value |= static_cast<uint32_t>(pixel[i]) << 8 * (highFirst ? bytes - 1 - i : i);
+    }
     rgba[3] = 255;
     if (!format_.trueColour) {
       const host::ColourMapEntry entry =
@@ -41,8 +42,9 @@ class Decoder {
     rgba[0] = scaled(value >> format_.redShift & format_.redMax, format_.redMax);
     rgba[1] = scaled(value >> format_.greenShift & format_.greenMax, format_.greenMax);
     rgba[2] = scaled(value >> format_.blueShift & format_.blueMax, format_.blueMax);
-    if (format_.alphaMax)
+    if (format_.alphaMax) {
       rgba[3] = scaled(value >> format_.alphaShift & format_.alphaMax, format_.alphaMax);
+    }
   }
 
  private:
@@ -86,9 +88,10 @@ Picture Picture::ofCursor(const host::CursorImage& cursor) {
                             cursor.rect.height(), static_cast<uint32_t>(cursor.rect.width()));
   for (size_t i = 0; i < picture.rgba.size(); i += 4) {
     const uint8_t alpha = picture.rgba[i + 3];
-    for (size_t c = 0; c < 3 && alpha != 0; ++c)
+    for (size_t c = 0; c < 3 && alpha != 0; ++c) {
       picture.rgba[i + c] =
           static_cast<uint8_t>(std::min(255, (picture.rgba[i + c] * 255 + alpha / 2) / alpha));
+    }
   }
   return picture;
 }
@@ -103,9 +106,10 @@ void Picture::drawCursor(const host::CursorImage& cursor, int x, int y) {
       if (toX < 0 || toY < 0 || toX >= width || toY >= height) continue;
       const uint8_t* from = &image.rgba[(size_t(row) * size_t(image.width) + size_t(column)) * 4];
       uint8_t* to = &rgba[(size_t(toY) * size_t(width) + size_t(toX)) * 4];
-      for (int c = 0; c < 3; ++c)
+      for (int c = 0; c < 3; ++c) {
         to[c] =
             static_cast<uint8_t>(std::min(255, from[c] + (to[c] * (255 - from[3]) + 127) / 255));
+      }
     }
   }
 }
@@ -117,9 +121,10 @@ void Picture::writePng(const std::string& path, bool withAlpha) const {
   const size_t channels = withAlpha ? 4 : 3;
   if (!withAlpha) {
     rgb.reserve(rgba.size() / 4 * 3);
-    for (size_t i = 0; i < rgba.size(); i += 4)
+    for (size_t i = 0; i < rgba.size(); i += 4) {
       rgb.insert(rgb.end(), rgba.begin() + static_cast<std::ptrdiff_t>(i),
                  rgba.begin() + static_cast<std::ptrdiff_t>(i) + 3);
+    }
   }
   const uint8_t* bytes = withAlpha ? rgba.data() : rgb.data();
   png_image image{};
@@ -130,8 +135,9 @@ void Picture::writePng(const std::string& path, bool withAlpha) const {
   if (!png_image_write_to_stdio(&image, file.handle, 0, bytes,
                                 static_cast<png_int_32>(width) * static_cast<int>(channels),
                                 nullptr) ||
-      std::fflush(file.handle) != 0)
+      std::fflush(file.handle) != 0) {
     throw Failure(path + ": " + (image.message[0] ? image.message : std::strerror(errno)));
+  }
 }
 
 }  // namespace drive

@@ -33,8 +33,9 @@ Json json(const rfb::PixelFormat& format) {
 }
 
 Json json(const plat::SharedMemDescriptor& segment) {
-  if (segment.kind == plat::SharedMemDescriptor::Kind::sysV)
+  if (segment.kind == plat::SharedMemDescriptor::Kind::kSysV) {
     return {{"kind", "sysv"}, {"size", segment.size}, {"id", segment.id}};
+  }
   return {{"kind", "posix"},
           {"size", segment.size},
           {"name", segment.name.str()},
@@ -65,8 +66,9 @@ class Printer : public Recorder {
   }
   void setColourMapEntries(int first, const std::vector<host::ColourMapEntry>& entries) override {
     Json colours = Json::array();
-    for (const host::ColourMapEntry& entry : entries)
+    for (const host::ColourMapEntry& entry : entries) {
       colours.push_back(plat::format("#%02x%02x%02x", entry.red, entry.green, entry.blue));
+    }
     print("setColourMapEntries", {{"firstColour", first}, {"colours", colours}});
   }
   void fbUpdate(const host::UpdateMessage& update) override {
@@ -108,11 +110,12 @@ class Printer : public Recorder {
   void displayModesUpdated() override { print("displayModesUpdated", Json::object()); }
   void monitorsUpdated(const host::MonitorsMessage& message) override {
     Json monitors = Json::array();
-    for (const plat::DisplayInfo& monitor : message.monitors)
+    for (const plat::DisplayInfo& monitor : message.monitors) {
       monitors.push_back({{"name", monitor.name.str()},
                           {"primary", monitor.primary},
                           {"depth", monitor.depth},
                           {"rect", {monitor.left, monitor.top, monitor.right, monitor.bottom}}});
+    }
     print("monitorsUpdated", {{"monitors", monitors},
                               {"parameter", message.parameter},
                               {"selection", message.selection}});

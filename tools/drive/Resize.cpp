@@ -7,7 +7,7 @@ namespace drive {
 
 namespace {
 
-constexpr int timeoutMs = 10000;
+constexpr int kTimeoutMs = 10000;
 
 struct Size {
   int width = 0, height = 0;
@@ -30,10 +30,11 @@ class ResizeRecorder : public Recorder {
   void logMsg(const host::LogLine& line) override {
     Recorder::logMsg(line);
     if (line.source != "Randr") return;
-    if (line.level == 0)
+    if (line.level == 0) {
       refusal = line.text + (reason.empty() ? "" : ": " + reason);
-    else if (line.text.starts_with("Ignoring"))
+    } else if (line.text.starts_with("Ignoring")) {
       refusal = line.text;
+    }
     reason = line.text;
   }
 
@@ -59,7 +60,7 @@ void resize(const SessionOptions& options, const std::string& text) {
   session.agent().setDisplayMode(static_cast<uint32_t>(size.width),
                                  static_cast<uint32_t>(size.height));
   session.waitUntil([&] { return hasSize() || recorder.unsupported || !recorder.refusal.empty(); },
-                    timeoutMs, "the framebuffer of the new size");
+                    kTimeoutMs, "the framebuffer of the new size");
   if (recorder.unsupported) throw Failure("the X server has no RANDR");
   if (!recorder.refusal.empty()) throw Failure(recorder.refusal);
   const double ms =

@@ -13,10 +13,10 @@ namespace drive {
 
 namespace {
 
-constexpr int greetingTimeoutMs = 15000;
-constexpr int bufferTimeoutMs = 10000;
-constexpr int leaveTimeoutMs = 5000;
-constexpr int finishTimeoutMs = 30000;
+constexpr int kGreetingTimeoutMs = 15000;
+constexpr int kBufferTimeoutMs = 10000;
+constexpr int kLeaveTimeoutMs = 5000;
+constexpr int kFinishTimeoutMs = 30000;
 
 }  // namespace
 
@@ -60,8 +60,9 @@ Session::Session(const SessionOptions& options, Recorder& recorder)
     const auto& [name, value] =
         launch.parameters.emplace_back(parameter.substr(0, equals), parameter.substr(equals + 1));
     // A log that is asked for there is to be seen, and must not fill the pipe.
-    if (plat::equalNoCase(name, "Log") && value.find(":stderr:") != std::string::npos)
+    if (plat::equalNoCase(name, "Log") && value.find(":stderr:") != std::string::npos) {
       launch.standardError = -1;
+    }
   }
   try {
     process_ = std::make_unique<host::AgentProcess>(host::AgentProcess::launch(launch));
@@ -70,12 +71,12 @@ Session::Session(const SessionOptions& options, Recorder& recorder)
   } catch (const plat::Exception& e) {
     throw Failure(e.text());
   }
-  waitUntil([&] { return recorder_.greeted(); }, greetingTimeoutMs, "the agent's greeting");
+  waitUntil([&] { return recorder_.greeted(); }, kGreetingTimeoutMs, "the agent's greeting");
 }
 
 Session::~Session() {
   if (connection_) connection_->close();
-  if (process_) process_->wait(leaveTimeoutMs);
+  if (process_) process_->wait(kLeaveTimeoutMs);
 }
 
 void Session::startDesktop() {
@@ -96,11 +97,12 @@ void Session::waitForBuffer(int before) {
   const auto settled = [&] {
     return published() || !recorder_.failure().empty() || recorder_.selectionRefused();
   };
-  waitUntil(settled, bufferTimeoutMs, "the framebuffer");
+  waitUntil(settled, kBufferTimeoutMs, "the framebuffer");
   if (!recorder_.failure().empty()) throw Failure("the desktop failed: " + recorder_.failure());
   if (recorder_.selectionRefused()) throw Failure(recorder_.lastError());
-  if (!connection_->pixels())
+  if (!connection_->pixels()) {
     throw Failure("the framebuffer can't be mapped: " + connection_->segmentError());
+  }
 }
 
 void Session::waitUntil(const std::function<bool()>& done, int timeoutMs, const std::string& what) {
@@ -110,20 +112,21 @@ void Session::waitUntil(const std::function<bool()>& done, int timeoutMs, const 
 }
 
 void Session::finish() {
-  connection_->finish(finishTimeoutMs);
-  const std::optional<int> status = process_->wait(leaveTimeoutMs);
+  connection_->finish(kFinishTimeoutMs);
+  const std::optional<int> status = process_->wait(kLeaveTimeoutMs);
   if (!status) throw Failure("the agent does not leave");
   if (*status != 0) throw Failure("the agent ended: " + explainDeath());
 }
 
 std::string Session::explainDeath() {
-  const std::optional<int> status = process_->wait(leaveTimeoutMs);
+  const std::optional<int> status = process_->wait(kLeaveTimeoutMs);
   std::string text;
   if (status) {
     std::array<char, 4096> bytes;
     ssize_t got;
-    while ((got = read(errorRead_.get(), bytes.data(), bytes.size())) > 0)
+    while ((got = read(errorRead_.get(), bytes.data(), bytes.size())) > 0) {
       text.append(bytes.data(), static_cast<size_t>(got));
+    }
   }
   if (const size_t end = text.find('\n'); end != std::string::npos) text.resize(end);
   if (!text.empty()) return text;

@@ -25,15 +25,16 @@ std::string rectText(const rfb::Rect& rect) {
 }
 
 std::string segmentText(const plat::SharedMemDescriptor& segment) {
-  return segment.kind == plat::SharedMemDescriptor::Kind::sysV
+  return segment.kind == plat::SharedMemDescriptor::Kind::kSysV
              ? plat::format("System V segment %d, %u bytes", segment.id, segment.size)
              : plat::format("POSIX segment %s, %u bytes", segment.name.c_str(), segment.size);
 }
 
 uint64_t areaOf(const rfb::Region& region) {
   uint64_t area = 0;
-  for (const rfb::Rect& rect : region.rects())
+  for (const rfb::Rect& rect : region.rects()) {
     area += static_cast<uint64_t>(rect.width()) * static_cast<uint64_t>(rect.height());
+  }
   return area;
 }
 
@@ -66,8 +67,9 @@ class Screen {
   void table(const std::vector<std::pair<std::string, std::string>>& rows) {
     if (!terminal_) {
       std::string text;
-      for (const auto& [name, value] : rows)
+      for (const auto& [name, value] : rows) {
         text += (text.empty() ? "" : ", ") + name + " " + value;
+      }
       std::printf("%s\n", text.c_str());
       std::fflush(stdout);
       return;
@@ -83,8 +85,9 @@ class Screen {
     drawn_ = 0;
   }
   void drawTable() {
-    for (const auto& [name, value] : rows_)
+    for (const auto& [name, value] : rows_) {
       std::printf("  \033[1m%-20s\033[0m %s\n", name.c_str(), value.c_str());
+    }
     drawn_ = rows_.size();
     std::fflush(stdout);
   }
@@ -158,9 +161,10 @@ class Watcher : public Recorder {
   }
   void logMsg(const host::LogLine& line) override {
     Recorder::logMsg(line);
-    if (!options_.noLog)
+    if (!options_.noLog) {
       screen_.line(
           plat::format("log %u %s: %s", line.level, line.source.c_str(), line.text.c_str()));
+    }
   }
 
   void request() {

@@ -15,8 +15,8 @@ void onSignal(int) {
   interruptedFlag = 1;
 }
 
-constexpr int badUsage = 2;
-constexpr int failed = 1;
+constexpr int kBadUsage = 2;
+constexpr int kFailed = 1;
 
 }  // namespace
 
@@ -70,21 +70,21 @@ int main(int argc, char** argv) {
     if (app.get_subcommands().empty() && !app.remaining().empty()) {
       std::fprintf(stderr, "'%s' is not a command\nRun with --help for more information.\n",
                    app.remaining()[0].c_str());
-      return badUsage;
+      return kBadUsage;
     }
-    return app.exit(e) == 0 ? 0 : badUsage;
+    return app.exit(e) == 0 ? 0 : kBadUsage;
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : badUsage;
+    return app.exit(e) == 0 ? 0 : kBadUsage;
   } catch (const drive::Failure& e) {
     std::fprintf(stderr, "ruvodrive: %s\n", e.what());
-    return failed;
+    return kFailed;
   } catch (const plat::Exception& e) {
     std::fprintf(stderr, "ruvodrive: %s\n", e.text());
-    return failed;
+    return kFailed;
   }
   if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
     std::fprintf(stderr, "ruvodrive: the output can't be written\n");
-    return failed;
+    return kFailed;
   }
   return 0;
 }

@@ -70,7 +70,7 @@ void DesktopUidMonitor::timerCallback(plat::Timer&) {
 void DesktopUidMonitor::walkWindows() {
   // Windows vanish all the time.
   const ErrorCatcher trap;
-  for (int i = 0; i < kWindowsPerTurn && !pending_.empty(); i++) {
+  for (int i = 0; i < kWindowsPerTurn && !pending_.empty(); ++i) {
     const Window window = pending_.back();
     pending_.pop_back();
     look(window);
@@ -87,8 +87,9 @@ void DesktopUidMonitor::look(Window window) {
   pending_.insert(pending_.end(), children, children + count);
 
   const std::optional<uint32_t> pid = firstItem(window, internAtom("_NET_WM_PID"), XA_CARDINAL);
-  if (pid && *pid > 0 && *pid <= INT_MAX && countsForOwner(window))
+  if (pid && *pid > 0 && *pid <= INT_MAX && countsForOwner(window)) {
     processes_.insert(static_cast<pid_t>(*pid));
+  }
 }
 
 std::optional<DesktopUidMonitor::Owner> DesktopUidMonitor::ownerOf(

@@ -32,9 +32,9 @@ bool RandrExtension::query(Display* display) {
 
 XRRResources RandrExtension::resources(Display* display, Window window, bool fresh) const {
   const bool hasCurrent =
-      getScreenResourcesCurrent && std::pair(majorVersion, minorVersion) >= std::pair(1, 3);
+      getScreenResourcesCurrent_ && std::pair(majorVersion, minorVersion) >= std::pair(1, 3);
   return XRRResources(fresh || !hasCurrent ? getScreenResources(display, window)
-                                           : getScreenResourcesCurrent(display, window));
+                                           : getScreenResourcesCurrent_(display, window));
 }
 
 void XRRResourcesDeleter::operator()(XRRScreenResources* resources) const {

@@ -79,7 +79,7 @@ class RandrExtension {
   static RandrExtension& instance();
   bool query(Display* display);
 
-  plat::DynamicFn<decltype(::XRRGetScreenResourcesCurrent)> getScreenResourcesCurrent{
+  plat::DynamicFn<decltype(::XRRGetScreenResourcesCurrent)> getScreenResourcesCurrent_{
       library_, "XRRGetScreenResourcesCurrent",
       plat::DynamicFn<decltype(::XRRGetScreenResourcesCurrent)>::kOptional};
 };

@@ -16,7 +16,7 @@ void freeData(Data* block) noexcept;
 
 // Whether two bands of equally many boxes have the same x spans.
 inline bool sameSpans(const Box* a, const Box* b, size_t count) {
-  for (size_t i = 0; i < count; i++) {
+  for (size_t i = 0; i < count; ++i) {
     if (a[i].x1 != b[i].x1 || a[i].x2 != b[i].x2) return false;
   }
   return true;

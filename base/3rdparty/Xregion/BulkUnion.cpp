@@ -63,9 +63,9 @@ void BulkUnion::sort() {
   std::pmr::vector<uint64_t> sorted(keys_.size(), &memory_);
   std::array<std::array<uint32_t, 256>, 4> places{};
   for (const uint64_t key : keys_) {
-    for (size_t byte = 0; byte < 4; byte++) places[byte][key >> (32 + 8 * byte) & 0xff]++;
+    for (size_t byte = 0; byte < 4; ++byte) places[byte][key >> (32 + 8 * byte) & 0xff]++;
   }
-  for (size_t byte = 0; byte < 4; byte++) {
+  for (size_t byte = 0; byte < 4; ++byte) {
     const size_t shift = 32 + 8 * byte;
     if (places[byte][keys_[0] >> shift & 0xff] == keys_.size()) continue;
     uint32_t next = 0;
@@ -100,7 +100,7 @@ void BulkUnion::startProfile(size_t first, size_t end) {
   runs_.clear();
   runs_.push_back(0);
   int32_t x2 = kNothing;
-  for (size_t i = first; i < end; i++) {
+  for (size_t i = first; i < end; ++i) {
     const uint64_t key = keys_[i];
     const int32_t x1 = x1Of(key);
     if (x1 == x2) {

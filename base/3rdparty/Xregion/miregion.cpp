@@ -41,7 +41,7 @@ Box boundsOf(const Box& a, const Box& b) {
 
 Box boundsOf(const Box* boxes, size_t count) {
   Box bounds = boxes[0];
-  for (size_t i = 1; i < count; i++) {
+  for (size_t i = 1; i < count; ++i) {
     bounds.x1 = std::min(bounds.x1, boxes[i].x1);
     bounds.x2 = std::max(bounds.x2, boxes[i].x2);
   }
@@ -213,7 +213,7 @@ void Region::translate(int32_t dx, int32_t dy) {
   const bool cut = bounds.x2 - bounds.x1 != extents_.x2 - extents_.x1 ||
                    bounds.y2 - bounds.y1 != extents_.y2 - extents_.y1;
   if (!cut) {
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < count; ++i) {
       boxes[i].x1 = static_cast<int16_t>(boxes[i].x1 + dx);
       boxes[i].y1 = static_cast<int16_t>(boxes[i].y1 + dy);
       boxes[i].x2 = static_cast<int16_t>(boxes[i].x2 + dx);
@@ -227,7 +227,7 @@ void Region::translate(int32_t dx, int32_t dy) {
     for (size_t i = 0; i < count;) {
       const int16_t y1 = boxes[i].y1;
       Box* next = out.reserve(0);
-      for (; i < count && boxes[i].y1 == y1; i++) {
+      for (; i < count && boxes[i].y1 == y1; ++i) {
         *next = moved(boxes[i]);
         next += !next->isEmpty();
       }

@@ -144,7 +144,7 @@ void Configuration::processArgs(const char* const* args, const HelpHandler& help
   if (!*args) return;
   if (helpHandler && isHelpArgument(*args)) {
     const std::string_view mode = args[1] ? args[1] : "";
-    helpHandler(mode == "all" ? HelpMode::All : mode == "xml" ? HelpMode::Xml : HelpMode::Plain);
+    helpHandler(mode == "all" ? HelpMode::kAll : mode == "xml" ? HelpMode::kXml : HelpMode::kPlain);
   }
   std::string message = translate(MessageId{"plat_bad_argument"}, *args).str();
   if (helpHandler) message += "  " + translate(MessageId{"plat_run_with_help"}).str();

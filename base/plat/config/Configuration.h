@@ -16,7 +16,7 @@ namespace plat {
 // A named group of parameters. Names of parameters match in any case. Main thread only.
 class Configuration {
  public:
-  enum class HelpMode { Plain = 0, All = 1, Xml = 2 };
+  enum class HelpMode { kPlain = 0, kAll = 1, kXml = 2 };
   // Prints the help asked for and ends the process.
   using HelpHandler = std::function<void(HelpMode mode)>;
 

@@ -42,7 +42,7 @@ class JsonParser {
 
   bool accept(char c) {
     if (peek() != c || atEnd()) return false;
-    pos_++;
+    ++pos_;
     return true;
   }
 
@@ -60,16 +60,16 @@ class JsonParser {
       return peek() == '{' ? object(depth) : array(depth);
     }
     if (peek() == '"') {
-      result.type_ = Json::Type::String;
+      result.type_ = Json::Type::kString;
       result.string_ = string();
     } else if (peek() == '-' || isDigit(peek())) {
-      result.type_ = Json::Type::Number;
+      result.type_ = Json::Type::kNumber;
       result.number_ = number();
     } else if (acceptWord("true")) {
-      result.type_ = Json::Type::Bool;
+      result.type_ = Json::Type::kBool;
       result.boolean_ = true;
     } else if (acceptWord("false")) {
-      result.type_ = Json::Type::Bool;
+      result.type_ = Json::Type::kBool;
     } else if (!acceptWord("null")) {
       fail(atEnd() ? "the document ends too early" : "a value is expected");
     }
@@ -78,8 +78,8 @@ class JsonParser {
 
   Json object(int depth) {
     Json result;
-    result.type_ = Json::Type::Object;
-    pos_++;
+    result.type_ = Json::Type::kObject;
+    ++pos_;
     skipSpace();
     if (accept('}')) return result;
     do {
@@ -97,8 +97,8 @@ class JsonParser {
 
   Json array(int depth) {
     Json result;
-    result.type_ = Json::Type::Array;
-    pos_++;
+    result.type_ = Json::Type::kArray;
+    ++pos_;
     skipSpace();
     if (accept(']')) return result;
     do {
@@ -134,26 +134,27 @@ class JsonParser {
 
   std::string string() {
     std::string result;
-    pos_++;
+    ++pos_;
     while (!accept('"')) {
       if (atEnd()) fail("the string does not end");
       const char c = text_[pos_];
       if (static_cast<unsigned char>(c) < 0x20) fail("a control character in a string");
-      pos_++;
-      if (c == '\\')
+      ++pos_;
+      if (c == '\\') {
         escape(result);
-      else
+      } else {
         result += c;
+      }
     }
     return result;
   }
 
   void escape(std::string& result) {
-    constexpr std::string_view escapes = "\"\\/bfnrt", meanings = "\"\\/\b\f\n\r\t";
-    const size_t which = atEnd() ? std::string_view::npos : escapes.find(peek());
+    constexpr std::string_view kEscapes = "\"\\/bfnrt", kMeanings = "\"\\/\b\f\n\r\t";
+    const size_t which = atEnd() ? std::string_view::npos : kEscapes.find(peek());
     if (which != std::string_view::npos) {
-      result += meanings[which];
-      pos_++;
+      result += kMeanings[which];
+      ++pos_;
       return;
     }
     if (!accept('u')) fail("an unknown escape");
@@ -207,8 +208,9 @@ Json Json::parse(std::string_view text) {
 }
 
 const Json* Json::find(std::string_view name) const {
-  for (auto it = members_.rbegin(); it != members_.rend(); ++it)
+  for (auto it = members_.rbegin(); it != members_.rend(); ++it) {
     if (it->first == name) return &it->second;
+  }
   return nullptr;
 }
 

@@ -10,7 +10,7 @@ namespace plat {
 // A value of a JSON document (RFC 8259), which has been read whole.
 class Json {
  public:
-  enum class Type { Null, Bool, Number, String, Array, Object };
+  enum class Type { kNull, kBool, kNumber, kString, kArray, kObject };
   using Member = std::pair<std::string, Json>;
 
   // Arrays and objects may stand in each other this many deep.
@@ -21,9 +21,9 @@ class Json {
   static Json parse(std::string_view text);
 
   Type type() const { return type_; }
-  bool isString() const { return type_ == Type::String; }
-  bool isArray() const { return type_ == Type::Array; }
-  bool isObject() const { return type_ == Type::Object; }
+  bool isString() const { return type_ == Type::kString; }
+  bool isArray() const { return type_ == Type::kArray; }
+  bool isObject() const { return type_ == Type::kObject; }
 
   // Each is for values of that type, and false, 0 or empty for all others.
   bool boolean() const { return boolean_; }
@@ -40,7 +40,7 @@ class Json {
  private:
   friend class JsonParser;
 
-  Type type_ = Type::Null;
+  Type type_ = Type::kNull;
   bool boolean_ = false;
   double number_ = 0;
   std::string string_;

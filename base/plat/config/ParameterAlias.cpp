@@ -17,8 +17,9 @@ ParameterAlias::ParameterAlias(const char* name, std::vector<std::string> parame
 ParameterAlias::~ParameterAlias() {
   if (!configuration_) return;
   const auto it = configuration_->aliases_.find(name_);
-  if (it != configuration_->aliases_.end() && it->second == this)
+  if (it != configuration_->aliases_.end() && it->second == this) {
     configuration_->aliases_.erase(it);
+  }
 }
 
 void ParameterAlias::expand(const char*, const String& value, ValueMap& map) const {

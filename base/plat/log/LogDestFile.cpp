@@ -49,7 +49,7 @@ std::string errorText(const std::string& path, int error) {
 }  // namespace
 
 LogDestFile::LogDestFile(const char* name, Kind kind) : LogDest(name), kind_(kind) {
-  if (kind_ == Kind::standardError) {
+  if (kind_ == Kind::kStandardError) {
     fd_ = STDERR_FILENO;
     opened_ = true;
   }
@@ -87,7 +87,7 @@ const char* LogDestFile::colourOf(int level) {
 void LogDestFile::write(const LogLine& line) {
   std::string text = formatLine(line, compact_);
   const std::lock_guard lock(mutex_);
-  if (kind_ == Kind::file) {
+  if (kind_ == Kind::kFile) {
     if (!opened_) open();
     if (sizeLimit_ != 0) rotate();
     if (fd_ < 0) return;
@@ -102,7 +102,7 @@ void LogDestFile::write(const LogLine& line) {
 
 void LogDestFile::setPath(const std::string& directory, const std::string& file) {
   const std::lock_guard lock(mutex_);
-  if (kind_ != Kind::file) return;
+  if (kind_ != Kind::kFile) return;
   const std::string former = configuredPath();
   directory_ = directory;
   fileName_ = file;
@@ -159,7 +159,7 @@ void LogDestFile::open() {
 }
 
 void LogDestFile::close() {
-  if (kind_ != Kind::file || fd_ < 0) return;
+  if (kind_ != Kind::kFile || fd_ < 0) return;
   if (::close(fd_) != 0) {
     std::fprintf(stderr, "Error closing log file: %s\n", errorText(path_, errno).c_str());
   }

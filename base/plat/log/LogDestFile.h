@@ -15,7 +15,7 @@ namespace plat {
 // message", local time.
 class LogDestFile : public LogDest {
  public:
-  enum class Kind { standardError, file };
+  enum class Kind { kStandardError, kFile };
 
   LogDestFile(const char* name, Kind kind);
   ~LogDestFile() override;

@@ -54,8 +54,8 @@ LogManager& LogManager::instance() {
 }
 
 LogManager::LogManager()
-    : stderr_("stderr", LogDestFile::Kind::standardError),
-      file_("file", LogDestFile::Kind::file),
+    : stderr_("stderr", LogDestFile::Kind::kStandardError),
+      file_("file", LogDestFile::Kind::kFile),
       startUpSpec_(kDefaultSpec),
       spec_(kDefaultSpec) {
   LogParameters::require();
@@ -183,7 +183,7 @@ void LogManager::write(const LogLine& line) {
 bool LogManager::dispatch(const LogLine& line) {
   bool taken = false;
   // By index: a destination that logs, or sets levels, comes back here.
-  for (size_t i = 0; i < connections_.size(); i++) {
+  for (size_t i = 0; i < connections_.size(); ++i) {
     if (line.level > connections_[i].levelOf(line.source)) continue;
     taken = true;
     try {

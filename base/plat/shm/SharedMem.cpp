@@ -18,10 +18,10 @@ SharedMem::SharedMem(uint32_t size) : size_(size), serial_(nextSerial++) {}
 
 std::unique_ptr<SharedMem> SharedMem::open(const SharedMemDescriptor& descriptor) {
   switch (descriptor.kind) {
-    case SharedMemDescriptor::Kind::posix:
+    case SharedMemDescriptor::Kind::kPosix:
       return std::make_unique<SharedMemPosix>(descriptor.name.str(), descriptor.size,
                                               descriptor.isFile, descriptor.pos);
-    case SharedMemDescriptor::Kind::sysV:
+    case SharedMemDescriptor::Kind::kSysV:
       return std::make_unique<SharedMemSysV>(descriptor.id, descriptor.size);
   }
   throw Exception("Unsupported memory type received");

@@ -10,9 +10,9 @@ namespace plat {
 // What another process needs to know to map a block. rdr/SharedMemDescriptor.h puts it on a stream;
 // it is data here, as this layer knows no streams.
 struct SharedMemDescriptor {
-  enum class Kind : uint8_t { posix = 0, sysV = 1 };
+  enum class Kind : uint8_t { kPosix = 0, kSysV = 1 };
 
-  Kind kind = Kind::posix;
+  Kind kind = Kind::kPosix;
   uint32_t size = 0;  // bytes
   String name;        // posix: object name, or path of a file
   bool isFile = false;

@@ -141,7 +141,7 @@ SharedMemPosix::~SharedMemPosix() {
 
 SharedMemDescriptor SharedMemPosix::descriptor() const {
   SharedMemDescriptor descriptor;
-  descriptor.kind = SharedMemDescriptor::Kind::posix;
+  descriptor.kind = SharedMemDescriptor::Kind::kPosix;
   descriptor.size = size_;
   descriptor.name = name_;
   descriptor.isFile = isFile_;

@@ -98,7 +98,7 @@ SharedMemSysV::~SharedMemSysV() {
 
 SharedMemDescriptor SharedMemSysV::descriptor() const {
   SharedMemDescriptor descriptor;
-  descriptor.kind = SharedMemDescriptor::Kind::sysV;
+  descriptor.kind = SharedMemDescriptor::Kind::kSysV;
   descriptor.size = size_;
   descriptor.id = id_;
   return descriptor;

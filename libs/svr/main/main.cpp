@@ -10,7 +10,7 @@ namespace {
 // A launcher may have closed the standard descriptors. The X connection must not become one of
 // them, or what is written on standard error would reach the X server.
 void occupyStandardDescriptors() {
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     // The lowest free descriptor is taken, which is this one.
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", O_RDWR);
   }
