@@ -57,37 +57,6 @@ int withBit(int level, int bit, bool set) {
 
 }  // namespace
 
-int KeyEventInterpreter::Callback::keysymToKeycode(uint32_t keysym, int* level) {
-  const auto search = [&](int at) {
-    for (int keycode = minKeycode; keycode <= maxKeycode; ++keycode) {
-      if (keycodeToKeysym(keycode, at) == keysym) return keycode;
-    }
-    return -1;
-  };
-  if (level) {
-    const int keycode = search(*level);
-    if (keycode >= 0) return keycode;
-  }
-  for (int at = 0; at < 4; ++at) {
-    if (level && at == *level) continue;
-    const int keycode = search(at);
-    if (keycode < 0) continue;
-    if (level) *level = at;
-    return keycode;
-  }
-  return -1;
-}
-
-KeyEventInterpreter::KeyEventInterpreter(KeyEventInterpreter::Callback& callback)
-    : callback_(callback) {
-  findLockKeys();
-}
-
-void KeyEventInterpreter::findLockKeys() {
-  numLockKeycode_ = callback_.keysymToKeycode(kNumLock, nullptr);
-  capsLockKeycode_ = callback_.keysymToKeycode(kCapsLock, nullptr);
-}
-
 bool KeyEventInterpreter::isShiftPressed() const {
   return isPressed(kShiftL) || isPressed(kShiftR);
 }
@@ -111,10 +80,8 @@ bool KeyEventInterpreter::keyEvent(uint32_t keysym, bool down) {
   const bool handled = handleKeysym(keysym, down);
   if (handled || !down) return true;
   if (spell(keysym)) return true;
-
-  const int keycode = callback_.addKeysym(keysym);
-  if (keycode >= 0) {
-    injectKey(keycode, keysym, true);
+  if (const std::optional<int> keycode = keyboard_.graft(keysym)) {
+    injectKey(*keycode, keysym, true);
     return true;
   }
   if (keysym == kMultiKey) {
@@ -122,6 +89,14 @@ bool KeyEventInterpreter::keyEvent(uint32_t keysym, bool down) {
     return true;
   }
   return false;
+}
+
+bool KeyEventInterpreter::needsGraft(uint32_t keysym) const {
+  if (keysym == 0 || keysym == kCapsLock || isPressed(keysym)) return false;
+  if (composePending_ && deadKeys_.deadKeysym(keysym)) return false;
+  if (hasKey(keysym)) return false;
+  const uint32_t alternate = alternateKeysym(keysym);
+  return !(alternate != 0 && hasKey(alternate)) && !spellingOnKeys(keysym);
 }
 
 bool KeyEventInterpreter::handleKeysym(uint32_t keysym, bool down) {
@@ -146,11 +121,14 @@ void KeyEventInterpreter::pressAndRelease(uint32_t keysym) {
   handleKeysym(keysym, false);
 }
 
-bool KeyEventInterpreter::spell(uint32_t keysym) {
+const DeadKeyUtil::Spelling* KeyEventInterpreter::spellingOnKeys(uint32_t keysym) const {
   const DeadKeyUtil::Spelling* spelling = deadKeys_.spelling(keysym);
+  return spelling && hasKey(spelling->dead) && hasKey(spelling->base) ? spelling : nullptr;
+}
+
+bool KeyEventInterpreter::spell(uint32_t keysym) {
+  const DeadKeyUtil::Spelling* spelling = spellingOnKeys(keysym);
   if (!spelling) return false;
-  if (callback_.keysymToKeycode(spelling->dead, nullptr) < 0) return false;
-  if (callback_.keysymToKeycode(spelling->base, nullptr) < 0) return false;
   pressAndRelease(spelling->dead);
   pressAndRelease(spelling->base);
   return true;
@@ -160,10 +138,10 @@ bool KeyEventInterpreter::pressKeysym(uint32_t target, uint32_t recordAs) {
   // The viewer's Caps Lock is in the keysyms that it sends already, and the level chosen for each
   // decides about its case; a lock of our own would invert that.
   if (target == kCapsLock) return true;
-  if (callback_.isCapsLockOn()) turnCapsLockOff();
+  if (keyboard_.isCapsLockOn()) tapLock(kCapsLock);
 
   const bool keypad = isKeypad(target);
-  const bool numLock = keypad && callback_.isNumLockOn();
+  const bool numLock = keypad && keyboard_.isNumLockOn();
   int wantedLevel = 0;
   if (keypad) {
     wantedLevel = withBit(0, kShiftBit, numLock);
@@ -172,59 +150,72 @@ bool KeyEventInterpreter::pressKeysym(uint32_t target, uint32_t recordAs) {
     wantedLevel =
         withBit(wantedLevel, kLevel3Bit, isPressed(kIsoLevel3Shift) || isPressed(kModeSwitch));
   }
-  int level = wantedLevel;
-  const int keycode = callback_.keysymToKeycode(target, &level);
-  if (keycode < 0) return false;
+  const std::optional<Keyboard::Key> key = keyboard_.find(target, wantedLevel);
+  if (!key) return false;
 
   // Key combinations mean what the viewer holds, whatever the key's symbols are.
+  int level = key->level;
   if (isFunctionKey(target)) level = wantedLevel;
   if (!alterShiftWithMods.value() && (isHeld(kControlL) || isHeld(kAltL) || isHeld(kSuperL))) {
     level = wantedLevel;
   }
   if (target == kTab && isShiftPressed()) level |= kShiftBit;
 
-  plat::KeyStateModifier scope(*this);
+  ModifierChanges changes;
   if (!keypad) {
-    adjustModifier(scope, kShiftL, kShiftR, level & kShiftBit);
-    adjustModifier(scope, kIsoLevel3Shift, kModeSwitch, level & kLevel3Bit);
+    adjustModifier(changes, kShiftL, kShiftR, level & kShiftBit);
+    adjustModifier(changes, kIsoLevel3Shift, kModeSwitch, level & kLevel3Bit);
   } else if (numLock != ((level & kShiftBit) != 0)) {
     toggleNumLock();
   }
-  injectKey(keycode, recordAs, true);
+  injectKey(key->keycode, recordAs, true);
+  undo(changes);
   return true;
 }
 
-void KeyEventInterpreter::turnCapsLockOff() {
-  injectKey(capsLockKeycode_, 0, true);
-  injectKey(capsLockKeycode_, 0, false);
+void KeyEventInterpreter::tapLock(uint32_t keysym) {
+  const std::optional<Keyboard::Key> lock = keyboard_.find(keysym, 0);
+  if (!lock) return;
+  injectKey(lock->keycode, 0, true);
+  injectKey(lock->keycode, 0, false);
 }
 
 void KeyEventInterpreter::toggleNumLock() {
   // With Shift held the key may be another one. Num Lock itself stays as it is then: it is no part
   // of what is undone.
-  plat::KeyStateModifier scope(*this);
-  adjustModifier(scope, kShiftL, kShiftR, false);
-  injectKey(numLockKeycode_, 0, true);
-  injectKey(numLockKeycode_, 0, false);
+  ModifierChanges changes;
+  adjustModifier(changes, kShiftL, kShiftR, false);
+  tapLock(kNumLock);
+  undo(changes);
 }
 
-void KeyEventInterpreter::adjustModifier(plat::KeyStateModifier& scope, uint32_t first,
-                                         uint32_t second, bool down) {
+void KeyEventInterpreter::adjustModifier(ModifierChanges& changes, uint32_t first, uint32_t second,
+                                         bool down) {
   if (!down) {
     for (const uint32_t keysym : {first, second}) {
       const auto pressed = pressedKeysyms_.find(keysym);
-      if (pressed != pressedKeysyms_.end()) scope.change(pressed->second, false);
+      if (pressed != pressedKeysyms_.end()) changeModifier(changes, pressed->second, false);
     }
     return;
   }
   if (isPressed(first) || isPressed(second)) return;
-  int keycode = callback_.keysymToKeycode(first, nullptr);
-  if (keycode < 0) keycode = callback_.keysymToKeycode(second, nullptr);
-  if (keycode >= 0) scope.change(keycode, true);
+  std::optional<Keyboard::Key> key = keyboard_.find(first, 0);
+  if (!key) key = keyboard_.find(second, 0);
+  if (key) changeModifier(changes, key->keycode, true);
+}
+
+void KeyEventInterpreter::changeModifier(ModifierChanges& changes, int keycode, bool down) {
+  changes.emplace_back(keycode, down);
+  injectKey(keycode, 0, down);
+}
+
+void KeyEventInterpreter::undo(const ModifierChanges& changes) {
+  for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
+    injectKey(change->first, 0, !change->second);
+  }
 }
 
 void KeyEventInterpreter::injectKey(int keycode, uint32_t keysym, bool down) {
-  if (keycode < 0) return;
   if (keysym && down) {
     // A repeat on another key than before: the map or the level has changed. Nothing would ever
     // release the former key.
@@ -234,7 +225,9 @@ void KeyEventInterpreter::injectKey(int keycode, uint32_t keysym, bool down) {
     }
   }
   vlog.debug("keysym 0x%04x keycode %3d down %d", keysym, keycode, down ? 1 : 0);
-  callback_.fakeKeyEvent(keycode, down);
+  // Applications see a repeat as another press, which needs a release.
+  if (down && isKeycodePressed(keycode)) keyboard_.send(keycode, false);
+  keyboard_.send(keycode, down);
   if (keysym) {
     if (down) {
       pressedKeysyms_[keysym] = keycode;
@@ -242,11 +235,7 @@ void KeyEventInterpreter::injectKey(int keycode, uint32_t keysym, bool down) {
       pressedKeysyms_.erase(keysym);
     }
   }
-  if (down) {
-    pressedKeycodes_.insert(keycode);
-  } else {
-    pressedKeycodes_.erase(keycode);
-  }
+  pressedKeycodes_.set(static_cast<size_t>(keycode), down);
 }
 
 void KeyEventInterpreter::releasePressedKeys() {

@@ -77,13 +77,14 @@ bool OverOp::combineRows(const CombineArea& area, const PixelFormat& source,
   if (source.bpp != 32 || destination.bpp != 32 || isSwapped(source) || isSwapped(destination)) {
     return false;
   }
-  if (!source.is888() || source.alphaMax == 0 || source.alphaShift != 24) return false;
+  // Full channels in bytes of their own, the alpha in the topmost.
+  const auto channels = source.byteChannels();
+  if (!channels || !source.is888() || channels->alpha != 0) return false;
   PixelFormat withAlpha = destination;
   withAlpha.alphaMax = source.alphaMax;
   withAlpha.alphaShift = source.alphaShift;
   if (!(withAlpha == source)) return false;
   if (destination.alphaMax != 0 && !(destination == source)) return false;
-  if ((source.redShift | source.greenShift | source.blueShift) % 8 != 0) return false;
 
   const uint32_t keep = destination.alphaMax ? 0xffffffff : 0x00ffffff;
   for (int y = 0; y < area.height; ++y) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,22 +33,25 @@ const struct {
              {"b", {'b', 'B', '9'}},   {"e", {'e', 'E'}},
              {"another e", {'e', 'E'}}};
 
-class Keyboard : public KeyEventInterpreter::Callback {
+class FakeKeyboard : public Keyboard {
  public:
-  Keyboard() {
-    minKeycode = 8;
-    maxKeycode = 8 + static_cast<int>(std::size(kKeys)) - 1;
+  std::optional<Key> find(uint32_t keysym, int preferredLevel) override {
+    for (const int level : {preferredLevel, 0, 1, 2, 3}) {
+      for (int i = 0; i < static_cast<int>(std::size(kKeys)); ++i) {
+        if (kKeys[i].symbols[level] == keysym) return Key{8 + i, level};
+      }
+    }
+    return std::nullopt;
   }
-  uint32_t keycodeToKeysym(int keycode, int level) override {
-    return kKeys[keycode - 8].symbols[level];
+  void send(int keycode, bool down) override {
+    events += std::string(down ? " +" : " -") + kKeys[keycode - 8].name;
   }
-  void fakeKeyEvent(int keycode, bool down) override {
-    events_ += std::string(down ? " +" : " -") + kKeys[keycode - 8].name;
-  }
-  std::string takeEvents() { return std::exchange(events_, {}); }
+  bool isNumLockOn() override { return false; }
+  bool isCapsLockOn() override { return std::exchange(capsLockOn, false); }
+  std::optional<int> graft(uint32_t) override { return std::nullopt; }
 
- private:
-  std::string events_;
+  std::string events;
+  bool capsLockOn = false;
 };
 
 // A list of presses (positive) and releases (negative) of keysyms.
@@ -58,10 +62,10 @@ struct KeyEventInterpreterTest : testing::Test {
     for (const int64_t key : keys) {
       EXPECT_TRUE(interpreter.keyEvent(static_cast<uint32_t>(std::abs(key)), key > 0)) << key;
     }
-    return keyboard.takeEvents();
+    return std::exchange(keyboard.events, {});
   }
 
-  Keyboard keyboard;
+  FakeKeyboard keyboard;
   KeyEventInterpreter interpreter{keyboard};
 };
 
@@ -79,8 +83,9 @@ TEST_F(KeyEventInterpreterTest, FindsKeysAndTheirModifiers) {
       {{kShiftL, kTab, -kTab, kF5, -kF5, -kShiftL}, " +Shift +Tab -Tab +F5 -F5 -Shift"},
       {{kNumLock, kNumLock, -kNumLock, -kNumLock}, " +Num -Num"},
       {{kCapsLock, -kCapsLock}, ""},
+      {{'a', 'a', -'a'}, " +a -a +a -a"},
       // A symbol of the keypad that it lacks is on another key, and found again on release.
-      {{kKp9, '9', -kKp9, -'9'}, " +9 +9 -9 -9"},
+      {{kKp9, '9', -kKp9, -'9'}, " +9 -9 +9 -9 -9"},
       // A key that repeats elsewhere is not left behind.
       {{'9', kIsoLevel3Shift, '9', -'9', -kIsoLevel3Shift}, " +9 +AltGr -9 +b -b -AltGr"},
       // Spelled with dead keys, under a Shift that the viewer holds.
@@ -93,6 +98,9 @@ TEST_F(KeyEventInterpreterTest, FindsKeysAndTheirModifiers) {
       {{kMultiKey, 0x1b7, -0x1b7, 'a', -'a'}, " +a -a"}};
   for (const auto& [keys, events] : cases) EXPECT_EQ(eventsOf(keys), events);
   EXPECT_FALSE(interpreter.keyEvent(0x7eb, true)) << "nowhere, and no key to spare";
+
+  keyboard.capsLockOn = true;
+  EXPECT_EQ(eventsOf({'a', -'a'}), " +Caps -Caps +a -a");
 }
 
 TEST_F(KeyEventInterpreterTest, ShiftIsLeftAloneWithModifiersWhenToldSo) {
@@ -108,7 +116,7 @@ TEST_F(KeyEventInterpreterTest, ShiftIsLeftAloneWithModifiersWhenToldSo) {
 TEST_F(KeyEventInterpreterTest, ReleasesEverythingSmallestKeysymFirst) {
   eventsOf({kShiftL, 'B', 'a', kControlL});
   interpreter.releasePressedKeys();
-  EXPECT_EQ(keyboard.takeEvents(), " -b -a -Shift -Ctrl");
+  EXPECT_EQ(keyboard.events, " -b -a -Shift -Ctrl");
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "x11/TXFixture.h"
 
-#include "svr/SKeyboardX11.h"
+#include "svr/input/SKeyboardX11.h"
 
 #include <X11/XF86keysym.h>
 #include <X11/XKBlib.h>

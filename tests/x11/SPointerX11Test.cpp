@@ -1,6 +1,6 @@
 #include "x11/TXFixture.h"
 
-#include "svr/SPointerX11.h"
+#include "svr/input/SPointerX11.h"
 
 #include <X11/extensions/XTest.h>
 

@@ -1,4 +1,4 @@
-#include "svr/SPointerX11.h"
+#include "svr/input/SPointerX11.h"
 
 #include <X11/extensions/XTest.h>
 

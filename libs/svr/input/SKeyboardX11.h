@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "rfb/KeyEventInterpreter.h"
+#include "rfb/Keyboard.h"
+#include "svr/input/AutoRepeat.h"
+#include "svr/input/KeyMapX11.h"
+
+namespace svr {
+
+// Types a viewer's key events on the X display through XTEST. The display must be open.
+class SKeyboardX11 : private rfb::Keyboard {
+ public:
+  SKeyboardX11();
+  // Releases every key that is held, and gives the X server time to see that.
+  ~SKeyboardX11() override;
+  SKeyboardX11(const SKeyboardX11&) = delete;
+  SKeyboardX11& operator=(const SKeyboardX11&) = delete;
+
+  // A press or release of an X keysym. Dropped without XTEST.
+  void keyEvent(uint32_t keysym, bool down);
+  // Releases every key that is held for the viewer.
+  void releaseKeys();
+
+ private:
+  // A keycode that was given a keysym here.
+  struct Graft {
+    int keycode;
+    uint32_t keysym;
+  };
+
+  // rfb::Keyboard
+  std::optional<Key> find(uint32_t keysym, int preferredLevel) override;
+  void send(int keycode, bool down) override;
+  bool isNumLockOn() override { return map_.isNumLockOn(); }
+  bool isCapsLockOn() override { return map_.isCapsLockOn(); }
+  std::optional<int> graft(uint32_t keysym) override;
+
+  KeyMapX11 map_;
+  rfb::KeyEventInterpreter interpreter_;
+  AutoRepeat autoRepeat_;
+  std::vector<Graft> grafts_;
+};
+
+}  // namespace svr
