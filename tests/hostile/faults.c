@@ -1,0 +1,206 @@
+/* Makes one library call of a program fail: FAULT=KIND:N fails the N-th call of a kind, and the
+ * file FAULT_MARK is made when that has happened. Preloaded. */
+
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdarg.h>
+#include <stdatomic.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+static const char* wanted; /* "" once it has failed, or there is nothing to do */
+static size_t wanted_length;
+static atomic_long left;
+
+__attribute__((constructor)) static void begin(void) {
+  const char* fault = getenv("FAULT");
+  const char* colon = fault ? strchr(fault, ':') : NULL;
+  if (!colon) return;
+  left = atol(colon + 1);
+  wanted_length = (size_t)(colon - fault);
+  wanted = fault;
+}
+
+/* Whether this call of the kind is the one that fails. */
+static int fails(const char* kind) {
+  if (!wanted || strlen(kind) != wanted_length || strncmp(kind, wanted, wanted_length) != 0)
+    return 0;
+  if (atomic_fetch_sub(&left, 1) != 1) return 0;
+  const char* mark = getenv("FAULT_MARK");
+  if (mark) syscall(SYS_close, syscall(SYS_openat, AT_FDCWD, mark, O_CREAT | O_WRONLY, 0600));
+  return 1;
+}
+
+#define REAL(name) ((__typeof__(&name))real(#name))
+static void* real(const char* name) {
+  return dlsym(RTLD_NEXT, name);
+}
+
+#define FAIL(kind, number, result) \
+  if (fails(kind)) return errno = (number), (result)
+
+extern void* __libc_malloc(size_t);
+extern void* __libc_calloc(size_t, size_t);
+extern void* __libc_realloc(void*, size_t);
+
+void* malloc(size_t size) {
+  FAIL("memory", ENOMEM, NULL);
+  return __libc_malloc(size);
+}
+void* calloc(size_t count, size_t size) {
+  FAIL("memory", ENOMEM, NULL);
+  return __libc_calloc(count, size);
+}
+void* realloc(void* memory, size_t size) {
+  FAIL("memory", ENOMEM, NULL);
+  return __libc_realloc(memory, size);
+}
+
+#define READING(length)                \
+  FAIL("read-interrupted", EINTR, -1); \
+  FAIL("read-again", EAGAIN, -1);      \
+  FAIL("read-reset", ECONNRESET, -1);  \
+  if (length > 1 && fails("read-short")) length = 1
+#define WRITING(length)                 \
+  FAIL("write-interrupted", EINTR, -1); \
+  FAIL("write-again", EAGAIN, -1);      \
+  FAIL("write-broken", EPIPE, -1);      \
+  FAIL("write-full", ENOSPC, -1);       \
+  if (length > 1 && fails("write-short")) length = 1
+
+ssize_t read(int fd, void* to, size_t length) {
+  READING(length);
+  return REAL(read)(fd, to, length);
+}
+ssize_t __read_chk(int fd, void* to, size_t length, size_t room) {
+  (void)room;
+  return read(fd, to, length);
+}
+ssize_t recv(int fd, void* to, size_t length, int flags) {
+  READING(length);
+  return REAL(recv)(fd, to, length, flags);
+}
+ssize_t __recv_chk(int fd, void* to, size_t length, size_t room, int flags) {
+  (void)room;
+  return recv(fd, to, length, flags);
+}
+ssize_t recvmsg(int fd, struct msghdr* message, int flags) {
+  size_t length = 0;
+  READING(length);
+  return REAL(recvmsg)(fd, message, flags);
+}
+ssize_t write(int fd, const void* from, size_t length) {
+  WRITING(length);
+  return REAL(write)(fd, from, length);
+}
+ssize_t send(int fd, const void* from, size_t length, int flags) {
+  WRITING(length);
+  return REAL(send)(fd, from, length, flags);
+}
+ssize_t sendmsg(int fd, const struct msghdr* message, int flags) {
+  size_t length = 0;
+  WRITING(length);
+  return REAL(sendmsg)(fd, message, flags);
+}
+ssize_t writev(int fd, const struct iovec* pieces, int count) {
+  size_t length = 0;
+  WRITING(length);
+  return REAL(writev)(fd, pieces, count);
+}
+
+int select(int n, fd_set* r, fd_set* w, fd_set* e, struct timeval* timeout) {
+  FAIL("select", EINTR, -1);
+  return REAL(select)(n, r, w, e, timeout);
+}
+int poll(struct pollfd* entries, nfds_t count, int timeout) {
+  FAIL("poll", EINTR, -1);
+  return REAL(poll)(entries, count, timeout);
+}
+int __poll_chk(struct pollfd* entries, nfds_t count, int timeout, size_t room) {
+  (void)room;
+  return poll(entries, count, timeout);
+}
+int shmget(key_t key, size_t size, int flags) {
+  FAIL("shmget", ENOSPC, -1);
+  return REAL(shmget)(key, size, flags);
+}
+void* shmat(int id, const void* at, int flags) {
+  FAIL("shmat", ENOMEM, (void*)-1);
+  return REAL(shmat)(id, at, flags);
+}
+int shmctl(int id, int command, struct shmid_ds* status) {
+  FAIL("shmctl", EIDRM, -1);
+  return REAL(shmctl)(id, command, status);
+}
+int shm_open(const char* name, int flags, mode_t mode) {
+  FAIL("shm_open", EMFILE, -1);
+  return REAL(shm_open)(name, flags, mode);
+}
+int ftruncate(int fd, off_t length) {
+  FAIL("ftruncate", ENOSPC, -1);
+  return REAL(ftruncate)(fd, length);
+}
+void* mmap(void* at, size_t length, int protection, int flags, int fd, off_t offset) {
+  FAIL("mmap", ENOMEM, MAP_FAILED);
+  return REAL(mmap)(at, length, protection, flags, fd, offset);
+}
+int mkdirat(int directory, const char* path, mode_t mode) {
+  FAIL("mkdir", ENOSPC, -1);
+  return REAL(mkdirat)(directory, path, mode);
+}
+int mkdir(const char* path, mode_t mode) {
+  FAIL("mkdir", ENOSPC, -1);
+  return REAL(mkdir)(path, mode);
+}
+int flock(int fd, int operation) {
+  FAIL("flock", ENOLCK, -1);
+  return REAL(flock)(fd, operation);
+}
+pid_t fork(void) {
+  FAIL("fork", EAGAIN, -1);
+  return REAL(fork)();
+}
+int pipe2(int ends[2], int flags) {
+  FAIL("pipe", EMFILE, -1);
+  return REAL(pipe2)(ends, flags);
+}
+int socket(int domain, int type, int protocol) {
+  FAIL("socket", EMFILE, -1);
+  return REAL(socket)(domain, type, protocol);
+}
+static mode_t mode_of(int flags, va_list list) {
+  return flags & (O_CREAT | O_TMPFILE) ? va_arg(list, mode_t) : 0;
+}
+#define OPENS(name, parameters, call)         \
+  int name parameters {                       \
+    va_list list;                             \
+    va_start(list, flags);                    \
+    const mode_t mode = mode_of(flags, list); \
+    va_end(list);                             \
+    FAIL("open", EMFILE, -1);                 \
+    return REAL(name) call;                   \
+  }
+OPENS(open, (const char* path, int flags, ...), (path, flags, mode))
+OPENS(open64, (const char* path, int flags, ...), (path, flags, mode))
+OPENS(openat, (int at, const char* path, int flags, ...), (at, path, flags, mode))
+OPENS(openat64, (int at, const char* path, int flags, ...), (at, path, flags, mode))
+int ftruncate64(int fd, off64_t length) {
+  FAIL("ftruncate", ENOSPC, -1);
+  return REAL(ftruncate64)(fd, length);
+}
+void* mmap64(void* at, size_t length, int protection, int flags, int fd, off64_t offset) {
+  FAIL("mmap", ENOMEM, MAP_FAILED);
+  return REAL(mmap64)(at, length, protection, flags, fd, offset);
+}

@@ -1,0 +1,157 @@
+"""A display between a client and its X server that hides extensions and answers requests with errors.
+
+A request that shall fail is replaced by one that the X server refuses, so that the error comes in its
+place in the stream; the error's bytes are then made those of the wanted one.
+"""
+
+import os
+import select
+import socket
+import threading
+
+BAD_ALLOC, BAD_IMPLEMENTATION = 11, 17
+_GET_ATOM_NAME, _QUERY_EXTENSION = 17, 98
+_REFUSED = bytes([_GET_ATOM_NAME, 0, 2, 0]) + b"\xff\xff\xff\x1f"
+
+
+def _padded(length):
+    return (length + 3) & ~3
+
+
+class _Connection:
+    """One client's two streams; little-endian clients only."""
+
+    def __init__(self, proxy, client, server):
+        self.proxy, self.client, self.server = proxy, client, server
+        self.serial, self.failed, self.hidden = 0, {}, set()
+        self.to_server, self.to_client = b"", b""
+        self.opened, self.accepted = False, False
+
+    def run(self):
+        with self.client, self.server:
+            try:
+                while True:
+                    ready = select.select([self.client, self.server], [], [])[0]
+                    if self.client in ready:
+                        data = self.client.recv(1 << 18)
+                        if not data:
+                            return
+                        self.to_server += data
+                        self.server.sendall(self.requests())
+                    if self.server in ready:
+                        data = self.server.recv(1 << 18)
+                        if not data:
+                            return
+                        self.to_client += data
+                        self.client.sendall(self.answers())
+            except OSError:
+                pass
+
+    def requests(self):
+        data, at, out = self.to_server, 0, bytearray()
+        if not self.opened:
+            if len(data) < 12:
+                return b""
+            need = 12 + _padded(data[6] | data[7] << 8) + _padded(data[8] | data[9] << 8)
+            if len(data) < need:
+                return b""
+            self.opened, at = True, need
+            out += data[:need]
+        while at + 4 <= len(data):
+            length = 4 * int.from_bytes(data[at + 2:at + 4], "little")
+            if length == 0:  # a big request
+                length = 4 * int.from_bytes(data[at + 4:at + 8], "little")
+                if at + 8 > len(data):
+                    break
+            if at + length > len(data):
+                break
+            out += self.request(data[at:at + length])
+            at += length
+        self.to_server = data[at:]
+        return bytes(out)
+
+    def request(self, request):
+        self.serial += 1
+        opcode, minor = request[0], request[1] if request[0] >= 128 else 0
+        if opcode == _QUERY_EXTENSION:
+            name = request[8:8 + int.from_bytes(request[4:6], "little")].decode()
+            if name in self.proxy.hide:
+                self.hidden.add(self.serial & 0xFFFF)
+        code = self.proxy.verdict(opcode, minor)
+        if not code:
+            return request
+        self.failed[self.serial & 0xFFFF] = (code, opcode, minor, request[4:8].ljust(4, b"\0"))
+        return _REFUSED
+
+    def answers(self):
+        data, at, out = self.to_client, 0, bytearray()
+        if not self.accepted:
+            if len(data) < 8:
+                return b""
+            need = 8 + 4 * int.from_bytes(data[6:8], "little")
+            if len(data) < need:
+                return b""
+            self.accepted, at = True, need
+            out += data[:need]
+        while at + 32 <= len(data):
+            length = 32
+            if data[at] in (1, 35):
+                length += 4 * int.from_bytes(data[at + 4:at + 8], "little")
+            if at + length > len(data):
+                break
+            out += self.answer(bytearray(data[at:at + length]))
+            at += length
+        self.to_client = data[at:]
+        return bytes(out)
+
+    def answer(self, packet):
+        serial = packet[2] | packet[3] << 8
+        if packet[0] == 0 and serial in self.failed:
+            code, opcode, minor, resource = self.failed.pop(serial)
+            packet[1], packet[4:8], packet[8], packet[10] = code, resource, minor, opcode
+        elif packet[0] == 1 and serial in self.hidden:
+            self.hidden.remove(serial)
+            packet[8:12] = bytes(4)
+        return packet
+
+
+class Proxy:
+    """The display ":N" of its own in front of another. Use as an X server whose .display is given."""
+
+    def __init__(self, xserver):
+        self.target = f"/tmp/.X11-unix/X{xserver.number}"
+        self.hide, self.fail_at, self.fail_with, self.requests = set(), 0, BAD_ALLOC, []
+        self.socket = socket.socket(socket.AF_UNIX)
+        for number in range(400 + os.getpid() % 500, 2000):
+            self.path = f"/tmp/.X11-unix/X{number}"
+            try:
+                self.socket.bind(self.path)
+                break
+            except OSError:
+                continue
+        self.display = f":{number}"
+        self.socket.listen()
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def _accept(self):
+        while True:
+            try:
+                client = self.socket.accept()[0]
+                server = socket.socket(socket.AF_UNIX)
+                server.connect(self.target)
+            except OSError:
+                return
+            threading.Thread(target=_Connection(self, client, server).run, daemon=True).start()
+
+    def verdict(self, opcode, minor):
+        """Counts a request; the error that it is answered with, or 0."""
+        self.requests.append((opcode, minor))
+        return self.fail_with if len(self.requests) == self.fail_at else 0
+
+    def reset(self, fail_at=0, fail_with=BAD_ALLOC, hide=()):
+        self.requests.clear()
+        self.fail_at, self.fail_with, self.hide = fail_at, fail_with, set(hide)
+
+    def close(self):
+        self.socket.close()
+        os.unlink(self.path)
