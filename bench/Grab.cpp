@@ -125,7 +125,7 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   plat::LogManager::instance().setLogSpec("*:stderr:0");
   const auto server = support::XServer::xvfb("1920x1080x24");
-  tx::TXDisplay::open(server->display().c_str());
+  const tx::TXDisplay connection(server->display().c_str());
   XSetWindowBackground(display(), root(), 0x336699);
   XClearWindow(display(), root());
   buffer = std::make_unique<tx::PixelBufferX11>(root(), nullptr);
@@ -137,6 +137,5 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   buffer.reset();
   bare.reset();
-  tx::TXDisplay::close();
   return 0;
 }

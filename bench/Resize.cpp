@@ -115,9 +115,8 @@ class Server : public host::AgentListener {
 // The requests that a change of size consists of, for a screen with one CRTC in use.
 class BareClient {
  public:
-  explicit BareClient(const std::string& display) {
-    tx::TXDisplay::open(display.c_str());
-    randr_ = tx::RandrExtension::get();
+  explicit BareClient(const std::string& display)
+      : display_(display.c_str()), randr_(tx::RandrExtension::get()) {
     if (!randr_) throw std::runtime_error("no RANDR");
     resources_ = randr_->resources(tx::TXDisplay::display(), tx::TXDisplay::root());
     for (int i = 0; i < resources_->ncrtc && output_ == None; ++i) {
@@ -127,12 +126,6 @@ class BareClient {
       if (info->noutput > 0) output_ = info->outputs[0];
     }
   }
-  ~BareClient() {
-    resources_.reset();
-    tx::TXDisplay::close();
-  }
-  BareClient(const BareClient&) = delete;
-  BareClient& operator=(const BareClient&) = delete;
 
   void resize(const Size& size) {
     configure(None, nullptr, 0);
@@ -159,7 +152,8 @@ class BareClient {
     }
   }
 
-  const tx::RandrExtension* randr_ = nullptr;
+  const tx::TXDisplay display_;
+  const tx::RandrExtension* const randr_;
   tx::XRRResources resources_;
   RRCrtc crtc_ = None;
   RROutput output_ = None;

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "svr/SendMessage.h"
-#include "tx/TXUtil.h"
+#include "tx/ServerTime.h"
 
 namespace svr {
 

@@ -4,7 +4,7 @@
 
 #include "svr/RandrScreen.h"
 #include "tx/RandrExtension.h"
-#include "tx/XResources.h"
+#include "tx/ServerGrab.h"
 
 namespace svr {
 

@@ -7,8 +7,8 @@
 
 #include "io/FdManager.h"
 #include "support/ManualClock.h"
+#include "tx/ServerTime.h"
 #include "tx/TXClipboardMgr.h"
-#include "tx/TXUtil.h"
 #include "x11/FakeOwner.h"
 
 namespace {

@@ -48,12 +48,30 @@ TEST_F(ErrorCatcherTest, ErrorsBelongToTheTrapThatWasThereForTheRequest) {
   }
   ASSERT_TRUE(outer.error());
   EXPECT_EQ(outer.error()->error_code, BadWindow);
-  outer.clear();
   // A request of another connection is nobody's here.
   badRequest(client());
   XSync(client(), False);
-  EXPECT_FALSE(outer.failed());
   EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 1) << log_.str();
+}
+
+// Whoever waits for nothing pays for nothing: no request is made for the trap's sake.
+TEST_F(ErrorCatcherTest, ErrorsThatComeAfterTheTrapHasGoneAreItsOwnAllTheSame) {
+  badRequest();
+  const unsigned long before = NextRequest(display());
+  {
+    const ErrorCatcher outer;
+    const ErrorCatcher inner;
+    badRequest();
+  }
+  badRequest();
+  EXPECT_EQ(NextRequest(display()), before + 2);
+  XSync(display(), False);
+  EXPECT_EQ(log_.count("BadWindow", 0, "ErrorCatcher"), 2) << log_.str();
+  // The numbers of the trap before are not those of the next.
+  ErrorCatcher trap;
+  EXPECT_FALSE(trap.failed());
+  badRequest();
+  EXPECT_TRUE(trap.failed());
 }
 
 TEST_F(ErrorCatcherTest, LeavingOutOfOrderIsFatal) {
@@ -63,7 +81,7 @@ TEST_F(ErrorCatcherTest, LeavingOutOfOrderIsFatal) {
         const ErrorCatcher inner;
         outer.reset();
       },
-      "Assertion failed: current == this \\(uilibs/tx/ErrorCatcher\\)");
+      "Assertion failed: innermost == &trap \\(uilibs/tx/ErrorCatcher\\)");
 }
 
 }  // namespace

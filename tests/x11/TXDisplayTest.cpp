@@ -10,7 +10,7 @@
 #include "support/Environment.h"
 #include "tx/PixelBufferX11.h"
 #include "tx/RootEventMask.h"
-#include "tx/TXUtil.h"
+#include "tx/ServerTime.h"
 #include "tx/TXWindow.h"
 #include "ui/AppLoopImpl.h"
 
@@ -59,7 +59,7 @@ struct Answerer : tx::TXEventHandler {
 
 TEST_F(TXDisplayTest, AFloodOfEventsIsHandledAndLeavesTheLoopItsTurns) {
   start();
-  tx::TXDisplay::close();
+  closeDisplay();
   os::AppLoop loop(std::make_unique<ui::AppLoopImpl>(true, server().display().c_str()));
   Answerer flood;
   test::ActionTimer stop([] { os::AppLoop::quit(3); });

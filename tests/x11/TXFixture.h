@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,12 +20,13 @@ class TXFixture : public testing::Test {
   void use(std::unique_ptr<support::XServer> server) {
     stop();
     server_ = std::move(server);
-    tx::TXDisplay::open(server_->display().c_str());
+    display_.emplace(server_->display().c_str());
     client_ = server_->connect();
   }
+  void closeDisplay() { display_.reset(); }
   void stop() {
     client_.reset();
-    tx::TXDisplay::close();
+    display_.reset();
     server_.reset();
   }
   void TearDown() override {
@@ -62,6 +64,7 @@ class TXFixture : public testing::Test {
 
  private:
   std::unique_ptr<support::XServer> server_;
+  std::optional<tx::TXDisplay> display_;
   support::XConnection client_;
   std::vector<std::string> changed_;
 };

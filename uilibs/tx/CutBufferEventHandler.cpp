@@ -8,8 +8,9 @@ namespace tx {
 
 namespace {
 
-uint32_t lastChange = 0;
-unsigned lastGeneration = 0;
+struct CutBuffer {
+  uint32_t lastChange = 0;
+};
 
 }  // namespace
 
@@ -17,12 +18,11 @@ CutBufferEventHandler::CutBufferEventHandler() : mask_(PropertyChangeMask) {}
 
 void CutBufferEventHandler::handleEvent(const XEvent& event) {
   if (event.type != PropertyNotify || event.xproperty.atom != XA_CUT_BUFFER0) return;
-  lastChange = static_cast<uint32_t>(event.xproperty.time);
-  lastGeneration = TXDisplay::generation();
+  TXDisplay::part<CutBuffer>().lastChange = static_cast<uint32_t>(event.xproperty.time);
 }
 
 uint32_t CutBufferEventHandler::cutBufferTime() {
-  return lastGeneration == TXDisplay::generation() ? lastChange : 0;
+  return TXDisplay::part<CutBuffer>().lastChange;
 }
 
 }  // namespace tx

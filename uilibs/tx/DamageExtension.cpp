@@ -5,15 +5,11 @@
 namespace tx {
 
 const DamageExtension* DamageExtension::get() {
-  static DamageExtension extension;
-  static unsigned generation = 0;
-  static bool present = false;
-  if (generation != TXDisplay::generation()) {
-    generation = TXDisplay::generation();
-    present = extension.query(TXDisplay::display());
-  }
-  return present ? &extension : nullptr;
+  const DamageExtension& extension = TXDisplay::part<DamageExtension>();
+  return extension.present_ ? &extension : nullptr;
 }
+
+DamageExtension::DamageExtension() : present_(query(TXDisplay::display())) {}
 
 bool DamageExtension::query(Display* display) {
   return library_.ok() && queryExtension(display, &eventBase, &errorBase) &&

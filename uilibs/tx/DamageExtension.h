@@ -13,7 +13,7 @@ class DamageExtension {
 
  public:
   // The extension of the open display, or null when the library, one of its functions or the
-  // server's extension is missing. Asked once for each display; the version has been negotiated.
+  // server's extension is missing. Asked once; the version has been negotiated.
   static const DamageExtension* get();
 
   int eventBase = -1;
@@ -30,8 +30,11 @@ class DamageExtension {
   plat::DynamicFn<decltype(::XDamageSubtract)> subtract{library_, "XDamageSubtract"};
 
  private:
-  DamageExtension() = default;
+  friend class TXDisplay;
+  DamageExtension();
   bool query(Display* display);
+
+  bool present_;
 };
 
 }  // namespace tx

@@ -7,9 +7,9 @@
 
 #include "os/ProcessInfo.h"
 #include "plat/log/LogSrc.h"
+#include "tx/Atoms.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
-#include "tx/TXUtil.h"
 #include "tx/XResources.h"
 
 namespace tx {

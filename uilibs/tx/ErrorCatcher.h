@@ -21,39 +21,28 @@ class XErrorException : public plat::Exception {
   int requestCode_;
 };
 
-// Scoped trap for X errors. Records the first error among the requests made while it lives; errors
-// of earlier requests go to the trap or handler around it. Traps nest and must be left in reverse
-// order (asserted). Entering and leaving wait for the server only when requests are outstanding, so
-// a trap around requests that end in a round trip costs none of its own.
+// Scoped trap for X errors of the process's display. The errors of requests made while it lives are
+// its own, whenever they arrive: they are told apart by the requests' numbers, so that neither
+// entering nor leaving waits for the server. The first one is recorded; those that arrive after the
+// trap has gone are dropped. Traps nest and must be left in reverse order (asserted).
 class ErrorCatcher {
  public:
-  // Null: the process's display.
-  explicit ErrorCatcher(Display* display = nullptr);
+  ErrorCatcher();
   ~ErrorCatcher();
   ErrorCatcher(const ErrorCatcher&) = delete;
   ErrorCatcher& operator=(const ErrorCatcher&) = delete;
 
-  // Waits for outstanding requests, then says whether one has failed.
+  // Waits for the requests that have been made inside, then says whether one has failed.
   bool failed();
   // The first error recorded so far, without waiting.
   const std::optional<XErrorEvent>& error() const { return error_; }
   // Waits as failed() does; throws XErrorException "<what>: <error text>" for the first error.
   void check(const char* what);
-  // Forgets a recorded error.
-  void clear();
-
-  // Installs the process-wide handler underneath all traps: it logs the error and returns.
-  static void installDefaultHandler();
-  // "BadWindow (invalid Window parameter), request 3.0, resource 0x400001".
-  static std::string describe(Display* display, const XErrorEvent& error);
 
  private:
-  static int handle(Display* display, XErrorEvent* error);
-  void sync();
+  friend class ErrorTraps;
 
-  Display* display_;
-  ErrorCatcher* outer_;
-  XErrorHandler outerHandler_;
+  const unsigned long begin_;  // the number of the first request inside
   std::optional<XErrorEvent> error_;
 };
 

@@ -5,15 +5,11 @@
 namespace tx {
 
 const FixesExtension* FixesExtension::get() {
-  static FixesExtension extension;
-  static unsigned generation = 0;
-  static bool present = false;
-  if (generation != TXDisplay::generation()) {
-    generation = TXDisplay::generation();
-    present = extension.query(TXDisplay::display());
-  }
-  return present ? &extension : nullptr;
+  const FixesExtension& extension = TXDisplay::part<FixesExtension>();
+  return extension.present_ ? &extension : nullptr;
 }
+
+FixesExtension::FixesExtension() : present_(query(TXDisplay::display())) {}
 
 bool FixesExtension::query(Display* display) {
   return library_.ok() && queryExtension(display, &eventBase, &errorBase) &&

@@ -13,7 +13,7 @@ class FixesExtension {
 
  public:
   // The extension of the open display, or null when the library, one of its functions or the
-  // server's extension is missing or older. Asked once for each display; the version has been
+  // server's extension is missing or older. Asked once; the version has been
   // negotiated. Cursor events are eventBase + XFixesCursorNotify, selection events
   // eventBase + XFixesSelectionNotify.
   static const FixesExtension* get();
@@ -39,8 +39,11 @@ class FixesExtension {
       library_, "XFixesSelectSelectionInput"};
 
  private:
-  FixesExtension() = default;
+  friend class TXDisplay;
+  FixesExtension();
   bool query(Display* display);
+
+  bool present_;
 };
 
 }  // namespace tx

@@ -14,6 +14,7 @@
 #include "plat/shm/SharedMemSysV.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
+#include "tx/XErrorLog.h"
 
 namespace tx {
 
@@ -110,7 +111,7 @@ PixelBufferX11::PixelBufferX11(Drawable drawable, const plat::SharedMemPermissio
 PixelBufferX11::~PixelBufferX11() {
   release();
   // The server lets go of the segment now rather than at some later flush.
-  if (TXDisplay::isOpen()) XSync(TXDisplay::display(), False);
+  if (TXDisplay::isOpen()) XFlush(TXDisplay::display());
 }
 
 void PixelBufferX11::release() {
@@ -178,7 +179,7 @@ bool PixelBufferX11::createSharedPixmap() {
   gc_.reset(XCreateGC(display, pixmap_.get(), GCSubwindowMode | GCGraphicsExposures, &values));
   if (!trap.failed()) return true;
   vlog.error("Failed to create a shared pixmap: %s",
-             ErrorCatcher::describe(display, *trap.error()).c_str());
+             describeXError(display, *trap.error()).c_str());
   // What was not made is not known to the server: the errors end in this trap, too.
   gc_.reset();
   pixmap_.reset();
@@ -237,7 +238,7 @@ void PixelBufferX11::grabRegion(const rfb::Region& region) {
   // All modes end in a round trip, so that no error is outstanding.
   if (trap.error()) {
     vlog.debug("grab of %s: %s", grab_.boundingRect().str().c_str(),
-               ErrorCatcher::describe(TXDisplay::display(), *trap.error()).c_str());
+               describeXError(TXDisplay::display(), *trap.error()).c_str());
   }
 }
 

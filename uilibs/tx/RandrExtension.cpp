@@ -7,19 +7,15 @@
 namespace tx {
 
 RandrExtension& RandrExtension::instance() {
-  static RandrExtension extension;
-  return extension;
+  return TXDisplay::part<RandrExtension>();
 }
 
 const RandrExtension* RandrExtension::get() {
-  static unsigned generation = 0;
-  static bool present = false;
-  if (generation != TXDisplay::generation()) {
-    generation = TXDisplay::generation();
-    present = instance().query(TXDisplay::display());
-  }
-  return present ? &instance() : nullptr;
+  const RandrExtension& extension = instance();
+  return extension.present_ ? &extension : nullptr;
 }
+
+RandrExtension::RandrExtension() : present_(query(TXDisplay::display())) {}
 
 bool RandrExtension::query(Display* display) {
   // Asked first because the client library leaks memory when the server lacks the extension.

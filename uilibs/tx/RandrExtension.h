@@ -21,7 +21,7 @@ struct XRROutputInfoDeleter {
 struct XRRModeInfoDeleter {
   void operator()(XRRModeInfo* info) const;
 };
-// Memory that the RANDR client library allocated.
+// Memory that the RANDR client library allocated; goes before the display does.
 using XRRResources = std::unique_ptr<XRRScreenResources, XRRResourcesDeleter>;
 using XRRCrtc = std::unique_ptr<XRRCrtcInfo, XRRCrtcInfoDeleter>;
 using XRROutput = std::unique_ptr<XRROutputInfo, XRROutputInfoDeleter>;
@@ -75,13 +75,16 @@ class RandrExtension {
   friend XRROutputInfoDeleter;
   friend XRRModeInfoDeleter;
 
-  RandrExtension() = default;
+  friend class TXDisplay;
+
+  RandrExtension();
   static RandrExtension& instance();
   bool query(Display* display);
 
   plat::DynamicFn<decltype(::XRRGetScreenResourcesCurrent)> getScreenResourcesCurrent_{
       library_, "XRRGetScreenResourcesCurrent",
       plat::DynamicFn<decltype(::XRRGetScreenResourcesCurrent)>::kOptional};
+  bool present_;
 };
 
 }  // namespace tx

@@ -9,17 +9,13 @@ namespace tx {
 
 namespace {
 
-struct Owner {
+// What all parts of the process ask for.
+struct RootEvents {
   std::vector<const RootEventMask*> requests;
   long selected = 0;
-  unsigned generation = 0;
 
   void select() {
     if (!TXDisplay::isOpen()) return;
-    if (generation != TXDisplay::generation()) {
-      generation = TXDisplay::generation();
-      selected = 0;
-    }
     long mask = 0;
     for (const RootEventMask* request : requests) mask |= request->mask();
     if (mask == selected) return;
@@ -28,26 +24,24 @@ struct Owner {
   }
 };
 
-Owner& owner() {
-  static Owner* const instance = new Owner;  // used by destructors of static objects too
-  return *instance;
-}
-
 }  // namespace
 
 RootEventMask::RootEventMask(long mask) : mask_(mask) {
-  owner().requests.push_back(this);
-  owner().select();
+  RootEvents& events = TXDisplay::part<RootEvents>();
+  events.requests.push_back(this);
+  events.select();
 }
 
 RootEventMask::~RootEventMask() {
-  std::erase(owner().requests, this);
-  owner().select();
+  if (!TXDisplay::current()) return;
+  RootEvents& events = TXDisplay::part<RootEvents>();
+  std::erase(events.requests, this);
+  events.select();
 }
 
 void RootEventMask::set(long mask) {
   mask_ = mask;
-  owner().select();
+  if (TXDisplay::current()) TXDisplay::part<RootEvents>().select();
 }
 
 }  // namespace tx

@@ -3,7 +3,8 @@
 namespace tx {
 
 // One part of the process asking for events of the root window. XSelectInput replaces a client's
-// whole mask, so all parts ask through this class, which selects the union of what is asked.
+// whole mask, so all parts ask through this class, which selects the union of what is asked. The
+// display must be open.
 class RootEventMask {
  public:
   RootEventMask() : RootEventMask(0) {}

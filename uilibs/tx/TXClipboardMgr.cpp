@@ -4,9 +4,9 @@
 
 #include "plat/Exception.h"
 #include "plat/log/LogSrc.h"
+#include "tx/Atoms.h"
 #include "tx/FixesExtension.h"
 #include "tx/TXDisplay.h"
-#include "tx/TXUtil.h"
 
 namespace tx {
 

@@ -11,9 +11,10 @@
 #include "plat/Utf8.h"
 #include "plat/config/BoolParameter.h"
 #include "plat/log/LogSrc.h"
+#include "tx/Atoms.h"
 #include "tx/CutBufferEventHandler.h"
+#include "tx/ServerTime.h"
 #include "tx/TXDisplay.h"
-#include "tx/TXUtil.h"
 #include "tx/XResources.h"
 
 namespace tx {

@@ -7,13 +7,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <utility>
-#include <vector>
 
 #include "plat/Assert.h"
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
 #include "tx/DisplayLostException.h"
-#include "tx/ErrorCatcher.h"
+#include "tx/XErrorLog.h"
 
 namespace tx {
 
@@ -26,58 +25,11 @@ plat::BoolParameter owncmap(
     "starved of colors.",
     false, true);
 
-struct State {
-  Display* display = nullptr;
-  bool lost = false;
-  bool hasExitHandler = false;
-  unsigned generation = 0;
-  int screen = 0;
-  Window root = None;
-  Visual* visual = nullptr;
-  int depth = 0;
-  Colormap colourMap = None;
-  unsigned long blackPixel = 0;
-  unsigned long whitePixel = 0;
-  GC gc = nullptr;
-  XFontStruct* font = nullptr;
-  int buttons = 0;
-  uint8_t buttonMap[TXDisplay::kMaxButtons] = {};
-  std::vector<std::function<void()>> atClose;
-};
-
-State state;
-
-const State& opened() {
-  PLAT_ASSERT(state.display != nullptr);
-  return state;
-}
-
 using ExitHandler = void (*)(Display*, void*);
 using SetExitHandler = void (*)(Display*, ExitHandler, void*);
 
-void markLost(Display* display, void*) {
-  if (display == state.display) state.lost = true;
-}
-
-// Xlib ends the process when this returns, unless the display has an exit handler, as libX11 offers
-// from 1.7 on. Without one the only way back to the loop is past Xlib's frames; the display is not
-// used again.
-int onIOError(Display* display) {
-  markLost(display, nullptr);
-  if (display == state.display && !state.hasExitHandler) throw DisplayLostException();
-  return 0;
-}
-
-// The handler concerns the process's display; for others Xlib's own behaviour remains.
-void installIOErrorHandler(Display* display) {
-  const auto setExitHandler =
-      reinterpret_cast<SetExitHandler>(dlsym(RTLD_DEFAULT, "XSetIOErrorExitHandler"));
-  state.hasExitHandler = setExitHandler != nullptr;
-  if (setExitHandler != nullptr) setExitHandler(display, markLost, nullptr);
-  XSetIOErrorHandler(onIOError);
-}
-
-Display* openWithRetry() {
+Display* openWithRetry(const char* name) {
+  if (name && *name != '\0') setenv("DISPLAY", name, 1);
   if (Display* display = XOpenDisplay(nullptr)) return display;
   // Cookies are filed under the host name that the machine had at login; "localhost" finds those of
   // a machine that has been renamed since.
@@ -96,107 +48,99 @@ XFontStruct* loadFont(Display* display) {
 
 }  // namespace
 
-void TXDisplay::open(const char* name) {
-  if (state.display != nullptr) return;
-  if (name != nullptr && *name != '\0') setenv("DISPLAY", name, 1);
-  Display* const display = openWithRetry();
-
-  const unsigned generation = state.generation + 1;
-  state = State();
-  state.generation = generation;
-  state.display = display;
-  ErrorCatcher::installDefaultHandler();
-  installIOErrorHandler(display);
-  if (xsync.value()) XSynchronize(display, True);
-
-  state.screen = DefaultScreen(display);
-  state.root = RootWindow(display, state.screen);
-  state.visual = DefaultVisual(display, state.screen);
-  state.depth = DefaultDepth(display, state.screen);
-  state.colourMap = owncmap.value() ? XCreateColormap(display, state.root, state.visual, AllocNone)
-                                    : DefaultColormap(display, state.screen);
-  state.blackPixel = BlackPixel(display, state.screen);
-  state.whitePixel = WhitePixel(display, state.screen);
-  state.font = loadFont(display);
-  XGCValues values{};
-  values.foreground = state.blackPixel;
-  values.background = state.whitePixel;
-  values.font = state.font->fid;
-  state.gc = XCreateGC(display, state.root, GCForeground | GCBackground | GCFont, &values);
-  state.buttons =
-      std::min(XGetPointerMapping(display, state.buttonMap, kMaxButtons), int{kMaxButtons});
+TXDisplay::TXDisplay(Display* display) : display_(display), root_(DefaultRootWindow(display)) {
+  PLAT_ASSERT(current_ == nullptr);
+  current_ = this;
+  XSetErrorHandler(logXError);
+  // These concern the process's display; for others Xlib's own behaviour remains.
+  if (const auto setExitHandler =
+          reinterpret_cast<SetExitHandler>(dlsym(RTLD_DEFAULT, "XSetIOErrorExitHandler"))) {
+    hasExitHandler_ = true;
+    setExitHandler(display, onLost, nullptr);
+  }
+  XSetIOErrorHandler(onIOError);
 }
 
-void TXDisplay::close() {
-  if (state.display == nullptr) return;
-  while (!state.atClose.empty()) {
-    const auto function = std::move(state.atClose.back());
-    state.atClose.pop_back();
-    function();
+TXDisplay::TXDisplay(const char* name) : TXDisplay(openWithRetry(name)) {
+  if (xsync.value()) XSynchronize(display_, True);
+  colourMap_ = owncmap.value() ? XCreateColormap(display_, root_, visual(), AllocNone)
+                               : DefaultColormap(display_, screen());
+  font_ = loadFont(display_);
+  XGCValues values{};
+  values.foreground = BlackPixel(display_, screen());
+  values.background = WhitePixel(display_, screen());
+  values.font = font_->fid;
+  gc_ = XCreateGC(display_, root_, GCForeground | GCBackground | GCFont, &values);
+  buttons_ = std::min(XGetPointerMapping(display_, buttonMap_, kMaxButtons), int{kMaxButtons});
+}
+
+TXDisplay::~TXDisplay() {
+  try {
+    // Errors that are still to come belong to the traps that are still known.
+    if (isOpen()) XSync(display_, False);
+  } catch (const DisplayLostException&) {
+    // Seen below.
   }
-  Display* const display = state.display;
-  if (state.lost && !state.hasExitHandler) {
+  while (!parts_.empty()) {
+    const Owned last = std::move(parts_.back());
+    parts_.pop_back();
+    slots_[last.slot] = nullptr;
+  }
+  // What is released now may be gone already.
+  XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
+  if (lost_ && !hasExitHandler_) {
     // Left in the middle of a request: Xlib's part of it is given up, the descriptor is not.
-    ::close(ConnectionNumber(display));
+    ::close(ConnectionNumber(display_));
   } else {
     // After a loss these only release memory.
-    XFreeFont(display, state.font);
-    XFreeGC(display, state.gc);
-    XCloseDisplay(display);
+    if (font_) XFreeFont(display_, font_);
+    if (gc_) XFreeGC(display_, gc_);
+    XCloseDisplay(display_);
   }
-  state.display = nullptr;
-  state.lost = false;
+  current_ = nullptr;
 }
 
-bool TXDisplay::isOpen() {
-  return state.display != nullptr && !state.lost;
-}
-bool TXDisplay::isLost() {
-  return state.lost;
-}
-unsigned TXDisplay::generation() {
-  return state.generation;
+void TXDisplay::onLost(Display* display, void*) {
+  if (current_ && display == current_->display_) current_->lost_ = true;
 }
 
-void TXDisplay::atClose(std::function<void()> function) {
-  PLAT_ASSERT(state.display != nullptr);
-  state.atClose.push_back(std::move(function));
+// Xlib ends the process when this returns, unless the display has an exit handler, as libX11 offers
+// from 1.7 on. Without one the only way back to the loop is past Xlib's frames; the display is not
+// used again.
+int TXDisplay::onIOError(Display* display) {
+  onLost(display, nullptr);
+  if (isLost() && display == current_->display_ && !current_->hasExitHandler_) {
+    throw DisplayLostException();
+  }
+  return 0;
 }
 
-Display* TXDisplay::display() {
-  return opened().display;
+TXDisplay& TXDisplay::get() {
+  PLAT_ASSERT(current_ != nullptr);
+  return *current_;
 }
+
+void* TXDisplay::add(size_t slot, std::shared_ptr<void> part) {
+  void* const added = part.get();
+  if (slot >= slots_.size()) slots_.resize(slot + 1);
+  slots_[slot] = added;
+  parts_.push_back({slot, std::move(part)});
+  return added;
+}
+
 int TXDisplay::screen() {
-  return opened().screen;
-}
-Window TXDisplay::root() {
-  return opened().root;
+  return DefaultScreen(display());
 }
 Visual* TXDisplay::visual() {
-  return opened().visual;
+  return DefaultVisual(display(), screen());
 }
 int TXDisplay::depth() {
-  return opened().depth;
-}
-Colormap TXDisplay::colourMap() {
-  return opened().colourMap;
-}
-unsigned long TXDisplay::blackPixel() {
-  return opened().blackPixel;
-}
-unsigned long TXDisplay::whitePixel() {
-  return opened().whitePixel;
-}
-GC TXDisplay::defaultGC() {
-  return opened().gc;
-}
-XFontStruct* TXDisplay::font() {
-  return opened().font;
+  return DefaultDepth(display(), screen());
 }
 
 int TXDisplay::pointerButtons(uint8_t map[kMaxButtons]) {
-  std::copy_n(opened().buttonMap, kMaxButtons, map);
-  return state.buttons;
+  std::copy_n(get().buttonMap_, kMaxButtons, map);
+  return get().buttons_;
 }
 
 }  // namespace tx

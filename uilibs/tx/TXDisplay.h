@@ -2,49 +2,81 @@
 
 #include <X11/Xlib.h>
 
+#include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <memory>
+#include <vector>
 
 namespace tx {
 
-// The process's one connection to the X server with what the toolkit needs of its default screen.
-// All functions belong to the main thread.
+// The process's connection to the X server and owner of all that is known of that server: its
+// default screen, and parts such as atoms, extensions, windows and event handlers (see part()).
+// One exists at a time (asserted). All functions belong to the main thread.
 class TXDisplay {
  public:
-  // Opens the display (null: the one named by DISPLAY); does nothing when one is open. Retries once
-  // with XAUTHLOCALHOSTNAME set to "localhost". Installs the process-wide X error handlers.
-  // Throws plat::Exception when the display cannot be opened.
-  static void open(const char* name = nullptr);
-  // Runs the atClose() functions and closes the connection.
-  static void close();
+  // Opens the display of that name (null: the one named by DISPLAY). Retries once with
+  // XAUTHLOCALHOSTNAME set to "localhost". Installs the process-wide X error handlers. Throws
+  // plat::Exception when the display cannot be opened.
+  explicit TXDisplay(const char* name = nullptr);
+  // Destroys the parts, latest first, and closes the connection.
+  ~TXDisplay();
+  TXDisplay(const TXDisplay&) = delete;
+  TXDisplay& operator=(const TXDisplay&) = delete;
 
-  // Open and not lost: requests may be made.
-  static bool isOpen();
-  // The connection broke. The object stays until close(), but no request may be made.
-  static bool isLost();
-  // Counts the openings; what is cached about a server is valid for one generation.
-  static unsigned generation();
-  // Runs once when this display closes, before the connection does. Latest first.
-  static void atClose(std::function<void()> function);
+  // Null when there is none.
+  static TXDisplay* current() { return current_; }
+  // There is one, and its connection is not lost: requests may be made.
+  static bool isOpen() { return current_ && !current_->lost_; }
+  // The connection broke. The object stays, but no request may be made.
+  static bool isLost() { return current_ && current_->lost_; }
 
-  // The rest needs a display that has been opened (asserted), lost or not.
-  static Display* display();
+  // The rest needs a display (asserted), lost or not.
+  static Display* display() { return get().display_; }
   static int screen();
-  static Window root();
+  static Window root() { return get().root_; }
   static Visual* visual();
   static int depth();
-  static Colormap colourMap();
-  static unsigned long blackPixel();
-  static unsigned long whitePixel();
-  static GC defaultGC();
-  static XFontStruct* font();
+  static Colormap colourMap() { return get().colourMap_; }
 
   // The X server's button for buttons 1..8 at indices 0..7. At most 8 are kept; the number that the
   // pointer has is returned.
   static constexpr int kMaxButtons = 8;
   static int pointerButtons(uint8_t map[kMaxButtons]);
 
-  TXDisplay() = delete;
+  // The one object of this type that lives as long as the display; made when it is first asked for.
+  template <typename Part>
+  static Part& part() {
+    static const size_t slot = nextSlot_++;
+    void* const known = get().find(slot);
+    return *static_cast<Part*>(known ? known : get().add(slot, std::shared_ptr<Part>(new Part)));
+  }
+
+ private:
+  explicit TXDisplay(Display* display);
+  static TXDisplay& get();
+  static void onLost(Display* display, void*);
+  static int onIOError(Display* display);
+  void* find(size_t slot) const { return slot < slots_.size() ? slots_[slot] : nullptr; }
+  void* add(size_t slot, std::shared_ptr<void> part);
+
+  static inline TXDisplay* current_ = nullptr;
+  static inline size_t nextSlot_ = 0;
+
+  Display* const display_;
+  const Window root_;
+  bool lost_ = false;
+  bool hasExitHandler_ = false;
+  Colormap colourMap_ = None;
+  XFontStruct* font_ = nullptr;
+  GC gc_ = nullptr;
+  int buttons_ = 0;
+  uint8_t buttonMap_[kMaxButtons] = {};
+  struct Owned {
+    size_t slot;
+    std::shared_ptr<void> part;
+  };
+  std::vector<Owned> parts_;  // in the order of their making
+  std::vector<void*> slots_;
 };
 
 }  // namespace tx

@@ -3,34 +3,22 @@
 #include <X11/Xlib.h>
 
 #include "tx/DisplayLostException.h"
-#include "tx/TXDisplay.h"
 #include "tx/TXEventHandler.h"
 
 namespace tx {
 
 namespace {
 
-bool open(const char* displayName) {
-  if (TXDisplay::isOpen()) return false;
-  TXDisplay::open(displayName);
-  return true;
+int connectionNumber(std::optional<TXDisplay>& display, const char* name) {
+  if (!TXDisplay::isOpen()) display.emplace(name);
+  return ConnectionNumber(TXDisplay::display());
 }
 
 }  // namespace
 
-TXDisplayManager::TXDisplayManager(const char* displayName) : opened_(open(displayName)) {
-  try {
-    io_ = std::make_unique<io::FdIo>(ConnectionNumber(TXDisplay::display()));
-    io_->setHandler(this);
-  } catch (...) {
-    if (opened_) TXDisplay::close();
-    throw;
-  }
-}
-
-TXDisplayManager::~TXDisplayManager() {
-  io_.reset();
-  if (opened_) TXDisplay::close();
+TXDisplayManager::TXDisplayManager(const char* displayName)
+    : io_(connectionNumber(display_, displayName)) {
+  io_.setHandler(this);
 }
 
 bool TXDisplayManager::dispatchPending() {

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <memory>
+#include <optional>
 
 #include "io/FdIo.h"
 #include "io/IoHandler.h"
+#include "tx/TXDisplay.h"
 
 namespace tx {
 
@@ -11,18 +12,17 @@ namespace tx {
 // wait ends when X events arrive. Nothing is read here: dispatchPending() does it before each wait.
 class TXDisplayManager : public io::IoHandler {
  public:
-  // Opens the display of that name (null: DISPLAY) unless one is open; the display that it opened
-  // is closed by its destructor. Throws plat::Exception.
+  // Opens the display of that name (null: DISPLAY) for as long as this object lives, unless one is
+  // open. Throws plat::Exception.
   explicit TXDisplayManager(const char* displayName = nullptr);
-  ~TXDisplayManager() override;
 
   // Sends buffered requests and dispatches the events that are pending now, so that a flood of them
   // leaves the loop its other work. Returns whether more have arrived meanwhile.
   bool dispatchPending();
 
  private:
-  const bool opened_;
-  std::unique_ptr<io::FdIo> io_;
+  std::optional<TXDisplay> display_;
+  io::FdIo io_;
 };
 
 }  // namespace tx

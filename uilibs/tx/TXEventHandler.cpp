@@ -7,6 +7,7 @@
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
 #include "plat/log/LogSrc.h"
+#include "tx/TXDisplay.h"
 #include "tx/TXWindow.h"
 
 namespace tx {
@@ -23,8 +24,7 @@ struct Handlers {
 };
 
 Handlers& handlers() {
-  static Handlers* const instance = new Handlers;  // used by destructors of static objects too
-  return *instance;
+  return TXDisplay::part<Handlers>();
 }
 
 class DispatchScope {
@@ -57,7 +57,7 @@ TXEventHandler::TXEventHandler() {
   setHandlesEvents(true);
 }
 TXEventHandler::~TXEventHandler() {
-  setHandlesEvents(false);
+  if (TXDisplay::current()) setHandlesEvents(false);
 }
 
 void TXEventHandler::setHandlesEvents(bool on) {

@@ -6,7 +6,8 @@ namespace tx {
 
 // Sees every X event, in order of construction, before the window that the event belongs to. No
 // handler consumes an event. A handler may be created or destroyed while an event is dispatched: a
-// new one starts with the next event, a destroyed one is not called any more.
+// new one starts with the next event, a destroyed one is not called any more. The display must be
+// open.
 class TXEventHandler {
  public:
   TXEventHandler();

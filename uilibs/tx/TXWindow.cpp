@@ -7,9 +7,9 @@
 
 #include "plat/Utf8.h"
 #include "plat/log/LogSrc.h"
+#include "tx/Atoms.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
-#include "tx/TXUtil.h"
 #include "tx/XResources.h"
 
 namespace tx {
@@ -21,14 +21,18 @@ plat::LogSrc vlog("TXWindow");
 // In units of 32 bits.
 constexpr long kMaxPropertyLength = 0x10000;
 
+// What windows of this process there are, and which of them own selections.
+struct Windows {
+  std::map<Window, TXWindow*> byId;
+  std::map<Atom, TXWindow*> selectionOwners;
+};
+
 std::map<Window, TXWindow*>& windows() {
-  static auto* const instance = new std::map<Window, TXWindow*>;
-  return *instance;
+  return TXDisplay::part<Windows>().byId;
 }
 
 std::map<Atom, TXWindow*>& selectionOwners() {
-  static auto* const instance = new std::map<Atom, TXWindow*>;
-  return *instance;
+  return TXDisplay::part<Windows>().selectionOwners;
 }
 
 WindowPosTracker* posTracker = nullptr;
@@ -77,7 +81,7 @@ void dropIncompleteCharacter(std::string* text) {
 
 }  // namespace
 
-TXWindow::TXWindow(const rfb::Rect& rect) : generation_(TXDisplay::generation()), rect_(rect) {
+TXWindow::TXWindow(const rfb::Rect& rect) : rect_(rect) {
   XSetWindowAttributes attributes{};
   attributes.override_redirect = True;
   attributes.event_mask = PropertyChangeMask | StructureNotifyMask;
@@ -89,12 +93,14 @@ TXWindow::TXWindow(const rfb::Rect& rect) : generation_(TXDisplay::generation())
 }
 
 TXWindow::~TXWindow() {
+  if (!TXDisplay::current()) return;
   for (const auto& [selection, time] : owned_) forgetOwner(selection, this);
   const auto it = windows().find(id_);
-  if (it != windows().end() && it->second == this) windows().erase(it);
-  if (TXDisplay::isOpen() && TXDisplay::generation() == generation_) {
-    XDestroyWindow(TXDisplay::display(), id_);
-  }
+  if (it == windows().end() || it->second != this) return;
+  windows().erase(it);
+  // Others can have destroyed it.
+  const ErrorCatcher trap;
+  if (TXDisplay::isOpen()) XDestroyWindow(TXDisplay::display(), id_);
 }
 
 TXWindow* TXWindow::find(Window id) {

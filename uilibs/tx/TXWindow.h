@@ -77,7 +77,6 @@ class TXWindow {
   void drain(Atom property);
 
   Window id_;
-  unsigned generation_;
   rfb::Rect rect_;
   std::optional<std::string> text_;
   std::map<Atom, uint32_t> owned_;  // by selection: the time it was taken with

@@ -2,18 +2,11 @@
 
 #include <sys/ipc.h>
 
-#include "plat/config/BoolParameter.h"
 #include "tx/DamageExtension.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/FixesExtension.h"
 
 namespace tx {
-
-namespace {
-
-plat::BoolParameter noGrab("_NoGrab", "", false);
-
-}  // namespace
 
 void freePixmap(Display* display, Pixmap pixmap) {
   XFreePixmap(display, pixmap);
@@ -24,7 +17,7 @@ void freeGC(Display* display, GC gc) {
 
 void destroyDamage(Display* display, XID damage) {
   // The server destroys a damage object with its window.
-  const ErrorCatcher trap(display);
+  const ErrorCatcher trap;
   if (const DamageExtension* extension = DamageExtension::get()) {
     extension->destroy(display, damage);
   }
@@ -51,17 +44,6 @@ bool XShmAttachment::attach(int segmentId, void* address) {
 void XShmAttachment::detach() {
   if (attached_ && TXDisplay::isOpen()) XShmDetach(TXDisplay::display(), &info_);
   attached_ = false;
-}
-
-ServerGrab::ServerGrab() : grabbed_(!noGrab.value() && TXDisplay::isOpen()) {
-  if (grabbed_) XGrabServer(TXDisplay::display());
-}
-
-ServerGrab::~ServerGrab() {
-  if (!grabbed_ || !TXDisplay::isOpen()) return;
-  XUngrabServer(TXDisplay::display());
-  // Nobody else is served until it arrives.
-  XFlush(TXDisplay::display());
 }
 
 }  // namespace tx

@@ -8,7 +8,6 @@
 #include <X11/extensions/XShm.h>
 
 #include <memory>
-#include <utility>
 
 #include "tx/TXDisplay.h"
 
@@ -45,18 +44,11 @@ class XResource {
   XResource() = default;
   explicit XResource(Id id) : id_(id) {}
   ~XResource() { reset(); }
-  XResource(XResource&& other) noexcept : id_(std::exchange(other.id_, Id{})) {}
-  XResource& operator=(XResource&& other) noexcept {
-    if (this != &other) {
-      reset();
-      id_ = std::exchange(other.id_, Id{});
-    }
-    return *this;
-  }
+  XResource(const XResource&) = delete;
+  XResource& operator=(const XResource&) = delete;
 
   Id get() const { return id_; }
   explicit operator bool() const { return id_ != Id{}; }
-  Id release() { return std::exchange(id_, Id{}); }
   void reset(Id id = Id{}) {
     if (id_ != Id{} && (TXDisplay::isOpen() || (kHasMemory && TXDisplay::isLost()))) {
       Release(TXDisplay::display(), id_);
@@ -96,19 +88,6 @@ class XShmAttachment {
  private:
   XShmSegmentInfo info_{};
   bool attached_ = false;
-};
-
-// Keeps all other clients from making requests while it lives. With the parameter `_NoGrab` set it
-// does nothing.
-class ServerGrab {
- public:
-  ServerGrab();
-  ~ServerGrab();
-  ServerGrab(const ServerGrab&) = delete;
-  ServerGrab& operator=(const ServerGrab&) = delete;
-
- private:
-  bool grabbed_;
 };
 
 }  // namespace tx

@@ -7,18 +7,15 @@
 namespace tx {
 
 const XTestExtension& XTestExtension::get() {
-  static XTestExtension extension;
-  static unsigned generation = 0;
-  if (generation == TXDisplay::generation()) return extension;
-  generation = TXDisplay::generation();
-  extension = XTestExtension();
+  return TXDisplay::part<XTestExtension>();
+}
+
+XTestExtension::XTestExtension() {
   Display* const display = TXDisplay::display();
   int eventBase = 0;
   int errorBase = 0;
-  extension.isPresent = XTestQueryExtension(display, &eventBase, &errorBase,
-                                            &extension.majorVersion, &extension.minorVersion);
-  if (extension.isPresent) XTestGrabControl(display, True);
-  return extension;
+  isPresent = XTestQueryExtension(display, &eventBase, &errorBase, &majorVersion, &minorVersion);
+  if (isPresent) XTestGrabControl(display, True);
 }
 
 }  // namespace tx

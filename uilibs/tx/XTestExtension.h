@@ -2,7 +2,7 @@
 
 namespace tx {
 
-// Whether the X server has XTEST. Shared by all that inject input; asked once for each display.
+// Whether the X server has XTEST. Shared by all that inject input; asked once.
 // When present, XTestGrabControl has been called, so that this client is served while another one
 // grabs the server. Logs nothing.
 class XTestExtension {
@@ -14,6 +14,10 @@ class XTestExtension {
   bool isPresent = false;
   int majorVersion = 0;
   int minorVersion = 0;
+
+ private:
+  friend class TXDisplay;
+  XTestExtension();
 };
 
 }  // namespace tx

@@ -12,8 +12,8 @@ plat::LogSrc vlog("AgentAppX11");
 
 }  // namespace
 
-AppLoopImpl::AppLoopImpl(bool withDisplay, const char* displayName) {
-  if (withDisplay) displayManager_ = std::make_unique<tx::TXDisplayManager>(displayName);
+AppLoopImpl::AppLoopImpl(bool withDisplay, const char* displayName)
+    : displayManager_(withDisplay ? std::make_unique<tx::TXDisplayManager>(displayName) : nullptr) {
 }
 
 AppLoopImpl::NextWait AppLoopImpl::beforeWait() {

@@ -15,14 +15,11 @@ class AppLoopImpl : public os::AppLoopImpl {
   // cannot be opened.
   explicit AppLoopImpl(bool withDisplay = true, const char* displayName = nullptr);
 
-  // Null without a display.
-  tx::TXDisplayManager* displayManager() { return displayManager_.get(); }
-
  protected:
   NextWait beforeWait() override;
 
  private:
-  std::unique_ptr<tx::TXDisplayManager> displayManager_;
+  const std::unique_ptr<tx::TXDisplayManager> displayManager_;  // null without a display
 };
 
 }  // namespace ui
