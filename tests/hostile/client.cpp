@@ -253,12 +253,11 @@ void cursor() {
 // move TIMES: the agent's windows wander in a grid.
 void move() {
   const std::vector<Window> windows = hiddenWindows();
+  ready();
   for (long i = 0; i < argument(0, 20000); ++i) {
     XMoveWindow(display, windows[static_cast<size_t>(i) % windows.size()], int(i % 200) * 4,
                 int(i / 200) * 4);
   }
-  ready();
-  pause();
 }
 
 // pids PID NUMBER: windows that claim to be of a process.
@@ -330,6 +329,7 @@ void ownSelections() {
     XNextEvent(display, &event);
     if (event.type == PropertyNotify && event.xproperty.window != own &&
         event.xproperty.state == PropertyDelete && mode == "endless") {
+      say("piece");
       set(event.xproperty.window, event.xproperty.atom, utf8, 8, piece.data(), piece.size());
     }
     if (event.type != SelectionRequest || mode == "silent") continue;
@@ -349,6 +349,7 @@ void ownSelections() {
     } else if (r.target == atom("TIMESTAMP")) {
       const long stamp = static_cast<long>(mode == "future" ? time + 0x70000000 : time);
       set(r.requestor, r.property, XA_INTEGER, 32, &stamp, 1);
+      say("asked");
     } else if (mode == "endless" || mode == "pieces") {
       XSelectInput(display, r.requestor, PropertyChangeMask);
       const long size = 1 << 30;

@@ -41,14 +41,16 @@ def end(process, patience=5):
 class XServer:
     """Xvfb, or Xorg with outputs that can change mode; on a free display number."""
 
-    def __init__(self, *options, screen="1024x768x24", dummy=False):
+    def __init__(self, *options, screen="1024x768x24", dummy=False, reset=False):
         self.directory = tempfile.mkdtemp(prefix="hostile-")
         if dummy:
             command = self._dummy()
         else:
             command = ["Xvfb", "-screen", "0", screen]
         ours, theirs = os.pipe()
-        command += ["-noreset", "-nolisten", "tcp", "-displayfd", str(theirs), *options]
+        if not reset:
+            command.append("-noreset")
+        command += ["-nolisten", "tcp", "-displayfd", str(theirs), *options]
         self.process = subprocess.Popen(command, pass_fds=[theirs], stderr=subprocess.DEVNULL,
                                         stdout=subprocess.DEVNULL, preexec_fn=dies_with_parent)
         os.close(theirs)
@@ -201,6 +203,8 @@ class Agent:
                              body[end_of_source + 4:].decode(errors="replace")))
         else:
             self.messages.append((name, body))
+        if name == "setPixelBuffer":
+            self.description = body
 
     def until(self, done, timeout=10):
         deadline = time.monotonic() + timeout
@@ -210,6 +214,14 @@ class Agent:
                 return False
             self.pump(min(left, 0.5))
         return True
+
+    def pixel(self, x, y):
+        """A pixel of the buffer that was described last (32 bits a pixel)."""
+        at = 4 * (y * int.from_bytes(self.description[32:36], "big") + x)
+        return read_segment(self.description[37:], at, 4)
+
+    def forget(self, name):
+        self.messages = [message for message in self.messages if message[0] != name]
 
     def count(self, name):
         return sum(1 for n, _ in self.messages if n == name)
@@ -266,15 +278,17 @@ class Agent:
         """How long the agent takes to end by a signal."""
         start = time.monotonic()
         self.process.send_signal(number)
-        return self._ended(start, timeout)
+        return self.ended(start, timeout)
 
     def hang_up(self, timeout=20):
         start = time.monotonic()
         self.socket.close()
         self.open = False
-        return self._ended(start, timeout)
+        return self.ended(start, timeout)
 
-    def _ended(self, start, timeout):
+    def ended(self, start=None, timeout=10):
+        """Waits for its end, and says how long that took."""
+        start = start or time.monotonic()
         while self.process.poll() is None and time.monotonic() < start + timeout:
             self.pump(0.01) or time.sleep(0.002)
         assert self.process.poll() is not None, f"it goes on after {timeout} s"
@@ -300,6 +314,24 @@ class Agent:
         self.errors.close()
         shutil.rmtree(self.home, ignore_errors=True)
         return status
+
+
+def read_segment(description, at, length):
+    """Bytes of a segment by its description in the protocol; None when it is gone."""
+    if description[0] == 0:
+        end_of_name = 9 + int.from_bytes(description[5:9], "big")
+        with open("/dev/shm" + description[9:end_of_name].decode(), "rb") as file:
+            file.seek(at)
+            return file.read(length)
+    libc = ctypes.CDLL(None)
+    libc.shmat.restype = ctypes.c_void_p
+    address = libc.shmat(int.from_bytes(description[5:9], "big"), None, 0o10000)  # read only
+    if address == ctypes.c_void_p(-1).value:
+        return None
+    try:
+        return ctypes.string_at(address + at, length)
+    finally:
+        libc.shmdt(ctypes.c_void_p(address))
 
 
 def segments(pid):

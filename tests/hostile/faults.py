@@ -1,0 +1,151 @@
+#!/usr/bin/env python3
+"""Every call fails once: each library call that a conversation makes, each X request, each
+combination of absent extensions. The agent may go on or end, but does not crash, hang, leave anything
+behind, or keep silent about what it could not do.
+"""
+
+import itertools
+import os
+import struct
+import subprocess
+import tempfile
+import unittest
+
+import desk
+import proxy
+
+# What the shim can do, with the step from one point to the next in the complete table.
+CALLS = {
+    "memory": 20, "read-interrupted": 1, "read-again": 1, "read-reset": 1, "read-short": 1,
+    "write-interrupted": 2, "write-again": 2, "write-broken": 2, "write-full": 4, "write-short": 1,
+    "select": 1, "poll": 2, "open": 1, "socket": 1, "pipe": 1, "mkdir": 1, "flock": 1,
+    "shmget": 1, "shmat": 1, "shmctl": 1, "shm_open": 1, "ftruncate": 1, "mmap": 1, "fork": 1,
+}
+# Where another way is taken than with all extensions.
+PARAMETERS = {"shm_open": ["_UseXShm=0"], "ftruncate": ["_UseXShm=0"], "mmap": ["_UseXShm=0"],
+              "fork": ["-fork"]}
+EXTENSIONS = ["XTEST", "XFIXES", "DAMAGE", "MIT-SHM", "RANDR", "XKEYBOARD"]
+GOOD, FATAL = ("absorbed", "told"), ("crashed", "hangs", "leaked", "silent")
+
+
+class Result:
+    def __init__(self):
+        self.verdict, self.done, self.status, self.story = "", [], None, ""
+
+
+def conversation(display, *parameters, environment=None):
+    """A whole life of an agent; says how it went."""
+    result = Result()
+    agent = desk.Agent(display, "EnableClipboard=1", *parameters, environment=environment)
+    forked = "-fork" in parameters
+    try:
+        for name, body, answer in (
+                (None, b"", "init"), ("start", b"", "setPixelBuffer"),
+                ("clientCutText", desk.string(b"text"), None),
+                ("keyEvent", struct.pack(">IB", desk.KEY_A, 1), None),
+                ("pointerEvent", struct.pack(">iiIB", 9, 9, 0, 0), None),
+                ("fbUpdateRequest", b"", "fbUpdate"), ("stop", b"", None)):
+            if name:
+                agent.say(name, body)
+            if answer and not agent.until(
+                    lambda: agent.count(answer) or agent.count("desktopFailure"), 5):
+                break
+            if answer and agent.count("desktopFailure"):
+                break
+            if name:
+                agent.echo(5)
+            result.done.append(name or answer)
+        if forked and agent.process.wait(5) == 0:
+            agent.hang_up(5)
+        elif agent.process.poll() is None:
+            agent.terminate(timeout=8)
+        while agent.open and agent.pump(0.01):
+            pass
+    except AssertionError as e:
+        result.story = str(e).partition("\n")[0] + " "
+    try:  # after its channel has gone, say
+        agent.process.wait(8 if not agent.open else 0)
+    except subprocess.TimeoutExpired:
+        pass
+    hangs = agent.process.poll() is None
+    if hangs:
+        agent.process.kill()
+    result.status = agent.process.wait()
+    agent.errors.seek(0)
+    errors = agent.errors.read().decode(errors="replace")
+    lines = [line for line in agent.log if line[0] == 0] + errors.splitlines()
+    told = lines or agent.count("desktopFailure")
+    traces = [] if forked else agent.traces()
+    result.story += f"{lines[:2]} {traces} {result.done[-1:]} status {result.status}"
+    complete = len(result.done) == 7 and result.status == 0
+    result.verdict = "hangs" if hangs else \
+        "crashed" if result.status not in (0, 1) else \
+        "leaked" if traces else \
+        "absorbed" if complete else \
+        "told" if told else "silent"
+    agent.close()
+    return result
+
+
+class Bench:
+    """An X server on which conversations are had; it always shows something new."""
+
+    def __init__(self):
+        self.xserver = desk.XServer()
+        self.proxy = proxy.Proxy(self.xserver)
+        self.blinker = self.xserver.client("blink")
+
+    def close(self):
+        desk.end(self.blinker)
+        self.blinker.stdout.close()
+        self.proxy.close()
+        self.xserver.close()
+
+    def calls(self, kind, step):
+        """The n-th call of a kind fails, until a conversation makes no n-th call."""
+        for n in itertools.count(1, step):
+            with tempfile.TemporaryDirectory(prefix="hostile-") as directory:
+                mark = directory + "/mark"
+                result = conversation(
+                    self.xserver, *PARAMETERS.get(kind, []), environment={
+                        "LD_PRELOAD": desk.SHIM, "FAULT": f"{kind}:{n}", "FAULT_MARK": mark})
+                if not os.path.exists(mark):
+                    return
+            yield f"{kind} {n}", result
+
+    def requests(self, step):
+        for n in itertools.count(1, step):
+            self.proxy.reset(fail_at=n)
+            result = conversation(self.proxy)
+            if len(self.proxy.requests) < n:
+                return
+            yield f"request {n} {self.proxy.requests[n - 1]}", result
+
+    def extensions(self, step):
+        combinations = [c for k in range(1, len(EXTENSIONS) + 1)
+                        for c in itertools.combinations(EXTENSIONS, k)]
+        for absent in combinations[::step]:
+            self.proxy.reset(hide=absent)
+            yield "without " + " ".join(absent), conversation(self.proxy)
+
+    def points(self, coarser=1):
+        """All kinds of points: name, and a generator of (point, result)."""
+        for kind, step in CALLS.items():
+            yield kind, self.calls(kind, step * coarser)
+        yield "X request", self.requests(coarser)
+        yield "extensions", self.extensions(coarser)
+
+
+class Faults(unittest.TestCase):
+    def test_some_of_each_kind(self):
+        bench = Bench()
+        self.addCleanup(bench.close)
+        for kind, points in bench.points(coarser=int(os.environ.get("FAULTS_STEP", "16"))):
+            for point, result in points:
+                with self.subTest(point):
+                    self.assertIn(result.verdict, GOOD, result.story)
+        self.assertEqual(bench.xserver.run("state").split(), ["repeat", "0", "0"])
+
+
+if __name__ == "__main__":
+    unittest.main()
