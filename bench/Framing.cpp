@@ -124,21 +124,22 @@ constexpr size_t kEnvelope = 2 + 1 + sizeof kName - 1;
 class ChannelAnswerer : public Answerer, private io::MsgIpc::Reader {
  public:
   ChannelAnswerer(plat::FileDescriptor fd, Wait wait, size_t size)
-      : wait_(wait), body_(size - kEnvelope), ipc_("bench") {
+      : fd_(fd.get()), wait_(wait), body_(size - kEnvelope), ipc_("bench") {
     // As many readers as the agent has.
     for (const char* name :
          {"start", "stop", "fbUpdateRequest", "pointerEvent", "keyEvent", "clientCutText",
           "setParams", "setMonitor", "setDisplayMode", "SetXServerOwner", "setLogLevel"}) {
-      ipc_.addReader(name, this);
+      registration_.add(name);
     }
-    ipc_.attach(std::make_unique<io::FdIo>(std::move(fd)),
-                wait == Wait::kSelect ? io::MsgIpc::kLoop : io::MsgIpc::kManual);
+    ipc_.attach(std::make_unique<io::FdIo>(std::move(fd)));
   }
   void turn() override {
     if (wait_ == Wait::kSelect) {
       io::FdManager::instance().process(-1);
     } else {
-      ipc_.wait(-1);
+      pollfd entry{fd_, POLLIN, 0};
+      require(poll(&entry, 1, -1) == 1, "poll");
+      ipc_.processMessages();
     }
   }
 
@@ -151,9 +152,11 @@ class ChannelAnswerer : public Answerer, private io::MsgIpc::Reader {
     return true;
   }
 
+  int fd_;
   Wait wait_;
   std::vector<char> body_;
   io::MsgIpc ipc_;
+  io::MsgIpc::Registration registration_{ipc_, *this};
 };
 
 struct Pair {

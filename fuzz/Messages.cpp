@@ -104,8 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Readers readers;
   io::MsgIpc ipc("fuzz");
   ipc.setCallback(&readers);
-  for (const char* name : {"n", "l", "t", "r", "o", "w", "d", "skip"})
-    ipc.addReader(name, &readers);
+  const io::MsgIpc::Registration registration(ipc, readers,
+                                              {"n", "l", "t", "r", "o", "w", "d", "skip"});
   ipc.attach(std::make_unique<io::FdIo>(plat::FileDescriptor(ends[0])));
   io::FdManager& loop = io::FdManager::instance();
 

@@ -99,19 +99,19 @@ void FdIo::deferredCall() {
     handler_->ioFailed(*this, reason);
   } else if (std::exchange(deferred_, false)) {
     // The handler may destroy this object.
-    if (taken_) FdManager::instance().defer(*this);
+    if (unblocked_) FdManager::instance().defer(*this);
     handler_->deferredCall(*this);
-  } else if (std::exchange(taken_, false)) {
-    handler_->outputTaken(*this);
+  } else if (std::exchange(unblocked_, false)) {
+    handler_->outputUnblocked(*this);
   }
 }
 
-void FdIo::pendingChanged(rdr::FdOutStream&, bool pending) {
+void FdIo::blockedChanged(rdr::FdOutStream&, bool blocked) {
   if (!handler_) return;
   watchOutput();
-  if (pending) return;
+  if (blocked) return;
   // Not from here: somebody may be writing.
-  taken_ = true;
+  unblocked_ = true;
   FdManager::instance().defer(*this);
 }
 

@@ -46,14 +46,12 @@ class FdIo : public Io,
   void writeReady() override;
   void deferredCall() override;
   const char* handlerName() const override { return "FdIo"; }
-  void pendingChanged(rdr::FdOutStream& out, bool pending) override;
+  void blockedChanged(rdr::FdOutStream& out, bool blocked) override;
   void writeFailed(rdr::FdOutStream& out, const plat::Exception& reason) override;
   void timerCallback(plat::Timer& timer) override;
 
   // Waits for room for pending output, or no longer does.
   void watchOutput();
-  // From the loop.
-  void flushPending();
 
   rdr::FdInStream in_;
   rdr::FdOutStream out_;
@@ -61,7 +59,7 @@ class FdIo : public Io,
   plat::Timer timer_;
   std::optional<plat::Exception> failure_;
   bool deferred_ = false;
-  bool taken_ = false;  // output that was left behind; the handler is to be told
+  bool unblocked_ = false;  // the handler is to be told
 };
 
 }  // namespace io

@@ -18,8 +18,8 @@ class IoHandler {
   virtual void ioFailed(Io&, const plat::Exception& /*reason*/) {}
   // Asked for with Io::defer() on an earlier turn.
   virtual void deferredCall(Io&) {}
-  // Output that had been left behind was written, on this turn or an earlier one.
-  virtual void outputTaken(Io&) {}
+  // All output that the peer had left behind was written, on this turn or an earlier one.
+  virtual void outputUnblocked(Io&) {}
 };
 
 }  // namespace io

@@ -20,15 +20,10 @@ class LogDestIpc::Link : private MsgIpc::Reader,
                          private FdKicker::Callback,
                          private plat::Timer::Callback {
  public:
-  Link(LogDestIpc& owner, MsgIpc& ipc) : owner_(owner), ipc_(&ipc), kicker_(this), retry_(this) {
-    ipc.addReader("setLogLevel", this);
-  }
-  ~Link() override {
-    if (ipc_) ipc_->removeReader("setLogLevel");
-  }
+  Link(LogDestIpc& owner, MsgIpc& ipc) : owner_(owner), ipc_(ipc), kicker_(this), retry_(this) {}
 
   // Null when lines cannot be sent for good.
-  MsgIpc* ipc() const { return refused_ ? nullptr : ipc_; }
+  MsgIpc* ipc() const { return refused_ ? nullptr : &ipc_; }
   // Sending failed: it would fail, and log, again and again.
   void refuse() { refused_ = true; }
   // From any thread.
@@ -49,12 +44,12 @@ class LogDestIpc::Link : private MsgIpc::Reader,
                                           static_cast<int>(std::min<uint32_t>(level, INT_MAX)));
     return true;
   }
-  void detached(MsgIpc&) override { ipc_ = nullptr; }
   void kicked(FdKicker&) override { owner_.drain(); }
   void timerCallback(plat::Timer&) override { owner_.drain(); }
 
   LogDestIpc& owner_;
-  MsgIpc* ipc_;
+  MsgIpc& ipc_;
+  MsgIpc::Registration registration_{ipc_, *this, {"setLogLevel"}};
   FdKicker kicker_;
   plat::Timer retry_;
   int retryMs_ = 0;

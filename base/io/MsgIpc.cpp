@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "plat/Assert.h"
 #include "plat/Time.h"
 #include "plat/log/LogSrc.h"
 #include "rdr/Exceptions.h"
@@ -44,26 +45,17 @@ MsgIpc::MsgIpc(std::string name)
 }
 
 MsgIpc::~MsgIpc() {
+  PLAT_ASSERT(readers_.empty());
   detach();
-  const auto readers = std::exchange(readers_, {});
-  std::vector<const Reader*> told;
-  for (const auto& [name, reader] : readers) {
-    if (std::find(told.begin(), told.end(), reader) != told.end()) continue;
-    told.push_back(reader);
-    reader->detached(*this);
-  }
 }
 
-void MsgIpc::attach(std::unique_ptr<Io> io, Driver driver) {
+void MsgIpc::attach(std::unique_ptr<Io> io) {
   detach();
   io_ = std::move(io);
-  driver_ = driver;
   out_.setUnderlying(&io_->outStream());
   in_.setUnderlying(&io_->inStream());
-  if (driver_ == kLoop) {
-    io_->setHandler(this);
-    if (io_->inStream().available() > 0) io_->defer();
-  }
+  io_->setHandler(this);
+  if (io_->inStream().available() > 0) io_->defer();
 }
 
 void MsgIpc::detach() {
@@ -87,9 +79,24 @@ void MsgIpc::release() {
   io_.reset();
 }
 
+MsgIpc::Registration::Registration(MsgIpc& ipc, Reader& reader,
+                                   std::initializer_list<std::string_view> names)
+    : ipc_(ipc), reader_(reader) {
+  for (const std::string_view name : names) add(name);
+}
+
+MsgIpc::Registration::~Registration() {
+  for (const std::string& name : names_) ipc_.removeReader(name);
+}
+
+void MsgIpc::Registration::add(std::string_view name) {
+  names_.emplace_back(name);
+  ipc_.addReader(name, &reader_);
+}
+
 void MsgIpc::addReader(std::string_view name, Reader* reader) {
-  removeReader(name);
-  readers_.emplace(name, reader);
+  const bool isNew = readers_.emplace(name, reader).second;
+  PLAT_ASSERT(isNew);
 }
 
 void MsgIpc::removeReader(std::string_view name) {
@@ -155,7 +162,7 @@ void MsgIpc::readMessage(std::string_view msgName, int timeoutMs) {
     expectedName_ = nullptr;
     expectedHandled_ = false;
     // The loop does not know of what is held already.
-    if (io_ && driver_ == kLoop && io_->inStream().available() > 0) io_->defer();
+    if (io_ && io_->inStream().available() > 0) io_->defer();
   });
 
   const int64_t deadline = plat::monotonicTime() + timeoutMs * plat::kTicksPerMs;
@@ -176,25 +183,6 @@ void MsgIpc::readMessage(std::string_view msgName, int timeoutMs) {
     }
     fill();
   }
-}
-
-bool MsgIpc::wait(int timeoutMs) {
-  if (!io_ || running_) return false;
-  if (!io_->failure()) {
-    const uint64_t before = handled_;
-    const uint64_t attachment = attachment_;
-    drain();
-    if (attachment != attachment_ || (isConnected() && handled_ != before)) return true;
-  }
-  if (!io_->failure()) {
-    try {
-      if (!io_->wait(timeoutMs)) return false;
-    } catch (const plat::Exception& e) {
-      io_->fail(e);
-    }
-  }
-  inputReady(*io_);
-  return true;
 }
 
 void MsgIpc::inputReady(Io&) {
@@ -228,7 +216,7 @@ void MsgIpc::deferredCall(Io&) {
   if (io_ && io_->failure()) closeFailed();
 }
 
-void MsgIpc::outputTaken(Io&) {
+void MsgIpc::outputUnblocked(Io&) {
   if (callback_ && isConnected() && !isBlocked() && !isWriting()) {
     callback_->channelUnblocked(*this);
   }
@@ -303,7 +291,6 @@ void MsgIpc::recover(const plat::Exception& error) {
       }
     }
   }
-  ++handled_;
   machine_.setStateFn(&MsgIpc::startMsg);
 }
 
@@ -384,7 +371,6 @@ bool MsgIpc::finish() {
   in_.endMsg();
   if (expectedName_ && currentName() == *expectedName_) expectedHandled_ = true;
   reader_ = nullptr;
-  ++handled_;
   machine_.setStateFn(&MsgIpc::startMsg);
   return true;
 }
@@ -392,7 +378,6 @@ bool MsgIpc::finish() {
 bool MsgIpc::skip() {
   if (!in_.skipToEndOfMsg(false)) return false;
   in_.endMsg();
-  ++handled_;
   machine_.setStateFn(&MsgIpc::startMsg);
   return true;
 }

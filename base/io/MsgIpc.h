@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "io/Io.h"
 #include "io/IoHandler.h"
@@ -19,11 +21,11 @@ namespace io {
 // A channel of named messages over an endpoint. Each message is one framed message that begins with
 // its name as a short string. Incoming messages are handed to the reader of their name.
 //
-// Driven by the loop, or, attached as kManual, by wait() or readMessage(). Nothing waits otherwise:
-// input is handled when a whole message (or kMaxHeld bytes of it) has arrived, output that the peer
-// does not take is kept. When the endpoint fails or ends, the channel is detached and the
-// callback's channelClosed() called, from the loop or wait(), never from within a call that writes.
-// What a reader throws is logged, its message skipped, and the channel goes on.
+// Driven by the loop. Nothing waits but readMessage() and flush(): input is handled when a whole
+// message (or kMaxHeld bytes of it) has arrived, output that the peer does not take is kept. When
+// the endpoint fails or ends, the channel is detached and the callback's channelClosed() called,
+// from the loop, never from within a call that writes. What a reader throws is logged, its message
+// skipped, and the channel goes on.
 class MsgIpc : private IoHandler {
  public:
   // Bytes of a message that are held before its reader must take what there is.
@@ -37,8 +39,23 @@ class MsgIpc : private IoHandler {
     // with the stream where it was left, when more input has arrived. May remove readers and detach
     // the channel, but not destroy it.
     virtual bool readMsg(const char* name, rdr::InStream& in, MsgIpc& ipc) = 0;
-    // The channel is being destroyed, with this reader still registered.
-    virtual void detached(MsgIpc& /*ipc*/) {}
+  };
+
+  // Keeps a reader registered for messages of some names while it lives. Neither the channel, which
+  // must outlive it, nor the reader is owned.
+  class Registration {
+   public:
+    Registration(MsgIpc& ipc, Reader& reader, std::initializer_list<std::string_view> names = {});
+    ~Registration();
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+    void add(std::string_view name);
+
+   private:
+    MsgIpc& ipc_;
+    Reader& reader_;
+    std::vector<std::string> names_;
   };
 
   class Callback {
@@ -57,8 +74,6 @@ class MsgIpc : private IoHandler {
     virtual void channelUnblocked(MsgIpc& /*ipc*/) {}
   };
 
-  enum Driver { kLoop, kManual };
-
   // The name begins the channel's log lines.
   explicit MsgIpc(std::string name);
   ~MsgIpc() override;
@@ -76,14 +91,14 @@ class MsgIpc : private IoHandler {
   void setDiscardWhenUnconnected(bool discard) { discardWhenUnconnected_ = discard; }
 
   // Uses this endpoint from now on, in place of the former one.
-  void attach(std::unique_ptr<Io> io, Driver driver = kLoop);
+  void attach(std::unique_ptr<Io> io);
   // Closes the endpoint, after writing what it takes at once. Pending messages are lost.
   void detach();
   bool isConnected() const { return io_ && !io_->failure(); }
   // Whether the peer takes no more output for now; what is written is kept.
   bool isBlocked() const { return io_ && io_->isBlocked(); }
 
-  // Not owned. Replaces a former reader of that name.
+  // What a Registration does. The reader is not owned; a name has one reader at most (asserted).
   void addReader(std::string_view name, Reader* reader);
   // When it is the reader of the message at hand, the rest of that message is skipped.
   void removeReader(std::string_view name);
@@ -111,10 +126,6 @@ class MsgIpc : private IoHandler {
   // plat::Exception. Throws rdr::TimedOut after timeoutMs (-1 without limit), rdr::EndOfStream, and
   // what the reader throws. Not inside a reader.
   void readMessage(std::string_view name, int timeoutMs = -1);
-  // Waits at most timeoutMs (-1 without limit) for input and handles it as the loop would. Returns
-  // whether anything was done, which includes closing the channel; false at once when not
-  // connected.
-  bool wait(int timeoutMs);
 
  private:
   using Machine = rdr::StateMachine<MsgIpc>;
@@ -122,7 +133,7 @@ class MsgIpc : private IoHandler {
   void inputReady(Io& io) override;
   void ioFailed(Io& io, const plat::Exception& reason) override;
   void deferredCall(Io& io) override;
-  void outputTaken(Io& io) override;
+  void outputUnblocked(Io& io) override;
 
   // State functions.
   bool startMsg();
@@ -152,7 +163,6 @@ class MsgIpc : private IoHandler {
   bool discardWhenUnconnected_ = true;
 
   std::unique_ptr<Io> io_;
-  Driver driver_ = kLoop;
   rdr::NullOutStream null_;
   rdr::OutStreamV4 out_;
   rdr::InStreamV4 in_;
@@ -161,7 +171,6 @@ class MsgIpc : private IoHandler {
   Machine machine_;
   Reader* reader_ = nullptr;  // of the message at hand
   bool allowed_ = false;      // the message at hand was allowed
-  uint64_t handled_ = 0;      // messages done with
   uint64_t attachment_ = 0;   // changes with the endpoint
   bool running_ = false;
   const std::string_view* expectedName_ = nullptr;

@@ -156,7 +156,7 @@ void FdOutStream::makeRoom(size_t needed) {
 void FdOutStream::setBlocked(bool blocked) {
   if (blocked_ == blocked) return;
   blocked_ = blocked;
-  if (callback_) callback_->pendingChanged(*this, blocked);
+  if (callback_) callback_->blockedChanged(*this, blocked);
 }
 
 }  // namespace rdr

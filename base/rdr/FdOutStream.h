@@ -19,7 +19,7 @@ class FdOutStream : public OutStream {
   class Callback {
    public:
     // A flush left bytes behind, or bytes left behind have now been written.
-    virtual void pendingChanged(FdOutStream& out, bool pending) = 0;
+    virtual void blockedChanged(FdOutStream& out, bool blocked) = 0;
     // The stream has failed; the exception is thrown to its user when this returns.
     virtual void writeFailed(FdOutStream& out, const plat::Exception& reason) = 0;
 

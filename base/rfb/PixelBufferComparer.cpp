@@ -4,10 +4,17 @@
 #include <cstring>
 
 #include "plat/Assert.h"
+#include "plat/config/BoolParameter.h"
 
 namespace rfb {
 
 namespace {
+
+plat::BoolParameter simpleRegions(
+    "SimpleRegions",
+    "Whether to try to simplify update regions containing blocks of solid colour which haven't "
+    "actually changed",
+    false, true);
 
 std::unique_ptr<ManagedPixelBuffer> makeCopy(const PixelFormat& format, const Rect& rect) {
   auto copy = std::make_unique<ManagedPixelBuffer>(format, rect);
@@ -39,6 +46,7 @@ Region PixelBufferComparer::compare(const Region& changed) {
   }
   if ((changed - result).isEmpty()) return result;
 
+  simpleRegions_ = simpleRegions.value();
   const PixelFormat& format = copy_->getPF();
   pixelSize_ = static_cast<size_t>(format.bytesPerPixel());
   const uint32_t bits = significantBits(format);

@@ -24,13 +24,11 @@ class PixelBufferComparer {
   void setSource(PixelBuffer* source) { source_ = source; }
   PixelBuffer* source() const { return source_; }
 
-  // Whether to leave out changed blocks that show one and the same solid colour before and after:
-  // only bits that do not count differ there.
-  void setSimpleRegions(bool on) { simpleRegions_ = on; }
-
   // Looks at the pixels of changed, which must lie inside the source, and returns the blocks that
   // differ from the copy, which is brought up to date there. What the copy did not hold (all of it
-  // after a change of format) counts as changed. Empty without a source.
+  // after a change of format) counts as changed. Empty without a source. With the parameter
+  // `SimpleRegions`, changed blocks that show one and the same solid colour before and after are
+  // left out: only bits that do not count differ there.
   Region compare(const Region& changed);
 
  private:
@@ -54,9 +52,9 @@ class PixelBufferComparer {
 
   PixelBuffer* source_ = nullptr;
   std::unique_ptr<ManagedPixelBuffer> copy_;
-  bool simpleRegions_ = false;
 
   // For the comparison under way; sizes are in bytes.
+  bool simpleRegions_ = false;
   size_t pixelSize_ = 0;
   ptrdiff_t sourceStride_ = 0;
   ptrdiff_t copyStride_ = 0;

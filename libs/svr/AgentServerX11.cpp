@@ -3,7 +3,7 @@
 #include "os/AppLoop.h"
 #include "plat/log/LogSrc.h"
 #include "svr/SDesktopX11.h"
-#include "svr/SendMessage.h"
+#include "tx/ServerTime.h"
 #include "tx/TXDisplay.h"
 
 namespace svr {
@@ -14,10 +14,9 @@ plat::LogSrc vlog("AgentServerX11");
 
 }  // namespace
 
-AgentServerX11::AgentServerX11(SDesktopX11& desktop, bool isRoot,
-                               tx::DesktopUidMonitor::Callback& application,
-                               io::LogDestIpc& logDest, std::unique_ptr<io::Io> connection)
-    : application_(application),
+AgentServerX11::AgentServerX11(SDesktopX11& desktop, bool isRoot, io::LogDestIpc& logDest,
+                               std::unique_ptr<io::Io> connection)
+    : desktop_(desktop),
       clipboard_(tx::TXDisplay::isOpen() ? std::make_unique<SClipboardX11>(this) : nullptr),
       endpoint_(this, &desktop, &logDest) {
   if (isRoot && tx::TXDisplay::isOpen()) {
@@ -34,6 +33,10 @@ void AgentServerX11::desktopStarted(bool started) {
   if (clipboard_) clipboard_->setMonitoring(started);
 }
 
+void AgentServerX11::clientCutText(std::string_view text) {
+  if (clipboard_) clipboard_->setText(text, tx::getServerTime());
+}
+
 void AgentServerX11::serverDisconnected() {
   vlog.info("Quitting on server disconnect");
   os::AppLoop::quit(0);
@@ -44,13 +47,8 @@ void AgentServerX11::clipboardChanged(const char* text, size_t length) {
 }
 
 void AgentServerX11::desktopUidChanged(uid_t userId, const std::string& xauthority) {
-  application_.desktopUidChanged(userId, xauthority);
-  sendMessage(channel(), vlog, "desktopUidChanged", [&](rdr::OutStream& out) {
-    // Together an unsigned 64-bit number.
-    out.writeU32(0);
-    out.writeU32(userId);
-    out.writeShortString(xauthority);
-  });
+  desktop_.desktopOwnerChanged();
+  messages().desktopUidChanged(userId, xauthority);
 }
 
 }  // namespace svr

@@ -1,34 +1,38 @@
 #include "svr/ByteReader.h"
 
-#include <algorithm>
-
-#include "plat/Exception.h"
+#include <utility>
 
 namespace svr {
 
-void ByteReader::init(size_t length) {
-  if (inProgress_) {
-    if (length != expected_) throw plat::Exception("ByteReader::init: bad len");
-    return;
-  }
-  buffer_.clear();
+void ByteReader::begin(size_t length) {
+  reset();
   expected_ = length;
   inProgress_ = true;
 }
 
 bool ByteReader::read(rdr::InStream& in) {
-  while (buffer_.size() < expected_) {
-    const size_t count = in.check(1, expected_ - buffer_.size(), false);
-    if (count == 0) return false;
-    const char* bytes = reinterpret_cast<const char*>(in.getPtr());
-    buffer_.insert(buffer_.end(), bytes, bytes + count);
-    in.setPtr(in.getPtr() + count);
+  try {
+    while (text_.size() < expected_) {
+      const size_t count = in.check(1, expected_ - text_.size(), false);
+      if (count == 0) return false;
+      text_.append(reinterpret_cast<const char*>(in.getPtr()), count);
+      in.setPtr(in.getPtr() + count);
+    }
+  } catch (...) {
+    reset();
+    throw;
   }
   return true;
 }
 
+std::string ByteReader::take() {
+  std::string text = std::move(text_);
+  reset();
+  return text;
+}
+
 void ByteReader::reset() {
-  buffer_ = {};
+  std::string().swap(text_);  // with its memory
   expected_ = 0;
   inProgress_ = false;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <vector>
+#include <string>
 
 #include "rdr/InStream.h"
 
@@ -11,19 +11,19 @@ namespace svr {
 // with what was announced.
 class ByteReader {
  public:
-  // Begins, or goes on with, a text of that many bytes. Throws plat::Exception when a text of
-  // another length is under way.
-  void init(size_t length);
-  // Takes what the stream has; true when the text is complete. Throws what the stream throws.
+  // Begins a text of that many bytes.
+  void begin(size_t length);
+  bool isInProgress() const { return inProgress_; }
+  // Takes what the stream has; true when the text is complete. Throws what the stream throws; the
+  // text is then forgotten.
   bool read(rdr::InStream& in);
+  // The complete text, which is forgotten here.
+  std::string take();
   // Forgets the text, complete or not.
   void reset();
 
-  const char* data() const { return buffer_.data(); }
-  size_t size() const { return buffer_.size(); }
-
  private:
-  std::vector<char> buffer_;
+  std::string text_;
   size_t expected_ = 0;
   bool inProgress_ = false;
 };

@@ -4,7 +4,6 @@
 #include "rfb/PixelBuffer.h"
 #include "rfb/PixelBufferComparer.h"
 #include "rfb/Region.h"
-#include "svr/DamageTestCallback.h"
 
 namespace svr {
 
@@ -12,10 +11,21 @@ namespace svr {
 // found by comparing pixels every 5 seconds, all of it must have been reported.
 class DamageTest : private plat::Timer::Callback {
  public:
+  class Callback {
+   public:
+    // Hand all damage up to this moment to the test.
+    virtual void collectDamageNow() = 0;
+    // The test has decided: any damage was reported, all of the change was, and some of it was not
+    // just the whole buffer. The callback destroys the test.
+    virtual void damageTestResult(DamageTest& test, bool any, bool all, bool nonFull) = 0;
+
+   protected:
+    ~Callback() = default;
+  };
+
   // Takes the reference copy. Neither the callback nor the buffer, which must outlive the test, is
   // owned.
-  DamageTest(DamageTestCallback* callback, rfb::PixelBuffer* buffer);
-  virtual ~DamageTest() = default;
+  DamageTest(Callback& callback, rfb::PixelBuffer& buffer);
   DamageTest(const DamageTest&) = delete;
   DamageTest& operator=(const DamageTest&) = delete;
 
@@ -25,8 +35,8 @@ class DamageTest : private plat::Timer::Callback {
  private:
   void timerCallback(plat::Timer& timer) override;
 
-  DamageTestCallback* callback_;
-  rfb::PixelBuffer* buffer_;
+  Callback& callback_;
+  rfb::PixelBuffer& buffer_;
   plat::Timer timer_{this};
   rfb::Region seen_;
   rfb::PixelBufferComparer comparer_;

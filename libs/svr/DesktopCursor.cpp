@@ -1,5 +1,9 @@
 #include "svr/DesktopCursor.h"
 
+#include <cstring>
+
+#include "plat/config/IntParameter.h"
+#include "plat/log/LogSrc.h"
 #include "rfb/ArrowCursor.h"
 #include "rfb/CursorWithAlpha.h"
 #include "svr/SServer.h"
@@ -8,6 +12,38 @@
 #include "tx/XResources.h"
 
 namespace svr {
+
+namespace {
+
+// Part of the desktop, as far as a reader of the log is concerned.
+plat::LogSrc vlog("SDesktopX11");
+plat::LogSrc application("AgentAppX11");
+
+enum UseFixes { kFixesOff = 0, kFixesAuto = 1 };
+
+plat::IntParameter useXFixes(
+    "UseXFixes",
+    "Whether to use the XFixes extension to track cursor changes: 0 = Don't use; 1 = Auto (for "
+    "XOrg 1.5.0 to 1.8.2, delay using XFixes in service-mode until login to avoid a bug in some "
+    "packages of those releases); 2 = Use if available.",
+    kFixesAuto, 0, 2, true);
+
+bool isTooOldBeforeLogin() {
+  if (useXFixes.value() != kFixesAuto) return false;
+  Display* display = tx::TXDisplay::display();
+  const int release = VendorRelease(display);
+  if (!strstr(ServerVendor(display), "X.Org") || release < 10499000 || release >= 10900000) {
+    return false;
+  }
+  vlog.info("Temporarily disabling XFixes cursors: X.Org %d too old", release);
+  return true;
+}
+
+}  // namespace
+
+DesktopCursor::DesktopCursor(bool serviceMode)
+    : hasFixes_(tx::FixesExtension::probe(vlog, useXFixes.value() != kFixesOff) != nullptr),
+      delayed_(hasFixes_ && serviceMode && isTooOldBeforeLogin()) {}
 
 void DesktopCursor::start(SServer& server) {
   server_ = &server;
@@ -25,12 +61,21 @@ void DesktopCursor::selectInput(bool on) {
                                                on ? XFixesDisplayCursorNotifyMask : 0);
 }
 
-void DesktopCursor::enableFixes() {
+void DesktopCursor::desktopOwnerChanged() {
   if (!delayed_) return;
+  application.debug("Window manager has started; using XFixes");
   delayed_ = false;
-  if (!server_ || !usesFixes()) return;
+  if (!server_) return;
   selectInput(true);
   send(true);
+}
+
+void DesktopCursor::pointerPosition(int x, int y) {
+  if (server_) server_->setCursorPos({x, y});
+}
+
+void DesktopCursor::pointerMoved() {
+  if (server_) server_->localInput();
 }
 
 void DesktopCursor::handleEvent(const XEvent& event) {

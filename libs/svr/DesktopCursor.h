@@ -2,16 +2,22 @@
 
 #include <X11/Xlib.h>
 
+#include "svr/input/SPointerX11.h"
+
 namespace svr {
 
 class SServer;
 
-// Sends the image of the X cursor to the server, at first and whenever it changes, or a built-in
-// arrow where the X server does not tell what the cursor looks like.
-class DesktopCursor {
+// Tells the server of the X cursor: its image at first and whenever it changes, or a built-in arrow
+// where the X server does not tell what the cursor looks like; and where it is.
+class DesktopCursor : public SPointerX11Callback {
  public:
-  // withFixes: XFIXES is present. delayed: it is not to be used for cursors before enableFixes().
-  DesktopCursor(bool withFixes, bool delayed) : withFixes_(withFixes), delayed_(delayed) {}
+  // Says in the log whether XFIXES is present, and whether its use for cursors must wait until the
+  // desktop has an owner, as some old X servers need in service mode.
+  explicit DesktopCursor(bool serviceMode);
+
+  // Whether XFIXES is present and to be used.
+  bool hasFixes() const { return hasFixes_; }
 
   // Sends the present image and follows changes until stop(). The server is not owned.
   void start(SServer& server);
@@ -20,17 +26,20 @@ class DesktopCursor {
   // Sends the present image. Unless forced, only a real one that was not the last one sent.
   void send(bool force);
 
-  // Waiting for enableFixes().
-  bool delayed() const { return delayed_; }
-  void enableFixes();
+  // Another user owns the desktop now.
+  void desktopOwnerChanged();
 
  private:
-  bool usesFixes() const { return withFixes_ && !delayed_; }
+  // SPointerX11Callback
+  void pointerPosition(int x, int y) override;
+  void pointerMoved() override;
+
+  bool usesFixes() const { return hasFixes_ && !delayed_; }
   void selectInput(bool on);
 
-  const bool withFixes_;
+  const bool hasFixes_;
   bool delayed_;
-  SServer* server_ = nullptr;
+  SServer* server_ = nullptr;  // null while stopped
   long lastSerial_ = -1;
 };
 

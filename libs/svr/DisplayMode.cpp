@@ -19,13 +19,8 @@ plat::StringParameter randrSizes("RandR",
                                  "");
 
 std::unique_ptr<RandrScreen> probe() {
-  const tx::RandrExtension* randr = tx::RandrExtension::get();
-  if (!randr) {
-    vlog.info("XRandr extension not present - unable to change display modes");
-    return nullptr;
-  }
-  vlog.info("XRandr extension present - version %d.%d", randr->majorVersion, randr->minorVersion);
-  return std::make_unique<RandrScreenX11>(*randr);
+  const tx::RandrExtension* randr = tx::RandrExtension::probe(vlog);
+  return randr ? std::make_unique<RandrScreenX11>(*randr) : nullptr;
 }
 
 // Whether a request of the server's succeeds, which it need not.

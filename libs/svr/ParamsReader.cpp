@@ -7,7 +7,6 @@
 #include "plat/config/Configuration.h"
 #include "plat/log/LogSrc.h"
 #include "rdr/InStream.h"
-#include "svr/SServerAgent.h"
 
 namespace svr {
 
@@ -18,11 +17,11 @@ void ParamsReader::readEntry(rdr::InStream& in) {
 
   plat::ConfigParameter* param = configuration_.findParam(name.view());
   if (!param) {
-    SServerAgent::log().error("Unknown parameter '%s'", name.c_str());
+    log_.error("Unknown parameter '%s'", name.c_str());
     return;
   }
   if (priority > INT_MAX) {
-    SServerAgent::log().error("Bad priority %u for parameter '%s'", priority, name.c_str());
+    log_.error("Bad priority %u for parameter '%s'", priority, name.c_str());
     return;
   }
   apply(*param, value, static_cast<int>(priority));
@@ -41,7 +40,7 @@ void ParamsReader::apply(plat::ConfigParameter& param, const plat::String& value
   try {
     set = param.setParam(value.c_str(), priority);
   } catch (const plat::BadUtf8& e) {
-    SServerAgent::log().error("%s", e.text());
+    log_.error("%s", e.text());
   }
   // The values were removed in silence.
   if (!set) param.notifyCallbacks(plat::kPriorityDefault);
@@ -50,8 +49,8 @@ void ParamsReader::apply(plat::ConfigParameter& param, const plat::String& value
 void ParamsReader::compareDefault(const plat::ConfigParameter& param, const plat::String& value) {
   const plat::String own = param.getValueStrAt(plat::kPriorityDefault);
   if (own.view() == value.view()) return;
-  SServerAgent::log().error("Bad default for parameter '%s': '%s' != '%s'", param.name(),
-                            value.c_str(), own.c_str());
+  log_.error("Bad default for parameter '%s': '%s' != '%s'", param.name(), value.c_str(),
+             own.c_str());
 }
 
 }  // namespace svr

@@ -5,6 +5,7 @@
 namespace plat {
 class ConfigParameter;
 class Configuration;
+class LogSrc;
 }  // namespace plat
 namespace rdr {
 class InStream;
@@ -18,7 +19,9 @@ class ParamsReader {
   // Longest value, in bytes.
   static constexpr size_t kMaxValue = 1024;
 
-  explicit ParamsReader(plat::Configuration& configuration) : configuration_(configuration) {}
+  // Neither is owned.
+  ParamsReader(plat::Configuration& configuration, plat::LogSrc& log)
+      : configuration_(configuration), log_(log) {}
 
   // Reads and applies one entry: short string name, string value, U32 priority. A name or value
   // that does not fit this configuration is logged. Throws what the stream throws; the entry has
@@ -30,6 +33,7 @@ class ParamsReader {
   void compareDefault(const plat::ConfigParameter& param, const plat::String& value);
 
   plat::Configuration& configuration_;
+  plat::LogSrc& log_;
 };
 
 }  // namespace svr

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "rfb/Rect.h"
@@ -29,11 +28,6 @@ class SDesktop {
     static_cast<void>(position);
     static_cast<void>(buttonMask);
     static_cast<void>(relative);
-  }
-  // Text that a viewer copied: UTF-8, without terminator.
-  virtual void clientCutText(const char* text, size_t length) {
-    static_cast<void>(text);
-    static_cast<void>(length);
   }
 
   // Begins capture; the server hears of everything until stop(). Throws plat::Exception when

@@ -2,12 +2,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "rfb/Point.h"
 
 namespace plat {
+class DisplayInfo;
 class Exception;
-}
+class String;
+}  // namespace plat
 namespace rfb {
 class Cursor;
 class PixelBuffer;
@@ -32,6 +35,12 @@ class SServer {
   virtual void bell() = 0;
   // Whether a request for an update is waiting to be answered.
   virtual bool isUpdateRequested() = 0;
+  // The capture buffer was built (again): what monitors there are, the value of the parameter
+  // `Monitor`, and the text whose rectangle is captured, null when everything is.
+  virtual void monitorsUpdated(const std::vector<plat::DisplayInfo>& monitors,
+                               const plat::String& parameter, const plat::String& inForce) = 0;
+  // Whether capture misses changes.
+  virtual void captureBroken(bool broken) = 0;
   // Capture does not work.
   virtual void desktopFailure(const plat::Exception& error) = 0;
   // All viewers have to be disconnected.

@@ -3,22 +3,19 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "io/IoAcceptor.h"
 #include "io/MsgIpc.h"
-#include "rdr/StateMachine.h"
 #include "rfb/PixelFormat.h"
 #include "rfb/Rect.h"
 #include "svr/ByteReader.h"
+#include "svr/OutgoingMessages.h"
 #include "svr/SServer.h"
 
 namespace io {
 class LogDestIpc;
 }
-namespace plat {
-class LogSrc;
-class SharedMem;
-}  // namespace plat
 namespace rfb {
 class CursorWithAlpha;
 }
@@ -39,6 +36,8 @@ class SServerAgent : public SServer,
   class Callback {
    public:
     virtual void desktopStarted(bool started) = 0;
+    // Text that a viewer copied: UTF-8.
+    virtual void clientCutText(std::string_view text) = 0;
     // The channel has closed; the desktop is stopped by now.
     virtual void serverDisconnected() = 0;
 
@@ -55,6 +54,8 @@ class SServerAgent : public SServer,
   ~SServerAgent() override;
 
   io::MsgIpc& channel() { return channel_; }
+  // What has news for the server that is no desktop's writes it here.
+  OutgoingMessages& messages() { return messages_; }
 
   // SServer
   void setPixelBuffer(rfb::PixelBuffer* buffer) override;
@@ -62,8 +63,13 @@ class SServerAgent : public SServer,
   void serverCutText(const char* text, size_t length) override;
   void bell() override;
   bool isUpdateRequested() override { return updateRequested_; }
+  void monitorsUpdated(const std::vector<plat::DisplayInfo>& monitors,
+                       const plat::String& parameter, const plat::String& inForce) override {
+    messages_.monitorsUpdated(monitors, parameter, inForce);
+  }
+  void captureBroken(bool broken) override { messages_.captureBroken(broken); }
   void desktopFailure(const plat::Exception& error) override;
-  void closeClients(const plat::Exception& error) override;
+  void closeClients(const plat::Exception& error) override { messages_.closeClients(error); }
   void writeUpdate(const rfb::UpdateInfo& update) override;
   void setCursor(rfb::Cursor* cursor) override;
   void setCursorPos(const rfb::Point& position) override;
@@ -75,9 +81,6 @@ class SServerAgent : public SServer,
   // Stops the desktop if it is started, as the message "stop" does.
   void stopDesktop();
 
-  // The log source of the conversation.
-  static plat::LogSrc& log();
-
  private:
   // io::MsgIpc::Callback
   void channelClosed(io::MsgIpc& ipc) override;
@@ -85,19 +88,18 @@ class SServerAgent : public SServer,
   // io::MsgIpc::Reader
   bool readMsg(const char* name, rdr::InStream& in, io::MsgIpc& ipc) override;
 
-  // One step of the parser for each message.
-  bool readStart();
-  bool readStop();
-  bool readUpdateRequest();
-  bool readPointerEvent();
-  bool readKeyEvent();
-  bool readCutTextLength();
-  bool readCutText();
-  bool readParams();
+  // The readers of the messages; all but "clientCutText" take one step.
+  bool readStart(rdr::InStream& in);
+  bool readStop(rdr::InStream& in);
+  bool readUpdateRequest(rdr::InStream& in);
+  bool readPointerEvent(rdr::InStream& in);
+  bool readKeyEvent(rdr::InStream& in);
+  bool readCutText(rdr::InStream& in);
+  bool readParams(rdr::InStream& in);
 
-  void abandonMessage();
+  // Nothing of the conversation so far counts any more.
+  void forgetConversation();
   void sendCursor(std::unique_ptr<rfb::CursorWithAlpha> image);
-  void writeSetPixelBuffer(rfb::PixelBuffer& buffer, const plat::SharedMem* newMemory);
 
   // What was last published.
   struct Published {
@@ -118,17 +120,17 @@ class SServerAgent : public SServer,
     bool bell = false;
   };
 
-  struct MessageStep {
+  struct Incoming {
     const char* name;
-    bool (SServerAgent::*step)();
+    bool (SServerAgent::*read)(rdr::InStream& in);
   };
-  static const MessageStep kMessages[];
+  static const Incoming kIncoming[];
 
   Callback* callback_;
   io::MsgIpc channel_;
+  OutgoingMessages messages_{channel_};
+  io::MsgIpc::Registration registration_{channel_, *this};
   io::LogDestIpc* logDest_;
-  rdr::StateMachine<SServerAgent> machine_;
-  rdr::InStream* in_ = nullptr;
   ByteReader cutText_;
   SDesktop* desktop_;
   Published published_;

@@ -1,6 +1,5 @@
 #include "svr/UpdateScheduler.h"
 
-#include <algorithm>
 #include <climits>
 
 #include "plat/Time.h"
@@ -18,16 +17,12 @@ plat::IntParameter updateBatchDelay("UpdateBatchDelay",
 
 }  // namespace
 
-UpdateScheduler::UpdateScheduler(Callback* callback, PreUpdateHook* hook)
-    : hook_(hook), callback_(callback) {}
-
 void UpdateScheduler::changed() {
   if (!batchTimer_.isRunning()) batchTimer_.start(updateBatchDelay.value());
 }
 
 void UpdateScheduler::tryUpdate() {
-  if (periodTimer_.isRunning() || !pending_ || !callback_) return;
-  if (!callback_->isUpdateWanted()) return;
+  if (periodTimer_.isRunning() || !pending_ || !callback_.isUpdateWanted()) return;
   const int64_t now = plat::monotonicTime();
   const int64_t period = updatePeriod.value() * plat::kTicksPerMs;
   const int64_t elapsed = lastUpdate_ ? now - *lastUpdate_ : period;
@@ -38,10 +33,10 @@ void UpdateScheduler::tryUpdate() {
   }
   pending_ = false;
   lastUpdate_ = now;
-  if (hook_) hook_->preUpdate();
+  callback_.preUpdate();
   // Moves are sent as changes: their source may have changed since.
   tracker_.flattenCopied();
-  callback_->performUpdate(tracker_.take());
+  callback_.performUpdate(tracker_.take());
 }
 
 void UpdateScheduler::reset() {

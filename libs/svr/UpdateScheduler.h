@@ -13,27 +13,20 @@ namespace svr {
 // before at the earliest.
 class UpdateScheduler : private plat::Timer::Callback {
  public:
-  // Called just before each update is taken from the tracker; may add to it.
-  class PreUpdateHook {
-   public:
-    virtual void preUpdate() = 0;
-
-   protected:
-    ~PreUpdateHook() = default;
-  };
-
   // The consumer of updates.
   class Callback {
    public:
     virtual bool isUpdateWanted() = 0;
+    // Called just before each update is taken from the tracker; may add to it.
+    virtual void preUpdate() = 0;
     virtual void performUpdate(const rfb::UpdateInfo& update) = 0;
 
    protected:
     ~Callback() = default;
   };
 
-  // The hook may be null; neither is owned.
-  UpdateScheduler(Callback* callback, PreUpdateHook* hook);
+  // The callback is not owned.
+  explicit UpdateScheduler(Callback& callback) : callback_(callback) {}
 
   rfb::SimpleUpdateTracker& tracker() { return tracker_; }
 
@@ -47,13 +40,12 @@ class UpdateScheduler : private plat::Timer::Callback {
  private:
   void timerCallback(plat::Timer& timer) override;
 
+  Callback& callback_;
   rfb::SimpleUpdateTracker tracker_;
-  PreUpdateHook* hook_;
   plat::Timer periodTimer_{this};  // runs only while a wanted batch waits for the period's end
   plat::Timer batchTimer_{this};
   std::optional<int64_t> lastUpdate_;  // monotonic time
-  Callback* callback_;
-  bool pending_ = false;
+  bool pending_ = false;               // a batch is ready
 };
 
 }  // namespace svr

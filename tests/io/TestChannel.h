@@ -20,7 +20,6 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
  public:
   TestChannel() : ipc("Peer") {
     ipc.setCallback(this);
-    for (const char* name : {"number", "list"}) ipc.addReader(name, this);
     connect();
   }
 
@@ -52,6 +51,8 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
   std::string seen() { return std::exchange(seen_, {}); }
 
   io::MsgIpc ipc;
+  std::unique_ptr<io::MsgIpc::Registration> registration{
+      new io::MsgIpc::Registration(ipc, *this, {"number", "list"})};
   SocketPair pair;
   std::function<bool(std::string_view name)> allow;
   std::function<void(std::string_view name)> onRead;  // called first

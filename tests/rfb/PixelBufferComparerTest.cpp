@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "rfb/Pixels.h"
+#include "support/ParameterValue.h"
 
 namespace rfb {
 namespace {
@@ -117,7 +118,7 @@ TEST(PixelBufferComparer, SimpleRegionsLeaveOutSolidBlocksOfOneColour) {
     PixelBufferComparer comparer;
     comparer.setSource(&frame.buffer);
     comparer.compare(frame.buffer.getRect());
-    comparer.setSimpleRegions(true);
+    test::ParameterValue simpleRegions("SimpleRegions", "1");
     for (int x = 0; x < 64; x += 3) frame.at(x, 5)[unused] ^= 0xff;  // in every block
     frame.at(20, 15)[used] ^= 1;                                     // no longer solid
     for (int y = 0; y < 16; ++y) {
@@ -125,7 +126,7 @@ TEST(PixelBufferComparer, SimpleRegionsLeaveOutSolidBlocksOfOneColour) {
     }
     EXPECT_EQ(comparer.compare(frame.buffer.getRect()), Region(Rect(16, 0, 48, 16)));
     // Left out, but taken over into the copy.
-    comparer.setSimpleRegions(false);
+    simpleRegions.set("0");
     EXPECT_TRUE(comparer.compare(frame.buffer.getRect()).isEmpty());
   }
 }

@@ -13,7 +13,7 @@ namespace {
 // Not a multiple of the block size, and not at the origin.
 const rfb::Rect kRect(5, 3, 105, 83);
 
-class DamageTestTest : public testing::Test, public svr::DamageTestCallback {
+class DamageTestTest : public testing::Test, public svr::DamageTest::Callback {
  protected:
   void collectDamageNow() override {
     if (!late.isEmpty()) test->damageReported(late);
@@ -31,7 +31,7 @@ class DamageTestTest : public testing::Test, public svr::DamageTestCallback {
   io::FdManager& loop = io::FdManager::instance();
   test::ManualClock clock;
   FakeBuffer buffer{rfb::PixelFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0), kRect};
-  std::unique_ptr<svr::DamageTest> test{std::make_unique<svr::DamageTest>(this, &buffer)};
+  std::unique_ptr<svr::DamageTest> test{std::make_unique<svr::DamageTest>(*this, buffer)};
   rfb::Region late;
   std::string result;
 };
@@ -51,7 +51,7 @@ TEST_F(DamageTestTest, ComparesChangeWithDamage) {
       {{{50, 50}}, none, {50, 50, 51, 51}, "any 1 all 1 non full 1"},
   };
   for (const auto& c : cases) {
-    test = std::make_unique<svr::DamageTest>(this, &buffer);
+    test = std::make_unique<svr::DamageTest>(*this, buffer);
     result.clear();
     pass(5000);
     EXPECT_EQ(result, "") << "an idle screen decides nothing";

@@ -74,6 +74,7 @@ class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Call
   void desktopStarted(bool started) override {
     desktop.calls.push_back(started ? "started" : "stopped");
   }
+  void clientCutText(std::string_view) override {}
   void serverDisconnected() override {}
 
   // Sends a message and lets the agent handle it.

@@ -9,9 +9,7 @@ namespace {
 
 const rfb::Rect kFirst(0, 0, 10, 10), kSecond(20, 0, 30, 10), kDamage(0, 50, 5, 55);
 
-class UpdateSchedulerTest : public testing::Test,
-                            protected svr::UpdateScheduler::Callback,
-                            protected svr::UpdateScheduler::PreUpdateHook {
+class UpdateSchedulerTest : public testing::Test, protected svr::UpdateScheduler::Callback {
  protected:
   bool isUpdateWanted() override { return true; }
   void performUpdate(const rfb::UpdateInfo& update) override { updates.push_back(update.changed); }
@@ -31,7 +29,7 @@ class UpdateSchedulerTest : public testing::Test,
   io::FdManager& loop = io::FdManager::instance();
   test::ManualClock clock;
   std::vector<rfb::Region> updates;
-  svr::UpdateScheduler scheduler{this, this};
+  svr::UpdateScheduler scheduler{*this};
 };
 
 TEST_F(UpdateSchedulerTest, BatchesAndKeepsThePeriod) {

@@ -59,17 +59,13 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   EXPECT_EQ(receive(), "setCursorImage desktopUidChanged ");
 }
 
-struct NobodyTold : tx::DesktopUidMonitor::Callback {
-  void desktopUidChanged(uid_t, const std::string&) override { FAIL(); }
-};
-
 TEST_F(AgentAppX11Test, OnlyRootLooksForTheOwner) {
   start();
   for (const bool isRoot : {false, true}) {
     io::LogDestIpc logDest;
-    svr::SDesktopX11 desktop(nullptr, false);
-    NobodyTold application;
-    const svr::AgentServerX11 server(desktop, isRoot, application, logDest, nullptr);
+    const plat::SharedMemPermissions nobody;
+    svr::SDesktopX11 desktop(nobody, false);
+    const svr::AgentServerX11 server(desktop, isRoot, logDest, nullptr);
     EXPECT_EQ(log_.has("Starting desktop uid monitor", 30, "DesktopUidMonitor"), isRoot);
   }
 }

@@ -1,5 +1,6 @@
 #include "tx/DamageExtension.h"
 
+#include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
 
 namespace tx {
@@ -10,6 +11,17 @@ const DamageExtension* DamageExtension::get() {
 }
 
 DamageExtension::DamageExtension() : present_(query(TXDisplay::display())) {}
+
+const DamageExtension* DamageExtension::probe(plat::LogSrc& log, bool use) {
+  const DamageExtension* const damage = use ? get() : nullptr;
+  if (damage) {
+    log.info("XDamage extension present - version %d.%d", damage->majorVersion,
+             damage->minorVersion);
+  } else {
+    log.info("XDamage disabled / not present - unable to optimize capture");
+  }
+  return damage;
+}
 
 bool DamageExtension::query(Display* display) {
   return library_.ok() && queryExtension(display, &eventBase, &errorBase) &&

@@ -5,6 +5,10 @@
 
 #include "plat/DynamicFn.h"
 
+namespace plat {
+class LogSrc;
+}
+
 namespace tx {
 
 // The DAMAGE extension, looked up at run time in its client library.
@@ -15,6 +19,8 @@ class DamageExtension {
   // The extension of the open display, or null when the library, one of its functions or the
   // server's extension is missing. Asked once; the version has been negotiated.
   static const DamageExtension* get();
+  // As get(), but null unless it is to be used, and says in the log what there is.
+  static const DamageExtension* probe(plat::LogSrc& log, bool use);
 
   int eventBase = -1;
   int errorBase = -1;

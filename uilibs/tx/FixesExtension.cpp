@@ -1,5 +1,6 @@
 #include "tx/FixesExtension.h"
 
+#include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
 
 namespace tx {
@@ -10,6 +11,16 @@ const FixesExtension* FixesExtension::get() {
 }
 
 FixesExtension::FixesExtension() : present_(query(TXDisplay::display())) {}
+
+const FixesExtension* FixesExtension::probe(plat::LogSrc& log, bool use) {
+  const FixesExtension* const fixes = use ? get() : nullptr;
+  if (fixes) {
+    log.info("XFixes extension present - version %d.%d", fixes->majorVersion, fixes->minorVersion);
+  } else {
+    log.info("XFixes disabled / not present - unable to track cursor changes");
+  }
+  return fixes;
+}
 
 bool FixesExtension::query(Display* display) {
   return library_.ok() && queryExtension(display, &eventBase, &errorBase) &&

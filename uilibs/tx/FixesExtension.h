@@ -5,6 +5,10 @@
 
 #include "plat/DynamicFn.h"
 
+namespace plat {
+class LogSrc;
+}
+
 namespace tx {
 
 // The XFIXES extension, version 2 or later, looked up at run time in its client library.
@@ -17,6 +21,8 @@ class FixesExtension {
   // negotiated. Cursor events are eventBase + XFixesCursorNotify, selection events
   // eventBase + XFixesSelectionNotify.
   static const FixesExtension* get();
+  // As get(), but null unless it is to be used, and says in the log what there is.
+  static const FixesExtension* probe(plat::LogSrc& log, bool use);
 
   int eventBase = -1;
   int errorBase = -1;

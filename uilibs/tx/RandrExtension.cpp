@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
 
 namespace tx {
@@ -16,6 +17,16 @@ const RandrExtension* RandrExtension::get() {
 }
 
 RandrExtension::RandrExtension() : present_(query(TXDisplay::display())) {}
+
+const RandrExtension* RandrExtension::probe(plat::LogSrc& log) {
+  const RandrExtension* const randr = get();
+  if (randr) {
+    log.info("XRandr extension present - version %d.%d", randr->majorVersion, randr->minorVersion);
+  } else {
+    log.info("XRandr extension not present - unable to change display modes");
+  }
+  return randr;
+}
 
 bool RandrExtension::query(Display* display) {
   // Asked first because the client library leaks memory when the server lacks the extension.

@@ -7,6 +7,10 @@
 
 #include "plat/DynamicFn.h"
 
+namespace plat {
+class LogSrc;
+}
+
 namespace tx {
 
 struct XRRResourcesDeleter {
@@ -36,6 +40,8 @@ class RandrExtension {
   // server's extension is missing or older. Asked once for each display; the version has been
   // negotiated.
   static const RandrExtension* get();
+  // As get(), and says in the log what there is.
+  static const RandrExtension* probe(plat::LogSrc& log);
 
   int eventBase = -1;
   int errorBase = -1;
