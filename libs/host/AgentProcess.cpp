@@ -180,6 +180,8 @@ AgentProcess AgentProcess::launch(const LaunchOptions& options) {
       arguments.push_back(listening->path());
       break;
   }
+  // A viewer's script may have any number of symbols that the keyboard lacks.
+  arguments.push_back("_ReuseGrafts=1");
   for (const auto& [name, value] : options.parameters) arguments.push_back(name + "=" + value);
 
   std::vector<std::string> environment = environmentOf(options);

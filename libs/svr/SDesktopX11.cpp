@@ -46,11 +46,11 @@ SDesktopX11::~SDesktopX11() {
 }
 
 void SDesktopX11::keyEvent(uint32_t keysym, bool down) {
-  keyboard_.keyEvent(keysym, down);
+  input_.keyEvent(keysym, down);
 }
 
 void SDesktopX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative) {
-  pointer_.pointerEvent(position, buttonMask, relative);
+  input_.pointerEvent(position, buttonMask, relative);
 }
 
 void SDesktopX11::start(SServer& server) {
@@ -89,8 +89,7 @@ void SDesktopX11::teardown() {
   selectBell(false);
   // A viewer that goes must not leave a key or button down.
   pointer_.setPolling(false);
-  pointer_.releaseButtons();
-  keyboard_.releaseKeys();
+  input_.releaseAll();
   server_->setPixelBuffer(nullptr);
   server_ = nullptr;
   buffer_.reset();

@@ -9,6 +9,7 @@
 #include "svr/DesktopCursor.h"
 #include "svr/MonitorSelection.h"
 #include "svr/SDesktop.h"
+#include "svr/input/InputQueue.h"
 #include "svr/input/SKeyboardX11.h"
 #include "svr/input/SPointerX11.h"
 #include "tx/PixelBufferX11.h"
@@ -71,6 +72,7 @@ class SDesktopX11 : public SDesktop,
   MonitorSelection selection_;
   SKeyboardX11 keyboard_;
   SPointerX11 pointer_{&cursor_};
+  InputQueue input_{keyboard_, pointer_};
 };
 
 }  // namespace svr

@@ -46,8 +46,8 @@ class SKeyboardX11Test : public TXFixture {
   void load(const std::string& layout) {
     server().run({"setxkbmap", "-option", "", "-layout", layout});
   }
-  void press(uint32_t keysym) { keyboard_->keyEvent(keysym, true); }
-  void release(uint32_t keysym) { keyboard_->keyEvent(keysym, false); }
+  void press(uint32_t keysym) { keyboard_->keyEvent(keysym, true, true); }
+  void release(uint32_t keysym) { keyboard_->keyEvent(keysym, false, true); }
   void tap(uint32_t keysym) {
     press(keysym);
     release(keysym);

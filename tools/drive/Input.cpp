@@ -21,6 +21,8 @@ struct PointerOptions {
 
 constexpr int kWheelUp = 4, kWheelDown = 5;
 constexpr int kDragSteps = 16;
+// Without a word from an agent that types.
+constexpr int kTypingTimeoutMs = 10000;
 
 // The code points of UTF-8 text. Throws Failure.
 std::vector<uint32_t> codePoints(const std::string& text) {
@@ -55,6 +57,9 @@ class InputRecorder : public Recorder {
  public:
   void logMsg(const host::LogLine& line) override {
     Recorder::logMsg(line);
+    ++lines;
+    if (line.text == "Input waits for new symbols") inputWaits = true;
+    if (line.text == "Input goes on") inputWaits = false;
     if (!line.text.starts_with("Keyboard mapping full")) return;
     const size_t number = line.text.rfind("0x");
     if (number != std::string::npos) {
@@ -63,7 +68,12 @@ class InputRecorder : public Recorder {
     }
   }
 
+  void badMsg(const std::string&) override { synced = true; }
+
   std::vector<uint32_t> ignored;
+  size_t lines = 0;
+  bool inputWaits = false;
+  bool synced = false;
 };
 
 // An agent that gets input and nothing else.
@@ -77,6 +87,15 @@ class InputSession {
   }
   // Throws Failure if something was not typed.
   void finish() {
+    // Symbols that are new to the keyboard wait for other programs to see it change, and what comes
+    // behind them waits too. An agent that is left drops all that.
+    agent().channel().writeMsg("sync");
+    agent().channel().endMsg();
+    session_.waitUntil([&] { return recorder_.synced; }, kTypingTimeoutMs, "the agent");
+    for (size_t lines = 0; recorder_.inputWaits && lines != recorder_.lines;) {
+      lines = recorder_.lines;
+      agent().processUntil([&] { return recorder_.lines != lines; }, kTypingTimeoutMs);
+    }
     session_.finish();
     const std::vector<uint32_t>& ignored = recorder_.ignored;
     if (ignored.empty()) return;

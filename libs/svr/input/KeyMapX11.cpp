@@ -1,8 +1,12 @@
 #include "svr/input/KeyMapX11.h"
 
+#include <X11/Xutil.h>
+
 #include <algorithm>
 #include <tuple>
 
+#include "svr/input/CoreKeyRows.h"
+#include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 
 namespace svr {
@@ -15,6 +19,9 @@ constexpr uint32_t kCapsLock = 0xffe5;
 constexpr uint32_t kIsoLevel3Shift = 0xfe03;
 
 constexpr int kLevels = 4;
+
+// No letter or modifier is on a keycode from here on, in any layout.
+constexpr int kFirstBeyondTyping = 109;
 
 constexpr unsigned kMapParts = XkbKeyTypesMask | XkbKeySymsMask;
 constexpr unsigned kXkbEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask | XkbStateNotifyMask;
@@ -124,11 +131,14 @@ void KeyMapX11::follow() {
   // One change of the map makes several events: it is read once for all of them.
   if (coreMapChanged_ || xkbMapChanged_) {
     readMap();
-    indexSymbols();
-    readModifiers();
   } else if (groupChanged_) {
     indexSymbols();
   }
+}
+
+void KeyMapX11::refresh() {
+  (xkbDesc_ ? xkbMapChanged_ : coreMapChanged_) = true;
+  readMap();
 }
 
 void KeyMapX11::readMap() {
@@ -152,6 +162,9 @@ void KeyMapX11::readMap() {
     maxKeycode_ = xkbDesc_->max_key_code;
   }
   coreMapChanged_ = xkbMapChanged_ = false;
+  ++revision_;
+  indexSymbols();
+  readModifiers();
 }
 
 void KeyMapX11::readModifiers() {
@@ -170,6 +183,58 @@ void KeyMapX11::readModifiers() {
     numLockMask_ = 1u << i / static_cast<unsigned>(map->max_keypermod);
     return;
   }
+}
+
+// Changing the map
+
+void KeyMapX11::assign(const std::vector<Assignment>& assignments, CoreKeyRows& rows) {
+  if (xkbDesc_ && assignXkb(assignments)) {
+    // What the X server reports of it is known.
+    mapRequest_ = NextRequest(tx::TXDisplay::display());
+    indexSymbols();
+    return;
+  }
+  for (const Assignment& assignment : assignments) {
+    rows.assign(assignment.keycode, assignment.keysym);
+  }
+  refresh();
+}
+
+bool KeyMapX11::assignXkb(const std::vector<Assignment>& assignments) {
+  if (xkbDesc_->map->num_types < XkbNumRequiredTypes) return false;
+  int first = maxKeycode_, last = minKeycode_;
+  for (const Assignment& assignment : assignments) {
+    // A letter with one level is taken for both of its cases.
+    KeySym lower, upper;
+    XConvertCase(assignment.keysym, &lower, &upper);
+    const int levels = lower == upper ? 1 : 2;
+    KeySym* const symbols = XkbResizeKeySyms(xkbDesc_.get(), assignment.keycode, levels);
+    if (!symbols) return false;
+    std::fill_n(symbols, levels, assignment.keysym);
+    XkbSymMapRec& key = xkbDesc_->map->key_sym_map[assignment.keycode];
+    key.kt_index[0] = levels == 1 ? XkbOneLevelIndex : XkbTwoLevelIndex;
+    key.group_info = 1;
+    key.width = static_cast<unsigned char>(levels);
+    if (assignment.keycode < kFirstBeyondTyping) continue;
+    first = std::min(first, assignment.keycode);
+    last = std::max(last, assignment.keycode);
+  }
+
+  // A request takes a range of keys and gives it to all keyboards. One for all new symbols makes
+  // one event, but further keyboards that have another layout must keep their letters.
+  if (first <= last && !sendXkbRows(first, last)) return false;
+  return std::all_of(assignments.begin(), assignments.end(), [this](const Assignment& a) {
+    return a.keycode >= kFirstBeyondTyping || sendXkbRows(a.keycode, a.keycode);
+  });
+}
+
+bool KeyMapX11::sendXkbRows(int first, int last) {
+  XkbMapChangesRec changes{};
+  changes.changed = XkbKeySymsMask;
+  changes.first_key_sym = static_cast<KeyCode>(first);
+  changes.num_key_syms = static_cast<unsigned char>(last - first + 1);
+  tx::ErrorCatcher trap;
+  return XkbChangeMap(tx::TXDisplay::display(), xkbDesc_.get(), &changes) && !trap.failed();
 }
 
 // Finding symbols

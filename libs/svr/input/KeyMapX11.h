@@ -12,10 +12,18 @@
 
 namespace svr {
 
+class CoreKeyRows;
+
 // The map of the X keyboard (XKB's, else the core one) and its state, followed by their events. The
 // display must be open.
 class KeyMapX11 : private tx::TXEventHandler {
  public:
+  // The only symbol that a keycode is to carry.
+  struct Assignment {
+    int keycode;
+    uint32_t keysym;
+  };
+
   KeyMapX11();
 
   // Takes over what the X server has sent by now, dispatched or not.
@@ -28,6 +36,12 @@ class KeyMapX11 : private tx::TXEventHandler {
   // The last request pressed or released a key.
   void keySent(int keycode, bool down);
 
+  // Reads the map, whether it is known to have changed or not.
+  void refresh();
+  // Changes the map of the X server. It must be grabbed since refresh(); rows are the core map.
+  void assign(const std::vector<Assignment>& assignments, CoreKeyRows& rows);
+  // Another number after each reading of the map.
+  unsigned revision() const { return revision_; }
   int minKeycode() const { return minKeycode_; }
   int maxKeycode() const { return maxKeycode_; }
 
@@ -47,11 +61,14 @@ class KeyMapX11 : private tx::TXEventHandler {
   void openXkb();
   void lookAhead();
   void readMap();
+  bool assignXkb(const std::vector<Assignment>& assignments);
+  bool sendXkbRows(int first, int last);
   void readModifiers();
   void indexSymbols();
   uint32_t keysymAt(int keycode, int level) const;
   uint32_t xkbKeysymAt(int keycode, int level) const;
 
+  unsigned revision_ = 0;
   int minKeycode_ = 0;
   int maxKeycode_ = -1;
   std::unique_ptr<XkbDescRec, XkbDescDeleter> xkbDesc_;  // null: the core map is used

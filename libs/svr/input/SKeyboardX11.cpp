@@ -1,14 +1,13 @@
 #include "svr/input/SKeyboardX11.h"
 
-#include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
-#include "tx/XResources.h"
 #include "tx/XTestExtension.h"
 
 namespace svr {
@@ -22,7 +21,7 @@ constexpr useconds_t kReleaseDelayUs = 100 * 1000;
 
 }  // namespace
 
-SKeyboardX11::SKeyboardX11() : interpreter_(*this) {}
+SKeyboardX11::SKeyboardX11() : grafts_(map_), interpreter_(*this) {}
 
 SKeyboardX11::~SKeyboardX11() {
   if (!tx::TXDisplay::isOpen()) return;
@@ -32,11 +31,25 @@ SKeyboardX11::~SKeyboardX11() {
   usleep(kReleaseDelayUs);
 }
 
-void SKeyboardX11::keyEvent(uint32_t keysym, bool down) {
-  if (!tx::TXDisplay::isOpen() || !tx::XTestExtension::present()) return;
+bool SKeyboardX11::keyEvent(uint32_t keysym, bool down, bool mayGraft) {
+  if (!tx::TXDisplay::isOpen() || !tx::XTestExtension::present()) return true;
   map_.follow();
+  if (down && !mayGraft && interpreter_.needsGraft(keysym)) return false;
   interpreter_.keyEvent(keysym, down);
   if (!interpreter_.hasPressedKeysyms()) autoRepeat_.resumeLater();
+  return true;
+}
+
+KeyGrafts::Result SKeyboardX11::graftAll(std::span<const uint32_t> keysyms, bool patient) {
+  if (!tx::TXDisplay::isOpen()) return {KeyGrafts::Outcome::kFull, 0};
+  std::vector<uint32_t> wanted;
+  for (const uint32_t keysym : keysyms) {
+    if (interpreter_.needsGraft(keysym) &&
+        std::find(wanted.begin(), wanted.end(), keysym) == wanted.end()) {
+      wanted.push_back(keysym);
+    }
+  }
+  return grafts_.graft(wanted, patient);
 }
 
 void SKeyboardX11::releaseKeys() {
@@ -54,40 +67,12 @@ void SKeyboardX11::send(int keycode, bool down) {
   if (down) autoRepeat_.suspend();
   XTestFakeKeyEvent(tx::TXDisplay::display(), static_cast<unsigned>(keycode), down, CurrentTime);
   map_.keySent(keycode, down);
+  grafts_.keySent(keycode, down);
 }
 
 std::optional<int> SKeyboardX11::graft(uint32_t keysym) {
-  Display* display = tx::TXDisplay::display();
-  const int minKeycode = map_.minKeycode(), maxKeycode = map_.maxKeycode();
-  int symsPerKeycode = 0;
-  const tx::XMemory<KeySym> map(XGetKeyboardMapping(display, static_cast<KeyCode>(minKeycode),
-                                                    maxKeycode - minKeycode + 1, &symsPerKeycode));
-  const auto row = [&](int keycode) { return map.get() + (keycode - minKeycode) * symsPerKeycode; };
-  if (map && symsPerKeycode > 0) {
-    // A keysym that comes again before the change of the map has been reported.
-    for (const Graft& graft : grafts_) {
-      if (graft.keysym == keysym && graft.keycode >= minKeycode && graft.keycode <= maxKeycode &&
-          static_cast<uint32_t>(row(graft.keycode)[0]) == keysym) {
-        return graft.keycode;
-      }
-    }
-
-    for (int keycode = maxKeycode; keycode >= minKeycode; --keycode) {
-      KeySym* const syms = row(keycode);
-      if (!std::all_of(syms, syms + symsPerKeycode, [](KeySym s) { return s == NoSymbol; })) {
-        continue;
-      }
-      syms[0] = keysym;
-      // A letter alone is taken for both of its cases.
-      KeySym lower, upper;
-      XConvertCase(keysym, &lower, &upper);
-      if (lower != upper && symsPerKeycode > 1) syms[1] = keysym;
-      XChangeKeyboardMapping(display, keycode, symsPerKeycode, syms, 1);
-      vlog.info("Added unknown keysym 0x%x to keycode %d", keysym, keycode);
-      std::erase_if(grafts_, [&](const Graft& g) { return g.keycode == keycode; });
-      grafts_.push_back({keycode, keysym});
-      return keycode;
-    }
+  if (grafts_.graft({keysym}, false).outcome == KeyGrafts::Outcome::kGrafted) {
+    if (const std::optional<Key> key = map_.find(keysym, 0)) return key->keycode;
   }
   vlog.info("Keyboard mapping full - ignoring unknown keysym 0x%x", keysym);
   return std::nullopt;

@@ -2,11 +2,12 @@
 
 #include <cstdint>
 #include <optional>
-#include <vector>
+#include <span>
 
 #include "rfb/KeyEventInterpreter.h"
 #include "rfb/Keyboard.h"
 #include "svr/input/AutoRepeat.h"
+#include "svr/input/KeyGrafts.h"
 #include "svr/input/KeyMapX11.h"
 
 namespace svr {
@@ -20,18 +21,15 @@ class SKeyboardX11 : private rfb::Keyboard {
   SKeyboardX11(const SKeyboardX11&) = delete;
   SKeyboardX11& operator=(const SKeyboardX11&) = delete;
 
-  // A press or release of an X keysym. Dropped without XTEST.
-  void keyEvent(uint32_t keysym, bool down);
+  // A press or release of an X keysym. Dropped without XTEST. False, and nothing is done, for a
+  // press that needs a spare keycode unless it may take one at once.
+  bool keyEvent(uint32_t keysym, bool down, bool mayGraft);
+  // Gives keycodes to those of the symbols that need one.
+  KeyGrafts::Result graftAll(std::span<const uint32_t> keysyms, bool patient);
   // Releases every key that is held for the viewer.
   void releaseKeys();
 
  private:
-  // A keycode that was given a keysym here.
-  struct Graft {
-    int keycode;
-    uint32_t keysym;
-  };
-
   // rfb::Keyboard
   std::optional<Key> find(uint32_t keysym, int preferredLevel) override;
   void send(int keycode, bool down) override;
@@ -40,9 +38,9 @@ class SKeyboardX11 : private rfb::Keyboard {
   std::optional<int> graft(uint32_t keysym) override;
 
   KeyMapX11 map_;
+  KeyGrafts grafts_;
   rfb::KeyEventInterpreter interpreter_;
   AutoRepeat autoRepeat_;
-  std::vector<Graft> grafts_;
 };
 
 }  // namespace svr
