@@ -37,9 +37,12 @@ bool SClipboardX11::sendPrimary() {
   return sendPrimarySelection.value();
 }
 
-void SClipboardX11::clipboardChanged(size_t length, const char* text) {
+bool SClipboardX11::clipboardChanged(size_t length, const char* text) {
   // An owner may answer after monitoring was switched off, or very late to the first check.
   if (manager_.isEnabled()) callback_->clipboardChanged(text, length);
+  return manager_.isEnabled();
 }
+
+void SClipboardX11::requestDone(bool, bool) {}
 
 }  // namespace svr

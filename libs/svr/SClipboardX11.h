@@ -34,7 +34,8 @@ class SClipboardX11 : private tx::TXClipboardWindow::Callback {
 
  private:
   bool sendPrimary() override;
-  void clipboardChanged(size_t length, const char* text) override;
+  bool clipboardChanged(size_t length, const char* text) override;
+  void requestDone(bool gotText, bool timedOut) override;
 
   Callback* callback_;
   tx::TXClipboardMgr manager_;

@@ -1,7 +1,10 @@
 #include "agent/Agent.h"
 
+#include <chrono>
 #include <csignal>
+#include <set>
 
+#include "support/FakeOwner.h"
 #include "support/Program.h"
 
 namespace {
@@ -213,6 +216,83 @@ TEST_F(ClipboardTest, WithoutXFixesIsPolled) {
   // A client that stays, and says when it copied.
   copy(xsel("primary"), "one");
   EXPECT_EQ(next(agent), "one");
+}
+
+// Owners that copy faster than they are asked, and answer as they like: the last text arrives, and
+// none that nobody copied.
+TEST_F(ClipboardTest, CopiesThatOverlap) {
+  begin();
+  Agent agent(server->display(), enabledWith());
+  agent.start();
+  FakeOwner owner(server->display()), other(server->display());
+  std::set<std::string> copied;
+  const auto copyAs = [&](FakeOwner& who, const std::string& what, const Command& selections) {
+    const std::string text = kInternational + what;
+    copied.insert(text);
+    who.answerBoth(text);
+    for (const std::string& selection : selections) who.own(selection);
+  };
+  const auto pumpFor = [&](int ms) {
+    const auto end = std::chrono::steady_clock::now() + support::Milliseconds(ms);
+    do {
+      owner.pump();
+      other.pump();
+      agent.connection->process(1);
+    } while (std::chrono::steady_clock::now() < end);
+  };
+  const auto arrives = [&](const std::string& what) {
+    const bool last = support::waitFor(
+        [&] {
+          pumpFor(1);
+          return !agent.seen.cutTexts.empty() &&
+                 agent.seen.cutTexts.back() == kInternational + what;
+        },
+        support::Milliseconds(8000));
+    pumpFor(300);
+    if (!last || agent.seen.cutTexts.back() != kInternational + what) {
+      ADD_FAILURE() << what << " is not the last of " << agent.seen.cutTexts.size();
+    }
+    for (const std::string& text : agent.seen.cutTexts) {
+      if (copied.count(text) == 0) ADD_FAILURE() << what << ": nobody copied " << text;
+    }
+    agent.seen.cutTexts.clear();
+  };
+  for (int i = 0; i < 200; ++i) {
+    copyAs(owner, std::to_string(i), {"PRIMARY", "CLIPBOARD"});
+    pumpFor(i % 3);
+  }
+  arrives("199");
+  for (int i = 0; i < 100; ++i) {
+    copyAs(owner, "drag " + std::to_string(i), {"PRIMARY"});
+    pumpFor(2);
+  }
+  arrives("drag 99");
+
+  // What is asked first is answered only after the selections have changed again, by the same owner
+  // or by another one; once or twice, in that order or the other.
+  for (int way = 0; way < 16; ++way) {
+    SCOPED_TRACE(way);
+    FakeOwner& second = way & 1 ? other : owner;
+    const std::string name = std::to_string(way);
+    const auto isAsked = [&] {
+      return support::waitFor([&] {
+        pumpFor(1);
+        return !owner.held.empty();
+      });
+    };
+    owner.isHolding = true;
+    copyAs(owner, "slow " + name, {"PRIMARY", "CLIPBOARD"});
+    EXPECT_TRUE(isAsked());
+    if (way & 8) {
+      owner.answerHeld();
+      EXPECT_TRUE(isAsked()) << "for the text";
+    }
+    copyAs(second, "late " + name, {"CLIPBOARD", "PRIMARY"});
+    pumpFor(way & 4 ? 600 : 20);
+    owner.isHolding = false;
+    owner.answerHeld(way & 2, way & 4 ? 2 : 1);
+    arrives("late " + name);
+  }
 }
 
 TEST_F(ClipboardTest, CommandsGetSetAndWatch) {

@@ -6,10 +6,11 @@
 #include <vector>
 
 #include "io/FdManager.h"
+#include "support/FakeOwner.h"
 #include "support/ManualClock.h"
 #include "tx/ServerTime.h"
 #include "tx/TXClipboardMgr.h"
-#include "x11/FakeOwner.h"
+#include "tx/XResources.h"
 
 namespace {
 
@@ -81,6 +82,7 @@ class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback 
   }
 
   Texts texts_;
+  bool isTaking_ = true;
   std::string done_;
   std::optional<tx::TXClipboardMgr> manager_;
   std::optional<FakeOwner> owner_, other_;
@@ -88,9 +90,10 @@ class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback 
 
  private:
   bool sendPrimary() override { return true; }
-  void clipboardChanged(size_t length, const char* text) override {
+  bool clipboardChanged(size_t length, const char* text) override {
     EXPECT_EQ(text[length], '\0');
     texts_.emplace_back(text, length);
+    return isTaking_;
   }
   void requestDone(bool gotText, bool timedOut) override {
     done_ += gotText ? "got " : timedOut ? "timeout " : "nothing ";
@@ -174,36 +177,43 @@ TEST_F(ClipboardTest, IncrementalTextIsDrainedAndArrivesEmpty) {
 TEST_F(ClipboardTest, PollingTakesOnlyNewTimestamps) {
   begin();
   manager_->setEnabled(false);
-  constexpr uint32_t kLast = 0xfffffff0;
+  const uint32_t last = tx::getServerTime() - 1000;
   const struct {
     uint32_t primary;
     uint32_t clipboard;
     const char* chosen;  // null: nothing is new
-  } cases[] = {{kLast, kLast, nullptr},
-               {kLast - 1, 5, "CLIPBOARD"},
-               {5, 6, "CLIPBOARD"},
-               {5, 5, "PRIMARY"},
-               {kLast - 0x80000000, 0, nullptr},
-               {0x7fffffef, 0x7fffffee, "PRIMARY"}};
+  } cases[] = {{last, last, nullptr},
+               {last - 1, last + 21, "CLIPBOARD"},
+               {last + 21, last + 22, "CLIPBOARD"},
+               {last + 21, last + 21, "PRIMARY"},
+               {last - 0x80000000, 0, nullptr},
+               {last + 0x7fffffff, last, "PRIMARY"}};
   owner().own("PRIMARY");
   other().own("CLIPBOARD");
   dispatchAll();
   int n = 0;
-  for (const auto& c : cases) {
+  const auto check = [&](uint32_t primary, uint32_t clipboard, const char* chosen) {
     SCOPED_TRACE(n);
     const std::string fresh = "text" + std::to_string(n++);
-    owner().answerTimestamp(c.primary);
+    owner().answerTimestamp(primary);
     owner().answerText("STRING", "PRIMARY" + fresh);
-    other().answerTimestamp(c.clipboard);
+    other().answerTimestamp(clipboard);
     other().answerText("STRING", "CLIPBOARD" + fresh);
-    window().setLastTime(kLast);
     window().check();
     EXPECT_TRUE(pumpUntil([&] { return !done_.empty() || !texts_.empty(); })) << log_.str();
-    EXPECT_EQ(std::exchange(texts_, {}), c.chosen ? Texts{c.chosen + fresh} : Texts{});
-    EXPECT_EQ(std::exchange(done_, {}), c.chosen ? "" : "nothing ");
-    EXPECT_EQ(log_.has("Selections were old; ignoring", 100, "TXClipboardWindow"), !c.chosen);
+    EXPECT_EQ(std::exchange(texts_, {}), chosen ? Texts{chosen + fresh} : Texts{});
+    EXPECT_EQ(std::exchange(done_, {}), chosen ? "" : "nothing ");
+    EXPECT_EQ(log_.has("Selections were old; ignoring", 100, "TXClipboardWindow"), !chosen);
     log_.clear();
+  };
+  for (const auto& c : cases) {
+    window().setLastTime(last);
+    check(c.primary, c.clipboard, c.chosen);
   }
+  // A time that is still to come does not make the next copies old.
+  const uint32_t now = tx::getServerTime();
+  ASSERT_TRUE(waitFor([&] { return tx::isLater(tx::getServerTime(), now + 1); }));
+  check(last, now + 1, "CLIPBOARD");
 }
 
 TEST_F(ClipboardTest, OwnersWithoutATimestampAreAskedForTheirText) {
@@ -322,7 +332,114 @@ TEST_F(ClipboardTest, OursMeanwhile) {
   owner().own("PRIMARY");
   window().setSelectionText("two", tx::getServerTime());
   dispatchAll();
-  EXPECT_EQ(tx::TXWindow::selectionOwner(XA_PRIMARY), &window());
+  EXPECT_EQ(tx::SelectionOwner::find(XA_PRIMARY) != nullptr, true);
+}
+
+// Pieces without an end, or owners that stop sending them, keep no property.
+TEST_F(ClipboardTest, EndlessTransfersAreGivenUp) {
+  begin();
+  for (const bool stops : {false, true}) {
+    SCOPED_TRACE(stops);
+    const Window before = window().id();
+    owner_.reset();
+    owner().answerText("UTF8_STRING", "");
+    owner().answer("UTF8_STRING",
+                   {Answer::kIncremental, "", 8, std::string(stops ? 8000000 : 80000000, 'x'), {}});
+    owner().maxPieces = stops ? 1 : 1 << 30;
+    owner().own("CLIPBOARD");
+    owner().pieceSize = 4000000;
+    EXPECT_EQ(nextText(), "");
+    EXPECT_TRUE(pumpUntil([this] { return owner().piecesTaken > 0; }));
+    settle();
+    if (stops) clock_.advanceMs(5001);
+    EXPECT_TRUE(pumpUntil([&] { return window().id() != before; }));
+    EXPECT_LE(owner().piecesTaken, 17);
+    settle();
+    other().answerText("UTF8_STRING", stops ? "after it" : "after them");
+    other().own("CLIPBOARD");
+    EXPECT_EQ(nextText(), stops ? "after it" : "after them");
+  }
+}
+
+// Other clients can do with our hidden windows as they please.
+TEST_F(ClipboardTest, WindowsThatOthersSpoilAreMadeAnew) {
+  begin();
+  const auto windowsOfOurs = [this] {
+    Window root, parent, *children = nullptr;
+    unsigned count = 0;
+    XQueryTree(client(), DefaultRootWindow(client()), &root, &parent, &children, &count);
+    std::vector<Window> ours;
+    for (unsigned i = 0; i < count; ++i) {
+      if (tx::TXWindow::find(children[i])) ours.push_back(children[i]);
+    }
+    if (children) XFree(children);
+    return ours;
+  };
+  const auto spoil = [this](Window hidden, bool destroys) {
+    const Atom property = XInternAtom(client(), "TIMESTAMP", False);
+    if (destroys) {
+      XDestroyWindow(client(), hidden);
+    } else {
+      XStoreName(client(), hidden, "x");
+      XChangeProperty(client(), hidden, property, XA_STRING, 8, PropModeReplace,
+                      reinterpret_cast<const unsigned char*>("x"), 1);
+    }
+    XSync(client(), False);
+  };
+  uint32_t time = tx::getServerTime();
+  window().setSelectionText("ours", time);
+  for (const bool destroys : {false, true, true}) {
+    for (const Window hidden : windowsOfOurs()) spoil(hidden, destroys);
+    EXPECT_GE(tx::getServerTime(), time);
+    settle();
+    clock_.advanceMs(100);
+    settle();
+    EXPECT_EQ(XGetSelectionOwner(client(), XA_PRIMARY), window().id()) << "ours still";
+    other().own("CLIPBOARD");
+    other().answerText("UTF8_STRING", "copied " + std::to_string(time));
+    EXPECT_EQ(nextText(), "copied " + std::to_string(time++)) << "we are told as ever";
+  }
+  // Offered before anybody has noticed.
+  for (const Window hidden : windowsOfOurs()) spoil(hidden, true);
+  window().setSelectionText("again", tx::getServerTime());
+  EXPECT_EQ(XGetSelectionOwner(client(), XA_PRIMARY), window().id());
+  // What others have taken meanwhile is theirs.
+  for (const Window hidden : windowsOfOurs()) spoil(hidden, true);
+  other().own("PRIMARY");
+  settle();
+  clock_.advanceMs(100);
+  settle();
+  EXPECT_EQ(XGetSelectionOwner(client(), XA_PRIMARY), other().window);
+  // Of answers that came to windows that were gone, the fake owner's log tells.
+  EXPECT_EQ(log_.count("", 0), log_.count("(X_SendEvent)", 0) + log_.count("X_ChangeProperty", 0))
+      << log_.str();
+}
+
+TEST_F(ClipboardTest, AnswersAreReadAsWhatTheyAre) {
+  begin();
+  // An owner whose UTF-8 is Latin-1, and the other way round.
+  owner().answerText("UTF8_STRING", "");
+  owner().answer("UTF8_STRING", {Answer::kProperty, "STRING", 8, "caf\xe9", {}});
+  owner().own("PRIMARY");
+  EXPECT_EQ(nextText(), "café");
+  owner().answer("TARGETS", {});
+  owner().answer("STRING", {Answer::kProperty, "UTF8_STRING", 8, "naïve", {}});
+  owner().own("PRIMARY");
+  EXPECT_EQ(nextText(), "naïve");
+  // An answer that has gone from our window is asked for again, once.
+  owner().answer("STRING", {Answer::kNothing});
+  owner().asked.clear();
+  owner().own("PRIMARY");
+  EXPECT_EQ(nextDone(), "nothing ");
+  EXPECT_EQ(owner().asked, "PRIMARY:TARGETS PRIMARY:STRING PRIMARY:STRING ");
+  // What nobody took is still new.
+  owner().answer("STRING", {Answer::kProperty, "STRING", 8, "twice", {}});
+  isTaking_ = false;
+  owner().own("PRIMARY");
+  EXPECT_EQ(nextText(), "twice");
+  isTaking_ = true;
+  owner().own("PRIMARY");
+  EXPECT_EQ(nextText(), "twice");
 }
 
 TEST_F(ClipboardTest, TheCutBufferIsUsedIfAskedForAndNewerThanTheSelections) {

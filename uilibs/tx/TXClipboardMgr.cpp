@@ -1,12 +1,9 @@
 #include "tx/TXClipboardMgr.h"
 
-#include <X11/Xatom.h>
-
 #include "plat/Exception.h"
 #include "plat/log/LogSrc.h"
 #include "tx/Atoms.h"
 #include "tx/FixesExtension.h"
-#include "tx/TXDisplay.h"
 
 namespace tx {
 
@@ -37,20 +34,11 @@ TXClipboardMgr::~TXClipboardMgr() = default;
 void TXClipboardMgr::setEnabled(bool enabled) {
   if (enabled == enabled_) return;
   enabled_ = enabled;
-  selectEvents(enabled);
+  window_.setWatching(enabled);
   pollTimer_.stop();
   if (!enabled || pollTimeMs_ < 1) return;
   vlog.info("Polling for clipboard updates every %dms", pollTimeMs_);
   pollTimer_.start(pollTimeMs_);
-}
-
-void TXClipboardMgr::selectEvents(bool on) {
-  if (!xfixesPresent_ || !TXDisplay::isOpen()) return;
-  const FixesExtension* const xfixes = FixesExtension::get();
-  const unsigned long mask = on ? XFixesSetSelectionOwnerNotifyMask : 0;
-  for (const Atom selection : {XA_PRIMARY, internAtom("CLIPBOARD")}) {
-    xfixes->selectSelectionInput(TXDisplay::display(), window_.id(), selection, mask);
-  }
 }
 
 void TXClipboardMgr::timerCallback(plat::Timer&) {

@@ -26,7 +26,6 @@ class TXClipboardMgr : private plat::Timer::Callback, private TXEventHandler {
  private:
   void timerCallback(plat::Timer& timer) override;
   void handleEvent(const XEvent& event) override;
-  void selectEvents(bool on);
 
   const CutBufferEventHandler cutBuffer_;
   TXClipboardWindow window_;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <utility>
 
 #include "plat/Exception.h"
@@ -13,20 +12,25 @@
 #include "plat/log/LogSrc.h"
 #include "tx/Atoms.h"
 #include "tx/CutBufferEventHandler.h"
+#include "tx/ErrorCatcher.h"
+#include "tx/FixesExtension.h"
 #include "tx/ServerTime.h"
 #include "tx/TXDisplay.h"
-#include "tx/XResources.h"
 
 namespace tx {
 
 namespace {
 
 plat::LogSrc vlog("TXClipboardWindow");
+plat::LogSrc windowLog("TXWindow");
 
 plat::BoolParameter useCutBuffer("UseCutBuffer", "Use the cut buffer as well as the X selections",
                                  false, true);
 
 constexpr int kRequestTimeoutMs = 5000;
+// Whoever destroys the window again and again does not keep us busy.
+constexpr int kRemakeMs = 50;
+constexpr const char* kTextProperty = "SELECTION_STRING";
 
 Atom clipboard() {
   return internAtom("CLIPBOARD");
@@ -41,18 +45,8 @@ Atom utf8String() {
   return internAtom("UTF8_STRING");
 }
 
-// The first one serves unless an owner is still sending pieces through it, which could replace the
-// text of the next.
-constexpr const char* kTextProperties[] = {"SELECTION_STRING", "SELECTION_STRING_2",
-                                           "SELECTION_STRING_3", "SELECTION_STRING_4"};
-
-bool isTextProperty(Atom property) {
-  return std::any_of(std::begin(kTextProperties), std::end(kTextProperties),
-                     [property](const char* name) { return internAtom(name) == property; });
-}
-
 bool isOurs(Atom selection) {
-  return TXWindow::selectionOwner(selection) != nullptr;
+  return SelectionOwner::find(selection) != nullptr;
 }
 
 uint32_t item(const std::string& items, size_t index) {
@@ -64,7 +58,75 @@ uint32_t item(const std::string& items, size_t index) {
 }  // namespace
 
 TXClipboardWindow::TXClipboardWindow(Callback* callback)
-    : callback_(callback), requestTimer_(this) {}
+    : callback_(callback),
+      owner_(*this),
+      reader_(*this, *this),
+      requestTimer_(this),
+      patienceTimer_(this),
+      remakeTimer_(this) {}
+
+// The window
+
+void TXClipboardWindow::handleEvent(const XEvent& event) {
+  TXWindow::handleEvent(event);
+  owner_.handleEvent(event);
+  reader_.handleEvent(event);
+  if (event.type == DestroyNotify && event.xdestroywindow.window == id()) {
+    remakeTimer_.start(kRemakeMs);
+  }
+}
+
+void TXClipboardWindow::remade() {
+  remakeTimer_.stop();
+  reader_.forget();
+  owner_.takeBack();
+  selectChanges();
+  // What was asked for is not answered any more, and of what changed meanwhile nobody has told.
+  if (current_) waiting_.insert(waiting_.begin(), *current_);
+  current_.reset();
+  requestTimer_.stop();
+  if (isWatching_) check();
+  beginNext();
+}
+
+void TXClipboardWindow::setWatching(bool on) {
+  isWatching_ = on;
+  selectChanges();
+}
+
+void TXClipboardWindow::selectChanges() {
+  const FixesExtension* const xfixes = TXDisplay::isOpen() ? FixesExtension::get() : nullptr;
+  if (!xfixes) return;
+  const unsigned long mask = isWatching_ ? XFixesSetSelectionOwnerNotifyMask : 0;
+  const ErrorCatcher trap;
+  for (const Atom selection : {XA_PRIMARY, clipboard()}) {
+    xfixes->selectSelectionInput(TXDisplay::display(), id(), selection, mask);
+  }
+}
+
+// Offering
+
+void TXClipboardWindow::setSelectionText(std::string_view text, uint32_t time) {
+  windowLog.debug("Acquiring PRIMARY and CLIPBOARD selections timestamp %lu",
+                  static_cast<unsigned long>(time));
+  lastText_ = std::string(text);
+  owner_.setText(text);
+  if (!TXDisplay::isOpen()) return;
+  if (!fitsInRequest(text.size())) {
+    windowLog.error("Unable to offer %lu bytes of text: the X server takes less at once",
+                    static_cast<unsigned long>(text.size()));
+  }
+  CutBufferEventHandler::store(owner_.latin1());
+  const bool tookPrimary = owner_.take(XA_PRIMARY, time);
+  const bool tookClipboard = owner_.take(clipboard(), time);
+  if (tookPrimary || tookClipboard || TXDisplay::isLost()) return;
+  // The window may have been destroyed.
+  remake();
+  owner_.take(XA_PRIMARY, time);
+  owner_.take(clipboard(), time);
+}
+
+// Fetching
 
 Atom TXClipboardWindow::preferredSelection() const {
   return callback_->sendPrimary() ? XA_PRIMARY : clipboard();
@@ -72,18 +134,49 @@ Atom TXClipboardWindow::preferredSelection() const {
 
 void TXClipboardWindow::check(Atom selection, uint32_t time) {
   if (!TXDisplay::isOpen()) return;
-  if (selection == None) {
-    selection = preferredSelection();
-  } else if (selection == XA_PRIMARY) {
+  if (selection == XA_PRIMARY) {
     if (!callback_->sendPrimary()) return;
-  } else if (selection != clipboard()) {
+  } else if (selection != None && selection != clipboard()) {
     throw plat::Exception("Bad selection %ld", static_cast<long>(selection));
   }
+  const Change change{selection, time};
+  if (current_ && initialFetch_ && time != CurrentTime) {
+    // Something has really been copied: it is not what was there at the start.
+    reader_.abandon();
+    endCheck();
+  }
+  if (!current_) {
+    begin(change);
+    return;
+  }
+  std::erase_if(waiting_, [selection](const Change& c) { return c.selection == selection; });
+  waiting_.push_back(change);
+  if (!patienceTimer_.isRunning()) startPatience();
+}
 
+// A look at what may have changed has all the time that the others need.
+void TXClipboardWindow::startPatience() {
+  const bool isChanged = std::any_of(waiting_.begin(), waiting_.end(),
+                                     [](const Change& c) { return c.time != CurrentTime; });
+  if (isChanged) {
+    patienceTimer_.start(kPatienceMs);
+  } else {
+    patienceTimer_.stop();
+  }
+}
+
+void TXClipboardWindow::begin(const Change& change) {
+  if (reader_.isClogged(kTextProperty)) {
+    waiting_.push_back(change);
+    remake();
+    return;
+  }
+  current_ = change;
+  const Atom selection = change.selection != None ? change.selection : preferredSelection();
   requestTimer_.start(kRequestTimeoutMs);
   if (isOurs(selection)) {
     vlog.debug("%s selection owned by us", atomName(selection).c_str());
-    if (time == CurrentTime && selection == XA_PRIMARY && !isOurs(clipboard())) {
+    if (change.time == CurrentTime && selection == XA_PRIMARY && !isOurs(clipboard())) {
       chosenSelection_ = None;
       gotTimestamp_ = true;
       askTimestamp(clipboard());
@@ -92,10 +185,9 @@ void TXClipboardWindow::check(Atom selection, uint32_t time) {
     }
     return;
   }
-  if (time != CurrentTime) {
-    // Something has really been copied: it is not what was there at the start.
+  if (change.time != CurrentTime) {
     initialFetch_ = false;
-    lastTime_ = time;
+    lastTime_ = change.time;
     askTargets(selection);
     return;
   }
@@ -104,30 +196,69 @@ void TXClipboardWindow::check(Atom selection, uint32_t time) {
   askTimestamp(selection);
 }
 
-void TXClipboardWindow::setSelectionText(std::string_view text, uint32_t time) {
-  lastText_ = std::string(text);
-  TXWindow::setSelectionText(text, time);
+void TXClipboardWindow::beginNext() {
+  if (current_) return;
+  while (!current_ && !waiting_.empty() && TXDisplay::isOpen()) {
+    const Change next = waiting_.front();
+    waiting_.erase(waiting_.begin());
+    begin(next);
+  }
+  startPatience();
+}
+
+void TXClipboardWindow::timerCallback(plat::Timer& timer) {
+  if (&timer == &remakeTimer_) {
+    if (TXDisplay::isOpen()) remake();
+    return;
+  }
+  reader_.abandon();
+  if (&timer == &requestTimer_) {
+    endCheck(false, true);
+  } else {
+    endCheck();
+  }
+  beginNext();
+}
+
+void TXClipboardWindow::ask(Atom selection, Atom target, uint32_t time) {
+  isAskedTwice_ = false;
+  const bool isControl = target == timestamp() || target == targets();
+  // The time tells this request from one before that is still owed an answer.
+  if (time == CurrentTime && current_ && reader_.isOwed(selection, target)) time = current_->time;
+  reader_.request(selection, target,
+                  target == timestamp() ? "TIMESTAMP"
+                  : target == targets() ? "TARGETS"
+                                        : kTextProperty,
+                  isControl ? SelectionReader::Content::kControl : SelectionReader::Content::kData,
+                  time);
 }
 
 void TXClipboardWindow::askTimestamp(Atom selection, uint32_t time) {
-  requestSelection(selection, timestamp(), timestamp(), time);
+  ask(selection, timestamp(), time);
 }
 
 void TXClipboardWindow::askTargets(Atom selection) {
-  requestSelection(selection, targets(), targets(), CurrentTime);
+  ask(selection, targets(), CurrentTime);
 }
 
-void TXClipboardWindow::selectionNotify(const SelectionData& answer) {
+void TXClipboardWindow::selectionAnswered(const SelectionReader::Answer& answer) {
+  if (!answer.isRefused && answer.property.type == None && !isAskedTwice_) {
+    // The owner has answered, and something has taken the answer away.
+    ask(answer.selection, answer.target, answer.time);
+    isAskedTwice_ = true;
+    return;
+  }
   if (answer.target == timestamp()) {
     gotTimestamp(answer);
   } else if (answer.target == targets()) {
     gotTargets(answer);
-  } else if (answer.target == utf8String() || answer.target == XA_STRING) {
+  } else {
     gotText(answer);
   }
+  beginNext();
 }
 
-void TXClipboardWindow::gotTimestamp(const SelectionData& answer) {
+void TXClipboardWindow::gotTimestamp(const SelectionReader::Answer& answer) {
   noteTimestamp(answer);
   if (answer.selection == XA_PRIMARY) {
     if (!isOurs(clipboard())) {
@@ -155,20 +286,23 @@ void TXClipboardWindow::gotTimestamp(const SelectionData& answer) {
   }
 }
 
-void TXClipboardWindow::noteTimestamp(const SelectionData& answer) {
+void TXClipboardWindow::noteTimestamp(const SelectionReader::Answer& answer) {
   const std::string name = atomName(answer.selection);
-  if (answer.property != timestamp()) {
+  if (answer.isRefused) {
     vlog.debug("No %s selection timestamp", name.c_str());
     return;
   }
-  if (answer.format != 32 || answer.data.size() != sizeof(uint32_t)) return;
-  const uint32_t time = item(answer.data, 0);
+  const PropertyBytes& property = answer.property;
+  if (property.format != 32 || property.data.size() != sizeof(uint32_t)) return;
+  uint32_t time = item(property.data, 0);
   const bool isNew = time != 0 && (lastTime_ == 0 || isLater(time, lastTime_));
   vlog.debug("%s selection time is %lu, new %d", name.c_str(), static_cast<unsigned long>(time),
              isNew ? 1 : 0);
   if (time == 0) return;
   gotTimestamp_ = true;
   if (!isNew) return;
+  // A time that is still to come would be newer than all copies until then.
+  if (const uint32_t now = getServerTime(); now != CurrentTime && isLater(time, now)) time = now;
   lastTime_ = time;
   chosenSelection_ = answer.selection;
 }
@@ -179,37 +313,28 @@ bool TXClipboardWindow::takeCutBuffer() {
   vlog.debug("Cut buffer time is %lu, later %d", static_cast<unsigned long>(time), later ? 1 : 0);
   if (!later) return false;
   lastTime_ = time;
-  int length = 0;
-  const XMemory<char> bytes(XFetchBytes(TXDisplay::display(), &length));
-  if (!bytes || length <= 0) return false;
+  const std::string latin1 = CutBufferEventHandler::fetch();
+  if (latin1.empty()) return false;
   vlog.debug("Using X cut buffer string");
-  const std::string_view latin1(bytes.get(), static_cast<size_t>(length));
   // Our own text comes back with what Latin-1 made of it.
-  deliver(text() && latin1 == plat::utf8ToLatin1(*text()) ? *text() : plat::latin1ToUtf8(latin1));
+  const bool isOwn =
+      owner_.text() && latin1 == std::string_view(owner_.latin1()).substr(0, kMaxPropertyBytes);
+  deliver(isOwn ? *owner_.text() : plat::latin1ToUtf8(latin1));
   return true;
 }
 
-void TXClipboardWindow::gotTargets(const SelectionData& answer) {
+void TXClipboardWindow::gotTargets(const SelectionReader::Answer& answer) {
   Atom target = XA_STRING;
-  if (answer.property == targets() && answer.format == 32) {
-    for (size_t i = 0; i < answer.data.size() / sizeof(uint32_t); ++i) {
-      if (item(answer.data, i) == utf8String()) target = utf8String();
-    }
+  const PropertyBytes& property = answer.property;
+  for (size_t i = 0; property.format == 32 && i < property.data.size() / sizeof(uint32_t); ++i) {
+    if (item(property.data, i) == utf8String()) target = utf8String();
   }
-  requestSelection(answer.selection, target, textProperty(), CurrentTime);
+  ask(answer.selection, target, CurrentTime);
 }
 
-Atom TXClipboardWindow::textProperty() {
-  for (const char* name : kTextProperties) {
-    if (!isDraining(internAtom(name))) return internAtom(name);
-  }
-  // Owners that never finish do not get them all: in turn.
-  nextTextProperty_ = (nextTextProperty_ + 1) % std::size(kTextProperties);
-  return internAtom(kTextProperties[nextTextProperty_]);
-}
-
-void TXClipboardWindow::gotText(const SelectionData& answer) {
-  if (!isTextProperty(answer.property) || answer.format != 8) {
+void TXClipboardWindow::gotText(const SelectionReader::Answer& answer) {
+  const PropertyBytes& property = answer.property;
+  if (property.format != 8) {
     endCheck(false, false);
     return;
   }
@@ -219,9 +344,11 @@ void TXClipboardWindow::gotText(const SelectionData& answer) {
     endCheck(true, false);
     return;
   }
-  vlog.debug("Got %s selection as %s", atomName(answer.selection).c_str(),
-             atomName(answer.target).c_str());
-  deliver(answer.target == XA_STRING ? plat::latin1ToUtf8(answer.data) : answer.data);
+  // The owner says what it has given; one that says neither has been asked for the target.
+  const bool isKnown = property.type == utf8String() || property.type == XA_STRING;
+  const Atom type = isKnown ? property.type : answer.target;
+  vlog.debug("Got %s selection as %s", atomName(answer.selection).c_str(), atomName(type).c_str());
+  deliver(type == XA_STRING ? plat::latin1ToUtf8(property.data) : property.data);
 }
 
 void TXClipboardWindow::deliver(std::string text) {
@@ -230,16 +357,15 @@ void TXClipboardWindow::deliver(std::string text) {
     endCheck(true, false);
     return;
   }
-  lastText_ = std::move(text);
+  const std::optional<std::string> former = std::exchange(lastText_, text);
   const bool initial = initialFetch_;
   endCheck();
-  if (initial) return;
-  // The callback may replace the text.
-  const std::string delivered = *lastText_;
-  callback_->clipboardChanged(delivered.size(), delivered.c_str());
+  if (initial || callback_->clipboardChanged(text.size(), text.c_str())) return;
+  if (lastText_ == text) lastText_ = former;
 }
 
 void TXClipboardWindow::endCheck() {
+  current_.reset();
   initialFetch_ = false;
   requestTimer_.stop();
 }
@@ -247,10 +373,6 @@ void TXClipboardWindow::endCheck() {
 void TXClipboardWindow::endCheck(bool gotText, bool timedOut) {
   endCheck();
   callback_->requestDone(gotText, timedOut);
-}
-
-void TXClipboardWindow::timerCallback(plat::Timer&) {
-  endCheck(false, true);
 }
 
 }  // namespace tx

@@ -8,15 +8,16 @@
 #include <utility>
 #include <vector>
 
+#include "plat/Utf8.h"
 #include "support/XServer.h"
-#include "tx/XResources.h"
 
 // A client that owns selections and answers for them as told, right or wrong. Runs on a connection
 // of its own, whenever pump() is called.
 class FakeOwner {
  public:
   struct Answer {
-    enum Kind { kProperty, kRefuse, kSilence, kIncremental };
+    // kNothing: said to be there, but is not.
+    enum Kind { kProperty, kNothing, kRefuse, kSilence, kIncremental };
     Kind kind = kRefuse;
     std::string type = "STRING";
     int format = 8;
@@ -40,6 +41,11 @@ class FakeOwner {
     }
     answer(target, {Answer::kProperty, target, 8, text, {}});
   }
+  // As most programs do: any text as UTF-8, and as much of it as possible as Latin-1.
+  void answerBoth(const std::string& utf8) {
+    answerText("UTF8_STRING", utf8);
+    answerText("STRING", plat::utf8ToLatin1(utf8));
+  }
   void own(const std::string& selection) {
     XSetSelectionOwner(display, atom(selection), window, CurrentTime);
     XSync(display, False);
@@ -50,9 +56,24 @@ class FakeOwner {
     while (XPending(display) > 0) {
       XEvent event;
       XNextEvent(display, &event);
-      if (event.type == SelectionRequest) serve(event.xselectionrequest);
+      if (event.type == SelectionRequest) {
+        if (isHolding) {
+          held.push_back(event.xselectionrequest);
+        } else {
+          serve(event.xselectionrequest);
+        }
+      }
       if (event.type != PropertyNotify || event.xproperty.state != PropertyDelete) continue;
       if (event.xproperty.window == requestor_ && event.xproperty.atom == property_) sendPiece();
+    }
+    XSync(display, False);
+  }
+  // Answers what has been held back, in the reverse order if asked for, each that many times.
+  void answerHeld(bool reverse = false, int times = 1) {
+    const std::vector<XSelectionRequestEvent> requests = std::exchange(held, {});
+    for (size_t i = 0; i < requests.size() * static_cast<size_t>(times); ++i) {
+      const size_t at = i / static_cast<size_t>(times);
+      serve(requests[reverse ? requests.size() - 1 - at : at]);
     }
     XSync(display, False);
   }
@@ -61,8 +82,9 @@ class FakeOwner {
     if (piecesTaken >= maxPieces) return;
     ++piecesTaken;
     if (std::exchange(ended_, left_.empty())) return;
-    put(requestor_, property_, {Answer::kProperty, "UTF8_STRING", 8, left_.substr(0, 100000), {}});
-    left_.erase(0, 100000);
+    put(requestor_, property_,
+        {Answer::kProperty, "UTF8_STRING", 8, left_.substr(0, pieceSize), {}});
+    left_.erase(0, pieceSize);
   }
 
  private:
@@ -77,8 +99,18 @@ class FakeOwner {
   // end. Pieces go out while this allows it.
   int piecesTaken = 0;
   int maxPieces = 1 << 30;
+  size_t pieceSize = 100000;
+  // Whether requests are held back.
+  bool isHolding = false;
+  std::vector<XSelectionRequestEvent> held;
 
  private:
+  std::string name(Atom named) const {
+    char* const text = XGetAtomName(display, named);
+    const std::string copy = text;
+    XFree(text);
+    return copy;
+  }
   void put(Window requestor, Atom property, const Answer& answer) {
     const bool wide = answer.format == 32;
     const size_t count =
@@ -89,10 +121,9 @@ class FakeOwner {
                     static_cast<int>(count));
   }
   void serve(const XSelectionRequestEvent& request) {
-    const tx::XMemory<char> selection(XGetAtomName(display, request.selection));
-    const tx::XMemory<char> target(XGetAtomName(display, request.target));
-    asked += std::string(selection.get()) + ":" + target.get() + " ";
-    const Answer& answer = answers_[target.get()];
+    const std::string target = name(request.target);
+    asked += name(request.selection) + ":" + target + " ";
+    const Answer& answer = answers_[target];
     if (answer.kind == Answer::kSilence) return;
     XEvent reply{};
     reply.xselection.type = SelectionNotify;
