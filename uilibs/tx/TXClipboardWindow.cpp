@@ -68,7 +68,6 @@ TXClipboardWindow::TXClipboardWindow(Callback* callback)
 // The window
 
 void TXClipboardWindow::handleEvent(const XEvent& event) {
-  TXWindow::handleEvent(event);
   owner_.handleEvent(event);
   reader_.handleEvent(event);
   if (event.type == DestroyNotify && event.xdestroywindow.window == id()) {

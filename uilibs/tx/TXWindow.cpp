@@ -17,8 +17,6 @@ std::map<Window, TXWindow*>& windows() {
   return TXDisplay::part<Windows>().byId;
 }
 
-WindowPosTracker* posTracker = nullptr;
-
 }  // namespace
 
 TXWindow::TXWindow(const rfb::Rect& rect) : rect_(rect) {
@@ -60,17 +58,6 @@ TXWindow* TXWindow::find(Window id) {
   return it == windows().end() ? nullptr : it->second;
 }
 
-void TXWindow::setPosTracker(WindowPosTracker* tracker) {
-  posTracker = tracker;
-}
-
-void TXWindow::handleEvent(const XEvent& event) {
-  if (event.type != ConfigureNotify) return;
-  const XConfigureEvent& configure = event.xconfigure;
-  const rfb::Rect from = rect_;
-  rect_ = rfb::Rect(configure.x, configure.y, configure.x + configure.width,
-                    configure.y + configure.height);
-  if (posTracker != nullptr && rect_ != from) posTracker->windowMoved(from, rect_);
-}
+void TXWindow::handleEvent(const XEvent&) {}
 
 }  // namespace tx

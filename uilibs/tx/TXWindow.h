@@ -3,7 +3,6 @@
 #include <X11/Xlib.h>
 
 #include "rfb/Rect.h"
-#include "tx/WindowPosTracker.h"
 
 namespace tx {
 
@@ -21,15 +20,12 @@ class TXWindow {
   // Null for a window that is not of this process.
   static TXWindow* find(Window id);
 
-  // Events whose xany.window is this window. Overriders call the base.
+  // Events whose xany.window is this window. Does nothing by itself.
   virtual void handleEvent(const XEvent& event);
 
   // Puts a new window in place of this one, with another id and without properties. For windows
   // that other clients have destroyed, or whose properties they go on writing to.
   void remake();
-
-  // Told of every window's moves; null for none. Not owned.
-  static void setPosTracker(WindowPosTracker* tracker);
 
  protected:
   // The window has another id since now.
@@ -40,7 +36,7 @@ class TXWindow {
   void destroy();
 
   Window id_;
-  rfb::Rect rect_;
+  const rfb::Rect rect_;
 };
 
 }  // namespace tx
