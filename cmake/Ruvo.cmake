@@ -1,31 +1,39 @@
 # One folder is one library. A library sees the headers of the libraries that it names, and no
 # others: each folder's headers are reached through an include directory of its own.
 
-# ruvo_library(NAME DIR dir [DIRS more...] [ROOMS subfolders...] [DEPENDS libs...] [SYSTEM libs...])
+# Makes the headers of a folder below base/, uilibs/ or libs/ includable for the library, as
+# "folder/Header.h", for a room of a folder as "folder/room/Header.h". Links the files one by one:
+# the folder's own rooms are other libraries.
+function(ruvo_headers name dir)
+  string(REGEX MATCH "^(base/3rdparty|base|uilibs|libs)/(.+)$" matched ${dir})
+  set(as ${CMAKE_MATCH_2})
+  set(include ${CMAKE_BINARY_DIR}/include/${name})
+  file(MAKE_DIRECTORY ${include}/${as})
+  file(GLOB headers CONFIGURE_DEPENDS ${dir}/*.h)
+  foreach(header IN LISTS headers)
+    get_filename_component(leaf ${header} NAME)
+    file(CREATE_LINK ${header} ${include}/${as}/${leaf} SYMBOLIC)
+  endforeach()
+  target_include_directories(${name} PUBLIC ${include})
+  target_compile_options(${name} PUBLIC -fmacro-prefix-map=${include}/${as}=${dir})
+endfunction()
+
+# ruvo_library(NAME DIR dir [ROOMS subfolders...] [DIRS more...] [DEPENDS libs...] [SYSTEM libs...])
 function(ruvo_library name)
-  cmake_parse_arguments(arg "" "DIR" "DIRS;ROOMS;DEPENDS;SYSTEM" ${ARGN})
-  set(patterns ${arg_DIR}/*.cpp)
+  cmake_parse_arguments(arg "" "DIR" "ROOMS;DIRS;DEPENDS;SYSTEM" ${ARGN})
+  set(dirs ${arg_DIR} ${arg_DIRS})
   foreach(room IN LISTS arg_ROOMS)
-    list(APPEND patterns ${arg_DIR}/${room}/*.cpp)
+    list(APPEND dirs ${arg_DIR}/${room})
   endforeach()
-  foreach(dir IN LISTS arg_DIRS)
-    list(APPEND patterns ${dir}/*.cpp)
-  endforeach()
+  list(TRANSFORM dirs APPEND /*.cpp OUTPUT_VARIABLE patterns)
   file(GLOB sources CONFIGURE_DEPENDS ${patterns})
-  if(NOT sources)
-    file(WRITE ${CMAKE_BINARY_DIR}/empty/${name}.cpp "namespace { [[maybe_unused]] const int ${name}Empty = 0; }\n")
-    set(sources ${CMAKE_BINARY_DIR}/empty/${name}.cpp)
-  endif()
   add_library(${name} STATIC ${sources})
-  foreach(dir IN ITEMS ${arg_DIR} ${arg_DIRS})
-    get_filename_component(leaf ${dir} NAME)
-    set(include ${CMAKE_BINARY_DIR}/include/${name})
-    file(MAKE_DIRECTORY ${include})
-    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${dir} ${include}/${leaf} SYMBOLIC)
-    target_compile_options(${name} PUBLIC -fmacro-prefix-map=${include}/${leaf}=${dir})
+  file(REMOVE_RECURSE ${CMAKE_BINARY_DIR}/include/${name})
+  foreach(dir IN LISTS dirs)
+    ruvo_headers(${name} ${dir})
   endforeach()
-  target_include_directories(${name} PUBLIC ${CMAKE_BINARY_DIR}/include/${name})
-  target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE ruvo_options ${arg_SYSTEM})
+  # Private: who uses a library's headers names the libraries that these need, too.
+  target_link_libraries(${name} PRIVATE ${arg_DEPENDS} ruvo_options ${arg_SYSTEM})
 endfunction()
 
 # ruvo_test(NAME DIR dir [DEPENDS libs...]): every .cpp of the folder in one test program.

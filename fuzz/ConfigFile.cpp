@@ -10,6 +10,7 @@
 #include "plat/config/ConfigStoreFile.h"
 #include "plat/config/Configuration.h"
 #include "plat/config/IntParameter.h"
+#include "plat/config/ParameterAlias.h"
 #include "plat/config/StringParameter.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -5,18 +5,17 @@
 #include <cstdlib>
 #include <string>
 
-#include "plat/log/LogSrc.h"
+#include "plat/Report.h"
 
 namespace plat {
 
 namespace {
 
-LogSrc vlog("Assertion");
 AssertHandler currentHandler = nullptr;
 
 void defaultHandler(const char* line) {
   std::fprintf(stderr, "%s\n", line);
-  vlog.error("%s", line);
+  report("Assertion", 0, "%s", line);
 }
 
 std::string sourceName(const char* file) {

@@ -2,23 +2,26 @@
 
 #include <dlfcn.h>
 
-#include "plat/log/LogSrc.h"
+#include "plat/Report.h"
 
 namespace plat {
 
 namespace {
 
-LogSrc vlog("DynamicFn");
+// The log source; levels as LogSrc has them.
+constexpr const char* kSource = "DynamicFn";
+constexpr int kInfo = 30;
+constexpr int kDebug = 100;
 
 }  // namespace
 
 DynamicLibrary::DynamicLibrary(const char* name)
     : name_(name), handle_(dlopen(name, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
   if (handle_) {
-    vlog.debug("Opened %s", name);
+    report(kSource, kDebug, "Opened %s", name);
   } else {
     const char* const reason = dlerror();
-    vlog.debug("Cannot open %s: %s", name, reason ? reason : "unknown reason");
+    report(kSource, kDebug, "Cannot open %s: %s", name, reason ? reason : "unknown reason");
   }
 }
 
@@ -31,7 +34,7 @@ void* DynamicLibrary::symbol(const char* name, bool needed) {
   void* const address = dlsym(handle_, name);
   if (!address && needed) {
     missing_ = true;
-    vlog.info("%s has no function %s", name_, name);
+    report(kSource, kInfo, "%s has no function %s", name_, name);
   }
   return address;
 }

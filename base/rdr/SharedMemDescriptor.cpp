@@ -2,6 +2,7 @@
 
 #include "plat/Exception.h"
 #include "plat/log/LogSrc.h"
+#include "plat/shm/openSharedMem.h"
 #include "rdr/InStream.h"
 #include "rdr/OutStream.h"
 
@@ -55,7 +56,7 @@ plat::SharedMemDescriptor readSharedMemDescriptor(InStream& in) {
 }
 
 std::unique_ptr<plat::SharedMem> readSharedMem(InStream& in) {
-  return plat::SharedMem::open(readSharedMemDescriptor(in));
+  return plat::openSharedMem(readSharedMemDescriptor(in));
 }
 
 }  // namespace rdr

@@ -16,7 +16,7 @@ void writeSharedMem(OutStream& out, const plat::SharedMem& memory);
 // Reads a descriptor, without mapping anything. Throws plat::Exception for an unknown kind.
 plat::SharedMemDescriptor readSharedMemDescriptor(InStream& in);
 
-// Reads a descriptor and maps the block; see plat::SharedMem::open.
+// Reads a descriptor and maps the block; see plat::openSharedMem.
 std::unique_ptr<plat::SharedMem> readSharedMem(InStream& in);
 
 }  // namespace rdr

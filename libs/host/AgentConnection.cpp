@@ -7,6 +7,7 @@
 #include "io/FdIo.h"
 #include "io/FdManager.h"
 #include "plat/Exception.h"
+#include "plat/shm/openSharedMem.h"
 #include "rdr/SharedMemDescriptor.h"
 
 namespace host {
@@ -243,7 +244,7 @@ void AgentConnection::readPixelBuffer(rdr::InStream& in) {
     segment_.reset();
     segmentError_.clear();
     try {
-      segment_ = plat::SharedMem::open(info.segment);
+      segment_ = plat::openSharedMem(info.segment);
     } catch (const plat::Exception& e) {
       segmentError_ = e.text();
     }

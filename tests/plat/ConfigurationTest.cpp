@@ -8,6 +8,7 @@
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
 #include "plat/config/IntParameter.h"
+#include "plat/config/ParameterAlias.h"
 #include "plat/config/StringParameter.h"
 #include "support/LogCapture.h"
 #include "support/Thrown.h"

@@ -17,6 +17,7 @@
 #include "plat/shm/LockDir.h"
 #include "plat/shm/SharedMemPosix.h"
 #include "plat/shm/SharedMemSysV.h"
+#include "plat/shm/openSharedMem.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
@@ -45,7 +46,7 @@ TEST_F(SharedMemTest, BlocksAreShared) {
             "/ruvo-" + std::to_string(getpid()) + "-" + std::to_string(sysV.serial() - 1));
   for (const SharedMem* block : std::initializer_list<const SharedMem*>{&posix, &sysV}) {
     EXPECT_EQ(std::count(block->data(), block->data() + 5000, 0), 5000);
-    const auto peer = SharedMem::open(block->descriptor());
+    const auto peer = openSharedMem(block->descriptor());
     peer->data()[4999] = 42;
     EXPECT_EQ(block->data()[4999], 42);
   }
@@ -66,7 +67,7 @@ TEST_F(SharedMemTest, Errors) {
       {{Kind::kPosix, 0, "/dev/zero", true, 0, -1}, "invalid shared memory size"},
   };
   for (const auto& [descriptor, text] : cases) {
-    const std::string thrown = test::thrownText([&] { SharedMem::open(descriptor); });
+    const std::string thrown = test::thrownText([&] { openSharedMem(descriptor); });
     EXPECT_TRUE(thrown.starts_with(text)) << thrown;
   }
 }

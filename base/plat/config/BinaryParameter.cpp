@@ -30,8 +30,8 @@ MBuf<char> BinaryParameter::getPassword(
   }
 }
 
-std::unique_ptr<ConfigParameter> BinaryParameter::clone(Configuration* configuration) const {
-  return std::make_unique<BinaryParameter>(*this, configuration);
+std::unique_ptr<ConfigParameter> BinaryParameter::clone(ParameterRegistry* registry) const {
+  return std::make_unique<BinaryParameter>(*this, registry);
 }
 
 }  // namespace plat

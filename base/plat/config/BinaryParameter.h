@@ -15,19 +15,19 @@ class BinaryParameter final : public TypedParameter<MBuf<unsigned char>> {
 
   BinaryParameter(const char* name, const char* description, Bytes defaultValue,
                   bool advanced = false, const char* tags = nullptr,
-                  Configuration* configuration = nullptr)
-      : TypedParameter(name, description, std::move(defaultValue), advanced, tags, configuration) {}
+                  ParameterRegistry* registry = nullptr)
+      : TypedParameter(name, description, std::move(defaultValue), advanced, tags, registry) {}
   BinaryParameter(const char* name, MessageId description, Bytes defaultValue,
                   bool advanced = false, const char* tags = nullptr,
-                  Configuration* configuration = nullptr)
-      : TypedParameter(name, description, std::move(defaultValue), advanced, tags, configuration) {}
-  BinaryParameter(const BinaryParameter& other, Configuration* configuration)
-      : TypedParameter(other, configuration) {}
+                  ParameterRegistry* registry = nullptr)
+      : TypedParameter(name, description, std::move(defaultValue), advanced, tags, registry) {}
+  BinaryParameter(const BinaryParameter& other, ParameterRegistry* registry)
+      : TypedParameter(other, registry) {}
 
   using TypedParameter::setParam;
   bool setParam(const char* text, int priority) override;
   const char* getTypeName() const override { return "binary"; }
-  std::unique_ptr<ConfigParameter> clone(Configuration* configuration) const override;
+  std::unique_ptr<ConfigParameter> clone(ParameterRegistry* registry) const override;
   String getStoredTextAt(int priority) const override;
   // Copies the effective bytes, with their sensitive flag.
   virtual void getData(Bytes& out) const { out = value(); }

@@ -30,8 +30,8 @@ bool BoolParameter::setParam(int value, int priority) {
   return store(value != 0, priority);
 }
 
-std::unique_ptr<ConfigParameter> BoolParameter::clone(Configuration* configuration) const {
-  return std::make_unique<BoolParameter>(*this, configuration);
+std::unique_ptr<ConfigParameter> BoolParameter::clone(ParameterRegistry* registry) const {
+  return std::make_unique<BoolParameter>(*this, registry);
 }
 
 }  // namespace plat

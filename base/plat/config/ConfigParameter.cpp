@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "plat/Exception.h"
-#include "plat/config/Configuration.h"
 #include "plat/config/ParameterChangedCallback.h"
+#include "plat/config/ParameterRegistry.h"
 #include "plat/log/LogSrc.h"
 
 namespace plat {
@@ -28,46 +28,46 @@ std::set<std::string> splitTags(const char* tags) {
   return result;
 }
 
-Configuration* orGlobal(Configuration* configuration) {
-  return configuration ? configuration : &Configuration::global();
+ParameterRegistry* orGlobal(ParameterRegistry* registry) {
+  return registry ? registry : &ParameterRegistry::global();
 }
 
 }  // namespace
 
 ConfigParameter::ConfigParameter(const char* name, const char* description, bool advanced,
-                                 const char* tags, Configuration* configuration)
-    : configuration_(orGlobal(configuration)),
+                                 const char* tags, ParameterRegistry* registry)
+    : registry_(orGlobal(registry)),
       name_(name),
       description_(description),
       descriptionId_(nullptr),
       advanced_(advanced),
       tags_(splitTags(tags)) {
-  configuration_->registerParam(this);
+  registry_->add(*this);
 }
 
 ConfigParameter::ConfigParameter(const char* name, MessageId description, bool advanced,
-                                 const char* tags, Configuration* configuration)
-    : configuration_(orGlobal(configuration)),
+                                 const char* tags, ParameterRegistry* registry)
+    : registry_(orGlobal(registry)),
       name_(name),
       description_(nullptr),
       descriptionId_(description.id),
       advanced_(advanced),
       tags_(splitTags(tags)) {
-  configuration_->registerParam(this);
+  registry_->add(*this);
 }
 
-ConfigParameter::ConfigParameter(const ConfigParameter& other, Configuration* configuration)
-    : configuration_(orGlobal(configuration)),
+ConfigParameter::ConfigParameter(const ConfigParameter& other, ParameterRegistry* registry)
+    : registry_(orGlobal(registry)),
       name_(other.name_),
       description_(other.description_),
       descriptionId_(other.descriptionId_),
       advanced_(other.advanced_),
       tags_(other.tags_) {
-  configuration_->registerParam(this);
+  registry_->add(*this);
 }
 
 ConfigParameter::~ConfigParameter() {
-  if (configuration_) configuration_->unregisterParam(this);
+  if (registry_) registry_->remove(*this);
 }
 
 bool ConfigParameter::setParam(int, int) {
@@ -117,7 +117,7 @@ bool ConfigParameter::acceptsPriority(int priority) const {
 }
 
 void ConfigParameter::valueSet(int priority) {
-  if (configuration_ && configuration_->logChanges()) {
+  if (registry_ && registry_->logChanges()) {
     vlog.write(priority < 1 ? 110 : 100, "set %s(%s) to %s, priority %d", name_, getTypeName(),
                getValueStrAt(priority).c_str(), priority);
   }
@@ -125,7 +125,7 @@ void ConfigParameter::valueSet(int priority) {
 }
 
 void ConfigParameter::valueUnset(int priority, bool notify) {
-  if (configuration_ && configuration_->logChanges()) {
+  if (registry_ && registry_->logChanges()) {
     vlog.debug("unset %s(%s) priority %d, now %s, priority %d", name_, getTypeName(), priority,
                getValueStr().c_str(), getPriority());
   }

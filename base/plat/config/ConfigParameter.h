@@ -11,9 +11,9 @@
 
 namespace plat {
 
-class Configuration;
 class LogSrc;
 class ParameterChangedCallback;
+class ParameterRegistry;
 
 // Well-known priorities of values; any other integer is allowed as well. The value at the greatest
 // priority present is the effective one.
@@ -51,8 +51,8 @@ class ConfigParameter {
   virtual std::map<int, String> getAllValues() const = 0;
   virtual const char* getTypeName() const = 0;
   // A parameter of the same type, name, description, flags, limits and values (not callbacks),
-  // registered in the given configuration.
-  virtual std::unique_ptr<ConfigParameter> clone(Configuration* configuration) const = 0;
+  // registered in the given registry.
+  virtual std::unique_ptr<ConfigParameter> clone(ParameterRegistry* registry) const = 0;
   // The text form of an int or enum value.
   virtual String intToStr(int value) const;
   // The value at exactly this priority in a form that setParam reads back, null when there is none.
@@ -71,8 +71,6 @@ class ConfigParameter {
   bool isHidden() const { return name_[0] == '_'; }
   const std::set<std::string>& tags() const { return tags_; }
   bool hasTag(const std::string& tag) const { return tags_.count(tag) != 0; }
-  Configuration* configuration() const { return configuration_; }
-  ConfigParameter* next() const { return next_; }
 
   // Callbacks are told in the order in which they were added. They are not owned.
   void addCallback(ParameterChangedCallback* callback);
@@ -82,13 +80,13 @@ class ConfigParameter {
 
  protected:
   // The name and description must have static storage. tags is a comma-separated list or null. A
-  // null configuration is the global one.
+  // null registry is the global one.
   ConfigParameter(const char* name, const char* description, bool advanced, const char* tags,
-                  Configuration* configuration);
+                  ParameterRegistry* registry);
   ConfigParameter(const char* name, MessageId description, bool advanced, const char* tags,
-                  Configuration* configuration);
+                  ParameterRegistry* registry);
   // For clones.
-  ConfigParameter(const ConfigParameter& other, Configuration* configuration);
+  ConfigParameter(const ConfigParameter& other, ParameterRegistry* registry);
 
   // The log source of all parameters.
   static LogSrc& log();
@@ -101,8 +99,7 @@ class ConfigParameter {
  private:
   friend class Configuration;
 
-  Configuration* configuration_;
-  ConfigParameter* next_ = nullptr;
+  ParameterRegistry* registry_;  // null when it has gone before
   const char* name_;
   const char* description_;
   const char* descriptionId_;

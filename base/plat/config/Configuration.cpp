@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "plat/Exception.h"
+#include "plat/config/ParameterAlias.h"
 #include "plat/log/LogSrc.h"
 
 namespace plat {
@@ -35,10 +36,8 @@ Configuration::Configuration(const char* name, const char* descriptionId)
     : name_(name), descriptionId_(descriptionId) {}
 
 Configuration::~Configuration() {
-  for (ConfigParameter* param = first_; param; param = param->next_) {
-    param->configuration_ = nullptr;
-  }
-  for (const auto& [name, alias] : aliases_) alias->configuration_ = nullptr;
+  for (ConfigParameter* param : params_) param->registry_ = nullptr;
+  for (const auto& [name, alias] : aliases_) alias->registry_ = nullptr;
 }
 
 Configuration& Configuration::global() {
@@ -48,31 +47,16 @@ Configuration& Configuration::global() {
   return *configuration;
 }
 
-void Configuration::registerParam(ConfigParameter* param) {
-  param->next_ = first_;
-  first_ = param;
-}
-
-void Configuration::unregisterParam(ConfigParameter* param) {
-  for (ConfigParameter** link = &first_; *link; link = &(*link)->next_) {
-    if (*link == param) {
-      *link = param->next_;
-      return;
-    }
-  }
+ParameterRegistry& ParameterRegistry::global() {
+  return Configuration::global();
 }
 
 void Configuration::addChild(Configuration* child) {
   children_.push_back(child);
 }
 
-void Configuration::removeChild(Configuration* child) {
-  children_.erase(std::remove(children_.begin(), children_.end(), child), children_.end());
-}
-
 std::vector<ConfigParameter*> Configuration::parameters(bool recurse) const {
-  std::vector<ConfigParameter*> result;
-  for (ConfigParameter* param = first_; param; param = param->next_) result.push_back(param);
+  std::vector<ConfigParameter*> result(params_.rbegin(), params_.rend());
   if (recurse) {
     for (const Configuration* child : children_) {
       const auto more = child->parameters(true);
@@ -87,8 +71,9 @@ std::vector<ConfigParameter*> Configuration::parameters(bool recurse) const {
 }
 
 ConfigParameter* Configuration::findParam(std::string_view name, bool recurse) const {
-  for (ConfigParameter* param = first_; param; param = param->next_) {
-    if (equalNoCase(param->name(), name)) return param;
+  // The newest stands.
+  for (auto it = params_.rbegin(); it != params_.rend(); ++it) {
+    if (equalNoCase((*it)->name(), name)) return *it;
   }
   if (recurse) {
     for (const Configuration* child : children_) {

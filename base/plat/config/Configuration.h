@@ -2,19 +2,17 @@
 
 #include <functional>
 #include <iosfwd>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "plat/NoCase.h"
 #include "plat/config/ConfigParameter.h"
-#include "plat/config/ParameterAlias.h"
+#include "plat/config/ParameterRegistry.h"
 
 namespace plat {
 
 // A named group of parameters. Names of parameters match in any case. Main thread only.
-class Configuration {
+class Configuration : public ParameterRegistry {
  public:
   enum class HelpMode { kPlain = 0, kAll = 1, kXml = 2 };
   // Prints the help asked for and ends the process.
@@ -23,8 +21,6 @@ class Configuration {
   // Both texts must have static storage; the id may be null.
   explicit Configuration(const char* name, const char* descriptionId = nullptr);
   ~Configuration();
-  Configuration(const Configuration&) = delete;
-  Configuration& operator=(const Configuration&) = delete;
 
   // The process-wide configuration, created on first use and never destroyed.
   static Configuration& global();
@@ -32,9 +28,8 @@ class Configuration {
   const char* name() const { return name_; }
   const char* descriptionId() const { return descriptionId_; }
 
-  // Not owned; a child must outlive this configuration or be removed before.
+  // Not owned; a child must outlive this configuration.
   void addChild(Configuration* child);
-  void removeChild(Configuration* child);
   const std::vector<Configuration*>& children() const { return children_; }
 
   // The parameters of this configuration, and with recurse those of its children, sorted by name.
@@ -46,10 +41,6 @@ class Configuration {
   // Sets the parameter, or each parameter that the name is an alias for, from text (null turns a
   // bool parameter on). False when nothing was set. Throws BadUtf8.
   bool setParam(std::string_view name, const char* value, int priority);
-
-  // Whether changes of parameters are logged.
-  bool logChanges() const { return logChanges_; }
-  void setLogChanges(bool logChanges) { logChanges_ = logChanges; }
 
   // Sets parameters from command-line arguments: args points behind the program's name, into an
   // array that ends with a null pointer. Throws an Exception of kind "BadCmdLineArg" for the first
@@ -66,19 +57,11 @@ class Configuration {
   void logValues() const;
 
  private:
-  friend class ConfigParameter;
-  friend class ParameterAlias;
-
   bool setFromArgument(const char* argument);
-  void registerParam(ConfigParameter* param);
-  void unregisterParam(ConfigParameter* param);
 
   const char* name_;
   const char* descriptionId_;
-  ConfigParameter* first_ = nullptr;  // the newest
   std::vector<Configuration*> children_;
-  std::map<std::string, ParameterAlias*, NoCaseLess> aliases_;
-  bool logChanges_ = true;
 };
 
 }  // namespace plat

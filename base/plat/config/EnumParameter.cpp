@@ -22,8 +22,8 @@ int EnumParameter::lastIndex(const char* const* names) {
   return count - 1;
 }
 
-std::unique_ptr<ConfigParameter> EnumParameter::clone(Configuration* configuration) const {
-  return std::make_unique<EnumParameter>(*this, configuration);
+std::unique_ptr<ConfigParameter> EnumParameter::clone(ParameterRegistry* registry) const {
+  return std::make_unique<EnumParameter>(*this, registry);
 }
 
 }  // namespace plat

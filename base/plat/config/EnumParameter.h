@@ -10,23 +10,23 @@ class EnumParameter final : public IntParameter {
   // names is a null-terminated array of static storage.
   EnumParameter(const char* name, const char* description, int defaultValue,
                 const char* const* names, bool advanced = false, const char* tags = nullptr,
-                Configuration* configuration = nullptr)
+                ParameterRegistry* registry = nullptr)
       : IntParameter(name, description, defaultValue, 0, lastIndex(names), advanced, tags,
-                     configuration),
+                     registry),
         names_(names) {}
   EnumParameter(const char* name, MessageId description, int defaultValue, const char* const* names,
                 bool advanced = false, const char* tags = nullptr,
-                Configuration* configuration = nullptr)
+                ParameterRegistry* registry = nullptr)
       : IntParameter(name, description, defaultValue, 0, lastIndex(names), advanced, tags,
-                     configuration),
+                     registry),
         names_(names) {}
-  EnumParameter(const EnumParameter& other, Configuration* configuration)
-      : IntParameter(other, configuration), names_(other.names_) {}
+  EnumParameter(const EnumParameter& other, ParameterRegistry* registry)
+      : IntParameter(other, registry), names_(other.names_) {}
 
   using IntParameter::setParam;
   bool setParam(const char* text, int priority) override;
   const char* getTypeName() const override { return "enum"; }
-  std::unique_ptr<ConfigParameter> clone(Configuration* configuration) const override;
+  std::unique_ptr<ConfigParameter> clone(ParameterRegistry* registry) const override;
   // Null for an index outside the list.
   String intToStr(int value) const override;
 

@@ -18,8 +18,8 @@ bool IntParameter::setParam(int value, int priority) {
   return value >= min_ && value <= max_ && store(value, priority);
 }
 
-std::unique_ptr<ConfigParameter> IntParameter::clone(Configuration* configuration) const {
-  return std::make_unique<IntParameter>(*this, configuration);
+std::unique_ptr<ConfigParameter> IntParameter::clone(ParameterRegistry* registry) const {
+  return std::make_unique<IntParameter>(*this, registry);
 }
 
 }  // namespace plat

@@ -10,24 +10,24 @@ class IntParameter : public TypedParameter<int> {
  public:
   IntParameter(const char* name, const char* description, int defaultValue, int min, int max,
                bool advanced = false, const char* tags = nullptr,
-               Configuration* configuration = nullptr)
-      : TypedParameter(name, description, defaultValue, advanced, tags, configuration),
+               ParameterRegistry* registry = nullptr)
+      : TypedParameter(name, description, defaultValue, advanced, tags, registry),
         min_(min),
         max_(max) {}
   IntParameter(const char* name, MessageId description, int defaultValue, int min, int max,
                bool advanced = false, const char* tags = nullptr,
-               Configuration* configuration = nullptr)
-      : TypedParameter(name, description, defaultValue, advanced, tags, configuration),
+               ParameterRegistry* registry = nullptr)
+      : TypedParameter(name, description, defaultValue, advanced, tags, registry),
         min_(min),
         max_(max) {}
-  IntParameter(const IntParameter& other, Configuration* configuration)
-      : TypedParameter(other, configuration), min_(other.min_), max_(other.max_) {}
+  IntParameter(const IntParameter& other, ParameterRegistry* registry)
+      : TypedParameter(other, registry), min_(other.min_), max_(other.max_) {}
 
   bool setParam(const char* text, int priority) override;
   bool setParam(int value, int priority) override;
   int getValueInt() const override { return value(); }
   const char* getTypeName() const override { return "int"; }
-  std::unique_ptr<ConfigParameter> clone(Configuration* configuration) const override;
+  std::unique_ptr<ConfigParameter> clone(ParameterRegistry* registry) const override;
 
   int min() const { return min_; }
   int max() const { return max_; }

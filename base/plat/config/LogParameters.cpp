@@ -37,8 +37,6 @@ LogParameters::~LogParameters() {
   }
 }
 
-void LogParameters::require() {}
-
 void LogParameters::paramChanged(ConfigParameter* param, int) {
   LogManager& manager = LogManager::instance();
   if (param == &compactLog) {

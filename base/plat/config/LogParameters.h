@@ -14,9 +14,6 @@ class LogParameters : private ParameterChangedCallback {
   LogParameters(const LogParameters&) = delete;
   LogParameters& operator=(const LogParameters&) = delete;
 
-  // Makes the linker keep the parameters in every program that logs.
-  static void require();
-
  private:
   void paramChanged(ConfigParameter* param, int priority) override;
 };

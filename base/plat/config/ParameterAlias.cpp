@@ -2,24 +2,20 @@
 
 #include <utility>
 
-#include "plat/config/Configuration.h"
+#include "plat/config/ParameterRegistry.h"
 
 namespace plat {
 
 ParameterAlias::ParameterAlias(const char* name, std::vector<std::string> parameters,
-                               Configuration* configuration)
+                               ParameterRegistry* registry)
     : name_(name),
       parameters_(std::move(parameters)),
-      configuration_(configuration ? configuration : &Configuration::global()) {
-  configuration_->aliases_[name_] = this;
+      registry_(registry ? registry : &ParameterRegistry::global()) {
+  registry_->addAlias(name_, *this);
 }
 
 ParameterAlias::~ParameterAlias() {
-  if (!configuration_) return;
-  const auto it = configuration_->aliases_.find(name_);
-  if (it != configuration_->aliases_.end() && it->second == this) {
-    configuration_->aliases_.erase(it);
-  }
+  if (registry_) registry_->removeAlias(name_, *this);
 }
 
 void ParameterAlias::expand(const char*, const String& value, ValueMap& map) const {

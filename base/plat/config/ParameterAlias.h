@@ -10,16 +10,16 @@
 
 namespace plat {
 
-class Configuration;
+class ParameterRegistry;
 
 // A name under which several parameters are set at once, normally a static object.
 class ParameterAlias {
  public:
   using ValueMap = std::map<std::string, String, NoCaseLess>;
 
-  // The alias's name must have static storage. A null configuration is the global one.
+  // The alias's name must have static storage. A null registry is the global one.
   ParameterAlias(const char* name, std::vector<std::string> parameters,
-                 Configuration* configuration = nullptr);
+                 ParameterRegistry* registry = nullptr);
   virtual ~ParameterAlias();
   ParameterAlias(const ParameterAlias&) = delete;
   ParameterAlias& operator=(const ParameterAlias&) = delete;
@@ -32,7 +32,7 @@ class ParameterAlias {
 
   const char* name_;
   std::vector<std::string> parameters_;
-  Configuration* configuration_;
+  ParameterRegistry* registry_;  // null when it has gone before
 };
 
 }  // namespace plat

@@ -41,8 +41,8 @@ String S64Parameter::textOf(int64_t value) {
   return format("int64:%016" PRIx64, static_cast<uint64_t>(value));
 }
 
-std::unique_ptr<ConfigParameter> S64Parameter::clone(Configuration* configuration) const {
-  return std::make_unique<S64Parameter>(*this, configuration);
+std::unique_ptr<ConfigParameter> S64Parameter::clone(ParameterRegistry* registry) const {
+  return std::make_unique<S64Parameter>(*this, registry);
 }
 
 }  // namespace plat

@@ -12,18 +12,18 @@ class S64Parameter final : public TypedParameter<String> {
  public:
   S64Parameter(const char* name, const char* description, int64_t defaultValue,
                bool advanced = false, const char* tags = nullptr,
-               Configuration* configuration = nullptr)
-      : TypedParameter(name, description, textOf(defaultValue), advanced, tags, configuration) {}
+               ParameterRegistry* registry = nullptr)
+      : TypedParameter(name, description, textOf(defaultValue), advanced, tags, registry) {}
   S64Parameter(const char* name, MessageId description, int64_t defaultValue, bool advanced = false,
-               const char* tags = nullptr, Configuration* configuration = nullptr)
-      : TypedParameter(name, description, textOf(defaultValue), advanced, tags, configuration) {}
-  S64Parameter(const S64Parameter& other, Configuration* configuration)
-      : TypedParameter(other, configuration) {}
+               const char* tags = nullptr, ParameterRegistry* registry = nullptr)
+      : TypedParameter(name, description, textOf(defaultValue), advanced, tags, registry) {}
+  S64Parameter(const S64Parameter& other, ParameterRegistry* registry)
+      : TypedParameter(other, registry) {}
 
   using TypedParameter::setParam;
   bool setParam(const char* text, int priority) override;
   const char* getTypeName() const override { return "s64"; }
-  std::unique_ptr<ConfigParameter> clone(Configuration* configuration) const override;
+  std::unique_ptr<ConfigParameter> clone(ParameterRegistry* registry) const override;
 
   bool setValue(int64_t value, int priority) { return store(textOf(value), priority); }
   // The effective value.

@@ -18,8 +18,8 @@ String StringParameter::checkedDefault(const char* name, const char* defaultValu
   return defaultValue;
 }
 
-std::unique_ptr<ConfigParameter> StringParameter::clone(Configuration* configuration) const {
-  return std::make_unique<StringParameter>(*this, configuration);
+std::unique_ptr<ConfigParameter> StringParameter::clone(ParameterRegistry* registry) const {
+  return std::make_unique<StringParameter>(*this, registry);
 }
 
 }  // namespace plat

@@ -10,22 +10,22 @@ class StringParameter final : public TypedParameter<String> {
   // A null default fails an assertion.
   StringParameter(const char* name, const char* description, const char* defaultValue,
                   bool advanced = false, const char* tags = nullptr,
-                  Configuration* configuration = nullptr)
+                  ParameterRegistry* registry = nullptr)
       : TypedParameter(name, description, checkedDefault(name, defaultValue), advanced, tags,
-                       configuration) {}
+                       registry) {}
   StringParameter(const char* name, MessageId description, const char* defaultValue,
                   bool advanced = false, const char* tags = nullptr,
-                  Configuration* configuration = nullptr)
+                  ParameterRegistry* registry = nullptr)
       : TypedParameter(name, description, checkedDefault(name, defaultValue), advanced, tags,
-                       configuration) {}
-  StringParameter(const StringParameter& other, Configuration* configuration)
-      : TypedParameter(other, configuration) {}
+                       registry) {}
+  StringParameter(const StringParameter& other, ParameterRegistry* registry)
+      : TypedParameter(other, registry) {}
 
   using TypedParameter::setParam;
   // Throws BadUtf8 for text that is not UTF-8.
   bool setParam(const char* text, int priority) override;
   const char* getTypeName() const override { return "string"; }
-  std::unique_ptr<ConfigParameter> clone(Configuration* configuration) const override;
+  std::unique_ptr<ConfigParameter> clone(ParameterRegistry* registry) const override;
 
  protected:
   String valueText(const String& value) const override { return value; }

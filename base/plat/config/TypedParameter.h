@@ -38,12 +38,12 @@ class TypedParameter : public ConfigParameter {
  protected:
   template <typename Description>
   TypedParameter(const char* name, Description description, T defaultValue, bool advanced,
-                 const char* tags, Configuration* configuration)
-      : ConfigParameter(name, description, advanced, tags, configuration) {
+                 const char* tags, ParameterRegistry* registry)
+      : ConfigParameter(name, description, advanced, tags, registry) {
     values_.emplace(kPriorityDefault, std::move(defaultValue));
   }
-  TypedParameter(const TypedParameter& other, Configuration* configuration)
-      : ConfigParameter(other, configuration), values_(other.values_) {}
+  TypedParameter(const TypedParameter& other, ParameterRegistry* registry)
+      : ConfigParameter(other, registry), values_(other.values_) {}
 
   virtual String valueText(const T& value) const = 0;
 

@@ -7,10 +7,12 @@
 #include <cstdlib>
 #include <set>
 #include <string>
+#include <utility>
 
-#include "plat/config/LogParameters.h"
+#include "plat/Report.h"
+#include "plat/Time.h"
 #include "plat/log/LogNames.h"
-#include "plat/log/LogSrc.h"
+#include "plat/log/LogThreshold.h"
 
 namespace plat {
 
@@ -58,19 +60,24 @@ LogManager::LogManager()
       file_("file", LogDestFile::Kind::kFile),
       startUpSpec_(kDefaultSpec),
       spec_(kDefaultSpec) {
-  LogParameters::require();
+  setReporter([](const char* source, int level, const char* line) {
+    try {
+      instance().write(source, level, line);
+    } catch (...) {
+    }
+  });
   addDest(stderr_);
   addDest(file_);
   connectionOf(stderr_)->defaultLevel = 10;
 }
 
-void LogManager::addSource(LogSrc& source) {
+void LogManager::addSource(LogThreshold& source) {
   const std::lock_guard lock(mutex_);
   sources_.push_back(&source);
-  source.level_ = levelOf(source);
+  source.level = levelOf(source);
 }
 
-void LogManager::removeSource(LogSrc& source) {
+void LogManager::removeSource(LogThreshold& source) {
   const std::lock_guard lock(mutex_);
   std::erase(sources_, &source);
 }
@@ -90,7 +97,7 @@ std::vector<std::string> LogManager::sourceNames() const {
   const std::lock_guard lock(mutex_);
   std::set<std::string> names;
   for (const char* name : knownLogSources()) names.insert(name);
-  for (const LogSrc* source : sources_) names.insert(source->name());
+  for (const LogThreshold* source : sources_) names.insert(source->name);
   return {names.begin(), names.end()};
 }
 
@@ -171,7 +178,9 @@ void LogManager::setCompact(bool compact) {
   file_.setCompact(compact);
 }
 
-void LogManager::write(const LogLine& line) {
+void LogManager::write(const char* source, int level, std::string text) {
+  const int64_t timeMs = (wallClockTime() - kUnixEpoch) / kTicksPerMs;
+  const LogLine line{timeMs, std::max(level, 0), source, std::move(text)};
   const std::lock_guard lock(mutex_);
   if (configured_) {
     dispatch(line);
@@ -195,10 +204,9 @@ bool LogManager::dispatch(const LogLine& line) {
 }
 
 void LogManager::replay() {
-  static LogSrc vlog("ruvoagent");
   bool replayed = false;
   for (const LogLine& line : mem_.take()) replayed |= dispatch(line);
-  if (replayed) vlog.debug("Finished replaying stored messages");
+  if (replayed) write("ruvoagent", 100, "Finished replaying stored messages");
 }
 
 LogManager::Connection* LogManager::connectionOf(const LogDest& dest) {
@@ -207,17 +215,17 @@ LogManager::Connection* LogManager::connectionOf(const LogDest& dest) {
   return it == connections_.end() ? nullptr : &*it;
 }
 
-int LogManager::levelOf(const LogSrc& source) const {
+int LogManager::levelOf(const LogThreshold& source) const {
   if (!configured_) return INT_MAX;
   int level = kOff;
   for (const Connection& connection : connections_) {
-    level = std::max(level, connection.levelOf(source.name()));
+    level = std::max(level, connection.levelOf(source.name));
   }
   return level;
 }
 
 void LogManager::updateLevels() {
-  for (LogSrc* source : sources_) source->level_ = levelOf(*source);
+  for (LogThreshold* source : sources_) source->level = levelOf(*source);
 }
 
 }  // namespace plat

@@ -12,7 +12,7 @@
 
 namespace plat {
 
-class LogSrc;
+struct LogThreshold;
 
 // Registry of the log sources and destinations, and of the levels that connect them. Works from
 // static initialisation on, and until the process ends. Until the first specification is applied
@@ -39,6 +39,12 @@ class LogManager {
   // specification.
   void setLevel(const LogDest& dest, std::string_view source, int level);
 
+  // For sources, which are not owned. Sets the source's level, now and whenever it changes.
+  void addSource(LogThreshold& source);
+  void removeSource(LogThreshold& source);
+  // Hands a line on. The name must have static storage.
+  void write(const char* source, int level, std::string text);
+
   // The destination is not owned. removeDest waits for writes that other threads have begun.
   void addDest(LogDest& dest);
   void removeDest(LogDest& dest);
@@ -54,7 +60,6 @@ class LogManager {
   void setCompact(bool compact);
 
  private:
-  friend class LogSrc;
   // Levels of one destination; kOff where it takes nothing.
   struct Connection {
     LogDest* dest;
@@ -73,20 +78,16 @@ class LogManager {
   LogManager();
   ~LogManager() = default;
 
-  void addSource(LogSrc& source);
-  void removeSource(LogSrc& source);
-  void write(const LogLine& line);
-
   std::vector<Element> parse(std::string_view spec);
   Connection* connectionOf(const LogDest& dest);
   bool dispatch(const LogLine& line);
   void updateLevels();
-  int levelOf(const LogSrc& source) const;
+  int levelOf(const LogThreshold& source) const;
   void replay();
 
   // Recursive: a destination may log while it writes a line.
   mutable std::recursive_mutex mutex_;
-  std::vector<LogSrc*> sources_;
+  std::vector<LogThreshold*> sources_;
   std::vector<Connection> connections_;
   LogDestFile stderr_;
   LogDestFile file_;

@@ -1,22 +1,20 @@
 #include "plat/log/LogSrc.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <string>
+#include <utility>
 
-#include "plat/Time.h"
 #include "plat/log/LogManager.h"
 
 namespace plat {
 
-LogSrc::LogSrc(const char* name) : name_(name), level_(INT_MAX) {
-  LogManager::instance().addSource(*this);
+LogSrc::LogSrc(const char* name) : threshold_{name} {
+  LogManager::instance().addSource(threshold_);
 }
 
 LogSrc::~LogSrc() {
-  LogManager::instance().removeSource(*this);
+  LogManager::instance().removeSource(threshold_);
 }
 
 #define WRITE_AT(level)          \
@@ -51,8 +49,7 @@ void LogSrc::vwrite(int level, const char* format, va_list args) {
   if (!enabled(level)) return;
   const int savedErrno = errno;
   try {
-    const int64_t timeMs = (wallClockTime() - kUnixEpoch) / kTicksPerMs;
-    LogLine line{timeMs, std::max(level, 0), name_, {}};
+    std::string line;
     char buffer[512];
     va_list again;
     va_copy(again, args);
@@ -60,14 +57,14 @@ void LogSrc::vwrite(int level, const char* format, va_list args) {
     if (length > 0) {
       const size_t size = static_cast<size_t>(length);
       if (size < sizeof buffer) {
-        line.text.assign(buffer, size);
+        line.assign(buffer, size);
       } else {
-        line.text.resize(size);
-        std::vsnprintf(line.text.data(), size + 1, format, again);
+        line.resize(size);
+        std::vsnprintf(line.data(), size + 1, format, again);
       }
     }
     va_end(again);
-    LogManager::instance().write(line);
+    LogManager::instance().write(name(), level, std::move(line));
   } catch (...) {
   }
   errno = savedErrno;

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <cstdarg>
+
+#include "plat/log/LogThreshold.h"
 
 namespace plat {
 
@@ -16,9 +17,9 @@ class LogSrc {
   LogSrc(const LogSrc&) = delete;
   LogSrc& operator=(const LogSrc&) = delete;
 
-  const char* name() const { return name_; }
+  const char* name() const { return threshold_.name; }
   // The most verbose level that any destination takes from this source.
-  int level() const { return level_.load(std::memory_order_relaxed); }
+  int level() const { return threshold_.level.load(std::memory_order_relaxed); }
   bool enabled(int level) const { return level <= this->level(); }
 
   void error(const char* format, ...) __attribute__((format(printf, 2, 3)));  // level 0
@@ -28,10 +29,7 @@ class LogSrc {
   void vwrite(int level, const char* format, va_list args) __attribute__((format(printf, 3, 0)));
 
  private:
-  friend class LogManager;
-
-  const char* name_;
-  std::atomic<int> level_;
+  LogThreshold threshold_;
 };
 
 }  // namespace plat

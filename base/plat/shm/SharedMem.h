@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 
 #include "plat/String.h"
 
@@ -33,10 +32,6 @@ class SharedMem {
   uint64_t serial() const { return serial_; }
 
   virtual SharedMemDescriptor descriptor() const = 0;
-
-  // Maps the block that another process described. Throws Exception for a descriptor that cannot be
-  // right, SystemException when the block cannot be opened or mapped.
-  static std::unique_ptr<SharedMem> open(const SharedMemDescriptor& descriptor);
 
  protected:
   explicit SharedMem(uint32_t size);

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <cstdint>
+#include "plat/timer/TimerNode.h"
 
 namespace plat {
 
-class TimerManager;
-
 // A one-shot timer of the thread that starts it. Its callback may start it again, which makes it
 // periodic. Destroying it stops it.
-class Timer {
+class Timer final : private TimerNode {
  public:
   class Callback {
    public:
@@ -33,13 +31,8 @@ class Timer {
   int intervalMs() const { return intervalMs_; }
 
  private:
-  friend class TimerManager;
+  void fire() override { callback_->timerCallback(*this); }
 
-  Timer* next_ = nullptr;
-  Timer* previous_ = nullptr;
-  int64_t dueTime_ = 0;  // 100 ns units of the monotonic clock
-  int32_t intervalMs_ = 0;
-  TimerManager* manager_ = nullptr;
   Callback* callback_;
 };
 

@@ -58,9 +58,9 @@ bool TimerManager::runExpired() {
                           : "Time has moved backwards - restarting timers");
       restartAll(reading.now);
     }
-    const Timer* formerHead = head_;
+    const TimerNode* formerHead = head_;
     while (head_ && head_->dueTime_ <= reading.now) {
-      Timer* timer = head_;
+      TimerNode* timer = head_;
       unlink(*timer);
       firing_.pushBack(timer);
     }
@@ -69,22 +69,22 @@ bool TimerManager::runExpired() {
 
   bool ran = false;
   while (!firing_.empty()) {
-    Timer* timer = firing_.popFront();
+    TimerNode* timer = firing_.popFront();
     timer->manager_ = nullptr;
     ran = true;
-    timer->callback_->timerCallback(*timer);
+    timer->fire();
   }
   return ran;
 }
 
-void TimerManager::queue(Timer& timer, int64_t now) {
+void TimerManager::queue(TimerNode& timer, int64_t now) {
   timer.manager_ = this;
   timer.dueTime_ = now + timer.intervalMs_ * kTicksPerMs;
   insert(timer);
   if (head_ == &timer) headChanged();
 }
 
-void TimerManager::remove(Timer& timer) {
+void TimerManager::remove(TimerNode& timer) {
   timer.manager_ = nullptr;
   const bool linked = head_ == &timer || timer.previous_;
   if (!linked) {
@@ -96,10 +96,10 @@ void TimerManager::remove(Timer& timer) {
   if (wasHead) headChanged();
 }
 
-void TimerManager::insert(Timer& timer) {
+void TimerManager::insert(TimerNode& timer) {
   // Behind those that are due at the same time, so that they fire in the order they were started.
-  Timer* previous = nullptr;
-  Timer* next = head_;
+  TimerNode* previous = nullptr;
+  TimerNode* next = head_;
   while (next && next->dueTime_ <= timer.dueTime_) {
     previous = next;
     next = next->next_;
@@ -110,17 +110,17 @@ void TimerManager::insert(Timer& timer) {
   if (next) next->previous_ = &timer;
 }
 
-void TimerManager::unlink(Timer& timer) {
+void TimerManager::unlink(TimerNode& timer) {
   (timer.previous_ ? timer.previous_->next_ : head_) = timer.next_;
   if (timer.next_) timer.next_->previous_ = timer.previous_;
   timer.next_ = timer.previous_ = nullptr;
 }
 
 void TimerManager::restartAll(int64_t now) {
-  Timer* timer = head_;
+  TimerNode* timer = head_;
   head_ = nullptr;
   while (timer) {
-    Timer* next = timer->next_;
+    TimerNode* next = timer->next_;
     timer->dueTime_ = now + timer->intervalMs_ * kTicksPerMs;
     insert(*timer);
     timer = next;

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "plat/timer/CircularVector.h"
-#include "plat/timer/Timer.h"
+#include "plat/timer/TimerNode.h"
 
 namespace plat {
 
@@ -41,17 +41,17 @@ class TimerManager {
   friend class Timer;
 
   // Queues an idle timer, due at now plus its interval.
-  void queue(Timer& timer, int64_t now);
+  void queue(TimerNode& timer, int64_t now);
   // Takes a queued timer out, also when it waits to be fired.
-  void remove(Timer& timer);
-  void insert(Timer& timer);
-  void unlink(Timer& timer);
+  void remove(TimerNode& timer);
+  void insert(TimerNode& timer);
+  void unlink(TimerNode& timer);
   void restartAll(int64_t now);
   int millisecondsUntilHead() const;
   void headChanged();
 
-  Timer* head_ = nullptr;
-  CircularVector<Timer*> firing_;
+  TimerNode* head_ = nullptr;
+  CircularVector<TimerNode*> firing_;
   Observer* observer_;
   TimerManager* previous_;
 };
