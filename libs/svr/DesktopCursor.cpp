@@ -2,14 +2,16 @@
 
 #include <cstring>
 
+#include "plat/Exception.h"
+#include "plat/Time.h"
 #include "plat/config/IntParameter.h"
 #include "plat/log/LogSrc.h"
 #include "rfb/ArrowCursor.h"
 #include "rfb/CursorWithAlpha.h"
 #include "svr/SServer.h"
+#include "tx/CursorImage.h"
 #include "tx/FixesExtension.h"
 #include "tx/TXDisplay.h"
-#include "tx/XResources.h"
 
 namespace svr {
 
@@ -53,6 +55,7 @@ void DesktopCursor::start(SServer& server) {
 
 void DesktopCursor::stop() {
   if (server_ && usesFixes() && tx::TXDisplay::isOpen()) selectInput(false);
+  pause_.stop();
   server_ = nullptr;
 }
 
@@ -82,8 +85,14 @@ void DesktopCursor::handleEvent(const XEvent& event) {
   if (!server_ || !usesFixes()) return;
   if (event.type != tx::FixesExtension::get()->eventBase + XFixesCursorNotify) return;
   const auto& notify = reinterpret_cast<const XFixesCursorNotifyEvent&>(event);
-  // The last of several changes may have been sent for the first of them already.
-  if (static_cast<long>(notify.cursor_serial) != lastSerial_) send(false);
+  // What the X server told before it handed out an image is no news.
+  if (static_cast<long>(event.xany.serial - lastRequest_) < 0) return;
+  if (static_cast<int64_t>(notify.cursor_serial) == lastSerial_) return;
+  if (pause_.isRunning()) {
+    changedInPause_ = true;
+  } else {
+    send(false);
+  }
 }
 
 void DesktopCursor::send(bool force) {
@@ -95,16 +104,40 @@ void DesktopCursor::send(bool force) {
     return;
   }
 
-  const tx::XMemory<XFixesCursorImage> image(
-      tx::FixesExtension::get()->getCursorImage(tx::TXDisplay::display()));
+  changedInPause_ = false;
+  const int64_t begun = plat::monotonicTime();
+  try {
+    sendImage(force);
+  } catch (const plat::Exception& e) {
+    vlog.error("Unable to send the cursor: %s", e.text());
+  }
+  const int64_t tookMs = (plat::monotonicTime() - begun) / plat::kTicksPerMs;
+  if (tookMs > 0) pause_.start(static_cast<int>(toldTooLarge_ ? 4 * tookMs : tookMs));
+}
+
+void DesktopCursor::sendImage(bool force) {
+  const std::optional<tx::CursorImage> image = tx::CursorImage::fetch();
   if (!image) return;
-  const long serial = static_cast<long>(image->cursor_serial);
-  if (!force && serial == lastSerial_) return;
+  lastRequest_ = image->request;
+  if (!force && image->serial == lastSerial_) return;
+  lastSerial_ = image->serial;
+  if (image->isTooLarge()) {
+    if (!toldTooLarge_) {
+      vlog.info("Not sending a cursor of %dx%d: larger than %d", image->width, image->height,
+                tx::CursorImage::kMaxSide);
+    }
+    toldTooLarge_ = true;
+    return;
+  }
+  toldTooLarge_ = false;
   rfb::CursorWithAlpha cursor(rfb::Cursor::alphaFormat(), image->width, image->height,
-                              rfb::Point(image->xhot, image->yhot));
-  cursor.setArgb(image->pixels);
-  lastSerial_ = serial;
+                              rfb::Point(image->hotspotX, image->hotspotY));
+  cursor.setArgb(image->argb.get());
   server_->setCursor(&cursor);
+}
+
+void DesktopCursor::timerCallback(plat::Timer&) {
+  if (changedInPause_) send(false);
 }
 
 }  // namespace svr

@@ -23,7 +23,9 @@ const FixesExtension* FixesExtension::probe(plat::LogSrc& log, bool use) {
 }
 
 bool FixesExtension::query(Display* display) {
-  return library_.ok() && queryExtension(display, &eventBase, &errorBase) &&
+  return library_.ok() &&
+         XQueryExtension(display, "XFIXES", &majorOpcode, &eventBase, &errorBase) &&
+         queryExtension(display, &eventBase, &errorBase) &&
          queryVersion(display, &majorVersion, &minorVersion) && majorVersion >= 2;
 }
 

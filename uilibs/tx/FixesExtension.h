@@ -24,6 +24,7 @@ class FixesExtension {
   // As get(), but null unless it is to be used, and says in the log what there is.
   static const FixesExtension* probe(plat::LogSrc& log, bool use);
 
+  int majorOpcode = -1;
   int eventBase = -1;
   int errorBase = -1;
   int majorVersion = 0;
@@ -39,8 +40,6 @@ class FixesExtension {
       library_, "XFixesFetchRegionAndBounds"};
   plat::DynamicFn<decltype(::XFixesSelectCursorInput)> selectCursorInput{library_,
                                                                          "XFixesSelectCursorInput"};
-  plat::DynamicFn<decltype(::XFixesGetCursorImage)> getCursorImage{library_,
-                                                                   "XFixesGetCursorImage"};
   plat::DynamicFn<decltype(::XFixesSelectSelectionInput)> selectSelectionInput{
       library_, "XFixesSelectSelectionInput"};
 
