@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -257,6 +258,10 @@ void MsgIpc::run() {
   } catch (const plat::Exception& e) {
     recover(e);
     throw;
+  } catch (const std::bad_alloc&) {
+    const plat::Exception e("Out of memory");
+    recover(e);
+    throw e;
   }
 }
 

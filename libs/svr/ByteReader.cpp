@@ -12,11 +12,12 @@ void ByteReader::begin(size_t length) {
 
 bool ByteReader::read(rdr::InStream& in) {
   try {
-    while (text_.size() < expected_) {
-      const size_t count = in.check(1, expected_ - text_.size(), false);
+    while (received_ < expected_) {
+      const size_t count = in.check(1, expected_ - received_, false);
       if (count == 0) return false;
-      text_.append(reinterpret_cast<const char*>(in.getPtr()), count);
+      if (dropped() == 0) text_.append(reinterpret_cast<const char*>(in.getPtr()), count);
       in.setPtr(in.getPtr() + count);
+      received_ += count;
     }
   } catch (...) {
     reset();
@@ -33,7 +34,7 @@ std::string ByteReader::take() {
 
 void ByteReader::reset() {
   std::string().swap(text_);  // with its memory
-  expected_ = 0;
+  expected_ = received_ = 0;
   inProgress_ = false;
 }
 

@@ -30,6 +30,9 @@ class SDesktop {
     static_cast<void>(relative);
   }
 
+  // Releases the keys and buttons that keyEvent() and pointerEvent() hold; stop() does so, too.
+  virtual void releaseInput() {}
+
   // Begins capture; the server hears of everything until stop(). Throws plat::Exception when
   // capture cannot work; the desktop is then stopped.
   virtual void start(SServer& server) = 0;

@@ -53,6 +53,10 @@ void SDesktopX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, 
   input_.pointerEvent(position, buttonMask, relative);
 }
 
+void SDesktopX11::releaseInput() {
+  input_.releaseAll();
+}
+
 void SDesktopX11::start(SServer& server) {
   stop();
   server_ = &server;
@@ -89,7 +93,7 @@ void SDesktopX11::teardown() {
   selectBell(false);
   // A viewer that goes must not leave a key or button down.
   pointer_.setPolling(false);
-  input_.releaseAll();
+  releaseInput();
   server_->setPixelBuffer(nullptr);
   server_ = nullptr;
   buffer_.reset();

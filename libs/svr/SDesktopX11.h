@@ -34,6 +34,7 @@ class SDesktopX11 : public SDesktop,
 
   void keyEvent(uint32_t keysym, bool down) override;
   void pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative) override;
+  void releaseInput() override;
   void start(SServer& server) override;
   void stop() override;
   void framebufferUpdateRequest() override;

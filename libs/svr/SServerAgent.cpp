@@ -83,9 +83,6 @@ void SServerAgent::channelUnblocked(io::MsgIpc&) {
   // One of these may find the channel blocked again.
   if (held.cutText) serverCutText(held.cutText->data(), held.cutText->size());
   if (held.cursor) sendCursor(std::move(*held.cursor));
-  if (held.cursorPos) setCursorPos(*held.cursorPos);
-  if (held.localInput) localInput();
-  if (held.bell) bell();
 }
 
 void SServerAgent::stopDesktop() {
@@ -128,7 +125,11 @@ bool SServerAgent::readStart(rdr::InStream&) {
 }
 
 bool SServerAgent::readStop(rdr::InStream&) {
-  stopDesktop();
+  if (desktopStarted_) {
+    stopDesktop();
+  } else {
+    desktop_->releaseInput();
+  }
   return true;
 }
 
@@ -164,6 +165,12 @@ bool SServerAgent::readCutText(rdr::InStream& in) {
     cutText_.begin(static_cast<size_t>(len));
   }
   if (!cutText_.read(in)) return false;
+  if (const size_t dropped = cutText_.dropped()) {
+    vlog.error("Dropped a clipboard text of %zu bytes: longer than %zu",
+               ByteReader::kMaxSize + dropped, ByteReader::kMaxSize);
+    cutText_.reset();
+    return true;
+  }
   const std::string text = cutText_.take();
   callback_->clientCutText(text);
   return true;
@@ -225,11 +232,6 @@ void SServerAgent::serverCutText(const char* text, size_t length) {
   messages_.serverCutText({text, length});
 }
 
-void SServerAgent::bell() {
-  held_.bell = channel_.isBlocked();
-  if (!held_.bell) messages_.bell();
-}
-
 void SServerAgent::desktopFailure(const plat::Exception& error) {
   const std::string prefix = *error.kind() ? plat::format("[%s] ", error.kind()) : "";
   vlog.debug("desktopFailure: %s%s", prefix.c_str(), error.text());
@@ -266,20 +268,6 @@ void SServerAgent::sendCursor(std::unique_ptr<rfb::CursorWithAlpha> image) {
   }
   held_.cursor.reset();
   messages_.setCursorImage(image.get());
-}
-
-void SServerAgent::setCursorPos(const rfb::Point& position) {
-  if (channel_.isBlocked()) {
-    held_.cursorPos = position;
-    return;
-  }
-  held_.cursorPos.reset();
-  messages_.setCursorPos(position);
-}
-
-void SServerAgent::localInput() {
-  held_.localInput = channel_.isBlocked();
-  if (!held_.localInput) messages_.localInput();
 }
 
 }  // namespace svr

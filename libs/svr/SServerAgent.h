@@ -26,8 +26,8 @@ class SDesktop;
 
 // The agent's end of the conversation with the server: hands the server's messages to the desktop,
 // and what the desktop reports to the server. At most one update answers each request for one.
-// While the server does not read, of what the desktop may report any number of times (the cursor,
-// its position, clipboard texts, local input, the bell) only the latest is kept.
+// While the server does not read, of cursor images and clipboard texts, whose size and number X
+// clients choose, only the latest is kept.
 class SServerAgent : public SServer,
                      public io::IoAcceptor,
                      private io::MsgIpc::Callback,
@@ -61,7 +61,7 @@ class SServerAgent : public SServer,
   void setPixelBuffer(rfb::PixelBuffer* buffer) override;
   void setColourMapEntries(int firstColour, int nColours) override;
   void serverCutText(const char* text, size_t length) override;
-  void bell() override;
+  void bell() override { messages_.bell(); }
   bool isUpdateRequested() override { return updateRequested_; }
   void monitorsUpdated(const std::vector<plat::DisplayInfo>& monitors,
                        const plat::String& parameter, const plat::String& inForce) override {
@@ -72,8 +72,8 @@ class SServerAgent : public SServer,
   void closeClients(const plat::Exception& error) override { messages_.closeClients(error); }
   void writeUpdate(const rfb::UpdateInfo& update) override;
   void setCursor(rfb::Cursor* cursor) override;
-  void setCursorPos(const rfb::Point& position) override;
-  void localInput() override;
+  void setCursorPos(const rfb::Point& position) override { messages_.setCursorPos(position); }
+  void localInput() override { messages_.localInput(); }
 
   // io::IoAcceptor: talks over this endpoint from now on.
   void accept(std::unique_ptr<io::Io> io) override;
@@ -114,10 +114,7 @@ class SServerAgent : public SServer,
   // Reports that wait until the server reads again.
   struct Held {
     std::optional<std::unique_ptr<rfb::CursorWithAlpha>> cursor;
-    std::optional<rfb::Point> cursorPos;
     std::optional<std::string> cutText;
-    bool localInput = false;
-    bool bell = false;
   };
 
   struct Incoming {

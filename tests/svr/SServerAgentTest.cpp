@@ -58,6 +58,7 @@ class FakeDesktop : public svr::SDesktop {
   void start(svr::SServer&) override { calls.push_back("start"); }
   void stop() override { calls.push_back("stop"); }
   void framebufferUpdateRequest() override { calls.push_back("request"); }
+  void releaseInput() override { calls.push_back("release"); }
   rfb::Rect getRect() override { return rfb::Rect(0, 0, 640, 480); }
 
   Calls take() { return std::exchange(calls, {}); }
@@ -74,7 +75,9 @@ class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Call
   void desktopStarted(bool started) override {
     desktop.calls.push_back(started ? "started" : "stopped");
   }
-  void clientCutText(std::string_view) override {}
+  void clientCutText(std::string_view text) override {
+    desktop.calls.push_back(plat::format("text of %zu", text.size()));
+  }
   void serverDisconnected() override {}
 
   // Sends a message and lets the agent handle it.
@@ -108,7 +111,7 @@ TEST_F(SServerAgentTest, HandsMessagesToTheDesktop) {
     std::string name, body;
     Calls calls;
   } cases[] = {
-      {"stop", "", {}},
+      {"stop", "", {"release"}},
       {"fbUpdateRequest", "", {"request"}},
       {"start", "", {"start", "started"}},
       {"start", "", {"stop", "stopped", "start", "started"}},
@@ -118,13 +121,66 @@ TEST_F(SServerAgentTest, HandsMessagesToTheDesktop) {
        u32(10) + u32(static_cast<uint32_t>(-3)) + u32(0x80000001) + '\x07',
        {"pointer 10,-3 80000001 1"}},
       {"stop", "", {"stop", "stopped"}},
-      {"stop", "", {}},
+      {"stop", "", {"release"}},
       {"fbUpdateRequest", "", {"request"}},  // stopping has forgotten the one before
   };
   for (const auto& c : cases) {
     send(c.name, c.body);
     EXPECT_EQ(desktop.take(), c.calls) << c.name;
   }
+}
+
+// The size of texts and images is the choice of X clients, and so is their number.
+TEST_F(SServerAgentTest, HoldsTheLatestTextAndCursorBackFromABlockedChannel) {
+  const std::string large(1000000, 'x');
+  agent.serverCutText(large.data(), large.size());
+  for (int width = 1; width <= 3; ++width) {
+    rfb::CursorWithAlpha cursor(rfb::Cursor::alphaFormat(), width, 1, rfb::Point());
+    agent.setCursor(&cursor);
+    agent.serverCutText("abc", static_cast<size_t>(width));
+    agent.setCursorPos(rfb::Point(width, 0));
+    agent.localInput();
+    agent.bell();
+  }
+  std::string bytes;
+  const auto read = [&] {
+    bytes += pair.take();
+    return io::FdManager::instance().process(0);
+  };
+  while (read()) {
+  }
+  bytes += pair.take();
+  Messages messages = test::takeMessages(bytes);
+  ASSERT_EQ(messages.size(), 12u);
+  EXPECT_EQ(messages[0].body.size(), 4 + large.size());
+  for (int i = 1; i <= 9; i += 3) {
+    EXPECT_EQ(messages[i].name, "setCursorPos");
+    EXPECT_EQ(messages[i + 1].name, "localInput");
+    EXPECT_EQ(messages[i + 2].name, "bell");
+  }
+  EXPECT_EQ(messages[10], (test::Message{"serverCutText", longString("abc")}));
+  EXPECT_EQ(messages[11].name, "setCursorImage");
+  EXPECT_EQ(messages[11].body.substr(17, 16), rectBytes(0, 0, 3, 1));
+}
+
+TEST_F(SServerAgentTest, DropsTextsThatNobodyCanPaste) {
+  const size_t most = 32 * 1024 * 1024;
+  for (const size_t length : {most, most + 1}) {
+    std::vector<size_t> cuts;
+    for (size_t at = 32000; at < length; at += 32000) cuts.push_back(at);
+    const std::string bytes =
+        test::message("clientCutText", longString(std::string(length, 'a')), cuts) +
+        test::message("keyEvent", u32('a') + '\x01');
+    for (size_t sent = 0; sent < bytes.size();) {
+      sent += static_cast<size_t>(
+          std::max<ssize_t>(pair.put(std::string_view(bytes).substr(sent, 100000)), 0));
+      io::FdManager::instance().process(0);
+    }
+    while (io::FdManager::instance().process(0)) {
+    }
+  }
+  EXPECT_EQ(desktop.take(), (Calls{"text of 33554432", "key 61 1", "key 61 1"}));
+  EXPECT_EQ(log.count("Dropped a clipboard text of 33554433 bytes: longer than 33554432", 0), 1);
 }
 
 TEST_F(SServerAgentTest, PublishesWhatChanged) {
