@@ -1,7 +1,10 @@
 #include "os/SignalHandler.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -14,12 +17,20 @@ namespace {
 // All that the signal context touches.
 std::atomic<bool> pending[NSIG];
 std::atomic<io::FdKicker*> kicker = nullptr;
+std::atomic<int> alarmFd = -1;
 static_assert(std::atomic<bool>::is_always_lock_free);
 static_assert(std::atomic<io::FdKicker*>::is_always_lock_free);
 
 extern "C" void catchSignal(int signal) {
   pending[signal] = true;
   if (io::FdKicker* wake = kicker) wake->kick();
+  const int fd = alarmFd;
+  if (fd < 0) return;
+  const int savedErrno = errno;
+  const uint64_t one = 1;
+  // Full is as good as written.
+  static_cast<void>(!write(fd, &one, sizeof one));
+  errno = savedErrno;
 }
 
 }  // namespace
@@ -68,6 +79,10 @@ void SignalHandler::remove(Callback* callback) {
     if (caught.callback == callback) signals.push_back(signal);
   }
   for (int signal : signals) remove(signal);
+}
+
+void SignalHandler::setAlarm(int fd) {
+  alarmFd = fd;
 }
 
 std::string SignalHandler::name(int signal) {

@@ -30,6 +30,10 @@ class SignalHandler : private io::FdKicker::Callback {
   // Removes every signal of the callback.
   void remove(Callback* callback);
 
+  // Also has each signal that is caught write the number 1, eight bytes long, to this descriptor
+  // (not owned; -1 for none), at once and whatever the loop does.
+  static void setAlarm(int fd);
+
   // "SIGINT", "SIGTERM" and so on; "signal <number>" for one without a name.
   static std::string name(int signal);
 

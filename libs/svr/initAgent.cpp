@@ -23,7 +23,8 @@
 #include "plat/log/LogManager.h"
 #include "plat/log/LogSrc.h"
 #include "svr/AgentAppX11.h"
-#include "ui/AppLoopImpl.h"
+#include "svr/AgentLoop.h"
+#include "svr/Watchdog.h"
 
 namespace svr {
 
@@ -34,11 +35,15 @@ plat::LogSrc vlog("AgentAppX11");
 // Brings SIGINT and SIGTERM into the loop, which they end.
 class SignalBridge : private os::SignalHandler::Callback {
  public:
-  explicit SignalBridge(plat::LogSrc* log) : log_(log) {
+  SignalBridge(plat::LogSrc* log, const Watchdog& watchdog) : log_(log) {
+    os::SignalHandler::setAlarm(watchdog.alarmFd());
     os::SignalHandler::instance().add(SIGINT, this);
     os::SignalHandler::instance().add(SIGTERM, this);
   }
-  ~SignalBridge() { os::SignalHandler::instance().remove(this); }
+  ~SignalBridge() {
+    os::SignalHandler::instance().remove(this);
+    os::SignalHandler::setAlarm(-1);
+  }
   SignalBridge(const SignalBridge&) = delete;
   SignalBridge& operator=(const SignalBridge&) = delete;
 
@@ -108,9 +113,10 @@ void reportError(const io::LogDestIpc& logDest, const plat::Exception& error) {
   vlog.error("%s", error.text());
 }
 
-int runAgent(bool serviceMode, io::LogDestIpc& logDest, std::unique_ptr<io::Io> connection) {
-  os::AppLoop loop(std::make_unique<ui::AppLoopImpl>());
-  const SignalBridge signals(&vlog);
+int runAgent(bool serviceMode, io::LogDestIpc& logDest, std::unique_ptr<io::Io> connection,
+             Watchdog& watchdog) {
+  os::AppLoop loop(std::make_unique<AgentLoop>(watchdog));
+  const SignalBridge signals(&vlog, watchdog);
   AgentAppX11 app(serviceMode, logDest, std::move(connection));
   try {
     return loop.run();
@@ -128,6 +134,10 @@ int initAgent(int argc, char** argv) {
   if (!findExecutable(argc > 0 ? argv[0] : nullptr)) {
     fputs("Error: could not find program executable\n", stderr);
     return 1;
+  }
+  if (argc == 2 && (strcmp(argv[1], "--version") == 0 || strcmp(argv[1], "-V") == 0)) {
+    puts("ruvoagent " RUVO_VERSION);
+    return 0;
   }
   if (argc < 2 || !isRunMode(argv[1])) {
     fprintf(stderr, "%s\n",
@@ -147,10 +157,10 @@ int initAgent(int argc, char** argv) {
     nbutil::ConfigStoreFile(nbutil::ConfigStoreFile::standardDirectories()).load(configuration);
 
     os::LaunchedPipe pipe(argc, argv, 2);
+    plat::FileDescriptor fd = pipe.open();
+    Watchdog watchdog(fd ? fd.get() : -1);
     std::unique_ptr<io::Io> connection;
-    if (plat::FileDescriptor fd = pipe.open()) {
-      connection = std::make_unique<io::FdIo>(std::move(fd));
-    }
+    if (fd) connection = std::make_unique<io::FdIo>(std::move(fd));
 
     try {
       configuration.processArgs(argv + pipe.nextArgument(), printHelp);
@@ -161,7 +171,7 @@ int initAgent(int argc, char** argv) {
       return 1;
     }
     configuration.logValues();
-    return runAgent(strcmp(argv[1], "service") == 0, logDest, std::move(connection));
+    return runAgent(strcmp(argv[1], "service") == 0, logDest, std::move(connection), watchdog);
   } catch (const plat::Exception& e) {
     reportError(logDest, e);
     return 1;

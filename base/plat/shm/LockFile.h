@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "plat/FileDescriptor.h"
+#include "plat/shm/Leftovers.h"
 
 namespace plat {
 
@@ -28,11 +29,14 @@ class LockFile {
   void writeNote(const std::string& note);
 
  private:
-  LockFile(std::string path, FileDescriptor fd) : path_(std::move(path)), fd_(std::move(fd)) {}
+  LockFile(std::string path, FileDescriptor fd) : path_(std::move(path)), fd_(std::move(fd)) {
+    leftover_.setFile(path_.c_str());
+  }
   static std::unique_ptr<LockFile> lock(const std::string& path, int flags);
 
   const std::string path_;
   const FileDescriptor fd_;
+  Leftovers::Entry leftover_;
 };
 
 }  // namespace plat

@@ -80,6 +80,7 @@ void SharedMemPosix::map(bool create) {
   if (fd_ < 0) throw SystemException("open/shm_open failed", errno);
   if (create) {
     unlinkName_ = name_;
+    leftover_.setPosixMemory(name_.c_str());
     // Space is taken now: without it, a full file system would be met as SIGBUS when drawing.
     const auto length = static_cast<off_t>(size_);
     int error = ftruncate(fd_, length) == 0 ? 0 : errno;

@@ -46,6 +46,7 @@ class SharedMemPosix : public SharedMem {
   bool ownsFd_ = true;
   std::unique_ptr<LockFile> lock_;
   std::string unlinkName_;  // empty unless created here
+  Leftovers::Entry leftover_;
   void* mapped_ = nullptr;
   size_t mappedSize_ = 0;
 };

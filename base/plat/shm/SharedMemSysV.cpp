@@ -53,6 +53,7 @@ SharedMemSysV::SharedMemSysV(uint32_t size, const SharedMemPermissions* permissi
   id_ = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
   if (id_ < 0) throw SystemException(format("shmget(%u) failed", size), errno);
   created_ = true;
+  leftover_.setSysVMemory(id_);
   vlog.debug("Create %d size %#x", id_, size);
   const std::string path = format("%s/%d", directory.c_str(), id_);
   lock_ = LockFile::create(path);

@@ -36,6 +36,7 @@ class SharedMemSysV : public SharedMem {
   int id_ = -1;
   int attachedId_ = -1;
   bool created_ = false;
+  Leftovers::Entry leftover_;
   std::unique_ptr<LockFile> lock_;
 };
 
