@@ -1,6 +1,5 @@
 #include "rfb/CursorWithMask.h"
 
-#include "rfb/CursorWithAlpha.h"
 #include "rfb/PixelOps.h"
 
 namespace rfb {
@@ -47,17 +46,6 @@ std::unique_ptr<Cursor> CursorWithMask::copy() {
       std::make_unique<CursorWithMask>(format_, width(), height(), hotspot(), getColourMap());
   result->copyPixels(*this);
   result->mask_ = mask_;
-  return result;
-}
-
-std::unique_ptr<CursorWithAlpha> CursorWithMask::toAlpha(const PixelFormat& format) {
-  auto result = std::make_unique<CursorWithAlpha>(format, width(), height(), hotspot());
-  const CombineMask mask = combineMask(rect_.tl);
-  // The pixels are opaque whatever their format says: the mask alone decides.
-  const auto opaque = [](const Colour& source, Colour& destination) {
-    destination = {source.red, source.green, source.blue, 255};
-  };
-  combinePixels(*result, rect_, *this, rect_.tl, opaque, &mask);
   return result;
 }
 

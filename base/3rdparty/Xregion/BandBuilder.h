@@ -4,15 +4,10 @@
 #include <cstddef>
 #include <cstring>
 
+#include "Xregion/Box.h"
 #include "Xregion/Rows.h"
-#include "Xregion/miregion.h"
 
 namespace mi {
-
-// Allocates a block for at least count boxes, or changes the capacity of one; throws std::bad_alloc
-// and leaves the given block alone when it can't.
-Data* allocateData(Data* block, size_t count);
-void freeData(Data* block) noexcept;
 
 // Whether two bands of equally many boxes have the same x spans.
 inline bool sameSpans(const Box* a, const Box* b, size_t count) {

@@ -2,16 +2,17 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
 
-#include "Xregion/miregion.h"
+#include "Xregion/Box.h"
 
 namespace mi {
 
 // Walks the bands of a list. Bands above a given row are passed over by binary search.
 class BandCursor {
  public:
-  explicit BandCursor(const Region& region)
-      : band_(region.boxes().data()), end_(band_ + region.numRects()) {
+  explicit BandCursor(std::span<const Box> boxes)
+      : band_(boxes.data()), end_(band_ + boxes.size()) {
     moveTo(band_);
   }
 

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "Xregion/BandBuilder.h"
 #include "Xregion/BandCursor.h"
+#include "Xregion/Box.h"
 #include "Xregion/Rows.h"
-#include "Xregion/miregion.h"
 
 namespace mi {
 
@@ -132,12 +133,13 @@ inline void keepRest(BandBuilder& out, BandCursor& cursor, int32_t done) {
   out.addBands(cursor.band(), cursor.bandEnd(), cursor.end());
 }
 
-// Adds the bands of a combination of two regions to an empty builder.
+// Adds the bands of a combination of two banded lists to an empty builder.
 //
 // Inlined, so that the builder, local to the caller, stays in registers.
 template <typename Op>
-[[gnu::always_inline]] inline void combine(BandBuilder& out, const Region& a, const Region& b) {
-  out.reserve(static_cast<size_t>(a.numRects()) + static_cast<size_t>(b.numRects()));
+[[gnu::always_inline]] inline void combine(BandBuilder& out, std::span<const Box> a,
+                                           std::span<const Box> b) {
+  out.reserve(a.size() + b.size());
   BandCursor ca(a);
   BandCursor cb(b);
   int32_t done = INT16_MIN;  // the rows above are finished

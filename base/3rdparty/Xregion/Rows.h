@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "Xregion/miregion.h"
+#include "Xregion/Box.h"
 
 namespace mi {
 

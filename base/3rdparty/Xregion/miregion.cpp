@@ -1,9 +1,7 @@
 #include "Xregion/miregion.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <utility>
 
 #include "Xregion/BandBuilder.h"
@@ -14,8 +12,6 @@
 namespace mi {
 
 namespace {
-
-constexpr int32_t kMaxBoxes = 1 << 27;  // 1 GB, so that sizes in bytes fit 32 bits
 
 // A block may have this many boxes to spare, or four times those in use.
 constexpr size_t kSpareBoxes = 512;
@@ -50,36 +46,6 @@ Box boundsOf(const Box* boxes, size_t count) {
 }
 
 }  // namespace
-
-Data* allocateData(Data* block, size_t count) {
-  if (count > static_cast<size_t>(kMaxBoxes)) throw std::bad_alloc();
-  void* memory = std::realloc(block, sizeof(Data) + count * sizeof(Box));
-  if (!memory) throw std::bad_alloc();
-  Data* data = static_cast<Data*>(memory);
-  data->size = static_cast<int32_t>(count);
-  return data;
-}
-
-// The block with no spare room, or as it is when that can't be had.
-static Data* shrunk(Data* block, size_t count) noexcept {
-  void* memory = std::realloc(block, sizeof(Data) + count * sizeof(Box));
-  if (!memory) return block;
-  Data* data = static_cast<Data*>(memory);
-  data->size = static_cast<int32_t>(count);
-  return data;
-}
-
-void freeData(Data* block) noexcept {
-  std::free(block);
-}
-
-void BandBuilder::grow(size_t count) {
-  const size_t used = this->count();
-  const size_t last = static_cast<size_t>(lastBand_ - first_);
-  const size_t capacity = block_ ? static_cast<size_t>(block_->size) : 0;
-  block_ = allocateData(block_, std::max(used + count, capacity * 2));
-  attach(used, last);
-}
 
 Region::Region() noexcept : data_(&emptyData) {}
 
@@ -168,7 +134,7 @@ void Region::unite(const Region& a, const Region& b) {
   }
   const Box bounds = boundsOf(a.extents_, b.extents_);
   BandBuilder out(blockFor(a, b));
-  combine<Unite>(out, a, b);
+  combine<Unite>(out, a.boxes(), b.boxes());
   finish(out, &bounds);
   check();
 }
@@ -182,7 +148,7 @@ void Region::intersect(const Region& a, const Region& b) {
     *this = b;
   } else {
     BandBuilder out(blockFor(a, b));
-    combine<Intersect>(out, a, b);
+    combine<Intersect>(out, a.boxes(), b.boxes());
     finish(out);
     check();
   }
@@ -195,7 +161,7 @@ void Region::subtract(const Region& a, const Region& b) {
     clear();
   } else {
     BandBuilder out(blockFor(a, b));
-    combine<Subtract>(out, a, b);
+    combine<Subtract>(out, a.boxes(), b.boxes());
     finish(out);
     check();
   }
@@ -296,7 +262,7 @@ void Region::finish(BandBuilder& built, const Box* bounds) noexcept {
   }
   Data* block = built.release();
   const size_t count = static_cast<size_t>(block->numRects);
-  if (static_cast<size_t>(block->size) > 4 * count + kSpareBoxes) block = shrunk(block, count);
+  if (static_cast<size_t>(block->size) > 4 * count + kSpareBoxes) block = shrinkData(block, count);
   release();
   data_ = block;
   extents_ = bounds ? *bounds : boundsOf(block->boxes(), count);

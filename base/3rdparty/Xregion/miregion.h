@@ -4,30 +4,15 @@
 #include <cstdint>
 #include <span>
 
-// Banded lists of 16-bit boxes, the form in which the X server describes sets of pixels.
+#include "Xregion/Box.h"
+
+// Regions of 16-bit boxes in bands, the form in which X servers describe sets of pixels. This
+// system's own code throughout. The form is the one that the X protocol calls YXBanded (request
+// SetClipRectangles), with the additions that make a set's list unique (see Region); combining two
+// regions walks their bands side by side, and the union of many boxes is a plane sweep (BulkUnion).
 namespace mi {
 
 class BandBuilder;
-
-// x2 and y2 are exclusive.
-struct Box {
-  constexpr bool isEmpty() const { return x2 <= x1 || y2 <= y1; }
-  friend constexpr bool operator==(const Box&, const Box&) = default;
-
-  int16_t x1 = 0;
-  int16_t y1 = 0;
-  int16_t x2 = 0;
-  int16_t y2 = 0;
-};
-
-// A block of boxes: this header, then the boxes themselves.
-struct Data {
-  Box* boxes() { return reinterpret_cast<Box*>(this + 1); }
-  const Box* boxes() const { return reinterpret_cast<const Box*>(this + 1); }
-
-  int32_t size;      // capacity in boxes
-  int32_t numRects;  // boxes in use
-};
 
 // A set of pixels as a list of boxes with these properties (the banding rule):
 // - boxes are sorted by y1, then x1;
