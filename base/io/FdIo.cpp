@@ -9,7 +9,7 @@
 
 #include "io/FdManager.h"
 #include "io/FdSelectManager.h"
-#include "plat/Time.h"
+#include "plat/Deadline.h"
 
 namespace io {
 
@@ -52,14 +52,9 @@ void FdIo::fail(const plat::Exception& reason) {
 }
 
 bool FdIo::wait(int timeoutMs) {
-  const int64_t deadline = timeoutMs < 0 ? std::numeric_limits<int64_t>::max()
-                                         : plat::monotonicTime() + timeoutMs * plat::kTicksPerMs;
+  const plat::Deadline deadline(timeoutMs);
   for (;;) {
-    int64_t ms = -1;
-    if (timeoutMs >= 0) {
-      const int64_t left = std::max<int64_t>(deadline - plat::monotonicTime(), 0);
-      ms = (left + plat::kTicksPerMs - 1) / plat::kTicksPerMs;
-    }
+    int64_t ms = deadline.msLeft();
     const bool over = ms == 0;
     pollfd entry{fd(), POLLIN, 0};
     if (out_.isBlocked()) {

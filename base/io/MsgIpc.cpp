@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "plat/Assert.h"
-#include "plat/Time.h"
+#include "plat/Deadline.h"
 #include "plat/log/LogSrc.h"
 #include "rdr/Exceptions.h"
 
@@ -166,18 +166,13 @@ void MsgIpc::readMessage(std::string_view msgName, int timeoutMs) {
     if (io_ && io_->inStream().available() > 0) io_->defer();
   });
 
-  const int64_t deadline = plat::monotonicTime() + timeoutMs * plat::kTicksPerMs;
+  const plat::Deadline deadline(timeoutMs);
   for (;;) {
     run();
     if (expectedHandled_) return;
     if (!isConnected()) throw rdr::EndOfStream();
-    int ms = -1;
-    if (timeoutMs >= 0) {
-      const int64_t left = std::max<int64_t>(deadline - plat::monotonicTime(), 0);
-      ms = static_cast<int>((left + plat::kTicksPerMs - 1) / plat::kTicksPerMs);
-    }
     try {
-      if (!io_->wait(ms)) throw rdr::TimedOut();
+      if (!io_->wait(deadline.msLeft())) throw rdr::TimedOut();
     } catch (const plat::SystemException& e) {
       io_->fail(e);
       throw;

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "io/FdSelectManager.h"
+#include "plat/Deadline.h"
 #include "plat/Exception.h"
 #include "plat/Hex.h"
 
@@ -26,16 +27,9 @@ namespace os {
 namespace {
 
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
 bool isDecimal(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
-// Whole milliseconds, rounded up: 0 only when the deadline has passed.
-int msUntil(steady_clock::time_point deadline) {
-  const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
-  return static_cast<int>(std::max<milliseconds::rep>(left.count(), 0));
 }
 
 // Takes the time of a full comparison whatever the bytes are.
@@ -152,11 +146,11 @@ plat::FileDescriptor LaunchedPipe::connect(milliseconds limit) const {
 
   plat::FileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd) throw plat::SystemException("socket", errno);
-  const steady_clock::time_point deadline = steady_clock::now() + limit;
+  const plat::Deadline deadline(static_cast<int>(limit.count()));
   for (;;) {
     // A listener that does not accept lets a connect wait, for as long as a send may. 0 would be
     // without end.
-    const int ms = std::max(msUntil(deadline), 1);
+    const int ms = std::max(deadline.msLeft(), 1);
     timeval timeout;
     timeout.tv_sec = ms / 1000;
     timeout.tv_usec = (ms % 1000) * 1000;
@@ -166,14 +160,14 @@ plat::FileDescriptor LaunchedPipe::connect(milliseconds limit) const {
     if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
       return fd;
     }
-    if (errno == EINTR && msUntil(deadline) > 0) continue;
+    if (errno == EINTR && !deadline.hasPassed()) continue;
     const bool timedOut = errno == EAGAIN || errno == EINTR;
     throw plat::SystemException("connect", timedOut ? ETIMEDOUT : errno);
   }
 }
 
 void LaunchedPipe::checkHash(int fd, milliseconds limit) const {
-  const steady_clock::time_point deadline = steady_clock::now() + limit;
+  const plat::Deadline deadline(static_cast<int>(limit.count()));
   std::array<uint8_t, 32> secret;
   size_t length = 0;
   bool failed = false;
@@ -182,7 +176,7 @@ void LaunchedPipe::checkHash(int fd, milliseconds limit) const {
     if (got > 0) {
       length += static_cast<size_t>(got);
     } else if (got < 0 && errno == EAGAIN) {
-      const int ms = msUntil(deadline);
+      const int ms = deadline.msLeft();
       pollfd ready = {fd, POLLIN, 0};
       failed = ms == 0 || poll(&ready, 1, ms) == 0;
     } else {

@@ -1,14 +1,13 @@
 #include "os/ProcessInfo.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <vector>
 
+#include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
+#include "plat/Files.h"
 
 namespace os {
 
@@ -16,19 +15,14 @@ namespace {
 
 constexpr size_t kMaxStatus = 64 * 1024;
 
-// As much of the file as can be read, up to a limit.
+// The beginning of a file, empty when it cannot be read.
 std::string readFile(const std::string& path, size_t limit) {
-  std::string text;
   const plat::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return text;
-  std::vector<char> piece(16 * 1024);
-  while (text.size() < limit) {
-    const ssize_t n = read(file.get(), piece.data(), std::min(piece.size(), limit - text.size()));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    text.append(piece.data(), static_cast<size_t>(n));
+  try {
+    return file ? plat::readUpTo(file.get(), limit) : std::string();
+  } catch (const plat::SystemException&) {
+    return {};
   }
-  return text;
 }
 
 // What follows the prefix in the first of the items, which end with the separator, that begins with

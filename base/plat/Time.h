@@ -8,6 +8,10 @@ namespace plat {
 // Times are 64-bit counts of 100 ns units.
 constexpr int64_t kTicksPerMs = 10000;
 constexpr int64_t kTicksPerSecond = 1000 * kTicksPerMs;
+// Milliseconds, rounded up; 0 for less than none.
+constexpr int64_t msRoundedUp(int64_t ticks) {
+  return ticks <= 0 ? 0 : (ticks + kTicksPerMs - 1) / kTicksPerMs;
+}
 // 1 January 1970 in wall-clock time.
 constexpr int64_t kUnixEpoch = 116444736000000000;
 

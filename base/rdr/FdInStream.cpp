@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 
-#include "plat/Time.h"
 #include "rdr/Exceptions.h"
 
 namespace rdr {
@@ -47,10 +45,7 @@ void FdInStream::setPos(uint64_t pos) {
 
 size_t FdInStream::overrun(size_t itemSize, size_t nItems, bool wait) {
   makeRoom(itemSize);
-  int64_t deadline = std::numeric_limits<int64_t>::max();
-  if (wait && waiting_ && timeoutMs_ >= 0) {
-    deadline = plat::monotonicTime() + timeoutMs_ * plat::kTicksPerMs;
-  }
+  const plat::Deadline deadline(wait && waiting_ ? timeoutMs_ : -1);
   for (;;) {
     const bool got = readSome() > 0;
     if (available() >= itemSize) return std::min(nItems, available() / itemSize);
@@ -114,14 +109,10 @@ size_t FdInStream::readSome() {
   }
 }
 
-void FdInStream::waitReadable(int64_t deadline) {
-  if (timeoutMs_ < 0) {
-    isReadable(fd_, -1);
-    return;
-  }
-  const int64_t left = deadline - plat::monotonicTime();
-  if (left <= 0) throw TimedOut();
-  isReadable(fd_, static_cast<int>((left + plat::kTicksPerMs - 1) / plat::kTicksPerMs));
+void FdInStream::waitReadable(const plat::Deadline& deadline) {
+  const int ms = deadline.msLeft();
+  if (ms == 0) throw TimedOut();
+  isReadable(fd_, ms);
 }
 
 }  // namespace rdr

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "plat/Deadline.h"
 #include "rdr/InStream.h"
 
 namespace rdr {
@@ -43,7 +44,7 @@ class FdInStream : public InStream {
   void makeRoom(size_t needed);
   // One read; 0 when there is nothing to read yet.
   size_t readSome();
-  void waitReadable(int64_t deadline);
+  void waitReadable(const plat::Deadline& deadline);
 
   int fd_;
   bool waiting_ = false;

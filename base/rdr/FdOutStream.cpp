@@ -10,6 +10,7 @@
 #include <limits>
 #include <new>
 
+#include "plat/Deadline.h"
 #include "plat/Time.h"
 #include "plat/config/IntParameter.h"
 #include "rdr/Exceptions.h"
@@ -38,10 +39,6 @@ int64_t timeoutTicks() {
   return lazyFlushTimeout.value() * plat::kTicksPerSecond;
 }
 
-int64_t msRoundedUp(int64_t ticks) {
-  return ticks <= 0 ? 0 : (ticks + plat::kTicksPerMs - 1) / plat::kTicksPerMs;
-}
-
 }  // namespace
 
 template <typename Reason>
@@ -58,7 +55,7 @@ FdOutStream::FdOutStream(int fd, Callback* callback) : fd_(fd), callback_(callba
 
 int64_t FdOutStream::msUntilTimeout() const {
   if (!blocked_) return -1;
-  return msRoundedUp(blockedSince_ + timeoutTicks() - plat::monotonicTime());
+  return plat::msRoundedUp(blockedSince_ + timeoutTicks() - plat::monotonicTime());
 }
 
 void FdOutStream::flush() {
@@ -67,12 +64,12 @@ void FdOutStream::flush() {
 }
 
 void FdOutStream::flushAndWait(int timeoutMs) {
-  const int64_t deadline = timeoutMs < 0 ? std::numeric_limits<int64_t>::max()
-                                         : plat::monotonicTime() + timeoutMs * plat::kTicksPerMs;
+  const plat::Deadline deadline(timeoutMs);
   for (flush(); blocked_; flush()) {
-    const int64_t left = msRoundedUp(deadline - plat::monotonicTime());
+    const int left = deadline.msLeft();
     if (left == 0) throw TimedOut();
-    const int64_t ms = std::min({left, msUntilTimeout(), int64_t{std::numeric_limits<int>::max()}});
+    const int64_t longest = left < 0 ? std::numeric_limits<int>::max() : left;
+    const int64_t ms = std::min(msUntilTimeout(), longest);
     pollfd entry{fd_, POLLOUT, 0};
     if (poll(&entry, 1, static_cast<int>(ms)) < 0 && errno != EINTR) {
       throw plat::SystemException("select", errno);

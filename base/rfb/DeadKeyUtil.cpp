@@ -1,8 +1,6 @@
 #include "rfb/DeadKeyUtil.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,6 +8,7 @@
 
 #include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
+#include "plat/Files.h"
 #include "plat/config/Json.h"
 #include "plat/config/StringParameter.h"
 #include "plat/log/LogSrc.h"
@@ -27,20 +26,10 @@ std::string readFile(const std::string& path) {
   // Without O_NONBLOCK the opening of a pipe would wait for a writer.
   const plat::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file) throw plat::SystemException("open", errno);
-  struct stat status;
-  if (fstat(file.get(), &status) != 0) throw plat::SystemException("fstat", errno);
-  if (S_ISDIR(status.st_mode)) throw plat::SystemException("open", EISDIR);
-  if (!S_ISREG(status.st_mode)) throw plat::Exception("not a regular file");
-  std::string content;
-  char buffer[8192];
-  for (;;) {
-    const ssize_t count = read(file.get(), buffer, sizeof buffer);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw plat::SystemException("read", errno);
-    if (count == 0) return content;
-    content.append(buffer, static_cast<size_t>(count));
-    if (content.size() > kMaxFileSize) throw plat::Exception("more than %zu bytes", kMaxFileSize);
-  }
+  plat::requireRegularFile(file.get());
+  std::string content = plat::readUpTo(file.get(), kMaxFileSize + 1);
+  if (content.size() > kMaxFileSize) throw plat::Exception("more than %zu bytes", kMaxFileSize);
+  return content;
 }
 
 uint32_t keysymOf(const plat::Json& value) {

@@ -2,10 +2,9 @@
 
 #include <sys/socket.h>
 
-#include <chrono>
-
 #include "io/FdIo.h"
 #include "io/FdManager.h"
+#include "plat/Deadline.h"
 #include "plat/Exception.h"
 #include "plat/shm/openSharedMem.h"
 #include "rdr/SharedMemDescriptor.h"
@@ -80,16 +79,11 @@ void AgentConnection::process(int timeoutMs) {
 }
 
 bool AgentConnection::processUntil(const std::function<bool()>& done, int timeoutMs) {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  const plat::Deadline deadline(timeoutMs);
   while (!done()) {
     if (!connected_) return false;
-    int left = -1;
-    if (timeoutMs >= 0) {
-      left = static_cast<int>(
-          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count());
-      if (left <= 0) return false;
-    }
+    const int left = deadline.msLeft();
+    if (left == 0) return false;
     process(left);
   }
   return true;

@@ -15,11 +15,11 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 
+#include "plat/Deadline.h"
 #include "plat/Exception.h"
 
 extern char** environ;
@@ -70,14 +70,14 @@ class ListeningSocket {
   // A child of the agent's may connect in its place, so that only failure of the agent ends the
   // wait before its time.
   plat::FileDescriptor accept(AgentProcess& agent, int timeoutMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    const plat::Deadline deadline(timeoutMs);
     pollfd waiting{socket_.get(), POLLIN, 0};
     while (poll(&waiting, 1, kLookMs) <= 0) {
       const int status = agent.wait(0).value_or(0);
       if (status != 0) {
         throw plat::Exception("the agent ended with status %d before it connected", status);
       }
-      if (std::chrono::steady_clock::now() >= deadline) {
+      if (deadline.hasPassed()) {
         throw plat::Exception("the agent did not connect to '%s'", path_.c_str());
       }
     }
@@ -246,7 +246,7 @@ std::optional<int> AgentProcess::wait(int timeoutMs) {
   if (pid_ < 0) return std::nullopt;
   // A descriptor of the process becomes readable when it ends.
   const plat::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  const plat::Deadline deadline(timeoutMs);
   for (;;) {
     int status = 0;
     const pid_t ended = waitpid(pid_, &status, WNOHANG);
@@ -255,14 +255,8 @@ std::optional<int> AgentProcess::wait(int timeoutMs) {
       return status_;
     }
     if (ended < 0 && errno != EINTR) return std::nullopt;
-    int left = -1;
-    if (timeoutMs >= 0) {
-      left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                  deadline - std::chrono::steady_clock::now())
-                                  .count());
-      if (left < 0) return std::nullopt;
-      left += 1;
-    }
+    const int left = deadline.msLeft();
+    if (left == 0) return std::nullopt;
     pollfd waiting{process.get(), POLLIN, 0};
     poll(&waiting, 1, process ? left : 10);
   }

@@ -4,23 +4,12 @@
 #include <string_view>
 
 #include "plat/Exception.h"
+#include "plat/Text.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/RandrExtension.h"
 #include "tx/TXDisplay.h"
 
 namespace svr {
-
-namespace {
-
-constexpr std::string_view kBlanks = " \t\r\n";
-
-std::string_view trimmed(std::string_view text) {
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-}  // namespace
 
 MonitorList MonitorList::query() {
   std::vector<rfb::Rect> rects;
@@ -80,12 +69,12 @@ std::vector<plat::DisplayInfo> MonitorList::displayInfo() const {
 
 rfb::Rect MonitorList::select(const plat::String& selection) const {
   rfb::Rect bounds;
-  std::string_view rest = trimmed(selection.view());
+  std::string_view rest = plat::trimmed(selection.view());
   if (rest.empty()) return bounds;
   for (bool more = true; more;) {
     const size_t comma = rest.find(',');
     more = comma != std::string_view::npos;
-    const std::string_view item = trimmed(rest.substr(0, comma));
+    const std::string_view item = plat::trimmed(rest.substr(0, comma));
     if (more) rest.remove_prefix(comma + 1);
 
     size_t number = 0;

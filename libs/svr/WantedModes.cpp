@@ -2,18 +2,13 @@
 
 #include <algorithm>
 
+#include "plat/Text.h"
+
 namespace svr {
 
 namespace {
 
 constexpr std::string_view kSuffix = "_ruvo";
-constexpr std::string_view kBlanks = " \t\r\n";
-
-std::string_view trimmed(std::string_view text) {
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 }  // namespace
 
@@ -22,7 +17,7 @@ WantedModes::WantedModes(const std::optional<DisplaySize>& requested, std::strin
   for (bool more = true; more;) {
     const size_t comma = list.find(',');
     more = comma != std::string_view::npos;
-    const std::string_view entry = trimmed(list.substr(0, comma));
+    const std::string_view entry = plat::trimmed(list.substr(0, comma));
     if (more) list.remove_prefix(comma + 1);
     if (DisplaySize::parse(entry)) add(entry);
   }

@@ -16,6 +16,7 @@
 #include "os/LaunchedPipe.h"
 #include "os/SignalHandler.h"
 #include "plat/Exception.h"
+#include "plat/Files.h"
 #include "plat/Translate.h"
 #include "plat/config/ConfigStoreFile.h"
 #include "plat/config/Configuration.h"
@@ -56,26 +57,12 @@ class SignalBridge : private os::SignalHandler::Callback {
   plat::LogSrc* log_;
 };
 
-bool isExecutable(const std::string& path) {
-  return access(path.c_str(), X_OK) == 0;
-}
-
 // Whether the program's own file can be told: from the first argument, the search path or the
 // system.
 bool findExecutable(const char* argv0) {
   const std::string name = argv0 ? argv0 : "";
-  if (name.find('/') != std::string::npos) {
-    if (isExecutable(name)) return true;
-  } else if (const char* path = getenv("PATH"); path && !name.empty()) {
-    std::string rest = path;
-    for (bool more = true; more;) {
-      const size_t colon = rest.find(':');
-      more = colon != std::string::npos;
-      const std::string directory = rest.substr(0, colon);
-      if (more) rest.erase(0, colon + 1);
-      if (isExecutable((directory.empty() ? "." : directory) + "/" + name)) return true;
-    }
-  }
+  const bool isPath = name.find('/') != std::string::npos;
+  if (isPath ? access(name.c_str(), X_OK) == 0 : !plat::findProgram(name).empty()) return true;
   char target[4096];
   return readlink("/proc/self/exe", target, sizeof target) > 0;
 }

@@ -7,6 +7,7 @@
 #include <climits>
 
 #include "plat/Exception.h"
+#include "plat/Files.h"
 #include "plat/NoCase.h"
 
 namespace drive {
@@ -144,14 +145,8 @@ std::string defaultAgent() {
     const std::string beside = own.substr(0, own.rfind('/') + 1) + "ruvoagent";
     if (access(beside.c_str(), X_OK) == 0) return beside;
   }
-  std::string search = getenv("PATH") ? getenv("PATH") : "";
-  for (size_t begin = 0; begin <= search.size();) {
-    const size_t end = std::min(search.find(':', begin), search.size());
-    const std::string candidate = search.substr(begin, end - begin) + "/ruvoagent";
-    if (access(candidate.c_str(), X_OK) == 0) return candidate;
-    begin = end + 1;
-  }
-  return "ruvoagent";
+  const std::string found = plat::findProgram("ruvoagent");
+  return found.empty() ? "ruvoagent" : found;
 }
 
 }  // namespace drive

@@ -13,6 +13,8 @@
 
 #include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
+#include "plat/Files.h"
+#include "plat/Text.h"
 #include "plat/config/Configuration.h"
 #include "plat/log/LogSrc.h"
 
@@ -23,6 +25,7 @@ namespace {
 plat::LogSrc vlog("FileConfig");
 
 constexpr size_t kMaxFileSize = 1 << 20;
+constexpr std::string_view kBlanks = " \t";
 constexpr const char* kFileNames[] = {"common", "common.custom"};
 
 std::string errorText(int errorNumber) {
@@ -63,38 +66,24 @@ plat::FileDescriptor openDirectory(int parent, const std::string& name, const st
 }
 
 // Reads a regular file of limited size. Throws Exception with the reason.
-std::string readAll(int fd) {
+std::string readTrusted(int fd) {
+  plat::requireRegularFile(fd);
   struct stat status;
-  if (fstat(fd, &status) != 0) throw plat::Exception("%s", errorText(errno).c_str());
-  if (S_ISDIR(status.st_mode)) throw plat::Exception("%s", errorText(EISDIR).c_str());
-  if (!S_ISREG(status.st_mode)) throw plat::Exception("not a regular file");
+  if (fstat(fd, &status) != 0) throw plat::SystemException("fstat", errno);
   if (const char* reason = distrust(status)) throw plat::Exception("%s", reason);
-  // The size is not asked for: the file may be growing.
-  std::string content;
-  char buffer[8192];
-  for (;;) {
-    const ssize_t count = read(fd, buffer, sizeof buffer);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw plat::Exception("%s", errorText(errno).c_str());
-    if (count == 0) return content;
-    content.append(buffer, static_cast<size_t>(count));
-    if (content.size() > kMaxFileSize) throw plat::Exception("%s", errorText(EFBIG).c_str());
-  }
-}
-
-std::string trimmed(std::string_view text) {
-  const size_t start = text.find_first_not_of(" \t");
-  if (start == std::string_view::npos) return {};
-  return std::string(text.substr(start, text.find_last_not_of(" \t") - start + 1));
+  std::string content = plat::readUpTo(fd, kMaxFileSize + 1);
+  if (content.size() > kMaxFileSize) throw plat::SystemException("read", EFBIG);
+  return content;
 }
 
 // False for a line that says nothing acceptable.
 bool applyLine(std::string_view line, int priority, plat::Configuration& configuration) {
   const size_t equals = line.find('=');
   if (equals == std::string_view::npos || line.find('\0') != std::string_view::npos) return false;
-  const std::string value = trimmed(line.substr(equals + 1));
+  const std::string value(plat::trimmed(line.substr(equals + 1), kBlanks));
   try {
-    return configuration.setParam(trimmed(line.substr(0, equals)), value.c_str(), priority);
+    return configuration.setParam(plat::trimmed(line.substr(0, equals), kBlanks), value.c_str(),
+                                  priority);
   } catch (const plat::BadUtf8&) {
     return false;
   }
@@ -116,7 +105,7 @@ void ConfigStoreFile::apply(std::string_view content, const std::string& path, i
     std::string_view line = content.substr(0, end);
     content.remove_prefix(std::min(end + 1, content.size()));
     if (line.ends_with('\r')) line.remove_suffix(1);
-    const std::string text = trimmed(line);
+    const std::string_view text = plat::trimmed(line, kBlanks);
     if (text.empty() || text[0] == '#') continue;
     if (!applyLine(text, priority, configuration)) {
       vlog.error("Bad line %d in %s", number, path.c_str());
@@ -143,9 +132,11 @@ void ConfigStoreFile::loadDirectory(const std::string& base, const char* subdire
       continue;
     }
     try {
-      const std::string content = readAll(file.get());
+      const std::string content = readTrusted(file.get());
       vlog.info("Reading %s config from %s", name, directory.c_str());
       apply(content, path, priority, configuration);
+    } catch (const plat::SystemException& e) {
+      report(path, errorText(e.code()));
     } catch (const plat::Exception& e) {
       report(path, e.text());
     }

@@ -42,10 +42,8 @@ int TimerManager::millisecondsUntilNext() const {
 
 int TimerManager::millisecondsUntilHead() const {
   if (!head_) return -1;
-  const int64_t left = head_->dueTime_ - monotonicTime();
-  if (left <= 0) return 0;
   // Rounded down, the last millisecond would be a busy loop.
-  const int64_t ms = (left + kTicksPerMs - 1) / kTicksPerMs;
+  const int64_t ms = msRoundedUp(head_->dueTime_ - monotonicTime());
   return static_cast<int>(std::min<int64_t>(ms, std::numeric_limits<int>::max()));
 }
 
