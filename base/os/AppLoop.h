@@ -25,10 +25,6 @@ class AppLoop {
   // Ends the loop after the current turn. For the loop's thread only; there must be a loop.
   static void quit(int code);
 
-  // 0 until quit() sets it.
-  int quitCode() const { return quitCode_; }
-  AppLoopImpl& impl() { return *impl_; }
-
  private:
   std::unique_ptr<AppLoopImpl> impl_;
   int quitCode_ = 0;

@@ -16,8 +16,6 @@ class AppLoopImpl {
   virtual void run();
   virtual void quit();
 
-  io::FdManager& fdManager() { return manager_; }
-
  protected:
   enum class NextWait { kUnlimited, kPoll };
 

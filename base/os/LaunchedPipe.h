@@ -28,7 +28,6 @@ class LaunchedPipe {
 
   // The first argument after those of the pipe.
   int nextArgument() const { return next_; }
-  bool isDummy() const { return dummy_; }
   const std::string& name() const { return name_; }
 
   // Opens the connection: non-blocking, close-on-exec, usable with select; no descriptor for

@@ -18,8 +18,10 @@ AssertHandler setAssertHandler(AssertHandler handler);
 }  // namespace plat
 
 // Fatal assertions for programming errors. Nothing that arrives from outside may reach one.
-#define PLAT_ASSERT(condition) \
-  (static_cast<bool>(condition) ? void(0) : ::plat::assertionFailed(#condition, __FILE__))
+#define PLAT_ASSERT(condition) PLAT_ASSERT_TEXT(condition, #condition)
+// With the text that the line gives for the condition.
+#define PLAT_ASSERT_TEXT(condition, text) \
+  (static_cast<bool>(condition) ? void(0) : ::plat::assertionFailed(text, __FILE__))
 #define PLAT_ASSERT_MSG(condition, ...)   \
   (static_cast<bool>(condition) ? void(0) \
                                 : ::plat::assertionFailed(#condition, __FILE__, __VA_ARGS__))

@@ -65,16 +65,6 @@ std::string_view utf8Cut(std::string_view text, size_t limit) {
   return text.substr(0, utf8CutLength(text, limit));
 }
 
-size_t utf8Length(std::string_view text) {
-  size_t count = 0;
-  uint32_t character;
-  for (size_t i = 0; i < text.size(); ++count) {
-    const size_t length = decode(text, i, character);
-    i += length ? length : 1;
-  }
-  return count;
-}
-
 std::string latin1ToUtf8(std::string_view latin1) {
   std::string utf8;
   utf8.reserve(latin1.size());

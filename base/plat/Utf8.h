@@ -14,9 +14,6 @@ bool isValidUtf8(std::string_view text);
 size_t utf8CutLength(std::string_view text, size_t limit);
 std::string_view utf8Cut(std::string_view text, size_t limit);
 
-// The number of characters; a byte that belongs to no sequence counts as one.
-size_t utf8Length(std::string_view text);
-
 std::string latin1ToUtf8(std::string_view latin1);
 // Characters outside Latin-1, and bytes that are no UTF-8, become '?'.
 std::string utf8ToLatin1(std::string_view utf8);

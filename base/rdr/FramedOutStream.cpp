@@ -21,8 +21,7 @@ void FramedOutStream::setUnderlying(OutStream* underlying) {
 
 void FramedOutStream::startMsg() {
   if (inMsg_) throw FrameException("FramedOutStream::startMsg: already in msg");
-  const OutStream* const underlying = underlying_;
-  PLAT_ASSERT(underlying);
+  PLAT_ASSERT_TEXT(underlying_, "underlying");
   inMsg_ = true;
   first_ = true;
   startFrame(1);
@@ -30,18 +29,15 @@ void FramedOutStream::startMsg() {
 
 void FramedOutStream::endFrame(bool last) {
   if (!frame_) throw FrameException("FramedOutStream::endFrame: not in frame");
-  OutStream* const underlying = underlying_;
-  const size_t hdrSize = hdrSize_;
-  if (underlying->space() < hdrSize) {
+  if (underlying_->space() < hdrSize_) {
     throw FrameException("FramedOutStream::endFrame: no space for header");
   }
   const size_t frameLength = static_cast<size_t>(ptr_ - frame_);
-  uint8_t* const end = ptr_;
-  uint8_t* const ptr = frame_;
-  PLAT_ASSERT(ptr == underlying->getPtr() + hdrSize);
-  writeHeader(*underlying, frameLength, last, first_);
-  PLAT_ASSERT(ptr == underlying->getPtr());
-  underlying->setPtr(end);
+  PLAT_ASSERT_TEXT(frame_ == underlying_->getPtr() + hdrSize_,
+                   "ptr == underlying->getPtr() + hdrSize");
+  writeHeader(*underlying_, frameLength, last, first_);
+  PLAT_ASSERT_TEXT(frame_ == underlying_->getPtr(), "ptr == underlying->getPtr()");
+  underlying_->setPtr(ptr_);
   written_ += frameLength;
   first_ = false;
   dropFrame();

@@ -66,9 +66,7 @@ plat::String InStream::readLine(size_t maxLength) {
 }
 
 void InStream::setPtr(const uint8_t* p) {
-  const uint8_t* const ptr = ptr_;
-  const uint8_t* const end = end_;
-  PLAT_ASSERT(p >= ptr && p <= end);
+  PLAT_ASSERT_TEXT(p >= ptr_ && p <= end_, "p >= ptr && p <= end");
   ptr_ = p;
 }
 

@@ -22,8 +22,7 @@ class StateMachine {
 
   // Runs steps until one waits (false) or none is left (true). There must be one to begin with.
   bool run(Owner& owner) {
-    const StateFn stateFn = stateFn_;
-    PLAT_ASSERT(stateFn);
+    PLAT_ASSERT_TEXT(stateFn_, "stateFn");
     while (stateFn_) {
       if (!(owner.*stateFn_)()) return false;
     }

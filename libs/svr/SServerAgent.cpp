@@ -217,9 +217,9 @@ void SServerAgent::setColourMapEntries(int firstColour, int nColours) {
   if (!map) return;
   vlog.debug("setColourMapEntries: %d,%d", firstColour, nColours);
   if (nColours == 0) nColours = map->size() - firstColour;
-  // clang-format off
-  PLAT_ASSERT(firstColour >= 0 && firstColour < 256 && nColours > 0 && firstColour+nColours <= 256);
-  // clang-format on
+  PLAT_ASSERT_TEXT(
+      firstColour >= 0 && firstColour < 256 && nColours > 0 && firstColour + nColours <= 256,
+      "firstColour >= 0 && firstColour < 256 && nColours > 0 && firstColour+nColours <= 256");
   messages_.setColourMapEntries(*map, firstColour, nColours);
 }
 

@@ -8,9 +8,8 @@ namespace tx {
 namespace {
 
 int checkedSize(const Visual* visual) {
-  const auto numColours = [visual] { return visual->map_entries; };
-  PLAT_ASSERT(numColours() <= 256);
-  return numColours();
+  PLAT_ASSERT_TEXT(visual->map_entries <= 256, "numColours() <= 256");
+  return visual->map_entries;
 }
 
 }  // namespace

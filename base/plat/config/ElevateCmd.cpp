@@ -1,5 +1,3 @@
-#include "plat/config/ElevateCmd.h"
-
 #include "plat/config/BoolParameter.h"
 #include "plat/config/StringParameter.h"
 
@@ -7,6 +5,8 @@ namespace plat {
 
 namespace {
 
+// The command with which processes of root are started. This program starts none: the parameters
+// are there for those who pass their configuration on.
 StringParameter command(
     "ElevateCmd",
     "Command to run to obtain root privilege.  Must be an absolute path and will be followed by "
@@ -19,13 +19,5 @@ BoolParameter singleArg(
     false, true);
 
 }  // namespace
-
-const String& elevateCmd() {
-  return command.value();
-}
-
-bool elevateCmdSingleArg() {
-  return singleArg.value();
-}
 
 }  // namespace plat

@@ -73,20 +73,20 @@ SharedMemPosix::SharedMemPosix(const std::string& name, uint32_t size, bool isFi
 void SharedMemPosix::map(bool create) {
   PLAT_ASSERT(!isFile_ || !create);
   if (isFile_) {
-    fd_ = ::open(name_.c_str(), O_RDWR | O_SYNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    fd_.reset(::open(name_.c_str(), O_RDWR | O_SYNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   } else {
-    fd_ = shm_open(name_.c_str(), O_RDWR | (create ? O_CREAT | O_EXCL : 0), 0600);
+    fd_.reset(shm_open(name_.c_str(), O_RDWR | (create ? O_CREAT | O_EXCL : 0), 0600));
   }
-  if (fd_ < 0) throw SystemException("open/shm_open failed", errno);
+  if (!fd_) throw SystemException("open/shm_open failed", errno);
   if (create) {
     unlinkName_ = name_;
     leftover_.setPosixMemory(name_.c_str());
     // Space is taken now: without it, a full file system would be met as SIGBUS when drawing.
     const auto length = static_cast<off_t>(size_);
-    int error = ftruncate(fd_, length) == 0 ? 0 : errno;
+    int error = ftruncate(fd_.get(), length) == 0 ? 0 : errno;
     if (error == 0) {
       do {
-        error = posix_fallocate(fd_, 0, length);
+        error = posix_fallocate(fd_.get(), 0, length);
       } while (error == EINTR);
       if (error != ENOSPC) error = 0;
     }
@@ -95,7 +95,7 @@ void SharedMemPosix::map(bool create) {
 
   const uint64_t end = pos_ + size_;
   struct stat status {};
-  if (fstat(fd_, &status) != 0) throw SystemException("fstat", errno);
+  if (fstat(fd_.get(), &status) != 0) throw SystemException("fstat", errno);
   if (end < pos_ || end > static_cast<uint64_t>(std::numeric_limits<off_t>::max()) ||
       !S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) < end) {
     throw Exception("invalid shared memory size");
@@ -106,7 +106,7 @@ void SharedMemPosix::map(bool create) {
     throw SystemException("mmap failed", ENOMEM);
   }
   mappedSize_ = static_cast<size_t>(size_ + offset);
-  void* const mapped = mmap(nullptr, mappedSize_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_,
+  void* const mapped = mmap(nullptr, mappedSize_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(),
                             static_cast<off_t>(pos_ - offset));
   if (mapped == MAP_FAILED) throw SystemException("mmap failed", errno);
   mapped_ = mapped;
@@ -116,11 +116,12 @@ void SharedMemPosix::map(bool create) {
 
 void SharedMemPosix::applyPermissions(const SharedMemPermissions& permissions) {
   if ((permissions.uid != -1 || permissions.gid != -1) &&
-      fchown(fd_, static_cast<uid_t>(permissions.uid), static_cast<gid_t>(permissions.gid)) != 0) {
+      fchown(fd_.get(), static_cast<uid_t>(permissions.uid), static_cast<gid_t>(permissions.gid)) !=
+          0) {
     vlog.error("Unable to give %s to user %d: %s", name_.c_str(), permissions.uid,
                SystemException("fchown", errno).text());
   }
-  if (fchmod(fd_, permissions.mode & 0777) != 0) {
+  if (fchmod(fd_.get(), permissions.mode & 0777) != 0) {
     vlog.error("Unable to set the mode of %s: %s", name_.c_str(),
                SystemException("fchmod", errno).text());
   }
@@ -137,7 +138,6 @@ SharedMemPosix::~SharedMemPosix() {
     vlog.error("%s", SystemException("shm_unlink " + unlinkName_, errno).text());
   }
   lock_.reset();
-  if (fd_ >= 0 && ownsFd_) close(fd_);
 }
 
 SharedMemDescriptor SharedMemPosix::descriptor() const {

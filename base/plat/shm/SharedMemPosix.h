@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "plat/FileDescriptor.h"
 #include "plat/shm/LockFile.h"
 #include "plat/shm/SharedMem.h"
 #include "plat/shm/SharedMemPermissions.h"
@@ -24,10 +25,6 @@ class SharedMemPosix : public SharedMem {
   const std::string& name() const { return name_; }
   bool isFile() const { return isFile_; }
   uint64_t pos() const { return pos_; }
-  int fd() const { return fd_; }
-  bool ownsFd() const { return ownsFd_; }
-  // Without ownership the descriptor stays open when the block is gone.
-  void setOwnsFd(bool owns) { ownsFd_ = owns; }
 
   SharedMemDescriptor descriptor() const override;
 
@@ -42,8 +39,7 @@ class SharedMemPosix : public SharedMem {
   std::string name_;
   const bool isFile_;
   const uint64_t pos_;
-  int fd_ = -1;
-  bool ownsFd_ = true;
+  FileDescriptor fd_;
   std::unique_ptr<LockFile> lock_;
   std::string unlinkName_;  // empty unless created here
   Leftovers::Entry leftover_;
