@@ -5,17 +5,22 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <set>
+#include <vector>
 
 #include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
+#include "plat/log/LogSrc.h"
 
 namespace plat {
 
 namespace {
 
+LogSrc vlog("LockFile");
+
 constexpr const char* kBase = "/tmp";
-constexpr const char* kProgram = "ruvo";
 
 std::string& base() {
   static std::string base = kBase;
@@ -27,10 +32,35 @@ std::set<std::string>& used() {
   return used;
 }
 
-// Opens a directory below another (or at an absolute path), which is made if need be. Relative to
-// its parent's descriptor, so that nothing can be put in the place of what was checked.
-FileDescriptor openOwn(int parent, const std::string& name, const std::string& path) {
-  if (mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST) {
+// Each fault is told once, however often it is met.
+std::set<std::string>& told() {
+  static std::set<std::string> told;
+  return told;
+}
+
+void tell(const std::string& line) {
+  if (told().insert(line).second) vlog.error("%s", line.c_str());
+}
+
+struct Place {
+  std::string parent;
+  std::string name;  // of our directory in it
+};
+
+std::vector<Place> places() {
+  std::vector<Place> places{{base(), format(".ruvo-%u", unsigned{geteuid()})}};
+  if (geteuid() == 0) {
+    places.push_back({"/run", "ruvo"});
+  } else if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime == '/') {
+    places.push_back({runtime, "ruvo"});
+  }
+  return places;
+}
+
+// Opens a directory below another (or at an absolute path), made if need be when asked to. Relative
+// to its parent's descriptor, so that nothing can be put in the place of what was checked.
+FileDescriptor openOwn(int parent, const std::string& name, const std::string& path, bool make) {
+  if (make && mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST) {
     throw SystemException("mkdir " + path, errno);
   }
   FileDescriptor fd(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -44,16 +74,52 @@ FileDescriptor openOwn(int parent, const std::string& name, const std::string& p
   return fd;
 }
 
-}  // namespace
-
-std::string LockDir::path(const char* kind) {
-  std::string path = format("%s/.%s-%u", base().c_str(), kProgram, unsigned{geteuid()});
-  FileDescriptor fd = openOwn(AT_FDCWD, path, path);
+// The path of a kind's directory. Throws SystemException.
+std::string openPlace(const Place& place, const char* kind, bool make) {
+  std::string path = place.parent + "/" + place.name;
+  FileDescriptor fd = openOwn(AT_FDCWD, path, path, make);
   for (const char* name : {"shm", kind}) {
-    path = path + "/" + name;
-    fd = openOwn(fd.get(), name, path);
+    path.append("/").append(name);
+    fd = openOwn(fd.get(), name, path, make);
   }
   return path;
+}
+
+}  // namespace
+
+std::unique_ptr<LockFile> LockDir::lock(const char* kind, const std::string& name) {
+  for (const Place& place : places()) {
+    std::string path;
+    std::unique_ptr<LockFile> file;
+    try {
+      path = openPlace(place, kind, true) + "/" + name;
+      file = LockFile::create(path);
+    } catch (const SystemException& e) {
+      tell(
+          format("No lock files in %s/%s: %s", place.parent.c_str(), place.name.c_str(), e.text()));
+      continue;
+    }
+    if (!file) throw SystemException("lock " + path, EWOULDBLOCK);
+    return file;
+  }
+  tell("Shared memory goes without lock files");
+  return nullptr;
+}
+
+void LockDir::clean(
+    const char* kind, const std::function<bool(const std::string& name)>& wanted,
+    const std::function<void(const LockFile& lock, const std::string& name)>& remove) {
+  for (const Place& place : places()) {
+    try {
+      for (const auto& entry : std::filesystem::directory_iterator(openPlace(place, kind, false))) {
+        const std::string name = entry.path().filename();
+        if (!wanted(name)) continue;
+        if (const auto lock = LockFile::openStale(entry.path())) remove(*lock, name);
+      }
+    } catch (const std::filesystem::filesystem_error&) {
+    } catch (const SystemException&) {
+    }
+  }
 }
 
 bool LockDir::firstUse(const char* kind) {
@@ -63,6 +129,7 @@ bool LockDir::firstUse(const char* kind) {
 void LockDir::setBase(const std::string& directory) {
   base() = directory.empty() ? kBase : directory;
   used().clear();
+  told().clear();
 }
 
 }  // namespace plat

@@ -2,18 +2,17 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <filesystem>
 #include <limits>
 #include <system_error>
 #include <utility>
 
-#include "plat/Assert.h"
 #include "plat/Exception.h"
 #include "plat/log/LogSrc.h"
 #include "plat/shm/LockDir.h"
@@ -40,6 +39,13 @@ bool isBlockName(const std::string& name) {
          isNumber(rest.substr(hyphen + 1));
 }
 
+uint64_t randomNumber() {
+  uint64_t number = 0;
+  while (getrandom(&number, sizeof number, 0) < 0 && errno == EINTR) {
+  }
+  return number;
+}
+
 }  // namespace
 
 SharedMemPosix::SharedMemPosix(std::string name, uint32_t size, bool isFile, uint64_t pos,
@@ -49,15 +55,9 @@ SharedMemPosix::SharedMemPosix(std::string name, uint32_t size, bool isFile, uin
 // The destructor runs, and undoes what was done, when the rest of a constructor throws.
 SharedMemPosix::SharedMemPosix(uint32_t size, const SharedMemPermissions* permissions)
     : SharedMemPosix(std::string(), size, false, 0, nullptr) {
-  const std::string directory = LockDir::path(kKind);
   if (LockDir::firstUse(kKind)) cleanStale();
-  name_ = format("/%s-%ld-%lld", kProgram, static_cast<long>(getpid()),
-                 static_cast<long long>(serial()));
-  // Before the block is there: one that is not locked can never be seen.
-  lock_ = LockFile::create(directory + name_);
-  if (!lock_) throw SystemException("open/shm_open failed", EEXIST);
-  vlog.debug("Create %s size %#x", name_.c_str(), size);
-  map(true);
+  create();
+  map();
   if (permissions) applyPermissions(*permissions);
 }
 
@@ -67,32 +67,39 @@ SharedMemPosix::SharedMemPosix(const std::string& name, uint32_t size, bool isFi
     vlog.debug("Open file %s size %#x pos %#llx", name.c_str(), size,
                static_cast<unsigned long long>(pos));
   }
-  map(false);
+  fd_.reset(isFile ? ::open(name_.c_str(), O_RDWR | O_SYNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)
+                   : shm_open(name_.c_str(), O_RDWR, 0));
+  if (!fd_) throw SystemException("open/shm_open failed", errno);
+  map();
 }
 
-void SharedMemPosix::map(bool create) {
-  PLAT_ASSERT(!isFile_ || !create);
-  if (isFile_) {
-    fd_.reset(::open(name_.c_str(), O_RDWR | O_SYNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  } else {
-    fd_.reset(shm_open(name_.c_str(), O_RDWR | (create ? O_CREAT | O_EXCL : 0), 0600));
+void SharedMemPosix::create() {
+  // Anybody may have taken a name that can be guessed.
+  for (const uint64_t number : {serial(), randomNumber()}) {
+    name_ = format("/%s-%ld-%llu", kProgram, static_cast<long>(getpid()),
+                   static_cast<unsigned long long>(number));
+    // Before the block is there: one that is not locked can never be seen.
+    lock_ = LockDir::lock(kKind, name_.substr(1));
+    vlog.debug("Create %s size %#x", name_.c_str(), size_);
+    fd_.reset(shm_open(name_.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600));
+    if (fd_ || errno != EEXIST) break;
   }
   if (!fd_) throw SystemException("open/shm_open failed", errno);
-  if (create) {
-    unlinkName_ = name_;
-    leftover_.setPosixMemory(name_.c_str());
-    // Space is taken now: without it, a full file system would be met as SIGBUS when drawing.
-    const auto length = static_cast<off_t>(size_);
-    int error = ftruncate(fd_.get(), length) == 0 ? 0 : errno;
-    if (error == 0) {
-      do {
-        error = posix_fallocate(fd_.get(), 0, length);
-      } while (error == EINTR);
-      if (error != ENOSPC) error = 0;
-    }
-    if (error != 0) throw SystemException(format("ftruncate(%u) failed", size_), error);
+  unlinkName_ = name_;
+  leftover_.setPosixMemory(name_.c_str());
+  // Space is taken now: without it, a full file system would be met as SIGBUS when drawing.
+  const auto length = static_cast<off_t>(size_);
+  int error = ftruncate(fd_.get(), length) == 0 ? 0 : errno;
+  if (error == 0) {
+    do {
+      error = posix_fallocate(fd_.get(), 0, length);
+    } while (error == EINTR);
+    if (error != ENOSPC) error = 0;
   }
+  if (error != 0) throw SystemException(format("ftruncate(%u) failed", size_), error);
+}
 
+void SharedMemPosix::map() {
   const uint64_t end = pos_ + size_;
   struct stat status {};
   if (fstat(fd_.get(), &status) != 0) throw SystemException("fstat", errno);
@@ -151,20 +158,10 @@ SharedMemDescriptor SharedMemPosix::descriptor() const {
 }
 
 void SharedMemPosix::cleanStale() {
-  try {
-    const std::string directory = LockDir::path(kKind);
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-      const std::string name = entry.path().filename();
-      if (!isBlockName(name)) continue;
-      // Held until the block is gone, and removed with the lock.
-      const std::unique_ptr<LockFile> lock = LockFile::openStale(entry.path());
-      if (!lock) continue;
-      vlog.debug("Cleaning old shared memory /%s", name.c_str());
-      shm_unlink(("/" + name).c_str());
-    }
-  } catch (const std::filesystem::filesystem_error&) {
-  } catch (const Exception&) {
-  }
+  LockDir::clean(kKind, isBlockName, [](const LockFile&, const std::string& name) {
+    vlog.debug("Cleaning old shared memory /%s", name.c_str());
+    shm_unlink(("/" + name).c_str());
+  });
 }
 
 }  // namespace plat

@@ -33,7 +33,8 @@ class SharedMemPosix : public SharedMem {
 
  private:
   SharedMemPosix(std::string name, uint32_t size, bool isFile, uint64_t pos, std::nullptr_t);
-  void map(bool create);
+  void create();
+  void map();
   void applyPermissions(const SharedMemPermissions& permissions);
 
   std::string name_;

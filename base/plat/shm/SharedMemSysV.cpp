@@ -1,5 +1,6 @@
 #include "plat/shm/SharedMemSysV.h"
 
+#include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -7,10 +8,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "plat/Exception.h"
+#include "plat/FileDescriptor.h"
+#include "plat/Files.h"
+#include "plat/Text.h"
 #include "plat/log/LogSrc.h"
 #include "plat/shm/LockDir.h"
 
@@ -32,13 +35,29 @@ int idOf(const std::string& name) {
   return id <= INT_MAX ? static_cast<int>(id) : -1;
 }
 
+// Empty when the system does not tell.
+const std::string& bootId() {
+  static const std::string id = [] {
+    const FileDescriptor file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+    try {
+      return file ? std::string(trimmed(readUpTo(file.get(), 36))) : std::string();
+    } catch (const SystemException&) {
+      return std::string();
+    }
+  }();
+  return id;
+}
+
 // Ids are reused, after a restart of the machine from the beginning: the note in the lock file says
-// which process made the segment that it stands for.
+// which process made the segment that it stands for, and since which start of the machine.
+std::string noteOf(pid_t creator) {
+  return format("%lld %s", static_cast<long long>(creator), bootId().c_str());
+}
+
 bool isNotedCreator(const LockFile& lock, int id) {
-  const std::string note = lock.readNote();
   shmid_ds status{};
-  return note.empty() || (shmctl(id, IPC_STAT, &status) == 0 &&
-                          note == std::to_string(static_cast<long long>(status.shm_cpid)));
+  return !bootId().empty() && shmctl(id, IPC_STAT, &status) == 0 &&
+         lock.readNote() == noteOf(status.shm_cpid);
 }
 
 }  // namespace
@@ -48,17 +67,14 @@ SharedMemSysV::SharedMemSysV(uint32_t size, std::nullptr_t) : SharedMem(size) {}
 // The destructor runs, and undoes what was done, when the rest of a constructor throws.
 SharedMemSysV::SharedMemSysV(uint32_t size, const SharedMemPermissions* permissions)
     : SharedMemSysV(size, nullptr) {
-  const std::string directory = LockDir::path(kKind);
   if (LockDir::firstUse(kKind)) cleanStale();
   id_ = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
   if (id_ < 0) throw SystemException(format("shmget(%u) failed", size), errno);
   created_ = true;
   leftover_.setSysVMemory(id_);
   vlog.debug("Create %d size %#x", id_, size);
-  const std::string path = format("%s/%d", directory.c_str(), id_);
-  lock_ = LockFile::create(path);
-  if (!lock_) throw SystemException("lock " + path, EWOULDBLOCK);
-  lock_->writeNote(std::to_string(static_cast<long long>(getpid())));
+  lock_ = LockDir::lock(kKind, std::to_string(id_));
+  if (lock_) lock_->writeNote(noteOf(getpid()));
   attach(permissions);
 }
 
@@ -106,20 +122,14 @@ SharedMemDescriptor SharedMemSysV::descriptor() const {
 }
 
 void SharedMemSysV::cleanStale() {
-  try {
-    const std::string directory = LockDir::path(kKind);
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-      const int id = idOf(entry.path().filename());
-      if (id < 0) continue;
-      // Held until the segment is gone, and removed with the lock.
-      const std::unique_ptr<LockFile> lock = LockFile::openStale(entry.path());
-      if (!lock || !isNotedCreator(*lock, id)) continue;
-      vlog.debug("Cleaning old shared memory %d", id);
-      shmctl(id, IPC_RMID, nullptr);
-    }
-  } catch (const std::filesystem::filesystem_error&) {
-  } catch (const Exception&) {
-  }
+  LockDir::clean(
+      kKind, [](const std::string& name) { return idOf(name) >= 0; },
+      [](const LockFile& lock, const std::string& name) {
+        const int id = idOf(name);
+        if (!isNotedCreator(lock, id)) return;
+        vlog.debug("Cleaning old shared memory %d", id);
+        shmctl(id, IPC_RMID, nullptr);
+      });
 }
 
 }  // namespace plat
