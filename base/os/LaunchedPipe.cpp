@@ -4,7 +4,6 @@
 #include <mbedtls/md.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -20,11 +19,16 @@
 #include "io/FdSelectManager.h"
 #include "plat/Deadline.h"
 #include "plat/Exception.h"
+#include "plat/Files.h"
 #include "plat/Hex.h"
+#include "plat/Trust.h"
+#include "plat/log/LogSrc.h"
 
 namespace os {
 
 namespace {
+
+plat::LogSrc vlog("LaunchProcess");
 
 using std::chrono::milliseconds;
 
@@ -38,6 +42,29 @@ bool equalInConstantTime(const std::array<uint8_t, N>& a, const std::array<uint8
   volatile uint8_t difference = 0;
   for (size_t i = 0; i < N; ++i) difference = static_cast<uint8_t>(difference | (a[i] ^ b[i]));
   return difference == 0;
+}
+
+// A file or terminal would be taken for a server that sends what stands there, and be written to.
+bool isConnectedStream(int fd) {
+  int type = 0;
+  socklen_t length = sizeof type;
+  sockaddr_storage peer;
+  socklen_t peerLength = sizeof peer;
+  return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_STREAM &&
+         getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) == 0;
+}
+
+// No descriptor, with a line, when it will not do: it lies where anybody may have put a link or a
+// FIFO of that name.
+plat::FileDescriptor openDebugFile(const char* path) {
+  try {
+    plat::FileDescriptor file = plat::openTrustedLog(path, 0666, O_NOFOLLOW);
+    plat::requireRegularFile(file.get());
+    return file;
+  } catch (const plat::Exception& e) {
+    vlog.error("Not writing to %s: %s", path, e.text());
+    return {};
+  }
 }
 
 std::string utcNow() {
@@ -106,6 +133,9 @@ plat::FileDescriptor LaunchedPipe::openInherited() const {
   if (parsed.ec != std::errc() || fcntl(fd, F_GETFD) < 0) {
     throw plat::Exception("Pipe name '%s' is not an open descriptor", name_.c_str());
   }
+  if (!isConnectedStream(fd)) {
+    throw plat::Exception("Pipe name '%s' is not a connected stream socket", name_.c_str());
+  }
   io::FdSelectManager::requirePollable(fd);
   plat::FileDescriptor owned(fd);
   plat::FileDescriptor::setCloseOnExec(fd);
@@ -124,16 +154,10 @@ plat::FileDescriptor LaunchedPipe::openSocket(const Settings& settings) const {
 }
 
 void LaunchedPipe::redirectErrors(const Settings& settings) const {
-  const char* path = debug_ ? settings.debugFile : settings.nullFile;
-  int flags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY;
-  // The debug file lies where anybody may have put a link or a FIFO of that name.
-  if (debug_) flags |= O_CREAT | O_NOFOLLOW | O_NONBLOCK;
-  const plat::FileDescriptor file(::open(path, flags, 0666));
-  if (!file) throw plat::SystemException(path, errno);
-  struct stat status;
-  if (debug_ && (fstat(file.get(), &status) < 0 || !S_ISREG(status.st_mode))) {
-    throw plat::Exception("%s is not a regular file", path);
-  }
+  plat::FileDescriptor file;
+  if (debug_) file = openDebugFile(settings.debugFile);
+  if (!file) file.reset(::open(settings.nullFile, O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY));
+  if (!file) throw plat::SystemException(settings.nullFile, errno);
   if (dup2(file.get(), STDERR_FILENO) < 0) throw plat::SystemException("dup2", errno);
 }
 

@@ -35,7 +35,8 @@ class LaunchedPipe {
   //
   // With "-fork" the process that returns is a child in a session of its own; the one that called
   // has ended with status 0. For a socket, standard error is redirected to the null file, or to the
-  // debug file with "-lppDebug", and stays so. When a hash was given, the peer must send the 32
+  // debug file with "-lppDebug", unless that is refused (a link, no regular file, for root not
+  // plat::openTrustedLog), and stays so. When a hash was given, the peer must send the 32
   // bytes of which it is the SHA-256; nothing behind them is read. Throws plat::Exception.
   plat::FileDescriptor open(const Settings& settings);
   plat::FileDescriptor open() { return open(Settings()); }

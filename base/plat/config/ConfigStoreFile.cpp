@@ -1,8 +1,6 @@
 #include "plat/config/ConfigStoreFile.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +13,7 @@
 #include "plat/FileDescriptor.h"
 #include "plat/Files.h"
 #include "plat/Text.h"
+#include "plat/Trust.h"
 #include "plat/config/Configuration.h"
 #include "plat/log/LogSrc.h"
 
@@ -32,45 +31,26 @@ std::string errorText(int errorNumber) {
   return std::generic_category().message(errorNumber);
 }
 
-// Why the file or directory must not be trusted, null if it may be. Whoever can write what a
-// process of root reads here commands that process.
-const char* distrust(const struct stat& status) {
-  if (geteuid() != 0) return nullptr;
-  if (status.st_uid != 0) return "not owned by root";
-  // Root's own group is as good as root, and may write where the umask lets it.
-  const mode_t others = status.st_gid == 0 ? S_IWOTH : S_IWGRP | S_IWOTH;
-  if (status.st_mode & others) return "writable by other users";
-  return nullptr;
-}
-
 void report(const std::string& path, const std::string& reason) {
   vlog.error("Error reading %s: %s", path.c_str(), reason.c_str());
 }
 
-// Opens a directory (relative to parent, unless the name is absolute). Faults are reported.
+// Faults are reported; what does not exist is none.
 plat::FileDescriptor openDirectory(int parent, const std::string& name, const std::string& path) {
-  plat::FileDescriptor fd(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!fd) {
-    if (errno != ENOENT) report(path, errorText(errno));
-    return fd;
+  try {
+    return plat::openTrustedDirectory(parent, name);
+  } catch (const plat::SystemException& e) {
+    if (e.code() != ENOENT) report(path, errorText(e.code()));
+  } catch (const plat::Exception& e) {
+    report(path, e.text());
   }
-  struct stat status;
-  if (fstat(fd.get(), &status) != 0) {
-    report(path, errorText(errno));
-    fd.reset();
-  } else if (const char* reason = distrust(status)) {
-    report(path, reason);
-    fd.reset();
-  }
-  return fd;
+  return {};
 }
 
 // Reads a regular file of limited size. Throws Exception with the reason.
 std::string readTrusted(int fd) {
   plat::requireRegularFile(fd);
-  struct stat status;
-  if (fstat(fd, &status) != 0) throw plat::SystemException("fstat", errno);
-  if (const char* reason = distrust(status)) throw plat::Exception("%s", reason);
+  plat::requireTrusted(fd);
   std::string content = plat::readUpTo(fd, kMaxFileSize + 1);
   if (content.size() > kMaxFileSize) throw plat::SystemException("read", EFBIG);
   return content;

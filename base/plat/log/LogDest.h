@@ -10,7 +10,7 @@ struct LogLine {
   int64_t timeMs;      // wall clock, milliseconds since 1970 UTC
   int level;           // 0 or more, smaller is more severe
   const char* source;  // the source's name; static storage
-  std::string text;    // without a final line feed
+  std::string text;    // without control characters
 };
 
 // A kind of output that log specifications refer to by name. Register with LogManager::addDest and

@@ -1,6 +1,5 @@
 #include "plat/log/LogDestFile.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <ctime>
 
 #include "plat/Exception.h"
+#include "plat/Trust.h"
 
 namespace plat {
 
@@ -134,14 +134,18 @@ std::string LogDestFile::configuredPath() const {
   return fileName_.front() == '/' ? fileName_ : join(directory(), fileName_);
 }
 
-bool LogDestFile::tryOpen(const std::string& path) {
+std::string LogDestFile::tryOpen(const std::string& path) {
   const std::string home = userDirectory();
   if (!home.empty() && path.starts_with(home + "/")) mkdir(home.c_str(), 0700);
-  // Not to be blocked by a pipe without a reader.
-  fd_ =
-      ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
-  if (fd_ >= 0) path_ = path;
-  return fd_ >= 0;
+  try {
+    fd_ = openTrustedLog(path, 0600).release();
+    path_ = path;
+    return {};
+  } catch (const SystemException& e) {
+    return errorText(path, e.code());
+  } catch (const Exception& e) {
+    return path + ": " + e.text();
+  }
 }
 
 void LogDestFile::open() {
@@ -149,13 +153,15 @@ void LogDestFile::open() {
   const std::string wanted = configuredPath();
   const std::string fallback = defaultPath();
   path_ = wanted;
-  if (tryOpen(wanted)) return;
+  std::string error = tryOpen(wanted);
+  if (error.empty()) return;
   if (wanted != fallback) {
-    std::fprintf(stderr, "Error opening log file: %s\n", errorText(wanted, errno).c_str());
+    std::fprintf(stderr, "Error opening log file: %s\n", error.c_str());
     std::fprintf(stderr, "Reverting to default log file %s\n", fallback.c_str());
-    if (tryOpen(fallback)) return;
+    error = tryOpen(fallback);
+    if (error.empty()) return;
   }
-  std::fprintf(stderr, "Error opening default log file: %s\n", errorText(fallback, errno).c_str());
+  std::fprintf(stderr, "Error opening default log file: %s\n", error.c_str());
 }
 
 void LogDestFile::close() {
@@ -173,7 +179,7 @@ void LogDestFile::rotate() {
   if (std::rename(path_.c_str(), (path_ + ".bak").c_str()) != 0) return;
   close();
   const std::string path = path_;
-  if (!tryOpen(path)) open();
+  if (!tryOpen(path).empty()) open();
 }
 
 }  // namespace plat

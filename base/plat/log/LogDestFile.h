@@ -49,7 +49,8 @@ class LogDestFile : public LogDest {
   std::string directory() const;
   std::string defaultPath() const;
   std::string configuredPath() const;
-  bool tryOpen(const std::string& path);
+  // Returns the error, empty if there is none.
+  std::string tryOpen(const std::string& path);
 
   const Kind kind_;
   std::atomic<bool> compact_ = false;

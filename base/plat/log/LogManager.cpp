@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "plat/Report.h"
+#include "plat/Text.h"
 #include "plat/Time.h"
 #include "plat/log/LogNames.h"
 #include "plat/log/LogThreshold.h"
@@ -180,7 +181,7 @@ void LogManager::setCompact(bool compact) {
 
 void LogManager::write(const char* source, int level, std::string text) {
   const int64_t timeMs = (wallClockTime() - kUnixEpoch) / kTicksPerMs;
-  const LogLine line{timeMs, std::max(level, 0), source, std::move(text)};
+  const LogLine line{timeMs, std::max(level, 0), source, escapedControls(std::move(text))};
   const std::lock_guard lock(mutex_);
   if (configured_) {
     dispatch(line);

@@ -42,7 +42,8 @@ class LogManager {
   // For sources, which are not owned. Sets the source's level, now and whenever it changes.
   void addSource(LogThreshold& source);
   void removeSource(LogThreshold& source);
-  // Hands a line on. The name must have static storage.
+  // Hands a line on, with control characters escaped: parts of it may come from anybody, and nobody
+  // is to forge a line. The name must have static storage.
   void write(const char* source, int level, std::string text);
 
   // The destination is not owned. removeDest waits for writes that other threads have begun.
