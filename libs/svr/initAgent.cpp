@@ -33,13 +33,14 @@ namespace {
 
 plat::LogSrc vlog("AgentAppX11");
 
-// Brings SIGINT and SIGTERM into the loop, which they end.
+// Brings the signals into the loop that end it.
 class SignalBridge : private os::SignalHandler::Callback {
  public:
   SignalBridge(plat::LogSrc* log, const Watchdog& watchdog) : log_(log) {
     os::SignalHandler::setAlarm(watchdog.alarmFd());
-    os::SignalHandler::instance().add(SIGINT, this);
-    os::SignalHandler::instance().add(SIGTERM, this);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      os::SignalHandler::instance().add(signal, this);
+    }
   }
   ~SignalBridge() {
     os::SignalHandler::instance().remove(this);

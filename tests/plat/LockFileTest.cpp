@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <thread>
 #include <vector>
 
-#include "plat/Exception.h"
 #include "plat/shm/LockDir.h"
+#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace plat {
@@ -47,29 +50,46 @@ TEST(LockFileTest, OneHolderWhileOthersRemove) {
   EXPECT_EQ(modeOf(path), 0u);
 }
 
-// Only a directory that is our own will do, and nobody else may look into it.
+// Only a directory that is our own will do, and nobody else may look into it; another place is
+// found or none, and each fault is told once.
 TEST(LockDirTest, IsPrivate) {
   const test::TempDir base;
-  LockDir::setBase(base.path());
-  const std::string top = base / ".ruvo-" + std::to_string(geteuid());
-  const std::string elsewhere = base / "elsewhere";
+  const std::string user = std::to_string(geteuid());
+  const std::string top = base / ".ruvo-" + user, elsewhere = base / "elsewhere";
+  // Root's second place belongs to the machine.
+  setenv("XDG_RUNTIME_DIR", base.path().c_str(), 1);
+  const std::string second = geteuid() == 0 ? "/run/ruvo" : base / "ruvo";
+  const bool wasThere = std::filesystem::exists(second);
   std::filesystem::create_directory(elsewhere);
-  std::filesystem::create_symlink(elsewhere, top);
-  EXPECT_THROW(LockDir::path("Posix"), SystemException);
-  std::filesystem::remove(top);
-  std::filesystem::create_directory(top);
-  std::filesystem::create_symlink(elsewhere, top + "/shm");
-  EXPECT_THROW(LockDir::path("Posix"), SystemException);
-  std::filesystem::remove(top + "/shm");
-  if (geteuid() == 0) {
-    ASSERT_EQ(chown(top.c_str(), 1, 1), 0);
-    EXPECT_THROW(LockDir::path("Posix"), SystemException);
-    ASSERT_EQ(chown(top.c_str(), 0, 0), 0);
+  const auto spoilTop = [&] { std::filesystem::create_symlink(elsewhere, top); };
+  const auto spoilNext = [&] {
+    std::filesystem::create_directory(top);
+    std::filesystem::create_symlink(elsewhere, top + "/shm");
+  };
+  const auto giveAway = [&] {
+    std::filesystem::create_directory(top);
+    EXPECT_EQ(chown(top.c_str(), 1, 1), 0);
+  };
+  const auto putFile = [&] { std::ofstream(top) << "a file"; };
+  std::vector<std::function<void()>> attacks{spoilTop, spoilNext, putFile};
+  if (geteuid() == 0) attacks.push_back(giveAway);
+  for (const auto& attack : attacks) {
+    attack();
+    LockDir::setBase(base.path());
+    support::LogCapture log;
+    const auto lock = LockDir::lock("Posix", "a"), other = LockDir::lock("Posix", "b");
+    EXPECT_EQ(log.count("No lock files in " + top + ": ", 0, "LockFile"), 1) << log.str();
+    EXPECT_EQ(log.count("Shared memory goes without lock files", 0), lock ? 0 : 1);
+    EXPECT_EQ(lock ? lock->path() : "", lock ? second + "/shm/Posix/a" : "");
+    EXPECT_TRUE(std::filesystem::is_empty(elsewhere));
+    std::filesystem::remove_all(top);
   }
-  EXPECT_TRUE(std::filesystem::is_empty(elsewhere));
+  if (!wasThere) std::filesystem::remove_all(second);
 
+  LockDir::setBase(base.path());
+  std::filesystem::create_directory(top);
   ASSERT_EQ(chmod(top.c_str(), 0777), 0);
-  EXPECT_EQ(LockDir::path("Posix"), top + "/shm/Posix");
+  EXPECT_EQ(LockDir::lock("Posix", "a")->path(), top + "/shm/Posix/a");
   for (const char* name : {"", "/shm", "/shm/Posix"}) EXPECT_EQ(modeOf(top + name), 0700u) << name;
   LockDir::setBase("");
 }

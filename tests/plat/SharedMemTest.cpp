@@ -79,9 +79,19 @@ TEST_F(SharedMemTest, OnlyBlocksOfCrashedProcessesAreCleaned) {
   const std::string name = "/ruvo-1-" + std::to_string(getpid());
   close(shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600));
   const std::string lock = locks_ + "/Posix" + name;
-  // A segment of another program that came to an id which once was ours.
-  const int foreign = shmget(IPC_PRIVATE, 100, IPC_CREAT | 0600);
-  std::ofstream(locks_ + "/SysV/" + std::to_string(foreign)) << "1";
+  // Segments that came to an id which once was ours, before the machine was started again, too; and
+  // one of a process that has gone.
+  const auto segment = [this](const std::string& note) {
+    const int id = shmget(IPC_PRIVATE, 100, IPC_CREAT | 0600);
+    std::ofstream(locks_ + "/SysV/" + std::to_string(id)) << note;
+    return id;
+  };
+  std::string bootId;
+  std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), bootId);
+  const std::string pid = std::to_string(getpid());
+  const int foreign[] = {segment("1 " + bootId), segment(pid + " 0" + bootId.substr(1)),
+                         segment(pid), segment("")};
+  const int stale = segment(pid + " " + bootId);
   // Things that have no business there.
   const std::string strange[] = {locks_ + "/Posix/ruvo-1-x", locks_ + "/SysV/99999999999"};
   for (const std::string& path : {strange[0], strange[1], lock}) std::ofstream(path) << "";
@@ -92,12 +102,23 @@ TEST_F(SharedMemTest, OnlyBlocksOfCrashedProcessesAreCleaned) {
   SharedMemSysV::cleanStale();
   EXPECT_FALSE(posixExists(name) || std::filesystem::exists(lock));
   EXPECT_TRUE(posixExists(held.name()));
-  for (const int id : {heldSysV.id(), foreign}) {
-    shmid_ds status;
-    EXPECT_EQ(shmctl(id, IPC_STAT, &status), 0);
-  }
+  shmid_ds status;
+  EXPECT_EQ(shmctl(heldSysV.id(), IPC_STAT, &status), 0);
+  EXPECT_EQ(shmctl(stale, IPC_STAT, &status), -1);
+  for (const int id : foreign) EXPECT_EQ(shmctl(id, IPC_RMID, nullptr), 0);
   EXPECT_TRUE(std::filesystem::exists(strange[0]) && std::filesystem::exists(strange[1]));
-  shmctl(foreign, IPC_RMID, nullptr);
+}
+
+TEST_F(SharedMemTest, NobodyPreventsIt) {
+  // The next name, as anybody can guess it.
+  const uint64_t next = SharedMemPosix(1).serial() + 1;
+  const std::string taken =
+      format("/ruvo-%ld-%llu", static_cast<long>(getpid()), static_cast<unsigned long long>(next));
+  close(shm_open(taken.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600));
+  const SharedMemPosix posix(5000);
+  EXPECT_NE(posix.name(), taken);
+  EXPECT_EQ(openSharedMem(posix.descriptor())->size(), 5000u);
+  shm_unlink(taken.c_str());
 }
 
 }  // namespace

@@ -148,7 +148,14 @@ bool PixelBufferX11::createShared(const plat::SharedMemPermissions* permissions)
   vlog.info("XShm extension present - version %d.%d (with%s pixmaps)", major, minor,
             pixmaps ? "" : "out");
 
-  auto memory = std::make_unique<plat::SharedMemSysV>(sizeBytes(), permissions);
+  std::unique_ptr<plat::SharedMemSysV> memory;
+  try {
+    memory = std::make_unique<plat::SharedMemSysV>(sizeBytes(), permissions);
+  } catch (const plat::SystemException& e) {
+    // Anybody may have used up the system's segments.
+    vlog.error("%s", e.text());
+    return false;
+  }
   const int id = memory->id();
   memory_ = std::move(memory);
   if (!attachment_.attach(id, memory_->data())) {

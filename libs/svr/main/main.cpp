@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -16,9 +17,16 @@ void occupyStandardDescriptors() {
   }
 }
 
+// Other processes of the same user, and core files, are not to show what passed through the memory
+// of a process of root.
+void hideMemory() {
+  if (geteuid() == 0) prctl(PR_SET_DUMPABLE, 0);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  hideMemory();
   occupyStandardDescriptors();
   // A server that has gone shows as a write error.
   std::signal(SIGPIPE, SIG_IGN);
