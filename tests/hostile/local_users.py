@@ -1,0 +1,136 @@
+#!/usr/bin/env python3
+"""Local users: what they put in the agent's way, and what they can learn from it."""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import tempfile
+import time
+import unittest
+
+import desk
+
+NOBODY = 65534
+
+
+def in_shell(namespaces, script):
+    """A prefix that runs the agent after a script, in namespaces of its own."""
+    return ("unshare", *namespaces, "sh", "-c", script + ' && exec "$0" "$@"')
+
+
+def can(prefix):
+    return subprocess.run([*prefix, "true"], capture_output=True, check=False).returncode == 0
+
+
+@unittest.skipUnless(os.geteuid() == 0, "needs root")
+class LocalUsers(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.xserver = desk.XServer()
+        cls.addClassCleanup(cls.xserver.close)
+
+    def agent(self, *parameters, **options):
+        agent = desk.Agent(self.xserver, *parameters, **options)
+        self.addCleanup(agent.close)
+        agent.expect("init")
+        return agent
+
+    def captures(self, agent, *lines):
+        agent.start()
+        agent.echo()
+        for line in lines:
+            self.assertTrue(agent.has_line(line, 0), agent.story())
+        agent.terminate()
+        self.assertEqual(agent.traces(), [])
+
+    def isolated(self, namespaces, script):
+        prefix = in_shell(namespaces, script)
+        if not can(prefix):
+            self.skipTest("no namespaces here")
+        return self.agent(prefix=prefix)
+
+    def test_lock_directory(self):
+        """Somebody else has a directory of its name, and of that of its replacement."""
+        taken = "mount -t tmpfs none /tmp && mkdir /tmp/.ruvo-0 && chown 1 /tmp/.ruvo-0"
+        self.captures(self.isolated(["-m"], taken), "/tmp/.ruvo-0")
+        both = taken + " && mount -t tmpfs none /run && touch /run/ruvo"
+        self.captures(self.isolated(["-m"], both), "/tmp/.ruvo-0", "/run/ruvo", "without lock files")
+
+    def test_segments_used_up(self):
+        agent = self.isolated(["-i"], "echo 0 > /proc/sys/kernel/shmmni")
+        self.captures(agent, "shmget(")
+
+    def test_log_file(self):
+        """A link in another user's home, and a home that root may use."""
+        with tempfile.TemporaryDirectory(prefix="hostile-") as top:
+            target = pathlib.Path(top, "target")
+            for owner in (NOBODY, 0):
+                directory = pathlib.Path(top, str(owner), ".ruvo")
+                directory.mkdir(parents=True)
+                (directory / "ruvoagent.log").symlink_to(target)
+                os.chown(directory, owner, owner)
+                agent = self.agent("Log=*:file:30,*:ipc:30", environment={"HOME": str(directory.parent)})
+                agent.start()
+                agent.echo()
+                self.assertFalse(target.exists(), f"written through the link of {owner}")
+                self.assertIn("Error opening default log file: ", agent.story())
+                agent.close()
+
+    def test_debug_file(self):
+        """Refusal of the debug file means /dev/null, and the agent goes on."""
+        script = "mount -t tmpfs -o mode=1777 none /tmp && ln -s target /tmp/lppDebug.log"
+        if not can(in_shell(["-m"], script)):
+            self.skipTest("no namespaces here")
+        run = subprocess.run([*in_shell(["-m"], script), desk.AGENT, "user", "-lppDebug", "/nowhere"],
+                             capture_output=True, text=True, check=False, timeout=20,
+                             env=dict(os.environ, LC_ALL="C"))
+        self.assertEqual((run.returncode, run.stderr), (1, ""), "the socket is what is missing")
+
+    def test_lines_are_not_forged(self):
+        """A text that somebody chose stays within its line."""
+        agent = self.agent("Log=*:ipc:100")
+        text = "x\n0 Somebody: forged\x1b[2J\u009b2J"
+        agent.say("setParams", desk.short("DeadKeyFile") + desk.string(text) + (10).to_bytes(4, "big"))
+        agent.echo()
+        self.assertTrue(agent.has_line(r"x\n0 Somebody: forged\x1b[2J\u009b2J"), agent.story())
+        self.assertFalse([line for line in agent.log if re.search(r"[\x00-\x1f\x7f-\x9f]", line[2])])
+
+    def test_not_for_others(self):
+        """Descriptors end with the process, and others of root's cannot look into it."""
+        weak = ("setpriv", "--bounding-set", "-sys_ptrace")
+        agent = self.agent(prefix=weak)
+        agent.start()
+        for entry in pathlib.Path(f"/proc/{agent.pid}/fdinfo").iterdir():
+            flags = int(re.search(r"flags:\s+(\d+)", entry.read_text())[1], 8)
+            self.assertTrue(int(entry.name) <= 2 or flags & os.O_CLOEXEC, os.readlink(
+                f"/proc/{agent.pid}/fd/{entry.name}"))
+        look = subprocess.run([*weak, "cat", f"/proc/{agent.pid}/environ"], capture_output=True, check=False)
+        self.assertNotEqual(look.returncode, 0)
+
+    def test_nothing_stays_in_memory(self):
+        """Texts of the clipboard are gone from memory with the text that replaces them."""
+        agent = self.agent("EnableClipboard=1", "Log=*:ipc:0")
+        agent.start()
+        secret = b"correct horse " * 7000
+        for text in (secret, b"", b"-" * 70000, b"other"):
+            agent.say("clientCutText", desk.string(text))
+            agent.echo()
+        time.sleep(0.1)  # not for anything that is waited for: what is left, is left
+        left = 0
+        with open(f"/proc/{agent.pid}/mem", "rb") as memory:
+            for line in pathlib.Path(f"/proc/{agent.pid}/maps").read_text().splitlines():
+                begin, end = (int(part, 16) for part in line.split()[0].split("-"))
+                if "rw" not in line.split()[1] or "vvar" in line:
+                    continue
+                try:
+                    memory.seek(begin)
+                    left += memory.read(end - begin).count(b"correct horse")
+                except (OSError, ValueError, OverflowError):
+                    pass
+        self.assertEqual(left, 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
