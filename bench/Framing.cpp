@@ -21,7 +21,7 @@
 
 #include "RatioReporter.h"
 #include "io/FdIo.h"
-#include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "io/MsgIpc.h"
 #include "plat/FileDescriptor.h"
 
@@ -135,7 +135,7 @@ class ChannelAnswerer : public Answerer, private io::MsgIpc::Reader {
   }
   void turn() override {
     if (wait_ == Wait::kSelect) {
-      io::FdManager::instance().process(-1);
+      loop_.process(-1);
     } else {
       pollfd entry{fd_, POLLIN, 0};
       require(poll(&entry, 1, -1) == 1, "poll");
@@ -155,6 +155,7 @@ class ChannelAnswerer : public Answerer, private io::MsgIpc::Reader {
   int fd_;
   Wait wait_;
   std::vector<char> body_;
+  io::FdSelectManager loop_;
   io::MsgIpc ipc_;
   io::MsgIpc::Registration registration_{ipc_, *this};
 };

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "io/FdIo.h"
-#include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "io/MsgIpc.h"
 #include "plat/FileDescriptor.h"
 #include "plat/log/LogManager.h"
@@ -101,13 +101,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) < 0) abort();
   plat::FileDescriptor peer(ends[1]);
+  io::FdSelectManager loop;
   Readers readers;
   io::MsgIpc ipc("fuzz");
   ipc.setCallback(&readers);
   const io::MsgIpc::Registration registration(ipc, readers,
                                               {"n", "l", "t", "r", "o", "w", "d", "skip"});
   ipc.attach(std::make_unique<io::FdIo>(plat::FileDescriptor(ends[0])));
-  io::FdManager& loop = io::FdManager::instance();
 
   while (size > 0 && ipc.isConnected()) {
     const ssize_t n = send(peer.get(), data, std::min(piece, size), MSG_NOSIGNAL);

@@ -1,16 +1,14 @@
 #include "io/FdHandler.h"
 
-#include "io/FdManager.h"
-
 namespace io {
 
 FdHandler::~FdHandler() {
-  if (manager_) manager_->unregister(*this);
+  if (registry_) registry_->unregister(*this);
   if (ownsFd_) plat::FileDescriptor(fd_).reset();
 }
 
 void FdHandler::setFd(int fd) {
-  if (manager_) manager_->dropReadiness(*this);
+  if (registry_) registry_->dropReadiness(*this);
   const plat::FileDescriptor former(ownsFd_ ? fd_ : -1);
   fd_ = fd;
   ownsFd_ = false;

@@ -8,13 +8,11 @@
 #include <utility>
 
 #include "io/FdManager.h"
-#include "io/FdSelectManager.h"
 #include "plat/Deadline.h"
 
 namespace io {
 
 FdIo::FdIo(int fd) : FdHandler(fd), in_(fd, kMaxInput), out_(fd, this), timer_(this) {
-  FdSelectManager::requirePollable(fd);
   plat::FileDescriptor::setNonBlocking(fd);
 }
 
@@ -23,13 +21,13 @@ FdIo::FdIo(plat::FileDescriptor fd)
       in_(FdHandler::fd(), kMaxInput),
       out_(FdHandler::fd(), this),
       timer_(this) {
-  FdSelectManager::requirePollable(FdHandler::fd());
   plat::FileDescriptor::setNonBlocking(FdHandler::fd());
 }
 
 FdIo::~FdIo() = default;
 
 void FdIo::setHandler(IoHandler* handler) {
+  if (handler) FdManager::instance().requirePollable(fd());
   handler_ = handler;
   if (handler_) {
     watchOutput();

@@ -23,8 +23,7 @@ class FdIo : public Io,
   // Bytes of input that can be held at most.
   static constexpr size_t kMaxInput = 1024 * 1024 + 64 * 1024;
 
-  // Without owning the descriptor. Throws SystemException, and Exception for a descriptor that is
-  // too large to be polled.
+  // Without owning the descriptor. Throws SystemException.
   explicit FdIo(int fd);
   explicit FdIo(plat::FileDescriptor fd);
   ~FdIo() override;
@@ -45,7 +44,6 @@ class FdIo : public Io,
   void readReady() override;
   void writeReady() override;
   void deferredCall() override;
-  const char* handlerName() const override { return "FdIo"; }
   void blockedChanged(rdr::FdOutStream& out, bool blocked) override;
   void writeFailed(rdr::FdOutStream& out, const plat::Exception& reason) override;
   void timerCallback(plat::Timer& timer) override;

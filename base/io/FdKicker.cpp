@@ -6,7 +6,6 @@
 #include <cerrno>
 
 #include "io/FdManager.h"
-#include "io/FdSelectManager.h"
 #include "plat/Exception.h"
 
 namespace io {
@@ -16,7 +15,7 @@ FdKicker::FdKicker(Callback* callback) : callback_(callback) {
   if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) < 0) throw plat::SystemException("pipe", errno);
   setFd(plat::FileDescriptor(ends[0]));
   writeEnd_.reset(ends[1]);
-  FdSelectManager::requirePollable(fd());
+  FdManager::instance().requirePollable(fd());
   FdManager::instance().setWants(*this, true, false);
 }
 

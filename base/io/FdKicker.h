@@ -25,7 +25,6 @@ class FdKicker : public FdHandler {
   void kick() noexcept;
 
   void readReady() override;
-  const char* handlerName() const override { return "FdKicker"; }
 
  private:
   Callback* callback_;

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
+#include <utility>
 
-#include "io/FdHandler.h"
-#include "io/FdSelectManager.h"
 #include "plat/Assert.h"
 
 namespace io {
@@ -12,6 +12,13 @@ namespace io {
 namespace {
 
 thread_local FdManager* thrInst = nullptr;
+
+// A limited wait is made one longer, so that the timer it waits for is due when it ends.
+int waitMs(int timeoutMs) {
+  if (timeoutMs < 0) return -1;
+  const bool limited = timeoutMs > 0 && timeoutMs < std::numeric_limits<int>::max();
+  return limited ? timeoutMs + 1 : timeoutMs;
+}
 
 }  // namespace
 
@@ -38,7 +45,7 @@ FdHandler& FdManager::HandlerSet::takeLast() {
   return *handler;
 }
 
-FdManager::FdManager(bool nested) : timers_(this, nested), wakeTimer_(this), previous_(thrInst) {
+FdManager::FdManager(bool nested) : timers_(nullptr, nested), previous_(thrInst) {
   thrInst = this;
 }
 
@@ -47,16 +54,15 @@ FdManager::~FdManager() {
 }
 
 FdManager& FdManager::instance() {
-  if (!thrInst) static FdSelectManager processManager;
   PLAT_ASSERT(thrInst);
   return *thrInst;
 }
 
 void FdManager::enroll(FdHandler& handler) {
-  PLAT_ASSERT(!handler.manager_ || handler.manager_ == this);
-  if (handler.manager_) return;
+  PLAT_ASSERT(!handler.registry_ || handler.registry_ == this);
+  if (handler.registry_) return;
   registered_.push_back(&handler);
-  handler.manager_ = this;
+  handler.registry_ = this;
 }
 
 void FdManager::setWants(FdHandler& handler, bool read, bool write, bool exceptions) {
@@ -73,20 +79,16 @@ void FdManager::setWants(FdHandler& handler, bool read, bool write, bool excepti
 }
 
 void FdManager::unregister(FdHandler& handler) {
-  if (handler.manager_ != this) return;
+  if (handler.registry_ != this) return;
   setWants(handler, false, false, false);
   deferred_.erase(handler);
   deferredWorking_.erase(handler);
   std::erase(registered_, &handler);
-  handler.manager_ = nullptr;
+  handler.registry_ = nullptr;
 }
 
 void FdManager::unregisterAll() {
-  while (!registered_.empty()) {
-    FdHandler* handler = registered_.back();
-    unregister(*handler);
-    handler->managerGone();
-  }
+  while (!registered_.empty()) unregister(*registered_.back());
 }
 
 void FdManager::dropReadiness(FdHandler& handler) {
@@ -103,7 +105,16 @@ void FdManager::defer(FdHandler& handler) {
 }
 
 void FdManager::wake() {
-  wakeTimer_.start(0);
+  woken_ = true;
+}
+
+bool FdManager::process(int timeoutMs) {
+  beginTurn();
+  const int untilNext = timers_.millisecondsUntilNext();
+  if (untilNext >= 0 && (timeoutMs < 0 || timeoutMs > untilNext)) timeoutMs = untilNext;
+  const bool woken = std::exchange(woken_, false);
+  const bool ready = wait(woken ? 0 : waitMs(timeoutMs));
+  return dispatch() || ready || woken;
 }
 
 void FdManager::beginTurn() {
@@ -128,11 +139,5 @@ bool FdManager::dispatch() {
   while (!writeWorking_.empty()) writeWorking_.takeLast().writeReady();
   return timersRan;
 }
-
-// The wake timer has done its work by being due.
-void FdManager::timerCallback(plat::Timer&) {}
-
-// The time until the next timer is asked for before each wait.
-void FdManager::nextTimerChanged(int) {}
 
 }  // namespace io

@@ -3,32 +3,31 @@
 #include <cstdint>
 #include <vector>
 
-#include "plat/timer/Timer.h"
+#include "io/FdHandler.h"
 #include "plat/timer/TimerManager.h"
 
 namespace io {
-
-class FdHandler;
 
 // A thread's descriptors and timers: waits until a descriptor is ready or a timer is due, then
 // calls those concerned. Managers nest; the last one made on a thread is the thread's manager until
 // it is destroyed. Only defer(), registration and process() of the thread's own manager may be
 // called; an FdKicker is the way in from elsewhere.
-class FdManager : private plat::Timer::Callback, private plat::TimerManager::Observer {
+class FdManager : private FdHandler::Registry {
  public:
   virtual ~FdManager();
   FdManager(const FdManager&) = delete;
   FdManager& operator=(const FdManager&) = delete;
 
-  // The thread's manager. The first call in a process without one makes the FdSelectManager that
-  // lives until exit; on a further thread a manager must exist.
+  // The thread's manager, which must exist: the application makes it.
   static FdManager& instance();
 
   // Registers the handler (not owned), or changes what it waits for. Exceptional conditions are
   // reported as readable. A handler that wants nothing stays registered and can be deferred.
   void setWants(FdHandler& handler, bool read, bool write, bool exceptions = false);
   // Harmless for a handler that is not registered here. Nothing is called on it afterwards.
-  void unregister(FdHandler& handler);
+  void unregister(FdHandler& handler) override;
+  // Throws Exception for a descriptor that would never be polled.
+  virtual void requirePollable(int /*fd*/) const {}
 
   // Has the handler (registered or not) called back with deferredCall() on the next turn, which
   // comes at once.
@@ -38,11 +37,8 @@ class FdManager : private plat::Timer::Callback, private plat::TimerManager::Obs
 
   // One turn: waits at most timeoutMs (-1 without limit), runs the timers that are due, then the
   // deferred, readable and writable handlers. Returns whether a descriptor was ready or a timer
-  // ran. Throws SystemException "select".
-  virtual bool process(int timeoutMs) = 0;
-
-  // Milliseconds given to the last wait, -1 without limit.
-  int lastTimeoutMs() const { return lastTimeoutMs_; }
+  // ran. Throws SystemException, named after the call that waits.
+  bool process(int timeoutMs);
 
  protected:
   // Handlers sorted by address, without duplicates.
@@ -65,34 +61,30 @@ class FdManager : private plat::Timer::Callback, private plat::TimerManager::Obs
   explicit FdManager(bool nested);
 
   virtual void interestChanged(FdHandler& handler, bool read, bool write, bool exceptions) = 0;
-  // For the destructor of each derived class: tells the handlers that are left.
+  // Waits that long (-1 without limit) and fills the sets of handlers that are ready. Returns
+  // whether a descriptor was.
+  virtual bool wait(int timeoutMs) = 0;
+  // For the destructor of each derived class.
   void unregisterAll();
 
+  std::vector<FdHandler*> registered_;
+  HandlerSet readReady_;
+  HandlerSet writeReady_;
+
+ private:
+  void dropReadiness(FdHandler& handler) override;
+  void enroll(FdHandler& handler);
   // Puts back what a turn that ended in an exception left undone.
   void beginTurn();
   // Timers, then the three ready sets. Returns whether a timer ran.
   bool dispatch();
 
-  std::vector<FdHandler*> registered_;
-  HandlerSet readReady_;
-  HandlerSet writeReady_;
   HandlerSet deferred_;
   HandlerSet readWorking_;
   HandlerSet writeWorking_;
   HandlerSet deferredWorking_;
   plat::TimerManager timers_;
-  int lastTimeoutMs_ = -1;
-
- private:
-  friend class FdHandler;
-
-  void timerCallback(plat::Timer& timer) override;
-  void nextTimerChanged(int msUntilNext) override;
-  void enroll(FdHandler& handler);
-  // What is known of its descriptor does not hold any more.
-  void dropReadiness(FdHandler& handler);
-
-  plat::Timer wakeTimer_;
+  bool woken_ = false;
   FdManager* previous_;
 };
 

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 
-#include "io/FdHandler.h"
 #include "plat/Exception.h"
 
 namespace io {
@@ -37,20 +35,12 @@ FdSelectManager::~FdSelectManager() {
   unregisterAll();
 }
 
-void FdSelectManager::requirePollable(int fd) {
+void FdSelectManager::checkPollable(int fd) {
   if (fd < FD_SETSIZE) return;
   throw plat::Exception("Descriptor %d is too large to wait for (limit %d)", fd, FD_SETSIZE - 1);
 }
 
-int FdSelectManager::waitMs(int timeoutMs) {
-  if (timeoutMs < 0) return -1;
-  const bool limited = timeoutMs > 0 && timeoutMs < std::numeric_limits<int>::max();
-  return limited ? timeoutMs + 1 : timeoutMs;
-}
-
-bool FdSelectManager::process(int timeoutMs) {
-  beginTurn();
-
+bool FdSelectManager::wait(int timeoutMs) {
   FdSet readable;
   FdSet writable;
   FdSet exceptional;
@@ -66,16 +56,12 @@ bool FdSelectManager::process(int timeoutMs) {
   fill(wantsWrite_, writable);
   fill(wantsExceptions_, exceptional);
 
-  const int untilNext = timers_.millisecondsUntilNext();
-  if (untilNext >= 0 && (timeoutMs < 0 || timeoutMs > untilNext)) timeoutMs = untilNext;
-  const int ms = waitMs(timeoutMs);
   timeval timeout;
-  timeout.tv_sec = ms / 1000;
-  timeout.tv_usec = (ms % 1000) * 1000;
-  lastTimeoutMs_ = ms;
+  timeout.tv_sec = timeoutMs / 1000;
+  timeout.tv_usec = (timeoutMs % 1000) * 1000;
 
-  int ready =
-      select(limit, readable.get(), writable.get(), exceptional.get(), ms < 0 ? nullptr : &timeout);
+  int ready = select(limit, readable.get(), writable.get(), exceptional.get(),
+                     timeoutMs < 0 ? nullptr : &timeout);
   if (ready < 0) {
     if (errno != EINTR) throw plat::SystemException("select", errno);
     ready = 0;
@@ -94,8 +80,7 @@ bool FdSelectManager::process(int timeoutMs) {
     }
   }
 
-  const bool timersRan = dispatch();
-  return ready > 0 || timersRan;
+  return ready > 0;
 }
 
 void FdSelectManager::interestChanged(FdHandler& handler, bool read, bool write, bool exceptions) {

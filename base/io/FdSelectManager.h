@@ -11,16 +11,12 @@ class FdSelectManager : public FdManager {
   explicit FdSelectManager(bool nested = false);
   ~FdSelectManager() override;
 
-  bool process(int timeoutMs) override;
-
-  // Throws Exception for a descriptor that would never be polled.
-  static void requirePollable(int fd);
-
-  // The milliseconds that select is given: a limited wait is made one longer, so that the timer it
-  // waits for is due when it ends.
-  static int waitMs(int timeoutMs);
+  void requirePollable(int fd) const override { checkPollable(fd); }
+  // For those who have no manager yet.
+  static void checkPollable(int fd);
 
  protected:
+  bool wait(int timeoutMs) override;
   void interestChanged(FdHandler& handler, bool read, bool write, bool exceptions) override;
 
  private:

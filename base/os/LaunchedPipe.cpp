@@ -136,7 +136,7 @@ plat::FileDescriptor LaunchedPipe::openInherited() const {
   if (!isConnectedStream(fd)) {
     throw plat::Exception("Pipe name '%s' is not a connected stream socket", name_.c_str());
   }
-  io::FdSelectManager::requirePollable(fd);
+  io::FdSelectManager::checkPollable(fd);
   plat::FileDescriptor owned(fd);
   plat::FileDescriptor::setCloseOnExec(fd);
   plat::FileDescriptor::setNonBlocking(fd);
@@ -147,7 +147,7 @@ plat::FileDescriptor LaunchedPipe::openSocket(const Settings& settings) const {
   redirectErrors(settings);
   std::fprintf(stderr, "%s: connecting to '%s'\n", utcNow().c_str(), name_.c_str());
   plat::FileDescriptor fd = connect(settings.limit);
-  io::FdSelectManager::requirePollable(fd.get());
+  io::FdSelectManager::checkPollable(fd.get());
   plat::FileDescriptor::setNonBlocking(fd.get());
   if (hash_) checkHash(fd.get(), settings.limit);
   return fd;

@@ -1,9 +1,12 @@
 #include "host/AgentConnection.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
-#include "io/FdIo.h"
-#include "io/FdManager.h"
+#include <algorithm>
+#include <iterator>
+#include <limits>
+
 #include "plat/Deadline.h"
 #include "plat/Exception.h"
 #include "plat/shm/openSharedMem.h"
@@ -15,29 +18,8 @@ namespace {
 
 // What a text of the agent may hold at most; it cuts its own earlier.
 constexpr size_t kMaxText = 65536;
+constexpr const char* kCutText = "serverCutText";
 constexpr uint32_t kMaxCursorBytes = 64 * 1024 * 1024;
-
-constexpr const char* kMessageNames[] = {
-    "init",
-    "initRectAndPf",
-    "setPixelBuffer",
-    "setColourMapEntries",
-    "fbUpdate",
-    "setCursorImage",
-    "setCursorPos",
-    "bell",
-    "localInput",
-    "closeClients",
-    "serverCutText",
-    "desktopFailure",
-    "captureBroken",
-    "desktopUidChanged",
-    "displayModesSupported",
-    "displayModesUpdated",
-    "monitorsUpdated",
-    "logMsg",
-    "badMsg",
-};
 
 rfb::Rect readRect(rdr::InStream& in) {
   const int32_t x1 = in.readS32(), y1 = in.readS32(), x2 = in.readS32(), y2 = in.readS32();
@@ -46,42 +28,79 @@ rfb::Rect readRect(rdr::InStream& in) {
 
 }  // namespace
 
+const AgentConnection::Message AgentConnection::kMessages[] = {
+    {"init", &AgentConnection::readInit},
+    {"initRectAndPf", &AgentConnection::readInitRectAndPf},
+    {"setPixelBuffer", &AgentConnection::readPixelBuffer},
+    {"setColourMapEntries", &AgentConnection::readColourMap},
+    {"fbUpdate", &AgentConnection::readUpdate},
+    {"setCursorImage", &AgentConnection::readCursorImage},
+    {"setCursorPos", &AgentConnection::readCursorPos},
+    {"bell", &AgentConnection::readBell},
+    {"localInput", &AgentConnection::readLocalInput},
+    {"closeClients", &AgentConnection::readCloseClients},
+    {"desktopFailure", &AgentConnection::readDesktopFailure},
+    {"captureBroken", &AgentConnection::readCaptureBroken},
+    {"desktopUidChanged", &AgentConnection::readDesktopUid},
+    {"displayModesSupported", &AgentConnection::readModesSupported},
+    {"displayModesUpdated", &AgentConnection::readModesUpdated},
+    {"monitorsUpdated", &AgentConnection::readMonitors},
+    {"logMsg", &AgentConnection::readLogLine},
+    {"badMsg", &AgentConnection::readBadMsg},
+};
+
 AgentConnection::AgentConnection(plat::FileDescriptor channel, AgentListener* listener)
-    : listener_(listener ? listener : &nobody_), fd_(channel.get()), ipc_("Agent") {
+    : listener_(listener ? listener : &nobody_), ipc_("Agent") {
+  auto endpoint = std::make_unique<io::FdIo>(std::move(channel));
+  endpoint_ = endpoint.get();
   ipc_.setCallback(this);
-  for (const char* name : kMessageNames) ipc_.addReader(name, this);
-  ipc_.attach(std::make_unique<io::FdIo>(std::move(channel)));
+  for (const Message& message : kMessages) ipc_.addReader(message.name, this);
+  ipc_.addReader(kCutText, this);
+  ipc_.attach(std::move(endpoint), io::MsgIpc::kManual);
 }
 
 AgentConnection::~AgentConnection() {
   ipc_.setCallback(nullptr);
   close();
-  for (const char* name : kMessageNames) ipc_.removeReader(name);
+  for (const Message& message : kMessages) ipc_.removeReader(message.name);
+  ipc_.removeReader(kCutText);
 }
 
 void AgentConnection::close() {
-  connected_ = false;
+  endpoint_ = nullptr;
   ipc_.detach();
 }
 
 bool AgentConnection::finish(int timeoutMs) {
-  if (!connected_) return true;
+  if (!isConnected()) return true;
   ipc_.flush(timeoutMs);
-  shutdown(fd_, SHUT_WR);
-  processUntil([this] { return !connected_; }, timeoutMs);
-  const bool gone = !connected_;
+  shutdown(fd(), SHUT_WR);
+  processUntil([this] { return !isConnected(); }, timeoutMs);
+  const bool gone = !isConnected();
   close();
   return gone;
 }
 
+short AgentConnection::events() const {
+  return static_cast<short>(ipc_.isBlocked() ? POLLIN | POLLOUT : POLLIN);
+}
+
+int AgentConnection::msUntilNext() const {
+  if (!endpoint_) return -1;
+  if (endpoint_->failure()) return 0;
+  if (!endpoint_->isBlocked()) return -1;
+  return static_cast<int>(
+      std::min<int64_t>(endpoint_->outStream().msUntilTimeout(), std::numeric_limits<int>::max()));
+}
+
 void AgentConnection::process(int timeoutMs) {
-  io::FdManager::instance().process(timeoutMs);
+  ipc_.wait(timeoutMs);
 }
 
 bool AgentConnection::processUntil(const std::function<bool()>& done, int timeoutMs) {
   const plat::Deadline deadline(timeoutMs);
   while (!done()) {
-    if (!connected_) return false;
+    if (!isConnected()) return false;
     const int left = deadline.msLeft();
     if (left == 0) return false;
     process(left);
@@ -169,61 +188,25 @@ const uint8_t* AgentConnection::pixels() const {
 
 bool AgentConnection::readMsg(const char* messageName, rdr::InStream& in, io::MsgIpc&) {
   const std::string_view name = messageName;
-  if (name == "init") {
-    listener_->init(in.readU32());
-  } else if (name == "initRectAndPf") {
-    const rfb::Rect rect = readRect(in);
-    listener_->initRectAndPf(rect, rfb::PixelFormat::read(in));
-  } else if (name == "setPixelBuffer") {
-    readPixelBuffer(in);
-  } else if (name == "setColourMapEntries") {
-    readColourMap(in);
-  } else if (name == "fbUpdate") {
-    readUpdate(in);
-  } else if (name == "setCursorImage") {
-    readCursor(in);
-  } else if (name == "setCursorPos") {
-    const int32_t x = in.readS32();
-    listener_->setCursorPos(x, in.readS32());
-  } else if (name == "bell") {
-    listener_->bell();
-  } else if (name == "localInput") {
-    listener_->localInput();
-  } else if (name == "closeClients") {
-    const plat::String text = in.readString(kMaxText);
-    const plat::String kind = in.readShortString();
-    listener_->closeClients(text.str(), kind.str(), in.readU32());
-  } else if (name == "serverCutText") {
-    return readCutText(in);
-  } else if (name == "desktopFailure") {
-    const plat::String text = in.readShortString();
-    listener_->desktopFailure(text.str(), in.readShortString().str());
-  } else if (name == "captureBroken") {
-    listener_->captureBroken(in.readU8() != 0);
-  } else if (name == "desktopUidChanged") {
-    const uint64_t userId = in.readU64();
-    listener_->desktopUidChanged(userId, in.readShortString().str());
-  } else if (name == "displayModesSupported") {
-    listener_->displayModesSupported(in.readU8() != 0);
-  } else if (name == "displayModesUpdated") {
-    listener_->displayModesUpdated();
-  } else if (name == "monitorsUpdated") {
-    readMonitors(in);
-  } else if (name == "logMsg") {
-    LogLine line;
-    line.level = in.readU32();
-    line.source = in.readShortString().str();
-    line.text = in.readString(kMaxText).str();
-    listener_->logMsg(line);
-  } else if (name == "badMsg") {
-    listener_->badMsg(in.readShortString().str());
-  }
+  if (name == kCutText) return readCutText(in);
+  const auto* message = std::find_if(std::begin(kMessages), std::end(kMessages),
+                                     [&](const Message& m) { return name == m.name; });
+  (this->*message->read)(in);
   return true;
 }
 
 void AgentConnection::channelClosed(io::MsgIpc&) {
-  connected_ = false;
+  endpoint_ = nullptr;
   listener_->disconnected({});
+}
+
+void AgentConnection::readInit(rdr::InStream& in) {
+  listener_->init(in.readU32());
+}
+
+void AgentConnection::readInitRectAndPf(rdr::InStream& in) {
+  const rfb::Rect rect = readRect(in);
+  listener_->initRectAndPf(rect, rfb::PixelFormat::read(in));
 }
 
 void AgentConnection::readPixelBuffer(rdr::InStream& in) {
@@ -280,7 +263,7 @@ void AgentConnection::readUpdate(rdr::InStream& in) {
   listener_->fbUpdate(update);
 }
 
-void AgentConnection::readCursor(rdr::InStream& in) {
+void AgentConnection::readCursorImage(rdr::InStream& in) {
   CursorImage cursor;
   cursor.visible = in.readU8() != 0;
   if (cursor.visible) {
@@ -300,6 +283,47 @@ void AgentConnection::readCursor(rdr::InStream& in) {
   listener_->setCursorImage(cursor);
 }
 
+void AgentConnection::readCursorPos(rdr::InStream& in) {
+  const int32_t x = in.readS32();
+  listener_->setCursorPos(x, in.readS32());
+}
+
+void AgentConnection::readBell(rdr::InStream&) {
+  listener_->bell();
+}
+
+void AgentConnection::readLocalInput(rdr::InStream&) {
+  listener_->localInput();
+}
+
+void AgentConnection::readCloseClients(rdr::InStream& in) {
+  const plat::String text = in.readString(kMaxText);
+  const plat::String kind = in.readShortString();
+  listener_->closeClients(text.str(), kind.str(), in.readU32());
+}
+
+void AgentConnection::readDesktopFailure(rdr::InStream& in) {
+  const plat::String text = in.readShortString();
+  listener_->desktopFailure(text.str(), in.readShortString().str());
+}
+
+void AgentConnection::readCaptureBroken(rdr::InStream& in) {
+  listener_->captureBroken(in.readU8() != 0);
+}
+
+void AgentConnection::readDesktopUid(rdr::InStream& in) {
+  const uint64_t userId = in.readU64();
+  listener_->desktopUidChanged(userId, in.readShortString().str());
+}
+
+void AgentConnection::readModesSupported(rdr::InStream& in) {
+  listener_->displayModesSupported(in.readU8() != 0);
+}
+
+void AgentConnection::readModesUpdated(rdr::InStream&) {
+  listener_->displayModesUpdated();
+}
+
 void AgentConnection::readMonitors(rdr::InStream& in) {
   MonitorsMessage message;
   message.monitors.resize(in.readU8());
@@ -307,6 +331,18 @@ void AgentConnection::readMonitors(rdr::InStream& in) {
   message.parameter = in.readString(kMaxText).str();
   message.selection = in.readString(kMaxText).str();
   listener_->monitorsUpdated(message);
+}
+
+void AgentConnection::readLogLine(rdr::InStream& in) {
+  LogLine line;
+  line.level = in.readU32();
+  line.source = in.readShortString().str();
+  line.text = in.readString(kMaxText).str();
+  listener_->logMsg(line);
+}
+
+void AgentConnection::readBadMsg(rdr::InStream& in) {
+  listener_->badMsg(in.readShortString().str());
 }
 
 bool AgentConnection::readCutText(rdr::InStream& in) {

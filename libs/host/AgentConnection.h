@@ -10,13 +10,15 @@
 #include <vector>
 
 #include "host/AgentListener.h"
+#include "io/FdIo.h"
 #include "io/MsgIpc.h"
 #include "plat/FileDescriptor.h"
 
 namespace host {
 
 // The server's end of the channel to one agent: typed calls out, listener calls in, and the shared
-// framebuffer mapped. Uses the descriptor manager of the thread that makes it.
+// framebuffer mapped. It needs no loop of its own: whoever has one waits for what fd(), events()
+// and msUntilNext() say, asked anew before each wait, and calls process(0).
 class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback {
  public:
   struct Parameter {
@@ -31,7 +33,7 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
   AgentConnection& operator=(const AgentConnection&) = delete;
 
   void setListener(AgentListener* listener) { listener_ = listener; }
-  bool isConnected() const { return connected_; }
+  bool isConnected() const { return endpoint_ != nullptr; }
   void close();
   // Writes what is left, ends our direction and listens until the agent has gone. What was written
   // is handled for certain then. False when that takes longer than timeoutMs.
@@ -39,7 +41,12 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
   // The message channel, for messages that have no call here.
   io::MsgIpc& channel() { return ipc_; }
 
-  // Handles what arrives within timeoutMs (-1 without limit), one turn of the loop.
+  // The channel's descriptor, -1 when it is closed, and the events of poll() that it waits for.
+  int fd() const { return endpoint_ ? endpoint_->fd() : -1; }
+  short events() const;
+  // Milliseconds until process() has something to do without an event; -1 for never.
+  int msUntilNext() const;
+  // Writes what is left behind and handles what arrives within timeoutMs (-1 without limit).
   void process(int timeoutMs);
   // Runs turns until done() says so, the channel ends or the time is over; returns done().
   bool processUntil(const std::function<bool()>& done, int timeoutMs);
@@ -60,8 +67,9 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
 
   // What was last published; a rectangle of no size before that.
   const PixelBufferInfo& pixelBuffer() const { return buffer_; }
-  // The mapped segment; null before the first buffer, and when it could not be mapped.
-  const plat::SharedMem* segment() const { return segment_.get(); }
+  // The mapped segment; null before the first buffer, and when it could not be mapped. It stays
+  // mapped for those who hold it when another one takes its place.
+  std::shared_ptr<const plat::SharedMem> segment() const { return segment_; }
   // First pixel of the published rectangle, or null.
   const uint8_t* pixels() const;
   // Why the segment could not be mapped; empty when it could.
@@ -70,23 +78,41 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
   const std::vector<ColourMapEntry>& colourMap() const { return colourMap_; }
 
  private:
+  struct Message {
+    const char* name;
+    void (AgentConnection::*read)(rdr::InStream& in);
+  };
+  static const Message kMessages[];
+
   bool readMsg(const char* name, rdr::InStream& in, io::MsgIpc& ipc) override;
   void channelClosed(io::MsgIpc& ipc) override;
 
+  void readInit(rdr::InStream& in);
+  void readInitRectAndPf(rdr::InStream& in);
   void readPixelBuffer(rdr::InStream& in);
   void readColourMap(rdr::InStream& in);
   void readUpdate(rdr::InStream& in);
-  void readCursor(rdr::InStream& in);
+  void readCursorImage(rdr::InStream& in);
+  void readCursorPos(rdr::InStream& in);
+  void readBell(rdr::InStream& in);
+  void readLocalInput(rdr::InStream& in);
+  void readCloseClients(rdr::InStream& in);
+  void readDesktopFailure(rdr::InStream& in);
+  void readCaptureBroken(rdr::InStream& in);
+  void readDesktopUid(rdr::InStream& in);
+  void readModesSupported(rdr::InStream& in);
+  void readModesUpdated(rdr::InStream& in);
   void readMonitors(rdr::InStream& in);
-  // False until all of the text is here.
+  void readLogLine(rdr::InStream& in);
+  void readBadMsg(rdr::InStream& in);
+  // The one message that may be longer than what is held. False until all of the text is here.
   bool readCutText(rdr::InStream& in);
 
   AgentListener nobody_;
   AgentListener* listener_;
-  bool connected_ = true;
-  const int fd_;  // the endpoint's
+  io::FdIo* endpoint_;  // null when the channel is closed
   PixelBufferInfo buffer_;
-  std::unique_ptr<plat::SharedMem> segment_;
+  std::shared_ptr<plat::SharedMem> segment_;
   std::string segmentError_;
   std::vector<ColourMapEntry> colourMap_;
   // A clipboard text that is arriving.

@@ -30,6 +30,9 @@ namespace {
 
 constexpr int kConnectTimeoutMs = 10000;
 constexpr int kLeaveTimeoutMs = 5000;
+// Where the agent finds its end of an inherited channel: agents take low numbers only, and a server
+// may have thousands of descriptors.
+constexpr int kChannelFd = 3;
 // How often a waiting host looks whether the agent is still there.
 constexpr int kLookMs = 20;
 
@@ -130,11 +133,16 @@ std::vector<std::string> environmentOf(const LaunchOptions& options) {
 // The child's side, between fork and exec: only calls that are safe there.
 [[noreturn]] void runAgent(const LaunchOptions& options, char* const* arguments,
                            char* const* environment, int inherited, int report) {
-  if (inherited >= 0) fcntl(inherited, F_SETFD, 0);
   if (options.standardOutput >= 0) dup2(options.standardOutput, STDOUT_FILENO);
   if (options.standardError >= 0) dup2(options.standardError, STDERR_FILENO);
   bool good = true;
-  if (options.groupId >= 0) {
+  if (inherited >= 0) {
+    const int moved = fcntl(report, F_DUPFD_CLOEXEC, kChannelFd + 1);
+    if (moved >= 0) report = moved;
+    good = moved >= 0 && (inherited == kChannelFd ? fcntl(inherited, F_SETFD, 0)
+                                                  : dup2(inherited, kChannelFd)) >= 0;
+  }
+  if (good && options.groupId >= 0) {
     good = setgroups(0, nullptr) == 0 && setgid(static_cast<gid_t>(options.groupId)) == 0;
   }
   if (good && options.userId >= 0) good = setuid(static_cast<uid_t>(options.userId)) == 0;
@@ -164,7 +172,7 @@ AgentProcess AgentProcess::launch(const LaunchOptions& options) {
       }
       ours.reset(ends[0]);
       theirs.reset(ends[1]);
-      arguments.push_back(std::to_string(theirs.get()));
+      arguments.push_back(std::to_string(kChannelFd));
       break;
     }
     case LaunchOptions::Channel::kNamedSocket:

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "io/FdIo.h"
+#include "io/FdSelectManager.h"
 #include "io/LogDestIpc.h"
 #include "loc/Localizer.h"
 #include "os/AppLoop.h"
@@ -139,6 +140,7 @@ int initAgent(int argc, char** argv) {
     return 0;
   }
 
+  io::FdSelectManager descriptors;
   io::LogDestIpc logDest;
   try {
     plat::LogManager::instance().setStartUpSpec("*:ipc:200");

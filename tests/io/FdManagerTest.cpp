@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -8,7 +11,9 @@
 
 #include "io/FdHandler.h"
 #include "io/FdKicker.h"
+#include "io/FdPollManager.h"
 #include "io/FdSelectManager.h"
+#include "plat/Exception.h"
 #include "plat/Time.h"
 #include "support/ActionTimer.h"
 #include "support/ManualClock.h"
@@ -37,21 +42,31 @@ class TestHandler : public FdHandler {
 };
 
 // Timers by the real clock would make the counts depend on the machine's load.
+template <typename Manager>
 class FdManagerTest : public testing::Test {
  protected:
   test::ManualClock clock_;
   test::SocketPair pair_;
-  FdSelectManager manager_{true};
+  Manager manager_{true};
 };
+using Managers = testing::Types<FdSelectManager, FdPollManager>;
+TYPED_TEST_SUITE(FdManagerTest, Managers);
 
-TEST_F(FdManagerTest, WaitIsTheShorterOfTimerAndCaller) {
-  pair_.put("x");  // so that no wait lasts
-  TestHandler handler(pair_.ours.get());
-  manager_.setWants(handler, true, false);
+TEST(FdManager, WaitIsTheShorterOfTimerAndCaller) {
+  struct NeverWaiting : FdManager {
+    NeverWaiting() : FdManager(true) {}
+    void interestChanged(FdHandler&, bool, bool, bool) override {}
+    bool wait(int timeoutMs) override {
+      waitMs = timeoutMs;
+      return true;
+    }
+    int waitMs = -2;
+  } manager;
+  test::ManualClock clock_;
   test::ActionTimer action;
   const auto waited = [&](int timeoutMs) {
-    EXPECT_TRUE(manager_.process(timeoutMs));
-    return manager_.lastTimeoutMs();
+    EXPECT_TRUE(manager.process(timeoutMs));
+    return manager.waitMs;
   };
   EXPECT_EQ(waited(-1), -1);
   EXPECT_EQ(waited(5), 6);
@@ -66,34 +81,34 @@ TEST_F(FdManagerTest, WaitIsTheShorterOfTimerAndCaller) {
   EXPECT_EQ(waited(-1), -1);
 }
 
-TEST_F(FdManagerTest, TimersThenDeferredThenReadsThenWritesFromTheBack) {
-  pair_.put("x");
+TYPED_TEST(FdManagerTest, TimersThenDeferredThenReadsThenWritesFromTheBack) {
+  this->pair_.put("x");
   std::string calls;
   std::vector<TestHandler> handlers(2);  // ascending addresses
   for (size_t i = 0; i < handlers.size(); ++i) {
     TestHandler& handler = handlers[i];
     const std::string name = std::to_string(i);
-    handler.setFd(i == 0 ? pair_.ours.get() : pair_.peer.get());
+    handler.setFd(i == 0 ? this->pair_.ours.get() : this->pair_.peer.get());
     handler.onRead = [&calls, name] { calls += "r" + name; };
     handler.onWrite = [&calls, name] { calls += "w" + name; };
     handler.onDeferred = [&, name] {
       // It comes on the next turn, once.
-      if (name == "0" && calls.size() < 8) manager_.defer(handlers[0]);
+      if (name == "0" && calls.size() < 8) this->manager_.defer(handlers[0]);
       calls += "d" + name;
     };
-    manager_.setWants(handler, i == 0, i == 1);
-    manager_.defer(handler);
-    manager_.defer(handler);
+    this->manager_.setWants(handler, i == 0, i == 1);
+    this->manager_.defer(handler);
+    this->manager_.defer(handler);
   }
   test::ActionTimer action([&calls] { calls += "t"; });
   action.timer.start(0);
-  manager_.process(-1);
+  this->manager_.process(-1);
   EXPECT_EQ(calls, "td1d0r0w1");
-  manager_.process(-1);
+  this->manager_.process(-1);
   EXPECT_EQ(calls, "td1d0r0w1d0r0w1");
 }
 
-TEST_F(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
+TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
   enum Way { kUnregister, kDestroy, kDestroyItself, kDropInterest };
   enum Set { kRead, kWrite, kDeferred };
   for (Way way : {kUnregister, kDestroy, kDestroyItself, kDropInterest}) {
@@ -108,8 +123,8 @@ TEST_F(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
                                 std::unique_ptr<TestHandler>& other) {
         return [&] {
           ++calls;
-          if (way == kUnregister) manager_.unregister(*other);
-          if (way == kDropInterest) manager_.setWants(*other, set != kRead, set != kWrite);
+          if (way == kUnregister) this->manager_.unregister(*other);
+          if (way == kDropInterest) this->manager_.setWants(*other, set != kRead, set != kWrite);
           if (way == kDestroy || way == kDestroyItself) other.reset();
           if (way == kDestroyItself) own.reset();
         };
@@ -118,16 +133,16 @@ TEST_F(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
       a->onRead = a->onWrite = a->onDeferred = removing(a, b);
       b->onRead = b->onWrite = b->onDeferred = removing(b, a);
       for (auto* handler : {a.get(), b.get()}) {
-        manager_.setWants(*handler, set == kRead, set == kWrite);
-        if (set == kDeferred) manager_.defer(*handler);
+        this->manager_.setWants(*handler, set == kRead, set == kWrite);
+        if (set == kDeferred) this->manager_.defer(*handler);
       }
-      manager_.process(0);
+      this->manager_.process(0);
       EXPECT_EQ(calls, 1) << way << set;
     }
   }
 }
 
-TEST_F(FdManagerTest, KickerWakesFromAnotherThread) {
+TYPED_TEST(FdManagerTest, KickerWakesFromAnotherThread) {
   struct KickCounter : FdKicker::Callback {
     virtual ~KickCounter() = default;
     void kicked(FdKicker&) override { ++calls; }
@@ -135,14 +150,40 @@ TEST_F(FdManagerTest, KickerWakesFromAnotherThread) {
   } counter;
   FdKicker kicker(&counter);
   std::thread thread([&] { kicker.kick(); });
-  EXPECT_TRUE(manager_.process(-1));
+  EXPECT_TRUE(this->manager_.process(-1));
   thread.join();
   EXPECT_EQ(counter.calls, 1);
-  EXPECT_FALSE(manager_.process(0));
+  EXPECT_FALSE(this->manager_.process(0));
   // More than the pipe holds: the kicks fail quietly.
   for (int i = 0; i < 100000; ++i) kicker.kick();
-  EXPECT_TRUE(manager_.process(-1));
+  EXPECT_TRUE(this->manager_.process(-1));
   EXPECT_EQ(counter.calls, 2);
+}
+
+// A descriptor above what a set of descriptors holds, as servers have.
+TEST(FdManager, HighDescriptors) {
+  const test::SocketPair pair;
+  pair.put("x");
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit more{std::max<rlim_t>(limit.rlim_cur, 2048), limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
+  TestHandler handler(plat::FileDescriptor(fcntl(pair.ours.get(), F_DUPFD_CLOEXEC, 1500)));
+  ASSERT_GE(handler.fd(), 1500);
+  int reads = 0;
+  handler.onRead = [&] { ++reads; };
+  {
+    FdPollManager manager(true);
+    manager.requirePollable(handler.fd());
+    manager.setWants(handler, true, false);
+    EXPECT_TRUE(manager.process(-1));
+  }
+  FdSelectManager manager(true);
+  EXPECT_THROW(manager.requirePollable(handler.fd()), plat::Exception);
+  manager.setWants(handler, true, false);
+  EXPECT_FALSE(manager.process(0));
+  EXPECT_EQ(reads, 1);
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ class LogDestIpcTest : public testing::Test {
     std::string bytes;
     const int64_t limit = plat::monotonicTime() + 30 * plat::kTicksPerSecond;
     while ((bytes += channel_.take()).size() < size && plat::monotonicTime() < limit) {
-      FdManager::instance().process(10);
+      channel_.loop->process(10);
     }
     return bytes;
   }

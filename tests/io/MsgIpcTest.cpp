@@ -57,7 +57,7 @@ TEST(MsgIpc, ReadsOneMessageSynchronously) {
   EXPECT_EQ(readNumber(1000), "nothing");
   EXPECT_EQ(channel.seen(), "5 ");
   // The rest is held by the channel and must reach the loop all the same.
-  TestChannel::pump();
+  channel.pump();
   EXPECT_EQ(channel.seen(), "6  ");
 
   EXPECT_EQ(readNumber(1), "TimedOut: Timed out");
@@ -67,7 +67,7 @@ TEST(MsgIpc, ReadsOneMessageSynchronously) {
   EXPECT_EQ(inside, ": MsgIpc::readMessage: not in state startMsg");
   channel.pair.peer.reset();
   EXPECT_EQ(readNumber(1000), "EndOfStream: End of IO stream");
-  TestChannel::pump();
+  channel.pump();
   EXPECT_EQ(channel.seen(), "1 closed ");
 }
 
@@ -130,7 +130,7 @@ TEST(MsgIpc, FailedWrites) {
                 i == 0 ? thrown : "nothing");  // discarded the second time
       EXPECT_EQ(channel.seen(), "");
     }
-    TestChannel::pump();
+    channel.pump();
     EXPECT_EQ(channel.seen(), "closed ");
   }
 }

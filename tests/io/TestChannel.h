@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "io/FdIo.h"
-#include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "io/MsgIpc.h"
 #include "support/SocketPair.h"
 
@@ -28,9 +28,10 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
     ipc.attach(std::make_unique<io::FdIo>(std::move(pair.ours)));
   }
 
-  // Turns of the loop until there is nothing to do.
-  static void pump() {
-    while (io::FdManager::instance().process(0)) {
+  // Turns of the loop until there is nothing to do. The channel may be destroyed meanwhile.
+  void pump() {
+    const std::shared_ptr<io::FdSelectManager> turning = loop;
+    while (turning->process(0)) {
     }
   }
 
@@ -50,6 +51,7 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
   // What was read, and what happened, since the last call.
   std::string seen() { return std::exchange(seen_, {}); }
 
+  const std::shared_ptr<io::FdSelectManager> loop = std::make_shared<io::FdSelectManager>();
   io::MsgIpc ipc;
   std::unique_ptr<io::MsgIpc::Registration> registration{
       new io::MsgIpc::Registration(ipc, *this, {"number", "list"})};

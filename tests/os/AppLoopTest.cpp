@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "os/AppLoopImpl.h"
 #include "os/SignalHandler.h"
 #include "support/ActionTimer.h"
@@ -17,6 +17,7 @@ namespace {
 using test::ActionTimer;
 
 TEST(AppLoopTest, QuitEndsTheLoopAfterTheTurn) {
+  io::FdSelectManager descriptors;
   for (const int code : {7, 0}) {
     AppLoop loop(std::make_unique<AppLoopImpl>());
     std::string calls;
@@ -45,6 +46,7 @@ TEST(SignalHandlerTest, BringsSignalsIntoTheLoopAndRestoresTheirDisposition) {
   struct sigaction ignored = {}, original, now;
   ignored.sa_handler = SIG_IGN;
   ASSERT_EQ(sigaction(SIGUSR2, &ignored, &original), 0);
+  io::FdSelectManager descriptors;
   {
     AppLoop loop(std::make_unique<AppLoopImpl>());
     QuitOnSignal bridge;
@@ -57,7 +59,7 @@ TEST(SignalHandlerTest, BringsSignalsIntoTheLoopAndRestoresTheirDisposition) {
   }
   ASSERT_EQ(sigaction(SIGUSR2, nullptr, &now), 0);
   EXPECT_EQ(now.sa_handler, SIG_IGN);
-  io::FdManager::instance().process(0);
+  descriptors.process(0);
   sigaction(SIGUSR2, &original, nullptr);
 }
 

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "support/ManualClock.h"
 #include "svr/FakeBuffer.h"
 
@@ -28,7 +28,7 @@ class DamageTestTest : public testing::Test, public svr::DamageTest::Callback {
     loop.process(0);
   }
 
-  io::FdManager& loop = io::FdManager::instance();
+  io::FdSelectManager loop;
   test::ManualClock clock;
   FakeBuffer buffer{rfb::PixelFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0), kRect};
   std::unique_ptr<svr::DamageTest> test{std::make_unique<svr::DamageTest>(*this, buffer)};

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "io/FdIo.h"
-#include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
 #include "plat/config/IntParameter.h"
@@ -83,7 +83,7 @@ class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Call
   // Sends a message and lets the agent handle it.
   void send(std::string_view name, std::string_view body = {}) {
     pair.put(test::message(name, body));
-    while (io::FdManager::instance().process(0)) {
+    while (loop.process(0)) {
     }
   }
   // All messages that the agent has sent since the last call.
@@ -103,6 +103,7 @@ class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Call
   support::LogCapture log{200};
   FakeDesktop desktop;
   test::SocketPair pair;
+  io::FdSelectManager loop;
   svr::SServerAgent agent{this, &desktop, nullptr};
 };
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "io/FdManager.h"
+#include "io/FdSelectManager.h"
 #include "support/ManualClock.h"
 
 namespace {
@@ -26,7 +26,7 @@ class UpdateSchedulerTest : public testing::Test, protected svr::UpdateScheduler
     return updates.size();
   }
 
-  io::FdManager& loop = io::FdManager::instance();
+  io::FdSelectManager loop;
   test::ManualClock clock;
   std::vector<rfb::Region> updates;
   svr::UpdateScheduler scheduler{*this};

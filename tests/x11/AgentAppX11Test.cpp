@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include "io/FdIo.h"
-#include "io/FdManager.h"
 #include "io/LogDestIpc.h"
 #include "support/AppWindow.h"
 #include "support/Frames.h"
@@ -22,9 +21,6 @@ class AgentAppX11Test : public TXFixture {
     while (loop_.process(0)) {
     }
   }
-
- private:
-  io::FdManager& loop_ = io::FdManager::instance();
 };
 
 // Some old X servers must not be asked for cursors before somebody has logged in.

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "io/FdManager.h"
 #include "support/FakeOwner.h"
 #include "support/ManualClock.h"
 #include "tx/ServerTime.h"
@@ -22,7 +21,6 @@ using Texts = std::vector<std::string>;
 // matter of the agent's tests.
 class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback {
  protected:
-  ClipboardTest() { io::FdManager::instance(); }
   void begin() {
     start("64x64x24");
     construct();
@@ -54,7 +52,7 @@ class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback 
     dispatchAll();
     if (owner_) owner_->pump();
     if (other_) other_->pump();
-    io::FdManager::instance().process(0);
+    loop_.process(0);
   }
   bool pumpUntil(const std::function<bool()>& predicate) {
     return waitFor([&] {

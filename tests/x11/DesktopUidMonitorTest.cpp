@@ -4,7 +4,6 @@
 
 #include <list>
 
-#include "io/FdManager.h"
 #include "support/AppWindow.h"
 #include "support/ManualClock.h"
 #include "support/UserProcess.h"
@@ -45,7 +44,6 @@ class DesktopUidMonitorTest : public TXFixture, public tx::DesktopUidMonitor::Ca
     return std::exchange(told_, {});
   }
 
-  io::FdManager& loop_ = io::FdManager::instance();
   test::ManualClock clock_;
   std::unique_ptr<tx::DesktopUidMonitor> monitor_;
   std::list<AppWindow> windows_;

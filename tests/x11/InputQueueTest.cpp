@@ -8,7 +8,6 @@
 #include <optional>
 #include <set>
 
-#include "io/FdManager.h"
 #include "plat/timer/TimerManager.h"
 #include "support/InputWitness.h"
 #include "support/ManualClock.h"
@@ -31,7 +30,6 @@ class InputQueueTest : public TXFixture, private svr::SPointerX11Callback {
     svr::InputQueue queue{keyboard, pointer};
   };
 
-  InputQueueTest() { io::FdManager::instance(); }
   void SetUp() override {
     start("200x100x24");
     server().run({"setxkbmap", "-option", "", "-layout", "us"});

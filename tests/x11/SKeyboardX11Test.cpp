@@ -11,7 +11,6 @@
 #include <optional>
 #include <set>
 
-#include "io/FdManager.h"
 #include "plat/Exception.h"
 #include "plat/timer/TimerManager.h"
 #include "support/InputWitness.h"
@@ -28,7 +27,6 @@ constexpr uint32_t kCyrillicA = 0x6c1;
 
 class SKeyboardX11Test : public TXFixture {
  protected:
-  SKeyboardX11Test() { io::FdManager::instance(); }
   void TearDown() override {
     keyboard_.reset();
     witness_.reset();

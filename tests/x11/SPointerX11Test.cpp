@@ -6,7 +6,6 @@
 
 #include <optional>
 
-#include "io/FdManager.h"
 #include "plat/Exception.h"
 #include "plat/timer/TimerManager.h"
 #include "support/InputWitness.h"
@@ -18,7 +17,6 @@ using Strings = std::vector<std::string>;
 
 class SPointerX11Test : public TXFixture, private svr::SPointerX11Callback {
  protected:
-  SPointerX11Test() { io::FdManager::instance(); }
   void TearDown() override {
     pointer_.reset();
     witness_.reset();

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "io/FdSelectManager.h"
 #include "plat/config/Configuration.h"
 #include "support/LogCapture.h"
 #include "support/XServer.h"
@@ -16,6 +17,8 @@
 // A private Xvfb that the toolkit is connected to.
 class TXFixture : public testing::Test {
  protected:
+  io::FdSelectManager loop_;
+
   void start(const std::string& screen = "640x480x24") { use(support::XServer::xvfb(screen)); }
   void use(std::unique_ptr<support::XServer> server) {
     stop();

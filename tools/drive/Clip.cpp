@@ -10,8 +10,6 @@
 #include <optional>
 
 #include "Commands.h"
-#include "io/FdHandler.h"
-#include "io/FdManager.h"
 
 namespace drive {
 
@@ -44,22 +42,18 @@ class ClipRecorder : public Recorder {
 };
 
 // Standard input, a line at a time.
-class Lines : public io::FdHandler {
+class Lines {
  public:
-  explicit Lines(std::function<void(const std::string&)> handle)
-      : FdHandler(STDIN_FILENO), handle_(std::move(handle)) {
-    io::FdManager::instance().setWants(*this, true, false);
-  }
-  const char* handlerName() const override { return "stdin"; }
+  explicit Lines(std::function<void(const std::string&)> handle) : handle_(std::move(handle)) {}
 
-  void readReady() override {
+  // Reads what there is. False at the end.
+  bool read() {
     std::array<char, 65536> bytes;
-    const ssize_t got = read(STDIN_FILENO, bytes.data(), bytes.size());
-    if (got < 0 && (errno == EINTR || errno == EAGAIN)) return;
+    const ssize_t got = ::read(STDIN_FILENO, bytes.data(), bytes.size());
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) return true;
     if (got <= 0) {
-      io::FdManager::instance().unregister(*this);
       if (!partial_.empty()) handle_(partial_);
-      return;
+      return false;
     }
     partial_.append(bytes.data(), static_cast<size_t>(got));
     size_t begin = 0;
@@ -67,6 +61,7 @@ class Lines : public io::FdHandler {
       handle_(partial_.substr(begin, end - begin));
     }
     partial_.erase(0, begin);
+    return true;
   }
 
  private:
@@ -88,7 +83,7 @@ bool run(Session& session, double seconds, const std::function<bool()>& done) {
     return done() || interrupted() ||
            (seconds > 0 && std::chrono::duration<double>(Clock::now() - begin).count() >= seconds);
   };
-  while (!over() && session.agent().isConnected()) session.agent().processUntil(over, 100);
+  while (!over() && session.agent().isConnected()) session.loop().process(100);
   return done();
 }
 
@@ -125,7 +120,10 @@ void watchClipboard(const SessionOptions& sessionOptions, const ClipOptions& opt
   ClipRecorder recorder;
   Session session(monitoring(sessionOptions, !options.clipboardOnly), recorder);
   session.startDesktop();
-  const Lines lines([&](const std::string& line) { session.agent().clientCutText(line); });
+  Lines lines([&](const std::string& line) { session.agent().clientCutText(line); });
+  session.loop().watch(STDIN_FILENO, [&] {
+    if (!lines.read()) session.loop().unwatch(STDIN_FILENO);
+  });
   run(session, options.seconds, [&] {
     for (const std::string& text : recorder.texts) print(text.ends_with('\n') ? text : text + "\n");
     recorder.texts.clear();

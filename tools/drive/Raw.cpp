@@ -161,7 +161,7 @@ void raw(const SessionOptions& sessionOptions, const RawOptions& options) {
   const auto over = [&] {
     return interrupted() || (options.seconds > 0 && printer.seconds() - begin >= options.seconds);
   };
-  while (!over() && session.agent().isConnected()) session.agent().processUntil(over, 100);
+  while (!over() && session.agent().isConnected()) session.loop().process(100);
   session.finish();
 }
 

@@ -69,6 +69,7 @@ Session::Session(const SessionOptions& options, Recorder& recorder)
     process_ = std::make_unique<host::AgentProcess>(host::AgentProcess::launch(launch));
     errorWrite.reset();
     connection_ = std::make_unique<host::AgentConnection>(process_->takeChannel(), &recorder);
+    loop_.add(*connection_);
   } catch (const plat::Exception& e) {
     throw Failure(e.text());
   }
@@ -107,7 +108,8 @@ void Session::waitForBuffer(int before) {
 }
 
 void Session::waitUntil(const std::function<bool()>& done, int timeoutMs, const std::string& what) {
-  if (connection_->processUntil(done, timeoutMs)) return;
+  loop_.processUntil([&] { return done() || !connection_->isConnected(); }, timeoutMs);
+  if (done()) return;
   if (!connection_->isConnected()) throw Failure("the agent ended: " + explainDeath());
   throw Failure("timed out waiting for " + what);
 }

@@ -8,6 +8,7 @@
 
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
+#include "host/Loop.h"
 
 namespace drive {
 
@@ -68,6 +69,8 @@ class Session {
 
   host::AgentConnection& agent() { return *connection_; }
   host::AgentProcess& process() { return *process_; }
+  // Waits for the agent; descriptors of a command's own may be added.
+  host::Loop& loop() { return loop_; }
 
   // Starts the desktop, selects the monitors and waits for the buffer. Throws Failure.
   void startDesktop();
@@ -87,6 +90,7 @@ class Session {
   plat::FileDescriptor errorRead_;
   std::unique_ptr<host::AgentProcess> process_;
   std::unique_ptr<host::AgentConnection> connection_;
+  host::Loop loop_;
 };
 
 // The agent that stands beside this program, else the one on PATH.

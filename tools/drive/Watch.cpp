@@ -214,7 +214,7 @@ void watch(const SessionOptions& sessionOptions, const WatchOptions& options) {
     return interrupted() || (options.seconds > 0 && secondsSince(begin) >= options.seconds);
   };
   while (!over()) {
-    session.agent().processUntil(over, 100);
+    session.loop().process(100);
     if (!session.agent().isConnected()) break;
     if (secondsSince(begin) >= nextSummary) {
       watcher.summarise();
