@@ -1,11 +1,9 @@
 #include "host/AgentConnection.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <iterator>
-#include <limits>
 
 #include "plat/Deadline.h"
 #include "plat/Exception.h"
@@ -51,19 +49,17 @@ const AgentConnection::Message AgentConnection::kMessages[] = {
 
 AgentConnection::AgentConnection(plat::FileDescriptor channel, AgentListener* listener)
     : listener_(listener ? listener : &nobody_), ipc_("Agent") {
-  auto endpoint = std::make_unique<io::FdIo>(std::move(channel));
+  auto endpoint = std::make_unique<ManualIo>(std::move(channel));
   endpoint_ = endpoint.get();
   ipc_.setCallback(this);
-  for (const Message& message : kMessages) ipc_.addReader(message.name, this);
-  ipc_.addReader(kCutText, this);
-  ipc_.attach(std::move(endpoint), io::MsgIpc::kManual);
+  for (const Message& message : kMessages) registration_.add(message.name);
+  registration_.add(kCutText);
+  ipc_.attach(std::move(endpoint));
 }
 
 AgentConnection::~AgentConnection() {
   ipc_.setCallback(nullptr);
   close();
-  for (const Message& message : kMessages) ipc_.removeReader(message.name);
-  ipc_.removeReader(kCutText);
 }
 
 void AgentConnection::close() {
@@ -81,20 +77,8 @@ bool AgentConnection::finish(int timeoutMs) {
   return gone;
 }
 
-short AgentConnection::events() const {
-  return static_cast<short>(ipc_.isBlocked() ? POLLIN | POLLOUT : POLLIN);
-}
-
-int AgentConnection::msUntilNext() const {
-  if (!endpoint_) return -1;
-  if (endpoint_->failure()) return 0;
-  if (!endpoint_->isBlocked()) return -1;
-  return static_cast<int>(
-      std::min<int64_t>(endpoint_->outStream().msUntilTimeout(), std::numeric_limits<int>::max()));
-}
-
 void AgentConnection::process(int timeoutMs) {
-  ipc_.wait(timeoutMs);
+  if (endpoint_) endpoint_->turn(timeoutMs);
 }
 
 bool AgentConnection::processUntil(const std::function<bool()>& done, int timeoutMs) {
@@ -339,6 +323,7 @@ void AgentConnection::readLogLine(rdr::InStream& in) {
   line.source = in.readShortString().str();
   line.text = in.readString(kMaxText).str();
   listener_->logMsg(line);
+  if (const std::optional<Refusal> refusal = refusals_.find(line)) listener_->refused(*refusal);
 }
 
 void AgentConnection::readBadMsg(rdr::InStream& in) {

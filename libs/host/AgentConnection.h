@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/AgentListener.h"
-#include "io/FdIo.h"
+#include "host/ManualIo.h"
 #include "io/MsgIpc.h"
 #include "plat/FileDescriptor.h"
 
@@ -43,10 +43,11 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
 
   // The channel's descriptor, -1 when it is closed, and the events of poll() that it waits for.
   int fd() const { return endpoint_ ? endpoint_->fd() : -1; }
-  short events() const;
+  short events() const { return endpoint_ ? endpoint_->events() : short{0}; }
   // Milliseconds until process() has something to do without an event; -1 for never.
-  int msUntilNext() const;
-  // Writes what is left behind and handles what arrives within timeoutMs (-1 without limit).
+  int msUntilNext() const { return endpoint_ ? endpoint_->msUntilNext() : -1; }
+  // Writes what is left behind and handles what arrives within timeoutMs (-1 without limit). A
+  // signal that is handled ends the wait.
   void process(int timeoutMs);
   // Runs turns until done() says so, the channel ends or the time is over; returns done().
   bool processUntil(const std::function<bool()>& done, int timeoutMs);
@@ -110,7 +111,7 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
 
   AgentListener nobody_;
   AgentListener* listener_;
-  io::FdIo* endpoint_;  // null when the channel is closed
+  ManualIo* endpoint_;  // null when the channel is closed
   PixelBufferInfo buffer_;
   std::shared_ptr<plat::SharedMem> segment_;
   std::string segmentError_;
@@ -119,6 +120,8 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
   std::string cutText_;
   std::optional<uint32_t> cutTextLength_;
   io::MsgIpc ipc_;
+  io::MsgIpc::Registration registration_{ipc_, *this};
+  RefusalFinder refusals_;
 };
 
 }  // namespace host

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/Refusal.h"
 #include "plat/shm/SharedMem.h"
 #include "rdr/DisplayInfo.h"
 #include "rfb/PixelFormat.h"
@@ -77,6 +78,8 @@ class AgentListener {
   virtual void displayModesUpdated() {}
   virtual void monitorsUpdated(const MonitorsMessage&) {}
   virtual void logMsg(const LogLine&) {}
+  // The agent did not do what it was told; comes after the log line that says so.
+  virtual void refused(const Refusal&) {}
   // The agent did not know a message of ours.
   virtual void badMsg(const std::string& /*name*/) {}
   // The channel is closed; nothing comes after this. Empty text at an orderly end.
