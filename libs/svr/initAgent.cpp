@@ -27,6 +27,8 @@
 #include "svr/AgentAppX11.h"
 #include "svr/AgentLoop.h"
 #include "svr/Watchdog.h"
+#include "svr/input/InputTrace.h"
+#include "tx/TXDisplay.h"
 
 namespace svr {
 
@@ -104,16 +106,22 @@ void reportError(const io::LogDestIpc& logDest, const plat::Exception& error) {
 
 int runAgent(bool serviceMode, io::LogDestIpc& logDest, std::unique_ptr<io::Io> connection,
              Watchdog& watchdog) {
-  os::AppLoop loop(std::make_unique<AgentLoop>(watchdog));
-  const SignalBridge signals(&vlog, watchdog);
-  AgentAppX11 app(serviceMode, logDest, std::move(connection));
-  try {
-    return loop.run();
-  } catch (const plat::Exception& e) {
-    // The server can still be told.
-    reportError(logDest, e);
-    return 1;
+  int status = 1;
+  bool displayLost = false;
+  {
+    os::AppLoop loop(std::make_unique<AgentLoop>(watchdog));
+    const SignalBridge signals(&vlog, watchdog);
+    AgentAppX11 app(serviceMode, logDest, std::move(connection));
+    try {
+      status = loop.run();
+    } catch (const plat::Exception& e) {
+      // The server can still be told.
+      reportError(logDest, e);
+    }
+    displayLost = tx::TXDisplay::isLost();
   }
+  if (displayLost) InputTrace::undoAfterLoss();
+  return status;
 }
 
 }  // namespace

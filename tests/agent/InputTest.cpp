@@ -67,6 +67,16 @@ class InputTest : public testing::Test {
     return all;
   }
 
+  // A window of the agent, which must be the only one that has any besides this client.
+  Window agentWindow() {
+    Window root, parent, *windows = nullptr;
+    unsigned number = 0;
+    XQueryTree(client.get(), DefaultRootWindow(client.get()), &root, &parent, &windows, &number);
+    const Window first = number > 0 ? windows[0] : None;
+    XFree(windows);
+    return first;
+  }
+
   std::unique_ptr<support::XServer> server;
   support::XConnection client;
 };
@@ -116,6 +126,39 @@ TEST_F(InputTest, NothingStaysDown) {
     XKeyboardState state;
     XGetKeyboardControl(client.get(), &state);
     EXPECT_EQ(state.global_auto_repeat, AutoRepeatModeOn);
+  }
+}
+
+// Ends that leave no time to tidy up: the next agent does it, or the same one over a new
+// connection.
+TEST_F(InputTest, WhatStaysDownIsReleasedInTheEnd) {
+  const auto autoRepeat = [&] {
+    XKeyboardState state;
+    XGetKeyboardControl(client.get(), &state);
+    return state.global_auto_repeat;
+  };
+  XTestFakeKeyEvent(client.get(), 54, True, 0);  // Not the agent's.
+  for (const bool killed : {true, false}) {
+    Agent agent(server->display());
+    agent.start();
+    agent.connection->keyEvent(XK_Shift_L, true);
+    agent.connection->keyEvent('A', true);
+    agent.connection->pointerEvent(10, 10, 5);
+    ASSERT_TRUE(eventually(agent, [&] { return held().size() == 5; }));
+    ASSERT_EQ(autoRepeat(), AutoRepeatModeOff);
+    if (killed) {
+      agent.signal(SIGKILL);
+      agent.exitStatus();
+      ASSERT_EQ(held().size(), 5u);
+      Agent next(server->display());
+      next.sync();
+    } else {
+      XKillClient(client.get(), agentWindow());
+      XSync(client.get(), False);
+      EXPECT_EQ(agent.exitStatus(), 1);
+    }
+    EXPECT_EQ(held(), std::vector<unsigned>{54});
+    EXPECT_EQ(autoRepeat(), AutoRepeatModeOn);
   }
 }
 

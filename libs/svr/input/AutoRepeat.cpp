@@ -2,6 +2,7 @@
 
 #include <X11/Xlib.h>
 
+#include "svr/input/InputTrace.h"
 #include "tx/TXDisplay.h"
 
 namespace svr {
@@ -13,6 +14,7 @@ namespace {
 constexpr int kResumeDelayMs = 3000;
 
 void setMode(int mode) {
+  InputTrace::get().setAutoRepeatOff(mode == AutoRepeatModeOff);
   XKeyboardControl control{};
   control.auto_repeat_mode = mode;
   XChangeKeyboardControl(tx::TXDisplay::display(), KBAutoRepeatMode, &control);

@@ -21,7 +21,7 @@ constexpr useconds_t kReleaseDelayUs = 100 * 1000;
 
 }  // namespace
 
-SKeyboardX11::SKeyboardX11() : grafts_(map_), interpreter_(*this) {}
+SKeyboardX11::SKeyboardX11() : trace_(InputTrace::get()), grafts_(map_), interpreter_(*this) {}
 
 SKeyboardX11::~SKeyboardX11() {
   if (!tx::TXDisplay::isOpen()) return;
@@ -63,8 +63,11 @@ std::optional<rfb::Keyboard::Key> SKeyboardX11::find(uint32_t keysym, int prefer
 }
 
 void SKeyboardX11::send(int keycode, bool down) {
-  // Under a key that is held auto-repeat must not come back.
-  if (down) autoRepeat_.suspend();
+  if (down) {
+    trace_.keyPressed(keycode);
+    // Under a key that is held auto-repeat must not come back.
+    autoRepeat_.suspend();
+  }
   XTestFakeKeyEvent(tx::TXDisplay::display(), static_cast<unsigned>(keycode), down, CurrentTime);
   map_.keySent(keycode, down);
   grafts_.keySent(keycode, down);

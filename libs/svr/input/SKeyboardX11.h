@@ -7,6 +7,7 @@
 #include "rfb/KeyEventInterpreter.h"
 #include "rfb/Keyboard.h"
 #include "svr/input/AutoRepeat.h"
+#include "svr/input/InputTrace.h"
 #include "svr/input/KeyGrafts.h"
 #include "svr/input/KeyMapX11.h"
 
@@ -37,6 +38,7 @@ class SKeyboardX11 : private rfb::Keyboard {
   bool isCapsLockOn() override { return map_.isCapsLockOn(); }
   std::optional<int> graft(uint32_t keysym) override;
 
+  InputTrace& trace_;
   KeyMapX11 map_;
   KeyGrafts grafts_;
   rfb::KeyEventInterpreter interpreter_;

@@ -8,6 +8,7 @@
 
 #include "plat/config/BoolParameter.h"
 #include "plat/config/IntParameter.h"
+#include "svr/input/InputTrace.h"
 #include "tx/TXDisplay.h"
 #include "tx/XTestExtension.h"
 
@@ -68,10 +69,11 @@ void SPointerX11::injectButtons(uint32_t buttonMask) {
     const int logical = usePointerMapping.value() ? map[button - 1] : button;
     if (logical < 1 || logical > 32) continue;
     const uint32_t bit = 1u << (logical - 1);
-    if (changed & bit) {
-      XTestFakeButtonEvent(tx::TXDisplay::display(), static_cast<unsigned>(button),
-                           (buttonMask & bit) != 0, CurrentTime);
-    }
+    if (!(changed & bit)) continue;
+    const bool down = (buttonMask & bit) != 0;
+    if (down) InputTrace::get().buttonPressed(button);
+    XTestFakeButtonEvent(tx::TXDisplay::display(), static_cast<unsigned>(button), down,
+                         CurrentTime);
   }
 }
 
