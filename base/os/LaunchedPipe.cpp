@@ -133,10 +133,10 @@ plat::FileDescriptor LaunchedPipe::openInherited() const {
   if (parsed.ec != std::errc() || fcntl(fd, F_GETFD) < 0) {
     throw plat::Exception("Pipe name '%s' is not an open descriptor", name_.c_str());
   }
+  io::FdSelectManager::checkPollable(fd);
   if (!isConnectedStream(fd)) {
     throw plat::Exception("Pipe name '%s' is not a connected stream socket", name_.c_str());
   }
-  io::FdSelectManager::checkPollable(fd);
   plat::FileDescriptor owned(fd);
   plat::FileDescriptor::setCloseOnExec(fd);
   plat::FileDescriptor::setNonBlocking(fd);

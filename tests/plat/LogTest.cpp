@@ -10,6 +10,7 @@
 #include <regex>
 
 #include "plat/Exception.h"
+#include "plat/FileDescriptor.h"
 #include "plat/config/Configuration.h"
 #include "plat/log/LogDestFile.h"
 #include "plat/log/LogManager.h"
@@ -40,11 +41,11 @@ TEST(LogDestFileTest, Lines) {
 
 TEST(LogDestFileTest, ColoursOnATerminalOnly) {
   int master = -1, slave = -1;
-  char name[128];
-  ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
-  LogDestFile dest("t", LogDestFile::Kind::kFile);
+  ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+  const FileDescriptor standardError(dup(STDERR_FILENO));
+  ASSERT_EQ(dup2(slave, STDERR_FILENO), STDERR_FILENO);
+  LogDestFile dest("t", LogDestFile::Kind::kStandardError);
   dest.setCompact(true);
-  dest.setPath("", name);
   const std::pair<int, const char*> cases[] = {{5, "31;1"}, {10, "31"}, {30, "36"}, {31, "0"}};
   for (const auto& [level, colour] : cases) {
     dest.write(line("text", level));
@@ -55,6 +56,7 @@ TEST(LogDestFileTest, ColoursOnATerminalOnly) {
         std::regex_match(std::string(buffer, static_cast<size_t>(n)),
                          std::regex(format("\033\\[%sm[0-9:.]+ Src: text\033\\[0m\r?\n", colour))));
   }
+  dup2(standardError.get(), STDERR_FILENO);
   close(slave);
   close(master);
 }
