@@ -78,6 +78,22 @@ class LocalUsers(unittest.TestCase):
                 self.assertIn("Error opening default log file: ", agent.story())
                 agent.close()
 
+    def test_configuration(self):
+        """A link of somebody else's to files of root's."""
+        with tempfile.TemporaryDirectory(prefix="hostile-") as top:
+            common = pathlib.Path(top, "real", "config.d", "common")
+            common.parent.mkdir(parents=True)
+            common.write_text("PollInterval=77\n")
+            link = pathlib.Path(top, ".ruvo")
+            link.symlink_to(common.parent.parent)
+            for owner in (0, NOBODY):
+                os.lchown(link, owner, owner)
+                agent = self.agent(environment={"HOME": top})
+                agent.echo()
+                self.assertEqual(agent.has_line("PollInterval=77"), owner == 0, agent.story())
+                self.assertEqual(agent.has_line(f"Error reading {link}: not owned by root", 0), owner != 0)
+                agent.close()
+
     def test_debug_file(self):
         """Refusal of the debug file means /dev/null, and the agent goes on."""
         script = "mount -t tmpfs -o mode=1777 none /tmp && ln -s target /tmp/lppDebug.log"
