@@ -104,6 +104,7 @@ TEST_F(InputTest, NothingStaysDown) {
     bool goesOn;
     std::function<void(Agent&)> act;
   } cases[] = {{"stop", true, true, [](Agent& a) { a.connection->stop(); }},
+               {"stop, never started", false, true, [](Agent& a) { a.connection->stop(); }},
                {"hang-up", true, false, [](Agent& a) { a.disconnect(); }},
                {"SIGTERM", true, false, [](Agent& a) { a.signal(SIGTERM); }},
                {"SIGINT, never started", false, false, [](Agent& a) { a.signal(SIGINT); }}};
