@@ -89,6 +89,30 @@ class XServer:
                               env=dict(os.environ, DISPLAY=self.display), check=False,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT).stdout
 
+    def resources(self, pid):
+        """How many X resources the client with that process id holds, as the X-Resource extension
+        counts them."""
+        with socket.socket(socket.AF_UNIX) as wire:
+            wire.connect(f"/tmp/.X11-unix/X{self.number}")
+            stream = wire.makefile("rwb")
+
+            def ask(request):
+                stream.write(request)
+                stream.flush()
+                head = stream.read(32)
+                return head, stream.read(4 * int.from_bytes(head[4:8], "little"))
+
+            stream.write(struct.pack("<BxHHHHxx", ord("l"), 11, 0, 0, 0))
+            stream.flush()
+            stream.read(4 * struct.unpack("<6xH", stream.read(8))[0])
+            name = b"X-Resource\0\0"
+            opcode = ask(struct.pack("<BxHHxx", 98, 2 + len(name) // 4, 10) + name)[0][9]
+            head, ids = ask(struct.pack("<BBHIII", opcode, 4, 4, 1, 0, 2))
+            clients = {value: client for client, _, _, value in struct.iter_unpack(
+                "<IIII", ids[:16 * int.from_bytes(head[8:12], "little")])}
+            _, types = ask(struct.pack("<BBHI", opcode, 2, 2, clients[pid]))
+            return sum(count for _, count in struct.iter_unpack("<II", types))
+
     def close(self, abruptly=False):
         if abruptly:
             self.process.kill()
