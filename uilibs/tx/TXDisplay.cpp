@@ -88,11 +88,11 @@ TXDisplay::~TXDisplay() {
   }
   // What is released now may be gone already.
   XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
-  if (lost_ && !hasExitHandler_) {
-    // Left in the middle of a request: Xlib's part of it is given up, the descriptor is not.
+  if (lost_) {
+    // Perhaps in the middle of a request, and libXext may have freed what it closes again: Xlib's
+    // part is given up, the descriptor is not.
     ::close(ConnectionNumber(display_));
   } else {
-    // After a loss these only release memory.
     if (font_) XFreeFont(display_, font_);
     if (gc_) XFreeGC(display_, gc_);
     XCloseDisplay(display_);

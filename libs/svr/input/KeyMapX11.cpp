@@ -256,6 +256,8 @@ void KeyMapX11::indexSymbols() {
 
 uint32_t KeyMapX11::keysymAt(int keycode, int level) const {
   if (xkbDesc_) return xkbKeysymAt(keycode, level);
+  // Asked on after the connection was lost, Xlib fills its buffer and then writes past its end.
+  if (!tx::TXDisplay::isOpen()) return NoSymbol;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   return static_cast<uint32_t>(
