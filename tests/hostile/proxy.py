@@ -23,7 +23,7 @@ class _Connection:
 
     def __init__(self, proxy, client, server):
         self.proxy, self.client, self.server = proxy, client, server
-        self.serial, self.failed, self.hidden = 0, {}, set()
+        self.serial, self.failed, self.asked = 0, {}, {}
         self.to_server, self.to_client = b"", b""
         self.opened, self.accepted = False, False
 
@@ -75,8 +75,7 @@ class _Connection:
         opcode, minor = request[0], request[1] if request[0] >= 128 else 0
         if opcode == _QUERY_EXTENSION:
             name = request[8:8 + int.from_bytes(request[4:6], "little")].decode()
-            if name in self.proxy.hide:
-                self.hidden.add(self.serial & 0xFFFF)
+            self.asked[self.serial & 0xFFFF] = name
         code = self.proxy.verdict(opcode, minor)
         if not code:
             return request
@@ -109,9 +108,11 @@ class _Connection:
         if packet[0] == 0 and serial in self.failed:
             code, opcode, minor, resource = self.failed.pop(serial)
             packet[1], packet[4:8], packet[8], packet[10] = code, resource, minor, opcode
-        elif packet[0] == 1 and serial in self.hidden:
-            self.hidden.remove(serial)
-            packet[8:12] = bytes(4)
+        elif packet[0] == 1 and serial in self.asked:
+            name = self.asked.pop(serial)
+            self.proxy.opcodes[packet[9]] = name
+            if name in self.proxy.hide:
+                packet[8:12] = bytes(4)
         return packet
 
 
@@ -121,6 +122,7 @@ class Proxy:
     def __init__(self, xserver):
         self.target = f"/tmp/.X11-unix/X{xserver.number}"
         self.hide, self.fail_at, self.fail_with, self.requests = set(), 0, BAD_ALLOC, []
+        self.opcodes = {}  # major opcodes and the extensions' names
         self.socket = socket.socket(socket.AF_UNIX)
         for number in range(400 + os.getpid() % 500, 2000):
             self.path = f"/tmp/.X11-unix/X{number}"
@@ -145,7 +147,7 @@ class Proxy:
 
     def verdict(self, opcode, minor):
         """Counts a request; the error that it is answered with, or 0."""
-        self.requests.append((opcode, minor))
+        self.requests.append((self.opcodes.get(opcode, opcode), minor))
         return self.fail_with if len(self.requests) == self.fail_at else 0
 
     def reset(self, fail_at=0, fail_with=BAD_ALLOC, hide=()):
