@@ -24,12 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   plat::Configuration::global().getParam("DeadKeyFile").setParam(path.c_str(), 10);
   for (const char* layout : {"", "de"}) {
     const rfb::DeadKeyUtil util(layout);
-    // Whatever the file says, what is composed is composed of something.
-    for (uint32_t keysym = 0; keysym < 0x200; ++keysym) {
-      const rfb::DeadKeyUtil::Spelling* const spelling = util.spelling(keysym);
-      if (spelling && spelling->dead == 0) abort();
-      util.deadKeysym(keysym);
-    }
+    // Whatever the file says, what came with the program stays known.
+    if (!util.spelling(0xE9)) abort();
   }
   return 0;
 }
