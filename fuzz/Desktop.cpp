@@ -4,14 +4,10 @@
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
-#include <X11/Xlibint.h>
 #include <X11/extensions/Xrandr.h>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#undef min
-#undef max
 
 #include <algorithm>
 #include <cstdlib>
@@ -30,6 +26,11 @@
 #include "support/XServer.h"
 #include "svr/AgentAppX11.h"
 #include "ui/AppLoopImpl.h"
+
+// Defines macros of common names.
+#include <X11/Xlibint.h>
+#undef min
+#undef max
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "plat/config/StringParameter.h"
 #include "plat/log/LogDest.h"
 #include "plat/log/LogManager.h"
+#include "plat/log/LogSrc.h"
 #include "rdr/MemInStream.h"
 #include "svr/ParamsReader.h"
 
@@ -39,7 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   plat::StringParameter text("t", "", "abc", false, nullptr, &config);
 
   rdr::MemInStream in(data, size);
-  svr::ParamsReader reader(config);
+  static plat::LogSrc log("fuzz");
+  svr::ParamsReader reader(config, log);
   try {
     while (in.available() > 0) {
       reader.readEntry(in);

@@ -9,7 +9,7 @@ namespace svr {
 
 // Finds out whether the X server reports damage completely: at the first real change of the screen,
 // found by comparing pixels every 5 seconds, all of it must have been reported.
-class DamageTest : private plat::Timer::Callback {
+class DamageTest final : private plat::Timer::Callback {
  public:
   class Callback {
    public:

@@ -359,9 +359,11 @@ def read_segment(description, at, length):
 
 
 def segments(pid):
-    lines = pathlib.Path("/proc/sysvipc/shm").read_text().splitlines()
-    at = lines[0].split().index("cpid")
-    return [f"segment {line.split()[1]}" for line in lines[1:] if line.split()[at] == str(pid)]
+    """Those that a process made, except for what is removed but still attached by the X server."""
+    lines = [line.split() for line in pathlib.Path("/proc/sysvipc/shm").read_text().splitlines()]
+    at, mode = lines[0].index("cpid"), lines[0].index("perms")
+    return [f"segment {line[1]}" for line in lines[1:]
+            if line[at] == str(pid) and not int(line[mode], 8) & 0o1000]
 
 
 def lock_files(pid):
