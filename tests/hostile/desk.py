@@ -327,6 +327,15 @@ class Agent:
                 return int(line.split()[1])
         return 0
 
+    def holdings(self, xserver):
+        """What it holds now."""
+        return {
+            "descriptors": len(os.listdir(f"/proc/{self.pid}/fd")),
+            "segments": len(segments(self.pid)),
+            "X resources": xserver.resources(self.pid),
+            "memory KB": self.memory(),
+        }
+
     def traces(self):
         """What an agent leaves in the system: segments and lock files."""
         return segments(self.pid) + lock_files(self.pid)

@@ -35,10 +35,11 @@ class Result:
         self.verdict, self.done, self.status, self.story = "", [], None, ""
 
 
-def conversation(display, *parameters, environment=None):
+def conversation(display, *parameters, environment=None, prefix=(), patience=5):
     """A whole life of an agent; says how it went."""
     result = Result()
-    agent = desk.Agent(display, "EnableClipboard=1", *parameters, environment=environment)
+    agent = desk.Agent(display, "EnableClipboard=1", *parameters, environment=environment,
+                       prefix=prefix)
     forked = "-fork" in parameters
     try:
         for name, body, answer in (
@@ -50,17 +51,17 @@ def conversation(display, *parameters, environment=None):
             if name:
                 agent.say(name, body)
             if answer and not agent.until(
-                    lambda: agent.count(answer) or agent.count("desktopFailure"), 5):
+                    lambda: agent.count(answer) or agent.count("desktopFailure"), patience):
                 break
             if answer and agent.count("desktopFailure"):
                 break
             if name:
-                agent.echo(5)
+                agent.echo(patience)
             result.done.append(name or answer)
         if forked and agent.process.wait(5) == 0:
             agent.hang_up(5)
         elif agent.process.poll() is None:
-            agent.terminate(timeout=8)
+            agent.terminate(timeout=patience + 3)
         while agent.open and agent.pump(0.01):
             pass
     except AssertionError as e:
@@ -147,6 +148,16 @@ class Bench:
             yield kind, self.calls(kind, step * coarser)
         yield "X request", self.requests(coarser)
         yield "extensions", self.extensions(coarser)
+
+
+class Valgrind(unittest.TestCase):
+    def test_no_leak_and_nothing_uninitialised(self):
+        bench = Bench()
+        self.addCleanup(bench.close)
+        result = conversation(bench.xserver, patience=120, prefix=(
+            "valgrind", "-q", "--error-exitcode=99", "--leak-check=full",
+            "--errors-for-leak-kinds=definite,indirect"))
+        self.assertEqual(result.verdict, "absorbed", result.story)
 
 
 class Faults(unittest.TestCase):
