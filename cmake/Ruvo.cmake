@@ -1,4 +1,5 @@
-# One folder is one library. A library sees the headers of the libraries that it names, and no
+# One folder is one library, "ruvo_" and the folder's name: what these functions are given stands
+# without the prefix. A library sees the headers of the libraries that it names, and no
 # others: each folder's headers are reached through an include directory of its own.
 
 # Makes the headers of a folder below base/, uilibs/ or libs/ includable for the library, as
@@ -7,15 +8,15 @@
 function(ruvo_headers name dir)
   string(REGEX MATCH "^(base/3rdparty|base|uilibs|libs)/(.+)$" matched ${dir})
   set(as ${CMAKE_MATCH_2})
-  set(include ${CMAKE_BINARY_DIR}/include/${name})
+  set(include ${PROJECT_BINARY_DIR}/include/${name})
   file(MAKE_DIRECTORY ${include}/${as})
   file(GLOB headers CONFIGURE_DEPENDS ${dir}/*.h)
   foreach(header IN LISTS headers)
     get_filename_component(leaf ${header} NAME)
     file(CREATE_LINK ${header} ${include}/${as}/${leaf} SYMBOLIC)
   endforeach()
-  target_include_directories(${name} PUBLIC ${include})
-  target_compile_options(${name} PUBLIC -fmacro-prefix-map=${include}/${as}=${dir})
+  target_include_directories(ruvo_${name} PUBLIC ${include})
+  target_compile_options(ruvo_${name} PUBLIC -fmacro-prefix-map=${include}/${as}=${dir})
 endfunction()
 
 # ruvo_library(NAME DIR dir [ROOMS subfolders...] [DIRS more...] [DEPENDS libs...] [SYSTEM libs...])
@@ -27,13 +28,14 @@ function(ruvo_library name)
   endforeach()
   list(TRANSFORM dirs APPEND /*.cpp OUTPUT_VARIABLE patterns)
   file(GLOB sources CONFIGURE_DEPENDS ${patterns})
-  add_library(${name} STATIC ${sources})
-  file(REMOVE_RECURSE ${CMAKE_BINARY_DIR}/include/${name})
+  add_library(ruvo_${name} STATIC EXCLUDE_FROM_ALL ${sources})
+  file(REMOVE_RECURSE ${PROJECT_BINARY_DIR}/include/${name})
   foreach(dir IN LISTS dirs)
     ruvo_headers(${name} ${dir})
   endforeach()
   # Private: who uses a library's headers names the libraries that these need, too.
-  target_link_libraries(${name} PRIVATE ${arg_DEPENDS} ruvo_options ${arg_SYSTEM})
+  list(TRANSFORM arg_DEPENDS PREPEND ruvo_)
+  target_link_libraries(ruvo_${name} PRIVATE ${arg_DEPENDS} ruvo_options ${arg_SYSTEM})
 endfunction()
 
 # ruvo_test(NAME DIR dir [DEPENDS libs...]): every .cpp of the folder in one test program.
@@ -46,8 +48,9 @@ function(ruvo_test name)
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
+  list(TRANSFORM arg_DEPENDS PREPEND ruvo_)
   add_executable(${name} ${sources})
-  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${arg_DEPENDS} ruvo_options gtest_main)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}."
                        PROPERTIES TIMEOUT ${arg_TIMEOUT})
@@ -56,8 +59,9 @@ endfunction()
 # ruvo_fuzz(NAME SOURCE DEPENDS libs...)
 function(ruvo_fuzz name source)
   cmake_parse_arguments(arg "" "" "DEPENDS" ${ARGN})
-  if(RUVO_FUZZ AND EXISTS ${CMAKE_SOURCE_DIR}/${source})
-    add_executable(${name} ${CMAKE_SOURCE_DIR}/${source})
+  if(RUVO_FUZZ AND EXISTS ${PROJECT_SOURCE_DIR}/${source})
+    list(TRANSFORM arg_DEPENDS PREPEND ruvo_)
+    add_executable(${name} ${PROJECT_SOURCE_DIR}/${source})
     target_link_libraries(${name} PRIVATE ${arg_DEPENDS} ruvo_options)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   endif()

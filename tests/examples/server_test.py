@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The example server in Python against the real agent, with System V and with POSIX memory.
 
-    server_test.py AGENT
+    server_test.py AGENT [SERVER]
 """
 
 import os
@@ -17,7 +17,7 @@ sys.path.insert(0, str(ROOT / "tests" / "support"))
 sys.dont_write_bytecode = True
 from xvfb import xvfb  # noqa: E402
 
-SERVER = ROOT / "examples" / "server.py"
+SERVER = sys.argv[2] if len(sys.argv) > 2 else ROOT / "examples" / "server.py"
 TEXT = "Grüße, 5 €"
 # A terminal over the left half takes one line of typing.
 TERMINAL = ["xterm", "-u8", "-geometry", "40x30+0+0", "-e"]

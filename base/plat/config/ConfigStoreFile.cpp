@@ -75,7 +75,7 @@ ConfigStoreFile::ConfigStoreFile(Directories directories) : directories_(std::mo
 
 ConfigStoreFile::Directories ConfigStoreFile::standardDirectories() {
   const char* home = getenv("HOME");
-  return {"", "/etc/ruvo", home && *home ? std::string(home) + "/.ruvo" : ""};
+  return {"", RUVO_CONFIG_DIR, home && *home ? std::string(home) + "/.ruvo" : ""};
 }
 
 void ConfigStoreFile::apply(std::string_view content, const std::string& path, int priority,

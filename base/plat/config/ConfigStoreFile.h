@@ -23,7 +23,7 @@ class ConfigStoreFile {
 
   explicit ConfigStoreFile(Directories directories);
 
-  // The system-wide "/etc/ruvo", then "$HOME/.ruvo".
+  // The system-wide one that the build names ("/etc/ruvo"), then "$HOME/.ruvo".
   static Directories standardDirectories();
 
   // Reads what there is. Faults are logged and skipped.

@@ -1,0 +1,38 @@
+# Completion of ruvodrive for bash. Commands, options and parameters are asked from the programs, so
+# that they are those of the installed version.
+
+# What a help text lists in its first column, one a line.
+_ruvodrive_listed() {
+  sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+).*/\2/p' -e 's/^ {1,4}([a-z][a-z-]*)  .*/\1/p' <<<"$1"
+}
+
+_ruvodrive() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local program=${COMP_WORDS[0]} command='' word help words=''
+  COMPREPLY=()
+  case $previous in
+    --agent) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
+    --mode) words='service user virtual' ;;
+    --display) words=$(printf '%s\n' /tmp/.X11-unix/X* | sed -n 's/.*X\([0-9]\)/:\1/p') ;;
+    --param)
+      words=$(ruvoagent user -paramsxml 2>/dev/null | sed -n 's/.* name="\([^"]*\)".*/\1=/p')
+      compopt -o nospace 2>/dev/null || :
+      ;;
+  esac
+  if [[ -z $words ]]; then
+    help=$("$program" --help 2>/dev/null)
+    words=$(_ruvodrive_listed "$help")
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+      if [[ $word == -- ]]; then
+        command=''
+      elif [[ -z $command && $word != -* ]] && grep -qxF -e "$word" <<<"$words"; then
+        command=$word
+      fi
+    done
+    [[ -z $command ]] || words=$(_ruvodrive_listed "$("$program" "$command" --help 2>/dev/null)")
+  fi
+  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+  [[ -z $command ]] || mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -- "$current")
+}
+
+complete -F _ruvodrive ruvodrive

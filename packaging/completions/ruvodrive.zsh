@@ -1,0 +1,39 @@
+#compdef ruvodrive
+# Completion of ruvodrive for zsh. Commands, options and parameters are asked from the programs, so
+# that they are those of the installed version.
+
+# What a help text lists in its first column, as "word:description".
+_ruvodrive_listed() {
+  sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+)([ ,][^ ]+)* {2,}(.*)$/\2:\4/p' \
+    -e 's/^ {1,4}([a-z][a-z-]*) {2,}(.*)$/\1:\2/p' <<<"$1"
+}
+
+_ruvodrive() {
+  local help command='' word
+  local -a listed
+  case $words[CURRENT-1] in
+    --agent) _files; return ;;
+    --mode) compadd service user virtual; return ;;
+    --display) compadd -- ${${(@)$(print -l /tmp/.X11-unix/X*(N:t))}/#X/:}; return ;;
+    --param)
+      compadd -S '' -- $(ruvoagent user -paramsxml 2>/dev/null |
+        sed -n 's/.* name="\([^"]*\)".*/\1=/p')
+      return ;;
+  esac
+  help=$($words[1] --help 2>/dev/null)
+  listed=(${(f)"$(_ruvodrive_listed "$help")"})
+  for word in ${words[2,CURRENT-1]}; do
+    if [[ $word == -- ]]; then
+      command=''
+    elif [[ -z $command && $word != -* && -n ${(M)listed:#$word:*} ]]; then
+      command=$word
+    fi
+  done
+  if [[ -n $command ]]; then
+    listed=(${(f)"$(_ruvodrive_listed "$($words[1] $command --help 2>/dev/null)")"})
+  fi
+  _describe ruvodrive listed
+  [[ -z $command ]] || _files
+}
+
+_ruvodrive "$@"

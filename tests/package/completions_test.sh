@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# What the installed completions offer.
+#
+#   completions_test.sh PREFIX
+set -euo pipefail
+
+prefix=$1
+export PATH=$prefix/bin:$PATH
+share=$prefix/share
+
+# expect SHELL WANTED...: the lines of standard input contain each of the words as a line.
+expect() {
+  local shell=$1 offered word
+  offered=$(cat)
+  shift
+  for word in "$@"; do
+    grep -qxF -e "$word" <<<"$offered" ||
+      { echo "completions: $shell does not offer $word, but: $offered" >&2; exit 1; }
+  done
+}
+
+# shellcheck source=/dev/null
+source "$share/bash-completion/completions/ruvodrive"
+bash_offers() {
+  COMP_WORDS=("$@")
+  COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+  _ruvodrive
+  printf '%s\n' "${COMPREPLY[@]}"
+}
+bash_offers ruvodrive '' | expect bash shot watch --display --param
+bash_offers ruvodrive --display :1 sh | expect bash shot
+bash_offers ruvodrive shot --c | expect bash --cursor
+bash_offers ruvodrive --param Upd | expect bash UpdatePeriod= UpdateBatchDelay=
+
+fish_file=$share/fish/vendor_completions.d/ruvodrive.fish
+fish_offers() { fish --no-config -c "source '$fish_file'; complete -C '$1'" | cut -f1; }
+fish_offers 'ruvodrive ' | expect fish shot watch
+fish_offers 'ruvodrive shot --c' | expect fish --cursor
+fish_offers 'ruvodrive --param Upd' | expect fish UpdatePeriod=
+
+# zsh completes only at a terminal of its own: here the function that lists what it offers.
+zsh_file=$(echo "$share"/zsh/*/_ruvodrive)
+zsh -n "$zsh_file"
+zsh -fc "compdef() { :; }; _describe() { print -rl -- \${(P)2}; }; _files() { :; }
+         compadd() { shift; print -rl -- \$@; }; words=(ruvodrive ''); CURRENT=2; source '$zsh_file'" |
+  cut -d: -f1 | expect zsh shot watch --display
+echo "completions of bash, fish and zsh: good"
