@@ -72,6 +72,8 @@ void FdInStream::makeRoom(size_t needed) {
   };
   if (offset > 0 && (held == 0 || isTight())) {
     std::memmove(buffer_.get(), buffer_.get() + offset, held);
+    // What has been read may be secret.
+    std::memset(buffer_.get() + held, 0, offset);
     base_ += offset;
     offset = 0;
   }

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "io/FdIo.h"
@@ -172,6 +173,9 @@ int initAgent(int argc, char** argv) {
     return runAgent(strcmp(argv[1], "service") == 0, logDest, std::move(connection), watchdog);
   } catch (const plat::Exception& e) {
     reportError(logDest, e);
+    return 1;
+  } catch (const std::bad_alloc&) {
+    reportError(logDest, plat::Exception("Out of memory"));
     return 1;
   }
 }

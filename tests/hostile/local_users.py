@@ -115,7 +115,7 @@ class LocalUsers(unittest.TestCase):
 
     def test_not_for_others(self):
         """Descriptors end with the process, and others of root's cannot look into it."""
-        weak = ("setpriv", "--bounding-set", "-sys_ptrace")
+        weak = ("setpriv", "--bounding-set", "-sys_ptrace,-perfmon,-sys_admin")
         agent = self.agent(prefix=weak)
         agent.start()
         for entry in pathlib.Path(f"/proc/{agent.pid}/fdinfo").iterdir():

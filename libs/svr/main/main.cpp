@@ -3,7 +3,11 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <new>
 
+#include "plat/shm/Leftovers.h"
 #include "svr/initAgent.h"
 
 namespace {
@@ -15,6 +19,27 @@ void occupyStandardDescriptors() {
     // The lowest free descriptor is taken, which is this one.
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", O_RDWR);
   }
+}
+
+// Without memory the program can end before, after or beneath what would catch that: while objects
+// of static lifetime are made, or in a destructor. It ends in good order all the same.
+void endWithoutMemory() {
+  try {
+    if (const std::exception_ptr current = std::current_exception())
+      std::rethrow_exception(current);
+  } catch (const std::bad_alloc&) {
+    constexpr char kLine[] = "Out of memory\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kLine, sizeof kLine - 1);
+    plat::Leftovers::removeAll();
+    _exit(1);
+  } catch (...) {
+  }
+  abort();
+}
+
+// Before the first object of static lifetime is made.
+[[gnu::constructor(101)]] void catchWhatNobodyCatches() {
+  std::set_terminate(endWithoutMemory);
 }
 
 // Other processes of the same user, and core files, are not to show what passed through the memory
