@@ -13,7 +13,7 @@ namespace os {
 class ProcessInfo {
  public:
   // Longest environment that is searched, in bytes.
-  static constexpr size_t kMaxEnvironment = 4 * 1024 * 1024;
+  static constexpr size_t kMaxEnvironment = 64 * 1024;
 
   explicit ProcessInfo(pid_t pid) : ProcessInfo(pid, "/proc") {}
   // With another directory in place of /proc.

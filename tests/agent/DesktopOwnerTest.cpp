@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include "agent/Agent.h"
-#include "support/AppWindow.h"
 #include "support/UserProcess.h"
 
 namespace {
@@ -10,9 +9,8 @@ TEST(DesktopOwnerTest, IsToldByAnAgentOfRoot) {
   if (getuid() != 0) GTEST_SKIP() << "needs root: it starts processes of another user";
   const auto server = support::XServer::xvfb("640x480x24");
   const auto client = server->connect();
-  const support::UserProcess user(12345, "/home/user/.Xauthority");
+  const support::UserProcess user(client.get(), 12345, "/home/user/.Xauthority");
   ASSERT_TRUE(user.isReady());
-  const support::AppWindow window(client.get(), DefaultRootWindow(client.get()), user.pid());
 
   Agent agent(server->display());
   ASSERT_TRUE(agent.waitForLog("Desktop user is 12345")) << agent.seen.logText();

@@ -7,18 +7,28 @@
 
 namespace support {
 
-// A window that says which process it belongs to, as a program's window does.
+// Sets a property of one 32-bit item.
+inline void setProperty(Display* display, Window window, const char* property, Atom type,
+                        long value) {
+  XChangeProperty(display, window, XInternAtom(display, property, False), type, 32, PropModeReplace,
+                  reinterpret_cast<unsigned char*>(&value), 1);
+}
+
+// Says what kind of window it is, such as NORMAL; an empty type sets none.
+inline void setWindowType(Display* display, Window window, const std::string& type) {
+  if (type.empty()) return;
+  const Atom atom = XInternAtom(display, ("_NET_WM_WINDOW_TYPE_" + type).c_str(), False);
+  setProperty(display, window, "_NET_WM_WINDOW_TYPE", XA_ATOM, static_cast<long>(atom));
+  XSync(display, False);
+}
+
+// A window that says which process it belongs to.
 class AppWindow {
  public:
-  // An empty type sets none.
-  AppWindow(Display* display, Window parent, long pid, const std::string& type = "NORMAL")
+  AppWindow(Display* display, Window parent, long pid)
       : display_(display), id_(XCreateSimpleWindow(display, parent, 0, 0, 10, 10, 0, 0, 0)) {
-    set("_NET_WM_PID", XA_CARDINAL, pid);
-    if (!type.empty()) {
-      set("_NET_WM_WINDOW_TYPE", XA_ATOM,
-          static_cast<long>(XInternAtom(display, ("_NET_WM_WINDOW_TYPE_" + type).c_str(), False)));
-    }
-    XSync(display, False);
+    setProperty(display, id_, "_NET_WM_PID", XA_CARDINAL, pid);
+    setWindowType(display, id_, "NORMAL");
   }
   ~AppWindow() {
     XDestroyWindow(display_, id_);
@@ -28,11 +38,6 @@ class AppWindow {
   AppWindow& operator=(const AppWindow&) = delete;
 
   Window id() const { return id_; }
-  // Sets a property of one 32-bit item.
-  void set(const char* property, Atom type, long value) {
-    XChangeProperty(display_, id_, XInternAtom(display_, property, False), type, 32,
-                    PropModeReplace, reinterpret_cast<unsigned char*>(&value), 1);
-  }
 
  private:
   Display* display_;

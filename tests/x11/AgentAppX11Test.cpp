@@ -6,7 +6,6 @@
 
 #include "io/FdIo.h"
 #include "io/LogDestIpc.h"
-#include "support/AppWindow.h"
 #include "support/Frames.h"
 #include "support/ManualClock.h"
 #include "support/SocketPair.h"
@@ -44,9 +43,8 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   turn();
   EXPECT_NE(receive().find("setCursorImage"), std::string::npos) << "the built-in arrow";
 
-  const support::UserProcess user(12345, "/home/user/.Xauthority");
+  const support::UserProcess user(client(), 12345, "/home/user/.Xauthority");
   ASSERT_TRUE(user.isReady());
-  const support::AppWindow window(client(), DefaultRootWindow(client()), user.pid());
   for (int i = 0; i < 2; ++i) {
     clock.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
     turn();

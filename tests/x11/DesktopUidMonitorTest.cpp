@@ -33,9 +33,7 @@ class DesktopUidMonitorTest : public TXFixture, public tx::DesktopUidMonitor::Ca
     told_.push_back(std::to_string(userId) + " " + xauthority);
   }
 
-  void window(pid_t pid, const std::string& type = "NORMAL") {
-    windows_.emplace_back(client(), DefaultRootWindow(client()), pid, type);
-  }
+  void window(pid_t pid) { windows_.emplace_back(client(), DefaultRootWindow(client()), pid); }
   // What is told until the next walk has ended.
   Owners walk() {
     clock_.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
@@ -51,49 +49,69 @@ class DesktopUidMonitorTest : public TXFixture, public tx::DesktopUidMonitor::Ca
 };
 
 TEST_F(DesktopUidMonitorTest, TellsOfEachChangeOnce) {
-  // Processes that cannot be, and a property of another type, are nobody's.
-  UserProcess ann(kAnn, "/home/ann/.Xauthority"), bob(kBob, "/bob"), bob2(kBob, "/bob");
-  ASSERT_TRUE(ann.isReady() && bob.isReady() && bob2.isReady());
-  for (const long pid : {0L, -1L, long{INT32_MAX}}) {
-    windows_.emplace_back(client(), DefaultRootWindow(client()), pid);
-  }
-  windows_.back().set("_NET_WM_PID", XA_WINDOW, ann.pid());
-  EXPECT_EQ(walk(), Owners());
-
-  window(ann.pid());
+  UserProcess ann(client(), kAnn, "/home/ann/.Xauthority"), bob(client(), kBob, "/bob");
+  ASSERT_TRUE(ann.isReady() && bob.isReady());
+  bob.setProcess(0);
   EXPECT_EQ(walk(), Owners{"12345 /home/ann/.Xauthority"});
   EXPECT_EQ(walk(), Owners());
 
   // Processes count, not windows; at a draw the lowest id wins.
-  for (int i = 0; i < 3; ++i) window(bob.pid());
+  bob.setProcess(bob.pid());
   EXPECT_EQ(walk(), Owners());
-  window(bob2.pid());
+  UserProcess bob2(client(), kBob, "/bob");
+  ASSERT_TRUE(bob2.isReady());
   EXPECT_EQ(walk(), Owners{"23456 /bob"});
 
   bob.end();
   bob2.end();
   EXPECT_EQ(walk(), Owners{"12345 /home/ann/.Xauthority"});
-  windows_.clear();  // nobody's are left: nothing to tell
+  ann.end();  // nobody's are left: nothing to tell
   EXPECT_EQ(walk(), Owners());
 }
 
-TEST_F(DesktopUidMonitorTest, LooksAtWindowsOfProgramsWhereverTheyAre) {
-  UserProcess ann(kAnn, "");
+// What a window says of a process that did not make it is not believed, nor what cannot be.
+TEST_F(DesktopUidMonitorTest, WindowsSpeakForTheirOwnProcesses) {
+  UserProcess ann(client(), kAnn, ""), bob(client(), kBob, "");
+  ASSERT_TRUE(ann.isReady() && bob.isReady());
+  support::setProperty(client(), ann.window(), "_NET_WM_PID", XA_WINDOW, ann.pid());
+  for (const long pid : {0L, -1L, long{INT32_MAX}, long{ann.pid()}}) {
+    window(static_cast<pid_t>(pid));
+    bob.setProcess(pid);
+    EXPECT_EQ(walk(), Owners()) << pid;
+  }
+  ann.setProcess(ann.pid());
+  EXPECT_EQ(walk(), Owners{"12345 "});
+}
+
+TEST_F(DesktopUidMonitorTest, BelievesWindowsWhenTheServerCannotTell) {
+  monitor_.reset();
+  use(support::XServer::xvfb("640x480x24", {"-extension", "X-Resource"}));
+  monitor_ = std::make_unique<tx::DesktopUidMonitor>(this);
+  UserProcess ann(client(), kAnn, "");
   ASSERT_TRUE(ann.isReady());
-  window(ann.pid(), "DESKTOP");
-  EXPECT_EQ(walk(), Owners());
-  for (const char* type : {"NORMAL", "DOCK", ""}) {
+  ann.setProcess(0);
+  window(ann.pid());
+  EXPECT_EQ(walk(), Owners{"12345 "});
+  walk();
+  EXPECT_EQ(log_.count("X-Resource extension not present", 30), 1);
+}
+
+TEST_F(DesktopUidMonitorTest, LooksAtWindowsOfProgramsWhereverTheyAre) {
+  for (const char* type : {"DESKTOP", "NORMAL", "DOCK", ""}) {
     SCOPED_TRACE(type);
     windows_.clear();
     monitor_ = std::make_unique<tx::DesktopUidMonitor>(this);
+    UserProcess ann(client(), kAnn, "", type);
+    ASSERT_TRUE(ann.isReady());
     // Inside frames, among more windows than one turn looks at.
     Window parent = DefaultRootWindow(client());
     for (int i = 0; i < 2 * tx::DesktopUidMonitor::kWindowsPerTurn; ++i) {
       windows_.emplace_front(client(), i % 4 ? parent : DefaultRootWindow(client()), 0);
       parent = windows_.front().id();
     }
-    windows_.emplace_front(client(), parent, ann.pid(), type);
-    EXPECT_EQ(walk(), Owners{"12345 "});
+    XReparentWindow(client(), ann.window(), parent, 0, 0);
+    XSync(client(), False);
+    EXPECT_EQ(walk(), type == std::string("DESKTOP") ? Owners() : Owners{"12345 "});
   }
 }
 

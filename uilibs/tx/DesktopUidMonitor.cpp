@@ -4,12 +4,14 @@
 
 #include <climits>
 #include <map>
+#include <utility>
 
 #include "os/ProcessInfo.h"
 #include "plat/log/LogSrc.h"
 #include "tx/Atoms.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
+#include "tx/XClients.h"
 #include "tx/XResources.h"
 
 namespace tx {
@@ -52,6 +54,7 @@ void DesktopUidMonitor::timerCallback(plat::Timer&) {
   if (!TXDisplay::isOpen()) return;
   if (pending_.empty()) {
     processes_.clear();
+    askForClients();
     pending_.push_back(TXDisplay::root());
   }
   walkWindows();
@@ -65,6 +68,12 @@ void DesktopUidMonitor::timerCallback(plat::Timer&) {
   owner_ = found->userId;
   vlog.info("Desktop user is %d", static_cast<int>(found->userId));
   callback_->desktopUidChanged(found->userId, found->xauthority);
+}
+
+void DesktopUidMonitor::askForClients() {
+  clients_ = localClientProcesses();
+  if (clients_ || std::exchange(isUncertain_, true)) return;
+  vlog.info("X-Resource extension not present - taking windows' word for their processes");
 }
 
 void DesktopUidMonitor::walkWindows() {
@@ -87,9 +96,13 @@ void DesktopUidMonitor::look(Window window) {
   pending_.insert(pending_.end(), children, children + count);
 
   const std::optional<uint32_t> pid = firstItem(window, internAtom("_NET_WM_PID"), XA_CARDINAL);
-  if (pid && *pid > 0 && *pid <= INT_MAX && countsForOwner(window)) {
-    processes_.insert(static_cast<pid_t>(*pid));
+  if (!pid || *pid == 0 || *pid > INT_MAX) return;
+  const auto process = static_cast<pid_t>(*pid);
+  if (clients_) {
+    const auto client = clients_->find(clientOf(window));
+    if (client == clients_->end() || client->second != process) return;
   }
+  if (countsForOwner(window)) processes_.insert(process);
 }
 
 std::optional<DesktopUidMonitor::Owner> DesktopUidMonitor::ownerOf(

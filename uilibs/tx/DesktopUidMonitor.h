@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -14,8 +15,10 @@
 namespace tx {
 
 // Finds out which user the desktop belongs to, from the processes that its windows say they belong
-// to, and tells when another one is found. Meant for root, who alone may look at all processes. The
-// display must be open.
+// to, and tells when another one is found. A window can say what it likes: it is believed when the
+// X server knows the same of the client that made it. Without the X-Resource extension it is
+// believed all the same. Meant for root, who alone may look at all processes. The display must be
+// open.
 class DesktopUidMonitor final : private plat::Timer::Callback {
  public:
   class Callback {
@@ -44,14 +47,18 @@ class DesktopUidMonitor final : private plat::Timer::Callback {
 
  private:
   void timerCallback(plat::Timer& timer) override;
+  void askForClients();
   void walkWindows();
   void look(Window window);
 
   Callback* callback_;
   plat::Timer timer_;
+  // By the clients' resource bases; nothing when the X server does not tell.
+  std::optional<std::map<XID, pid_t>> clients_;
   std::vector<Window> pending_;
   std::set<pid_t> processes_;
   std::optional<uid_t> owner_;
+  bool isUncertain_ = false;  // told that windows are believed
 };
 
 }  // namespace tx
