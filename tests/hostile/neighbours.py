@@ -226,9 +226,10 @@ class Selections(Case):
         self.flat()
         # It is given up: no piece is taken any more.
         os.set_blocking(owner.stdout.fileno(), False)
-        owner.stdout.read()
+        pieces = owner.stdout.buffer.raw
+        pieces.read()
         self.pace(seconds=1)
-        self.assertFalse(owner.stdout.read())
+        self.assertFalse(pieces.read())
 
     def test_wrong_types(self):
         owner = None

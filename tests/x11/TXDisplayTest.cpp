@@ -2,6 +2,7 @@
 
 #include "tx/TXDisplay.h"
 
+#include <X11/Xatom.h>
 #include <stdlib.h>
 
 #include "os/AppLoop.h"
@@ -35,25 +36,22 @@ TEST_F(TXDisplayTest, OpensWithWhatIsAskedFor) {
   EXPECT_TRUE(log_.has("BadWindow", 0, "ErrorCatcher"));
 }
 
-// Answers each client message with two others, which stay in Xlib's queue where no descriptor shows
-// them.
+// Answers each change of a property with two others, which stay in Xlib's queue where no descriptor
+// shows them.
 struct Answerer : tx::TXEventHandler {
   Answerer() { send(); }
   void handleEvent(const XEvent& event) override {
-    if (event.type == ClientMessage) send();
+    if (event.type == PropertyNotify) send();
   }
   void send() {
-    XEvent event{};
-    event.xclient.type = ClientMessage;
-    event.xclient.window = window.id();
-    event.xclient.format = 32;
     for (int i = 0; i < 2; ++i) {
-      XSendEvent(tx::TXDisplay::display(), window.id(), False, NoEventMask, &event);
+      XChangeProperty(tx::TXDisplay::display(), tx::TXDisplay::root(), XA_CUT_BUFFER7, XA_STRING, 8,
+                      PropModeReplace, nullptr, 0);
     }
     XSync(tx::TXDisplay::display(), False);
     ++count;
   }
-  const tx::TXWindow window;
+  const tx::RootEventMask mask{PropertyChangeMask};
   int count = 0;
 };
 

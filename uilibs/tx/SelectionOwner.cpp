@@ -19,8 +19,8 @@ namespace {
 
 // Serving that much needs no rest before the next request.
 constexpr std::chrono::milliseconds kUnrestedMs{20};
-// Requests of one client that wait at most; more are not answered.
-constexpr int kMaxWaiting = 32;
+// Requests of one client that are taken before they are served; more are not answered.
+constexpr int kMaxUnserved = 32;
 // From this size on it is worth waiting to hear whether the server had room for the text.
 constexpr size_t kLargeText = 256 * 1024;
 
@@ -66,12 +66,22 @@ bool SelectionOwner::take(Atom selection, uint32_t time) {
 }
 
 void SelectionOwner::takeBack() {
+  // Requests to the former window are not seen any more.
+  unserved_.clear();
   const std::map<Atom, Taken> before = owned_;
   for (const auto& [selection, taken] : before) {
     forget(selection);
     // Times have only milliseconds, within which somebody may have taken it.
     if (XGetSelectionOwner(TXDisplay::display(), selection) == None) take(selection, taken.time);
   }
+}
+
+bool SelectionOwner::wants(const XEvent& event) {
+  if (event.type != SelectionRequest) return false;
+  int& unserved = unserved_[clientOf(event.xselectionrequest.requestor)];
+  if (unserved >= kMaxUnserved) return false;
+  ++unserved;
+  return true;
 }
 
 void SelectionOwner::handleEvent(const XEvent& event) {
@@ -100,9 +110,6 @@ void SelectionOwner::asked(const XSelectionRequestEvent& request) {
     serve(request);
     return;
   }
-  int& waiting = waitingOf_[clientOf(request.requestor)];
-  if (waiting >= kMaxWaiting) return;
-  ++waiting;
   waiting_.push_back(request);
   if (!timer_.isRunning()) timer_.start(1);
 }
@@ -111,8 +118,6 @@ void SelectionOwner::timerCallback(plat::Timer&) {
   while (!waiting_.empty() && mayServe() && TXDisplay::isOpen()) {
     const XSelectionRequestEvent request = waiting_.front();
     waiting_.pop_front();
-    const auto client = waitingOf_.find(clientOf(request.requestor));
-    if (--client->second == 0) waitingOf_.erase(client);
     serve(request);
   }
   if (waiting_.empty()) return;
@@ -122,6 +127,8 @@ void SelectionOwner::timerCallback(plat::Timer&) {
 }
 
 void SelectionOwner::serve(const XSelectionRequestEvent& request) {
+  const auto client = unserved_.find(clientOf(request.requestor));
+  if (client != unserved_.end() && --client->second == 0) unserved_.erase(client);
   const Clock::time_point begin = Clock::now();
   Display* const display = TXDisplay::display();
   // Requestors older than the ICCCM leave the property to us.

@@ -40,6 +40,8 @@ class SelectionOwner : private plat::Timer::Callback {
   // the time it was taken, so that who has taken one since keeps it.
   void takeBack();
 
+  // See TXWindow::wants(). Counts the requests of each client.
+  bool wants(const XEvent& event);
   void handleEvent(const XEvent& event);
 
  private:
@@ -63,7 +65,7 @@ class SelectionOwner : private plat::Timer::Callback {
   std::string latin1_;
   std::map<Atom, Taken> owned_;
   std::deque<XSelectionRequestEvent> waiting_;
-  std::map<XID, int> waitingOf_;  // by client
+  std::map<XID, int> unserved_;  // requests by client
   plat::Timer timer_;
   // As much time as has been served has passed again then.
   Clock::time_point rested_;

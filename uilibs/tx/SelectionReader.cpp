@@ -108,6 +108,12 @@ void SelectionReader::forget() {
   pieceTimer_.stop();
 }
 
+bool SelectionReader::wants(const XEvent& event) const {
+  if (event.type == SelectionNotify) return findOwed(event.xselection) != owed_.end();
+  return event.type == PropertyNotify && event.xproperty.state == PropertyNewValue &&
+         transfers_.count(event.xproperty.atom) != 0;
+}
+
 void SelectionReader::handleEvent(const XEvent& event) {
   if (event.type == SelectionNotify) answered(event.xselection);
   if (event.type == PropertyNotify && event.xproperty.state == PropertyNewValue) {
@@ -117,8 +123,8 @@ void SelectionReader::handleEvent(const XEvent& event) {
 
 // By the property; a refusal names none. Requests of different times are told apart by these, as
 // far as owners return them.
-std::vector<SelectionReader::Request>::iterator SelectionReader::findOwed(
-    const XSelectionEvent& event) {
+std::vector<SelectionReader::Request>::const_iterator SelectionReader::findOwed(
+    const XSelectionEvent& event) const {
   const auto find = [&](bool sameTime) {
     return std::find_if(owed_.begin(), owed_.end(), [&](const Request& r) {
       return r.selection == event.selection && r.target == event.target &&
@@ -153,10 +159,13 @@ void SelectionReader::answered(const XSelectionEvent& event) {
 }
 
 PropertyBytes SelectionReader::read(Atom property) {
-  PropertyBytes bytes = readProperty(window_.id(), property, true);
   const Atom utf8String = internAtom("UTF8_STRING");
+  const Atom incr = internAtom("INCR");
+  // When it announces pieces, the first one may come as soon as this is done: nothing may be read
+  // from the server before it is known that they are wanted.
+  PropertyBytes bytes = readProperty(window_.id(), property, true);
   if (bytes.isCut && bytes.type == utf8String) dropIncompleteCharacter(&bytes.data);
-  if (bytes.type == internAtom("INCR")) {
+  if (bytes.type == incr) {
     vlog.info("Ignoring large selection - replacing with empty string");
     bytes = {utf8String, 8, {}, false};
     transfers_[property] = {};

@@ -53,6 +53,8 @@ class SelectionReader : private plat::Timer::Callback {
   // Of the former window, which answers may still come for.
   void forget();
 
+  // See TXWindow::wants().
+  bool wants(const XEvent& event) const;
   void handleEvent(const XEvent& event);
 
  private:
@@ -69,7 +71,7 @@ class SelectionReader : private plat::Timer::Callback {
 
   void timerCallback(plat::Timer& timer) override;
   Atom freeProperty(const char* name);
-  std::vector<Request>::iterator findOwed(const XSelectionEvent& event);
+  std::vector<Request>::const_iterator findOwed(const XSelectionEvent& event) const;
   void answered(const XSelectionEvent& event);
   PropertyBytes read(Atom property);
   void drain(Atom property);

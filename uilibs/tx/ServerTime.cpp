@@ -18,31 +18,37 @@ namespace {
 plat::LogSrc vlog("TXWindow");
 
 // A hidden window whose property is changed for the sake of the notification.
-class TimeWindow {
+class TimeWindow : private TXWindow {
  public:
   // Nothing when the notification does not come: other clients can destroy the window, and give the
   // property another type.
-  std::optional<uint32_t> ask() const {
+  std::optional<uint32_t> ask() {
     Display* const display = TXDisplay::display();
-    const Atom property = internAtom("TIMESTAMP");
+    isAsking_ = true;
     // Appending nothing changes nothing, and is announced with the time all the same.
     const unsigned char nothing = 0;
     ErrorCatcher trap;
-    XChangeProperty(display, window_.id(), property, XA_INTEGER, 32, PropModeAppend, &nothing, 0);
+    XChangeProperty(display, id(), property_, XA_INTEGER, 32, PropModeAppend, &nothing, 0);
     trap.failed();
 
     std::optional<uint32_t> time;
     XEvent event;
-    while (TXDisplay::isOpen() &&
-           XCheckTypedWindowEvent(display, window_.id(), PropertyNotify, &event)) {
-      if (event.xproperty.atom != property || event.xproperty.send_event) continue;
+    while (TXDisplay::isOpen() && XCheckTypedWindowEvent(display, id(), PropertyNotify, &event)) {
+      if (event.xproperty.atom != property_ || event.xproperty.send_event) continue;
       time = static_cast<uint32_t>(event.xproperty.time);
     }
+    isAsking_ = false;
     return trap.error() ? std::nullopt : time;
   }
 
  private:
-  const TXWindow window_;
+  bool wants(const XEvent& event) override {
+    const bool isOurs = event.type == PropertyNotify && event.xproperty.atom == property_;
+    return (isOurs && isAsking_) || TXWindow::wants(event);
+  }
+
+  const Atom property_ = internAtom("TIMESTAMP");
+  bool isAsking_ = false;
 };
 
 struct Clock {

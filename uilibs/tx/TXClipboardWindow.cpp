@@ -75,6 +75,10 @@ void TXClipboardWindow::handleEvent(const XEvent& event) {
   }
 }
 
+bool TXClipboardWindow::wants(const XEvent& event) {
+  return TXWindow::wants(event) || owner_.wants(event) || reader_.wants(event);
+}
+
 void TXClipboardWindow::remade() {
   remakeTimer_.stop();
   reader_.forget();

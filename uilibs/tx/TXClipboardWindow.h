@@ -62,6 +62,7 @@ class TXClipboardWindow : public TXWindow,
   void setSelectionText(std::string_view text, uint32_t time);
 
   void handleEvent(const XEvent& event) override;
+  bool wants(const XEvent& event) override;
 
  private:
   struct Change {

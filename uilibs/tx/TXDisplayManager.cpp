@@ -2,12 +2,26 @@
 
 #include <X11/Xlib.h>
 
+#include <algorithm>
+#include <chrono>
+
 #include "tx/DisplayLostException.h"
+#include "tx/EventSieve.h"
 #include "tx/TXEventHandler.h"
 
 namespace tx {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kMaxEvents = 100;
+constexpr std::chrono::milliseconds kMaxTime{20};
+
+// Whether Xlib has events that it has read already.
+bool isQueued() {
+  return TXDisplay::isOpen() && XEventsQueued(TXDisplay::display(), QueuedAlready) > 0;
+}
 
 int connectionNumber(std::optional<TXDisplay>& display, const char* name) {
   if (!TXDisplay::isOpen()) display.emplace(name);
@@ -25,14 +39,19 @@ bool TXDisplayManager::dispatchPending() {
   if (!TXDisplay::isOpen()) return false;
   try {
     Display* const display = TXDisplay::display();
-    for (int left = XPending(display); left > 0; --left) {
-      // Handlers take events out of the queue, too.
-      if (!TXDisplay::isOpen() || XEventsQueued(display, QueuedAlready) == 0) return false;
+    const auto end = Clock::now() + kMaxTime;
+    sieveEvents();
+    XFlush(display);
+    int left = XEventsQueued(display, QueuedAlready);
+    if (left == 0) left = XEventsQueued(display, QueuedAfterReading);
+    // Handlers take events out of the queue, too.
+    for (left = std::min(left, kMaxEvents); left > 0 && isQueued() && Clock::now() < end; --left) {
       XEvent event;
       XNextEvent(display, &event);
       TXEventHandler::dispatch(event);
     }
-    return TXDisplay::isOpen() && XPending(display) > 0 && TXDisplay::isOpen();
+    if (TXDisplay::isOpen()) XFlush(display);
+    return isQueued();
   } catch (const DisplayLostException&) {
     return false;
   }

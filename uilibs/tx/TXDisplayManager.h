@@ -16,8 +16,10 @@ class TXDisplayManager : public io::IoHandler {
   // open. Throws plat::Exception.
   explicit TXDisplayManager(const char* displayName = nullptr);
 
-  // Sends buffered requests and dispatches the events that are pending now, so that a flood of them
-  // leaves the loop its other work. Returns whether more have arrived meanwhile.
+  // Sends buffered requests and dispatches the events that are pending now, at most 100 and for at
+  // most 20 ms, so that a flood of them leaves the loop its other work. Events are read from the
+  // connection only when those read before have been dispatched: others hold up their sender.
+  // Returns whether some are left that no descriptor shows.
   bool dispatchPending();
 
  private:

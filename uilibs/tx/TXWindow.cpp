@@ -60,4 +60,9 @@ TXWindow* TXWindow::find(Window id) {
 
 void TXWindow::handleEvent(const XEvent&) {}
 
+bool TXWindow::wants(const XEvent& event) {
+  return event.type != PropertyNotify && event.type != SelectionNotify &&
+         event.type != SelectionRequest && event.type != ConfigureNotify;
+}
+
 }  // namespace tx

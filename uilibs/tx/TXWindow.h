@@ -23,6 +23,10 @@ class TXWindow {
   // Events whose xany.window is this window. Does nothing by itself.
   virtual void handleEvent(const XEvent& event);
 
+  // Whether an event of this window has a meaning now. Asked while Xlib reads: no request may be
+  // made. What is unwanted is dropped unseen.
+  virtual bool wants(const XEvent& event);
+
   // Puts a new window in place of this one, with another id and without properties. For windows
   // that other clients have destroyed, or whose properties they go on writing to.
   void remake();

@@ -1,0 +1,63 @@
+#include "tx/EventSieve.h"
+
+#include "tx/TXDisplay.h"
+#include "tx/TXWindow.h"
+
+// After all others: it defines macros that the standard library does not stand.
+#include <X11/Xlibint.h>
+
+namespace tx {
+
+namespace {
+
+using Convert = Bool (*)(Display*, XEvent*, xEvent*);
+
+constexpr int kSent = 0x80;  // the bit of the type of events that clients have sent
+
+// Makes Xlib's form of an event; called while Xlib reads, so that no request may be made. False
+// keeps the event out of the queue.
+Bool convert(Display* display, XEvent* event, xEvent* wire);
+
+class Sieve {
+ public:
+  Sieve() = default;
+  // Xlib goes on reading until the connection is closed.
+  ~Sieve() {
+    Convert* const current = TXDisplay::display()->event_vec;
+    for (int type = 0; type < kSent; ++type) {
+      if (current[type] == convert) current[type] = former_[type];
+    }
+  }
+  Sieve(const Sieve&) = delete;
+  Sieve& operator=(const Sieve&) = delete;
+
+  void cover(Display* display) {
+    for (int type = KeyPress; type < kSent; ++type) {
+      Convert& current = display->event_vec[type];
+      if (current == convert) continue;
+      former_[type] = current;
+      current = convert;
+    }
+  }
+  Convert former(int type) const { return former_[type]; }
+
+ private:
+  Convert former_[kSent] = {};
+};
+
+Bool convert(Display* display, XEvent* event, xEvent* wire) {
+  const int type = wire->u.u.type & (kSent - 1);
+  // Any client can send any event, but only this one is sent by clients when all is well.
+  if ((wire->u.u.type & kSent) != 0 && type != SelectionNotify) return xFalse;
+  if (!TXDisplay::part<Sieve>().former(type)(display, event, wire)) return xFalse;
+  TXWindow* const window = TXWindow::find(event->xany.window);
+  return !window || window->wants(*event);
+}
+
+}  // namespace
+
+void sieveEvents() {
+  TXDisplay::part<Sieve>().cover(TXDisplay::display());
+}
+
+}  // namespace tx
