@@ -72,8 +72,10 @@ void DisplayMode::setDisplayMode(uint32_t width, uint32_t height) {
 
 void DisplayMode::change(const DisplaySize& size) {
   if (!screen_->allowsSize(size)) throw plat::Exception("The X server allows no screen this size");
-  const bool mustUpdate = !screen_->read(true).findMode(size);
-  if (mustUpdate) update(size, true);
+  const RandrScreen::State before = screen_->read(true);
+  const bool mustUpdate = !before.canShow(size);
+  const std::vector<DisplaySize> modes = before.modeSizes(size);
+  if (mustUpdate) update(modes, true);
   try {
     switchTo(size);
   } catch (...) {
@@ -82,19 +84,20 @@ void DisplayMode::change(const DisplaySize& size) {
     throw;
   }
   // The mode of the request before was in use until now.
-  if (mustUpdate) update(size, false);
+  if (mustUpdate) update(modes, false);
 }
 
 void DisplayMode::switchTo(const DisplaySize& size) {
   const RandrScreen::Grab grab(*screen_);
   // Other clients may have changed modes and CRTCs until now.
   const RandrScreen::State state = screen_->read(false);
-  const uint32_t mode = state.findMode(size);
-  if (!mode) throw plat::Exception("No mode of this size that all outputs in use have");
-  ScreenSwitch(*screen_, state).apply(size, mode);
+  if (!state.canShow(size)) {
+    throw plat::Exception("No mode of this size that all outputs in use have");
+  }
+  ScreenSwitch(*screen_, state).apply(size);
 }
 
-void DisplayMode::updateModes(const std::optional<DisplaySize>& requested) {
+void DisplayMode::updateModes(const std::vector<DisplaySize>& requested) {
   if (!screen_) return;
   try {
     update(requested, true);
@@ -103,7 +106,7 @@ void DisplayMode::updateModes(const std::optional<DisplaySize>& requested) {
   }
 }
 
-void DisplayMode::update(const std::optional<DisplaySize>& requested, bool adding) {
+void DisplayMode::update(const std::vector<DisplaySize>& requested, bool adding) {
   const WantedModes wanted(requested, randrSizes.value().view());
   bool changed = false;
   {

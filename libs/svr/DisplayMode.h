@@ -1,7 +1,7 @@
 #pragma once
 
 #include <memory>
-#include <optional>
+#include <vector>
 
 #include "plat/String.h"
 #include "plat/config/ParameterChangedCallback.h"
@@ -37,12 +37,12 @@ class DisplayMode final : private plat::ParameterChangedCallback {
   // Whether the parameter `RandR` lists anything.
   bool hasListedSizes() const { return !sizes_.empty(); }
 
-  // Makes the screen, and every monitor in use, this large. What fails is logged and leaves the
-  // screen as it was.
+  // Makes the screen this large, and has every monitor in use show all of it, turned as it is. What
+  // fails is logged and leaves the screen as it was.
   void setDisplayMode(uint32_t width, uint32_t height);
   // Adds the modes that are wanted and missing, deletes own modes that are not wanted and not in
   // use. What fails is logged.
-  void updateModes(const std::optional<DisplaySize>& requested = std::nullopt);
+  void updateModes(const std::vector<DisplaySize>& requested = {});
 
  private:
   // plat::ParameterChangedCallback
@@ -52,7 +52,7 @@ class DisplayMode final : private plat::ParameterChangedCallback {
   void change(const DisplaySize& size);
   void switchTo(const DisplaySize& size);
   // Only deletes unless adding.
-  void update(const std::optional<DisplaySize>& requested, bool adding);
+  void update(const std::vector<DisplaySize>& requested, bool adding);
   bool add(const std::string& name, const RandrScreen::State& state);
   bool remove(const RandrScreen::Mode& mode, const RandrScreen::State& state);
 

@@ -22,6 +22,8 @@ struct DisplaySize {
 
   // "1600x900".
   std::string str() const;
+  // What is seen of it after a turn by a quarter.
+  DisplaySize turned() const { return {height, width}; }
   // In millimetres at 96 dots per inch, truncated.
   DisplaySize physical() const;
 

@@ -8,10 +8,20 @@ bool RandrScreen::Output::hasMode(uint32_t mode) const {
   return std::find(modes.begin(), modes.end(), mode) != modes.end();
 }
 
-uint32_t RandrScreen::State::findMode(const DisplaySize& wanted) const {
+std::vector<DisplaySize> RandrScreen::State::modeSizes(const DisplaySize& screen) const {
+  bool turned = false, upright = false;
+  for (const Crtc& crtc : crtcs) {
+    if (crtc.inUse()) (crtc.isTurned() ? turned : upright) = true;
+  }
+  if (!turned) return {screen};
+  if (!upright) return {screen.turned()};
+  return {screen, screen.turned()};
+}
+
+uint32_t RandrScreen::State::findMode(const DisplaySize& screen, bool turned) const {
   const auto isOnAll = [&](uint32_t mode) {
     for (const Crtc& crtc : crtcs) {
-      if (!crtc.inUse()) continue;
+      if (!crtc.inUse() || crtc.isTurned() != turned) continue;
       for (const Output& output : outputs) {
         const bool shows =
             std::find(crtc.outputs.begin(), crtc.outputs.end(), output.id) != crtc.outputs.end();
@@ -20,10 +30,19 @@ uint32_t RandrScreen::State::findMode(const DisplaySize& wanted) const {
     }
     return true;
   };
+  const DisplaySize wanted = turned ? screen.turned() : screen;
   for (const Mode& mode : modes) {
     if (mode.size == wanted && isOnAll(mode.id)) return mode.id;
   }
   return 0;
+}
+
+bool RandrScreen::State::canShow(const DisplaySize& screen) const {
+  const auto isInUse = [](const Crtc& crtc) { return crtc.inUse(); };
+  if (std::none_of(crtcs.begin(), crtcs.end(), isInUse)) return findMode(screen, false) != 0;
+  return std::all_of(crtcs.begin(), crtcs.end(), [&](const Crtc& crtc) {
+    return !crtc.inUse() || findMode(screen, crtc.isTurned()) != 0;
+  });
 }
 
 bool RandrScreen::State::isModeInUse(uint32_t mode) const {

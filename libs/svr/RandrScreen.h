@@ -32,6 +32,8 @@ class RandrScreen {
 
     // Showing something.
     bool inUse() const { return mode != 0 && !outputs.empty(); }
+    // By a quarter, so that width and height of its mode are swapped on the screen.
+    bool isTurned() const { return (rotation & (kRotate90 | kRotate270)) != 0; }
     friend bool operator==(const Crtc&, const Crtc&) = default;
   };
   struct Output {
@@ -47,8 +49,13 @@ class RandrScreen {
     std::vector<Crtc> crtcs;
     std::vector<Output> outputs;
 
-    // A mode of exactly this size that every output in use has; 0 when there is none.
-    uint32_t findMode(const DisplaySize& wanted) const;
+    // The sizes of the modes that the CRTCs in use need to show all of a screen of this size.
+    std::vector<DisplaySize> modeSizes(const DisplaySize& screen) const;
+    // A mode that shows all of a screen of this size on a CRTC that is turned, or is not, and that
+    // every output of the CRTCs in use that are the same has; 0 when there is none.
+    uint32_t findMode(const DisplaySize& screen, bool turned) const;
+    // Whether there is such a mode for each CRTC in use.
+    bool canShow(const DisplaySize& screen) const;
     bool isModeInUse(uint32_t mode) const;
   };
 
@@ -56,6 +63,7 @@ class RandrScreen {
 
   // With probe, the server looks at its connectors first, which can take long.
   virtual State read(bool probe) = 0;
+  virtual DisplaySize size() = 0;
   // Whether the server allows a screen of this size.
   virtual bool allowsSize(const DisplaySize& size) = 0;
 

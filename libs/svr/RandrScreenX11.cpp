@@ -62,13 +62,7 @@ RandrScreen::State RandrScreenX11::read(bool probe) {
         {static_cast<uint32_t>(resources->outputs[i]), ids(output->modes, output->nmode)});
   }
 
-  Window ignoredRoot;
-  int x, y;
-  unsigned width, height, border, depth;
-  if (!XGetGeometry(display, root, &ignoredRoot, &x, &y, &width, &height, &border, &depth)) {
-    throw plat::Exception("XGetGeometry failed");
-  }
-  state.size = {static_cast<int>(width), static_cast<int>(height)};
+  state.size = size();
   // Xlib knows the physical size of the screen that it found at first.
   const int screen = tx::TXDisplay::screen();
   if (state.size == DisplaySize{DisplayWidth(display, screen), DisplayHeight(display, screen)}) {
@@ -77,6 +71,17 @@ RandrScreen::State RandrScreenX11::read(bool probe) {
     state.physical = state.size.physical();
   }
   return state;
+}
+
+DisplaySize RandrScreenX11::size() {
+  Window root;
+  int x, y;
+  unsigned width, height, border, depth;
+  if (!XGetGeometry(openDisplay(), tx::TXDisplay::root(), &root, &x, &y, &width, &height, &border,
+                    &depth)) {
+    throw plat::Exception("XGetGeometry failed");
+  }
+  return {static_cast<int>(width), static_cast<int>(height)};
 }
 
 bool RandrScreenX11::allowsSize(const DisplaySize& size) {

@@ -14,6 +14,7 @@ class RandrScreenX11 final : public RandrScreen {
   explicit RandrScreenX11(const tx::RandrExtension& randr) : randr_(randr) {}
 
   State read(bool probe) override;
+  DisplaySize size() override;
   bool allowsSize(const DisplaySize& size) override;
   uint32_t createMode(const std::string& name, const ModeTimings& timings) override;
   void destroyMode(uint32_t mode) override;

@@ -1,6 +1,5 @@
 #include "svr/ScreenSwitch.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "plat/Exception.h"
@@ -12,36 +11,29 @@ namespace {
 
 plat::LogSrc vlog("Randr");
 
-// The nearest place for a span of the length within the whole; 0 when there is none.
-int nearest(int position, int length, int whole) {
-  return std::max(0, std::min(position, whole - length));
-}
-
 }  // namespace
 
 std::vector<RandrScreen::Crtc> ScreenSwitch::plan(const RandrScreen::State& before,
-                                                  const DisplaySize& size, uint32_t mode) {
+                                                  const DisplaySize& size) {
   std::vector<RandrScreen::Crtc> result;
   for (RandrScreen::Crtc crtc : before.crtcs) {
     if (!crtc.inUse()) continue;
-    DisplaySize shown = size;
-    if (crtc.rotation & (RandrScreen::kRotate90 | RandrScreen::kRotate270)) {
-      std::swap(shown.width, shown.height);
-    }
-    crtc.mode = mode;
-    crtc.position = rfb::Point(nearest(crtc.position.x, shown.width, size.width),
-                               nearest(crtc.position.y, shown.height, size.height));
+    crtc.mode = before.findMode(size, crtc.isTurned());
+    if (!crtc.mode) throw plat::Exception("No mode of this size that all outputs in use have");
+    crtc.position = rfb::Point();
     result.push_back(std::move(crtc));
   }
   return result;
 }
 
-void ScreenSwitch::apply(const DisplaySize& size, uint32_t mode) {
-  const std::vector<RandrScreen::Crtc> wanted = plan(before_, size, mode);
+void ScreenSwitch::apply(const DisplaySize& size) {
+  const std::vector<RandrScreen::Crtc> wanted = plan(before_, size);
   begun_ = true;
   switchOff();
   screen_.setScreenSize(size, size.physical());
   for (const RandrScreen::Crtc& crtc : wanted) screen_.configureCrtc(crtc);
+  const DisplaySize now = screen_.size();
+  if (now != size) throw plat::Exception("The screen became %s", now.str().c_str());
   done_ = true;
 }
 

@@ -11,10 +11,10 @@ namespace svr {
 // allows, so that no monitor stays dark.
 class ScreenSwitch {
  public:
-  // Where each CRTC in use goes on a screen of the size, with the given mode of the same size: to
-  // its position, or the nearest at which it fits. Rotation and outputs stay.
+  // How each CRTC in use shows all of a screen of the size: rotation and outputs stay. Throws
+  // plat::Exception when one has no mode for that.
   static std::vector<RandrScreen::Crtc> plan(const RandrScreen::State& before,
-                                             const DisplaySize& size, uint32_t mode);
+                                             const DisplaySize& size);
 
   // before is what the screen shows now.
   ScreenSwitch(RandrScreen& screen, const RandrScreen::State& before)
@@ -23,8 +23,8 @@ class ScreenSwitch {
   ScreenSwitch(const ScreenSwitch&) = delete;
   ScreenSwitch& operator=(const ScreenSwitch&) = delete;
 
-  // Once. Throws plat::Exception.
-  void apply(const DisplaySize& size, uint32_t mode);
+  // Once. Throws plat::Exception, also when the screen turns out to have another size.
+  void apply(const DisplaySize& size);
 
  private:
   void switchOff();

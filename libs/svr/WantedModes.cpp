@@ -12,8 +12,8 @@ constexpr std::string_view kSuffix = "_ruvo";
 
 }  // namespace
 
-WantedModes::WantedModes(const std::optional<DisplaySize>& requested, std::string_view list) {
-  if (requested) add(requested->str());
+WantedModes::WantedModes(const std::vector<DisplaySize>& requested, std::string_view list) {
+  for (const DisplaySize& size : requested) add(size.str());
   for (bool more = true; more;) {
     const size_t comma = list.find(',');
     more = comma != std::string_view::npos;

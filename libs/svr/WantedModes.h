@@ -9,15 +9,15 @@
 
 namespace svr {
 
-// The names of the display modes that the agent is to keep on the X server: one for the size that
+// The names of the display modes that the agent is to keep on the X server: one for each size that
 // is asked for, and one for each size of a list.
 class WantedModes {
  public:
   // The list is sizes such as "1600x900" with commas between and blanks around them; what is no
   // size is left out.
-  WantedModes(const std::optional<DisplaySize>& requested, std::string_view list);
+  WantedModes(const std::vector<DisplaySize>& requested, std::string_view list);
 
-  // Without duplicates, the requested one first.
+  // Without duplicates, the requested ones first.
   const std::vector<std::string>& names() const { return names_; }
   bool contains(std::string_view name) const;
 

@@ -22,25 +22,24 @@ TEST(ModeTimingsTest, StayInTheirBits) {
 }
 
 TEST(WantedModesTest, NamesThem) {
-  const svr::WantedModes wanted(svr::DisplaySize{800, 600},
-                                " 1024x768 ,\t0800x600,800x600,,nonsense,33000x1,");
+  const svr::WantedModes wanted({{800, 600}}, " 1024x768 ,\t0800x600,800x600,,nonsense,33000x1,");
   EXPECT_EQ(wanted.names(),
             (std::vector<std::string>{"800x600_ruvo", "1024x768_ruvo", "0800x600_ruvo"}));
 }
 
-TEST(ScreenSwitchTest, PlacesCrtcsWhereTheyFit) {
-  const struct {
-    rfb::Point from;
-    uint16_t rotation;
-    rfb::Point to;
-  } cases[] = {{{1024, 0}, 1, {0, 0}}, {{500, 10}, 2, {500, 0}}, {{900, 0}, 8, {700, 0}}};
-  for (const auto& c : cases) {
-    svr::RandrScreen::State before;
-    before.crtcs = {{11, c.from, 5, c.rotation, {21, 22}}, {12, {}, 0, 1, {}}};
-    const auto planned = svr::ScreenSwitch::plan(before, {1600, 900}, 7);
-    const svr::RandrScreen::Crtc expected{11, c.to, 7, c.rotation, {21, 22}};
-    EXPECT_EQ(planned, std::vector<svr::RandrScreen::Crtc>{expected}) << c.from.x;
-  }
+// A mode is chosen for what a CRTC makes of it.
+TEST(ScreenSwitchTest, ShowsAllOfTheScreenOnEveryCrtc) {
+  svr::RandrScreen::State before;
+  before.modes = {{7, "a", {900, 1600}}, {8, "b", {1600, 900}}, {9, "c", {900, 1600}}};
+  before.outputs = {{21, {8}}, {22, {8, 9}}, {23, {9}}};
+  before.crtcs = {{11, {1024, 0}, 5, 1, {21, 22}}, {12, {500, 9}, 5, 2, {23}}, {13, {}, 0, 1, {}}};
+  const svr::DisplaySize screen{1600, 900};
+  EXPECT_EQ(before.modeSizes(screen), (std::vector<svr::DisplaySize>{{1600, 900}, {900, 1600}}));
+  EXPECT_TRUE(before.canShow(screen));
+  EXPECT_EQ(svr::ScreenSwitch::plan(before, screen),
+            (std::vector<svr::RandrScreen::Crtc>{{11, {}, 8, 1, {21, 22}}, {12, {}, 9, 2, {23}}}));
+  before.crtcs[1].rotation = 4;  // upside down, but as wide as before
+  EXPECT_FALSE(before.canShow(screen));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@ namespace {
 class FailingScreen final : public svr::RandrScreen {
  public:
   State read(bool probe) override { return real_.read(probe); }
+  svr::DisplaySize size() override { return real_.size(); }
   bool allowsSize(const svr::DisplaySize& size) override { return real_.allowsSize(size); }
   uint32_t createMode(const std::string& name, const svr::ModeTimings& timings) override {
     return change().createMode(name, timings);
