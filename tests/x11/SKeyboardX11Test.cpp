@@ -94,27 +94,6 @@ class SKeyboardX11Test : public TXFixture {
   std::optional<svr::SKeyboardX11> keyboard_;
 };
 
-TEST_F(SKeyboardX11Test, HeldShiftIsLiftedForSymbolsThatChangeWithIt) {
-  begin();
-  EXPECT_EQ(tapped(XK_ISO_Left_Tab),
-            (Strings{"+Shift_L 50", "+ISO_Left_Tab 23 S", "-Shift_L 50 S", "-Tab 23"}));
-  press(XK_Shift_R);
-  take();
-  EXPECT_EQ(tapped(XK_Tab), (Strings{"+ISO_Left_Tab 23 S", "-ISO_Left_Tab 23 S"}));
-  EXPECT_EQ(tapped('1'), (Strings{"-Shift_R 62 S", "+1 10", "+Shift_R 62", "-exclam 10 S"}));
-}
-
-TEST_F(SKeyboardX11Test, Composes) {
-  begin();
-  server().run({"setxkbmap", "-option", "compose:ralt"});
-  EXPECT_EQ(typed({XK_Multi_key, '\'', 'e', XK_Multi_key, 'o', 'c'}), "é©");
-  EXPECT_EQ(log_.count("Added unknown"), 0);
-  // Without a key for it, and none to spare, the accent that comes next becomes a dead key.
-  server().run({"setxkbmap", "-option", "", "us", "intl"});
-  fillMap();
-  EXPECT_EQ(typed({XK_Multi_key, '"', 'a', XK_Multi_key, 'b'}), "äb");
-}
-
 TEST_F(SKeyboardX11Test, UnknownSymbolsGetSpareKeys) {
   begin();
   const std::set<int> spare = spareKeycodes();
@@ -232,20 +211,6 @@ TEST_F(SKeyboardX11Test, AutoRepeatRestsWhileKeysAreHeld) {
   EXPECT_EQ(after(4000), AutoRepeatModeOff);
   keyboard_.reset();
   EXPECT_EQ(after(0), AutoRepeatModeOff);
-}
-
-TEST_F(SKeyboardX11Test, ReleasesWhatItPressedWhateverItIsCalledByNow) {
-  begin();
-  press('y');
-  EXPECT_EQ(take(), (Strings{"+y 29"}));
-  load("de");
-  release('y');
-  press('z');
-  EXPECT_EQ(take(), (Strings{"-z 29", "+z 29"}));
-  load("us");
-  press('z');
-  release('z');
-  EXPECT_EQ(take(), (Strings{"-y 29", "+z 52", "-z 52"}));
 }
 
 TEST_F(SKeyboardX11Test, WithoutXkb) {
