@@ -25,6 +25,8 @@ constexpr long kMaxStored = 2 * 256;
 
 // A client that is behind takes a keycode for what it carries when it gets to the press.
 constexpr int64_t kRest = 200 * plat::kTicksPerMs;
+// In a burst it is behind by the many changes of the map, too: toolkits read and compile all of it.
+constexpr int64_t kRestInBurst = 500 * plat::kTicksPerMs;
 // What was pressed in one go rests until the last of it has rested.
 constexpr int64_t kOneGo = 10 * plat::kTicksPerMs;
 
@@ -82,7 +84,7 @@ void KeyGrafts::forgetChanged(const CoreKeyRows& rows) {
                 [&](const Graft& g) { return !rows.carriesOnly(g.keycode, KeySym{g.keysym}); });
 }
 
-std::vector<int> KeyGrafts::freeKeycodes(const CoreKeyRows& rows, bool patient, int* waitMs) const {
+std::vector<int> KeyGrafts::freeKeycodes(const CoreKeyRows& rows, int64_t rest, int* waitMs) const {
   *waitMs = 0;
   std::vector<int> keycodes;
   for (int keycode = rows.maxKeycode(); keycode >= rows.minKeycode(); --keycode) {
@@ -97,14 +99,14 @@ std::vector<int> KeyGrafts::freeKeycodes(const CoreKeyRows& rows, bool patient, 
             [](const Graft& a, const Graft& b) { return a.lastUse < b.lastUse; });
   const int64_t now = plat::monotonicTime();
   for (const Graft& graft : own) {
-    if (!patient || now - graft.lastUse >= kRest) keycodes.push_back(graft.keycode);
+    if (now - graft.lastUse >= rest) keycodes.push_back(graft.keycode);
   }
   if (keycodes.empty() && !own.empty()) {
     int64_t last = own[0].lastUse;
     for (const Graft& graft : own) {
       if (graft.lastUse - last <= kOneGo) last = graft.lastUse;
     }
-    *waitMs = static_cast<int>((last + kRest - now) / plat::kTicksPerMs) + 1;
+    *waitMs = static_cast<int>((last + rest - now) / plat::kTicksPerMs) + 1;
   }
   return keycodes;
 }
@@ -117,7 +119,8 @@ KeyGrafts::Result KeyGrafts::graft(const std::vector<uint32_t>& keysyms, bool pa
   CoreKeyRows rows(map_.minKeycode(), map_.maxKeycode());
   forgetChanged(rows);
   int waitMs;
-  std::vector<int> keycodes = freeKeycodes(rows, patient, &waitMs);
+  const int64_t rest = !patient ? 0 : keysyms.size() > 1 ? kRestInBurst : kRest;
+  std::vector<int> keycodes = freeKeycodes(rows, rest, &waitMs);
   if (keycodes.empty()) {
     fullRevision_ = map_.revision();
     return {waitMs > 0 ? Outcome::kLater : Outcome::kFull, waitMs};

@@ -42,7 +42,7 @@ class KeyGrafts {
   void add(int keycode, uint32_t keysym);
   void forgetChanged(const CoreKeyRows& rows);
   // The keycodes to take, best first, and when there are none how long to wait for one.
-  std::vector<int> freeKeycodes(const CoreKeyRows& rows, bool patient, int* waitMs) const;
+  std::vector<int> freeKeycodes(const CoreKeyRows& rows, int64_t rest, int* waitMs) const;
 
   KeyMapX11& map_;
   std::vector<Graft> grafts_;
