@@ -189,7 +189,7 @@ AgentProcess AgentProcess::launch(const LaunchOptions& options) {
       break;
   }
   // A viewer's script may have any number of symbols that the keyboard lacks.
-  arguments.push_back("_ReuseGrafts=1");
+  if (options.reuseGrafts) arguments.push_back("_ReuseGrafts=1");
   for (const auto& [name, value] : options.parameters) arguments.push_back(name + "=" + value);
 
   std::vector<std::string> environment = environmentOf(options);

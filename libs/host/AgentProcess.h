@@ -22,6 +22,8 @@ struct LaunchOptions {
   std::string mode = "user";
   // DISPLAY for the agent; empty inherits ours.
   std::string display;
+  // Keys for new symbols are taken from symbols that have rested.
+  bool reuseGrafts = true;
   // Name and value; they follow the pipe name on the command line.
   std::vector<std::pair<std::string, std::string>> parameters;
   Channel channel = Channel::kDescriptor;

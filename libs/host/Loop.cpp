@@ -2,10 +2,8 @@
 
 #include <poll.h>
 
-#include <algorithm>
-#include <chrono>
-
 #include "host/AgentConnection.h"
+#include "plat/Deadline.h"
 
 namespace host {
 
@@ -76,15 +74,10 @@ void Loop::process(int timeoutMs) {
 }
 
 bool Loop::processUntil(const std::function<bool()>& done, int timeoutMs) {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  const plat::Deadline deadline(timeoutMs);
   while (!done()) {
-    int left = -1;
-    if (timeoutMs >= 0) {
-      left = static_cast<int>(
-          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count());
-      if (left <= 0) return false;
-    }
+    const int left = deadline.msLeft();
+    if (left == 0) return false;
     process(left);
   }
   return true;

@@ -1,0 +1,177 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <list>
+
+#include "agent/SharedDisplay.h"
+#include "plat/FileDescriptor.h"
+#include "ruvohost/Agent.h"
+#include "ruvohost/Parameters.h"
+#include "support/Program.h"
+#include "support/TempDir.h"
+
+// The interface that servers in C++ use, with the real program.
+
+namespace {
+
+using ruvohost::Agent;
+using ruvohost::Launch;
+using ruvohost::Outcome;
+using Result = Outcome::Result;
+
+class HostTest : public SharedDisplay {
+ protected:
+  static Launch launch() {
+    Launch launch;
+    launch.agent = RUVO_AGENT;
+    launch.display = display();
+    launch.environment = {{"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+    return launch;
+  }
+  static Outcome start(Agent& agent) {
+    return agent.await([&](Agent::Answer answer) { agent.start(answer); });
+  }
+};
+
+TEST_F(HostTest, RequestsAreAnswered) {
+  struct : ruvohost::Listener {
+    void refused(const ruvohost::Refusal& refusal) override { refusals.push_back(refusal.kind); }
+    std::vector<ruvohost::Refusal::Kind> refusals;
+  } listener;
+  Agent agent(launch(), listener);
+  ASSERT_TRUE(start(agent).isDone());
+  const ruvohost::Framebuffer before = agent.framebuffer();
+  EXPECT_EQ(before.rect(), (ruvohost::Rect{0, 0, 641, 480}));
+
+  const auto resize = [&](uint32_t width, uint32_t height) {
+    return agent.await([&](Agent::Answer answer) { agent.resize(width, height, answer); });
+  };
+  EXPECT_EQ(resize(320, 200).text, "");
+  EXPECT_EQ(agent.framebuffer().width(), 320);
+  const Outcome refused = resize(40000, 200);
+  EXPECT_EQ(refused.result, Result::kRefused);
+  EXPECT_NE(refused.text, "");
+  EXPECT_TRUE(resize(641, 480).isDone());
+
+  const auto parameter = [&](const char* name, const char* value) {
+    return agent.await([&](Agent::Answer answer) {
+                  agent.setParameters({{name, value}}, answer);
+                })
+        .text;
+  };
+  EXPECT_EQ(parameter("UpdatePeriod", "10"), "");
+  EXPECT_EQ(parameter("NoSuch", "1"), "Unknown parameter 'NoSuch'");
+  const Outcome monitors =
+      agent.await([&](Agent::Answer answer) { agent.selectMonitors("7", answer); });
+  EXPECT_EQ(monitors.result, Result::kRefused);
+  using Kind = ruvohost::Refusal::Kind;
+  EXPECT_EQ(listener.refusals,
+            (std::vector<Kind>{Kind::kDisplaySize, Kind::kParameter, Kind::kMonitors}));
+
+  // The former view is as it was, and ends where it did.
+  EXPECT_EQ(before.width(), 641);
+  EXPECT_EQ(before.row(479).size(), 641u * 4);
+  EXPECT_EQ(before.rgba({600, 470, 9999, 9999}).size(), 41u * 10 * 4);
+  EXPECT_THROW(before.row(480), ruvohost::Error);
+  EXPECT_EQ(agent.finish(10000), 0);
+  EXPECT_EQ(agent.await([&](Agent::Answer answer) { agent.sync(answer); }).result,
+            Result::kDisconnected);
+}
+
+// A server with thousands of descriptors, several agents, and a loop of its own.
+TEST_F(HostTest, ManyDescriptorsAndSeveralAgentsInOneLoop) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit more{std::max<rlim_t>(limit.rlim_cur, 4096), limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
+  std::vector<plat::FileDescriptor> taken;
+  while (taken.empty() || taken.back().get() < 1100) {
+    taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    ASSERT_TRUE(taken.back());
+  }
+  ruvohost::Listener nobody;
+  std::list<Agent> agents;
+  int started = 0;
+  for (int i = 0; i < 3; ++i) {
+    Launch how = launch();
+    if (i == 1) how.channel = Launch::Channel::kNamedSocket;
+    how.useHash = i == 1;
+    Agent& agent = agents.emplace_back(how, nobody);
+    EXPECT_GT(agent.fd(), FD_SETSIZE);
+    agent.start([&](const Outcome& outcome) {
+      EXPECT_EQ(outcome.text, "");
+      ++started;
+    });
+  }
+  while (started < 3) {
+    std::vector<pollfd> entries;
+    int timeoutMs = 20000;
+    for (Agent& agent : agents) {
+      entries.push_back({agent.fd(), agent.events(), 0});
+      if (agent.msUntilNext() >= 0) timeoutMs = std::min(timeoutMs, agent.msUntilNext());
+    }
+    poll(entries.data(), entries.size(), timeoutMs);
+    for (Agent& agent : agents) agent.process();
+  }
+  for (Agent& agent : agents) EXPECT_EQ(agent.framebuffer().height(), 480);
+  agents.clear();
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+TEST_F(HostTest, FailuresAreTold) {
+  ruvohost::Listener nobody;
+  Launch missing = launch();
+  missing.agent = "/nonexistent/agent";
+  EXPECT_THROW(Agent(missing, nobody), ruvohost::Error);
+  Launch nowhere = launch();
+  nowhere.display = ":nonexistent";
+  const plat::FileDescriptor quiet(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  nowhere.standardError = quiet.get();
+  Agent agent(nowhere, nobody);
+  EXPECT_EQ(start(agent).result, Result::kDisconnected);
+  EXPECT_EQ(agent.finish(10000), 1);
+}
+
+TEST(HostParameters, AreWhatTheAgentDeclares) {
+  const std::vector<ruvohost::Parameter> all = ruvohost::parametersOf(RUVO_AGENT);
+  const auto check = [&](const char* name, const char* value) {
+    const ruvohost::Parameter* parameter = ruvohost::findParameter(all, name);
+    return parameter ? parameter->check(value) : "unknown";
+  };
+  EXPECT_EQ(check("updateperiod", "25"), "");
+  EXPECT_EQ(check("UpdatePeriod", "soon"), "UpdatePeriod: 'soon' is no number");
+  EXPECT_EQ(check("CaptureMethod", "3"), "CaptureMethod: '3' is not between 0 and 2");
+  EXPECT_EQ(check("EnableClipboard", "maybe"), "EnableClipboard: 'maybe' is neither 1 nor 0");
+  EXPECT_EQ(check("Monitor", "2,1"), "");
+  EXPECT_EQ(check("NoSuch", "1"), "unknown");
+  EXPECT_THROW(ruvohost::parametersOf("/bin/true"), ruvohost::Error);
+}
+
+// What people start from works as it stands.
+TEST_F(HostTest, Examples) {
+  const test::TempDir directory;
+  support::Program::Options options;
+  options.captureOutput = options.captureErrors = true;
+  options.environment = {{"RUVOAGENT", RUVO_AGENT}, {"HOME", "/nonexistent"}};
+  const auto run = [&](const std::vector<std::string>& arguments) {
+    support::Program program(arguments, options);
+    const int status = program.wait(support::Milliseconds(30000)).value_or(-1);
+    return std::to_string(status) + program.errors() + program.output();
+  };
+  const std::string examples = RUVO_EXAMPLES;
+  const std::string picture = directory / "picture.ppm", video = directory / "video.rgba";
+  EXPECT_EQ(run({examples + "/example-picture", picture, display()}),
+            "0641 x 480 pixels in " + picture + "\n");
+  EXPECT_EQ(std::filesystem::file_size(picture), 15u + 641 * 480 * 3);
+  EXPECT_EQ(run({examples + "/example-recording", video, "1", display()}),
+            "0the desktop has 641 x 480 pixels\n");
+  EXPECT_EQ(std::filesystem::file_size(video), 10u * 641 * 480 * 4);
+  const std::string seen =
+      run({examples + "/example-desktops", "1", display(), display(), display()});
+  EXPECT_TRUE(seen.starts_with("0" + display() + ": started\n")) << seen;
+}
+
+}  // namespace
