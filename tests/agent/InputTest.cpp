@@ -265,7 +265,9 @@ TEST_F(InputTest, Commands) {
   EXPECT_EQ(typing->wait(), 0);
   witness.take();
   EXPECT_EQ(run({"--param", "_ReuseGrafts=0", "type", "\u2660"}),
-            "1ruvodrive: the keyboard has no key to spare for 1 of the symbols, first '\u2660'\n");
+            "1ruvodrive: the keyboard has no key to spare for 1 of the symbols, first '\u2660' "
+            "(display " +
+                server->display() + ")\n");
 }
 
 TEST_F(InputTest, WithoutXTestInputIsDropped) {

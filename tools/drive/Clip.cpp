@@ -2,20 +2,17 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <optional>
 
 #include "Commands.h"
+#include "Terminal.h"
 
 namespace drive {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct ClipOptions {
   bool clipboardOnly = false;
@@ -27,19 +24,6 @@ void print(const std::string& text) {
     throw Failure(std::string("can't write the text: ") + strerror(errno));
   }
 }
-
-// Keeps what is copied, and the agent's word on a text that it can't offer.
-class ClipRecorder : public Recorder {
- public:
-  void serverCutText(const std::string& copied) override { texts.push_back(copied); }
-  void logMsg(const host::LogLine& line) override {
-    Recorder::logMsg(line);
-    if (line.level == 0 && line.text.starts_with("Unable to offer")) refusal = line.text;
-  }
-
-  std::vector<std::string> texts;
-  std::string refusal;
-};
 
 // Standard input, a line at a time.
 class Lines {
@@ -76,57 +60,41 @@ SessionOptions monitoring(SessionOptions options, bool primary) {
   return options;
 }
 
-// Lets the agent work until done, interrupted or out of time; false when it has not been done.
-bool run(Session& session, double seconds, const std::function<bool()>& done) {
-  const Clock::time_point begin = Clock::now();
-  const auto over = [&] {
-    return done() || interrupted() ||
-           (seconds > 0 && std::chrono::duration<double>(Clock::now() - begin).count() >= seconds);
-  };
-  while (!over() && session.agent().isConnected()) session.loop().process(100);
-  return done();
-}
-
 void get(const SessionOptions& sessionOptions, const ClipOptions& options) {
-  ClipRecorder recorder;
-  Session session(monitoring(sessionOptions, !options.clipboardOnly), recorder);
+  host::Transcript seen;
+  Session session(monitoring(sessionOptions, !options.clipboardOnly), seen);
   session.startDesktop();
   if (isatty(STDERR_FILENO)) std::fputs("Waiting for text to be copied\n", stderr);
-  const bool copied = run(session, options.seconds, [&] { return !recorder.texts.empty(); });
+  const bool copied = session.run(options.seconds, [&] { return !seen.cutTexts.empty(); });
   session.finish();
   if (!copied) throw Failure(interrupted() ? "interrupted" : "nothing was copied");
-  print(recorder.texts.front());
+  print(seen.cutTexts.front());
 }
 
 void set(const SessionOptions& sessionOptions, const ClipOptions& options) {
-  std::string text;
-  std::array<char, 65536> bytes;
-  size_t got;
-  while ((got = std::fread(bytes.data(), 1, bytes.size(), stdin)) > 0) {
-    text.append(bytes.data(), got);
-  }
-  if (std::ferror(stdin)) throw Failure(std::string("can't read the text: ") + strerror(errno));
+  const std::string text = readAll("-");
   if (text.size() > INT_MAX) throw Failure("the text is longer than 2 GB");
 
-  ClipRecorder recorder;
-  Session session(sessionOptions, recorder);
+  host::Transcript seen;
+  Session session(sessionOptions, seen);
   session.agent().clientCutText(text);
-  run(session, options.seconds, [&] { return !recorder.refusal.empty(); });
+  const auto refused = [&] { return seen.refusal(host::Refusal::Kind::kClipboardText); };
+  session.run(options.seconds, refused);
   session.finish();
-  if (!recorder.refusal.empty()) throw Failure(recorder.refusal);
+  if (refused()) throw session.refusal(refused()->text);
 }
 
 void watchClipboard(const SessionOptions& sessionOptions, const ClipOptions& options) {
-  ClipRecorder recorder;
-  Session session(monitoring(sessionOptions, !options.clipboardOnly), recorder);
+  host::Transcript seen;
+  Session session(monitoring(sessionOptions, !options.clipboardOnly), seen);
   session.startDesktop();
   Lines lines([&](const std::string& line) { session.agent().clientCutText(line); });
   session.loop().watch(STDIN_FILENO, [&] {
     if (!lines.read()) session.loop().unwatch(STDIN_FILENO);
   });
-  run(session, options.seconds, [&] {
-    for (const std::string& text : recorder.texts) print(text.ends_with('\n') ? text : text + "\n");
-    recorder.texts.clear();
+  session.run(options.seconds, [&] {
+    for (const std::string& text : seen.cutTexts) print(text.ends_with('\n') ? text : text + "\n");
+    seen.cutTexts.clear();
     return false;
   });
   session.finish();
@@ -162,6 +130,10 @@ void addClipCommands(CLI::App& app, SessionOptions& session) {
     each->add_option("--for", options->seconds, "Seconds to stay (default: until interrupted)")
         ->check(checkSeconds);
   }
+  setExamples(*clip, "clip get --timeout 10", "clip set --for 60 < text.txt");
+  setExamples(*gets, "clip get", "clip get --clipboard --timeout 10");
+  setExamples(*sets, "clip set < text.txt", "clip set --for 60 < text.txt");
+  setExamples(*watches, "clip watch", "clip watch --clipboard --for 60");
   gets->callback([&session, options] { get(session, *options); });
   sets->callback([&session, options] { set(session, *options); });
   watches->callback([&session, options] { watchClipboard(session, *options); });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <string>
 
 #include "Session.h"
 
@@ -9,7 +10,7 @@ namespace drive {
 // Each adds its group of commands. A command starts an agent of its own, does its work and ends it;
 // it throws Failure. The options must outlive the application.
 
-// shot, watch, raw, cursor
+// shot, cursor, watch, raw, record
 void addViewCommands(CLI::App& app, SessionOptions& session);
 // type, key, move, click, drag, wheel
 void addInputCommands(CLI::App& app, SessionOptions& session);
@@ -19,11 +20,12 @@ void addClipCommands(CLI::App& app, SessionOptions& session);
 void addMonitorCommands(CLI::App& app, SessionOptions& session);
 // resize
 void addResizeCommand(CLI::App& app, SessionOptions& session);
+// params, doctor
+void addInquiryCommands(CLI::App& app, SessionOptions& session);
 
-// Set by SIGINT and SIGTERM, and when standard output takes nothing more; commands that go on until
-// interrupted look at it.
-bool interrupted();
 // For options that are a time: what is wrong with the text, or nothing.
 std::string checkSeconds(const std::string& text);
+// The end of a command's help.
+void setExamples(CLI::App& command, const std::string& first, const std::string& second);
 
 }  // namespace drive

@@ -1,12 +1,12 @@
-#include <xkbcommon/xkbcommon.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "Commands.h"
+#include "Keysyms.h"
+#include "Terminal.h"
 #include "plat/Exception.h"
-#include "plat/Utf8.h"
 
 namespace drive {
 
@@ -19,97 +19,45 @@ struct PointerOptions {
   int count = 1;
 };
 
+struct KeyOptions {
+  std::vector<std::string> combinations;
+  int delayMs = 0;
+};
+
+constexpr int kMaxButton = 8;
 constexpr int kWheelUp = 4, kWheelDown = 5;
 constexpr int kDragSteps = 16;
-// Without a word from an agent that types.
-constexpr int kTypingTimeoutMs = 10000;
-
-// The code points of UTF-8 text. Throws Failure.
-std::vector<uint32_t> codePoints(const std::string& text) {
-  if (!plat::isValidUtf8(text)) throw Failure("the text is not valid UTF-8");
-  std::vector<uint32_t> points;
-  for (size_t i = 0; i < text.size();) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const size_t length = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-    uint32_t point = length == 1 ? lead : lead & (0x7fu >> length);
-    for (size_t k = 1; k < length; ++k) {
-      point = point << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3f);
-    }
-    points.push_back(point);
-    i += length;
-  }
-  return points;
-}
-
-uint32_t keysymOfCharacter(uint32_t point) {
-  if (point == '\n') return XKB_KEY_Return;
-  const uint32_t keysym = xkb_utf32_to_keysym(point);
-  if (keysym == XKB_KEY_NoSymbol) throw Failure(plat::format("no key symbol for U+%04X", point));
-  return keysym;
-}
 
 uint32_t maskOf(int button) {
   return 1u << (button - 1);
 }
 
-// Keeps the agent's word on symbols that it can't type.
-class InputRecorder : public Recorder {
- public:
-  void logMsg(const host::LogLine& line) override {
-    Recorder::logMsg(line);
-    ++lines;
-    if (line.text == "Input waits for new symbols") inputWaits = true;
-    if (line.text == "Input goes on") inputWaits = false;
-    if (!line.text.starts_with("Keyboard mapping full")) return;
-    const size_t number = line.text.rfind("0x");
-    if (number != std::string::npos) {
-      ignored.push_back(
-          static_cast<uint32_t>(std::strtoul(line.text.c_str() + number, nullptr, 16)));
-    }
-  }
-
-  void badMsg(const std::string&) override { synced = true; }
-
-  std::vector<uint32_t> ignored;
-  size_t lines = 0;
-  bool inputWaits = false;
-  bool synced = false;
-};
-
 // An agent that gets input and nothing else.
 class InputSession {
  public:
-  explicit InputSession(const SessionOptions& options) : session_(options, recorder_) {}
+  explicit InputSession(const SessionOptions& options) : session_(options, seen_) {}
 
   host::AgentConnection& agent() { return session_.agent(); }
-  void pause(int ms) {
-    agent().processUntil([] { return false; }, ms);
-  }
-  // Throws Failure if something was not typed.
+  void pause(int ms) { session_.pause(ms); }
+  // Throws Failure if something did not reach the desktop.
   void finish() {
-    // Symbols that are new to the keyboard wait for other programs to see it change, and what comes
-    // behind them waits too. An agent that is left drops all that.
-    agent().channel().writeMsg("sync");
-    agent().channel().endMsg();
-    session_.waitUntil([&] { return recorder_.synced; }, kTypingTimeoutMs, "the agent");
-    for (size_t lines = 0; recorder_.inputWaits && lines != recorder_.lines;) {
-      lines = recorder_.lines;
-      agent().processUntil([&] { return recorder_.lines != lines; }, kTypingTimeoutMs);
-    }
+    using Kind = host::Refusal::Kind;
     session_.finish();
-    const std::vector<uint32_t>& ignored = recorder_.ignored;
-    if (ignored.empty()) return;
-    char text[64];
-    if (xkb_keysym_to_utf8(ignored[0], text, sizeof text) <= 1) {
-      xkb_keysym_get_name(ignored[0], text, sizeof text);
+    if (const host::Refusal* refused = seen_.refusal(Kind::kInput)) {
+      throw session_.refusal(refused->text);
     }
-    throw Failure(
-        plat::format("the keyboard has no key to spare for %zu of the symbols, first '%s'",
-                     ignored.size(), text));
+    const host::Refusal* first = seen_.refusal(Kind::kKeySymbol);
+    if (!first) return;
+    const auto count =
+        std::count_if(seen_.refusals.begin(), seen_.refusals.end(),
+                      [](const host::Refusal& r) { return r.kind == Kind::kKeySymbol; });
+    throw session_.refusal(
+        plat::format("the keyboard has no key to spare for %d of the symbols, first '%s'",
+                     static_cast<int>(count), keysymText(first->keysym).c_str()));
   }
 
  private:
-  InputRecorder recorder_;
+  host::Transcript seen_{host::Transcript::Keep::kLast};
   Session session_;
 };
 
@@ -120,23 +68,8 @@ void press(host::AgentConnection& agent, int x, int y, int button, int count) {
   }
 }
 
-// The keysym of a name, a character or a number. Throws Failure.
-uint32_t keysymOf(const std::string& name) {
-  const uint32_t keysym = xkb_keysym_from_name(name.c_str(), XKB_KEYSYM_NO_FLAGS);
-  if (keysym != XKB_KEY_NoSymbol) return keysym;
-  if (plat::isValidUtf8(name)) {
-    const std::vector<uint32_t> points = codePoints(name);
-    if (points.size() == 1) return keysymOfCharacter(points[0]);
-  }
-  char* end = nullptr;
-  const unsigned long number = std::strtoul(name.c_str(), &end, 0);
-  if (!name.empty() && *end == '\0' && number <= UINT32_MAX) return static_cast<uint32_t>(number);
-  throw Failure("'" + name + "' is no key symbol");
-}
-
 void typeText(const SessionOptions& options, const std::string& text, int delayMs) {
-  std::vector<uint32_t> keysyms;
-  for (const uint32_t point : codePoints(text)) keysyms.push_back(keysymOfCharacter(point));
+  const std::vector<uint32_t> keysyms = keysymsOfText(text);
   InputSession session(options);
   for (const uint32_t keysym : keysyms) {
     session.agent().keyEvent(keysym, true);
@@ -146,22 +79,9 @@ void typeText(const SessionOptions& options, const std::string& text, int delayM
   session.finish();
 }
 
-void pressKeys(const SessionOptions& options, const std::vector<std::string>& combinations) {
+void pressKeys(const SessionOptions& options, const KeyOptions& keys) {
   std::vector<std::vector<uint32_t>> all;
-  for (const std::string& combination : combinations) {
-    std::vector<uint32_t>& keysyms = all.emplace_back();
-    // "+" itself is a key when nothing stands before or after it.
-    for (size_t begin = 0; begin <= combination.size();) {
-      const size_t end = std::min(combination.find('+', begin + 1), combination.size());
-      const uint32_t keysym = keysymOf(combination.substr(begin, end - begin));
-      // A viewer's keyboard makes capitals of what is pressed with Shift.
-      const bool shift = std::any_of(keysyms.begin(), keysyms.end(), [](uint32_t held) {
-        return held == XKB_KEY_Shift_L || held == XKB_KEY_Shift_R;
-      });
-      keysyms.push_back(shift ? xkb_keysym_to_upper(keysym) : keysym);
-      begin = end + 1;
-    }
-  }
+  for (const std::string& text : keys.combinations) all.push_back(keysymsOfCombination(text));
   InputSession session(options);
   for (const std::vector<uint32_t>& keysyms : all) {
     for (auto keysym = keysyms.begin(); keysym != keysyms.end(); ++keysym) {
@@ -170,8 +90,16 @@ void pressKeys(const SessionOptions& options, const std::vector<std::string>& co
     for (auto keysym = keysyms.rbegin(); keysym != keysyms.rend(); ++keysym) {
       session.agent().keyEvent(*keysym, false);
     }
+    if (keys.delayMs > 0) session.pause(keys.delayMs);
   }
   session.finish();
+}
+
+// Agents press the buttons that mice have.
+void checkButton(int button) {
+  if (button > kMaxButton) {
+    throw Failure(plat::format("button %d: agents press buttons 1 to %d", button, kMaxButton));
+  }
 }
 
 void movePointer(const SessionOptions& options, const PointerOptions& pointer) {
@@ -181,6 +109,7 @@ void movePointer(const SessionOptions& options, const PointerOptions& pointer) {
 }
 
 void click(const SessionOptions& options, const PointerOptions& pointer) {
+  checkButton(pointer.button);
   InputSession session(options);
   session.agent().pointerEvent(pointer.x, pointer.y, 0);
   press(session.agent(), pointer.x, pointer.y, pointer.button, pointer.count);
@@ -188,6 +117,7 @@ void click(const SessionOptions& options, const PointerOptions& pointer) {
 }
 
 void drag(const SessionOptions& options, const PointerOptions& pointer) {
+  checkButton(pointer.button);
   InputSession session(options);
   session.agent().pointerEvent(pointer.fromX, pointer.fromY, 0);
   for (int step = 0; step <= kDragSteps; ++step) {
@@ -213,19 +143,32 @@ void wheel(const SessionOptions& options, const PointerOptions& pointer) {
 void addInputCommands(CLI::App& app, SessionOptions& session) {
   struct TypeOptions {
     std::string text;
+    std::string file;
     int delayMs = 0;
   };
   auto type = std::make_shared<TypeOptions>();
   CLI::App* command = app.add_subcommand("type", "Types text into the window with the focus");
-  command->add_option("text", type->text, "UTF-8 text")->required();
+  CLI::Option* text = command->add_option("text", type->text, "UTF-8 text; - reads standard input");
+  command->add_option("--file", type->file, "File with the text")->excludes(text);
   command->add_option("--delay", type->delayMs, "Milliseconds after each character")
       ->check(CLI::Range(0, 60000));
-  command->callback([&session, type] { typeText(session, type->text, type->delayMs); });
+  setExamples(*command, "type 'Grüße, world'", "type --delay 30 --file letter.txt");
+  command->callback([&session, type, text] {
+    if (!*text && type->file.empty()) throw CLI::RequiredError("text");
+    const bool isFile = !type->file.empty() || type->text == "-";
+    typeText(session, isFile ? readAll(type->file.empty() ? "-" : type->file) : type->text,
+             type->delayMs);
+  });
 
-  auto keys = std::make_shared<std::vector<std::string>>();
-  command = app.add_subcommand("key", "Presses keys, such as Control_L+Shift_L+t");
-  command->add_option("keys", *keys, "Key symbols, + between those that are held together")
+  auto keys = std::make_shared<KeyOptions>();
+  command = app.add_subcommand("key", "Presses keys, such as ctrl+c or super+l");
+  command
+      ->add_option("keys", keys->combinations,
+                   "Keys by common name, X key symbol or character; + between those held together")
       ->required();
+  command->add_option("--delay", keys->delayMs, "Milliseconds after each combination")
+      ->check(CLI::Range(0, 60000));
+  setExamples(*command, "key ctrl+shift+t", "key --delay 200 Tab Tab enter");
   command->callback([&session, keys] { pressKeys(session, *keys); });
 
   auto pointer = std::make_shared<PointerOptions>();
@@ -240,14 +183,18 @@ void addInputCommands(CLI::App& app, SessionOptions& session) {
     each->add_option("y", pointer->y)->required();
   }
   for (CLI::App* each : {clicks, drags}) {
-    each->add_option("button", pointer->button, "Logical button, 1 to 32")
-        ->check(CLI::Range(1, 32))
+    each->add_option("button", pointer->button, "Logical button, 1 to 8")
+        ->check(CLI::PositiveNumber)
         ->capture_default_str();
   }
   clicks->add_option("--count", pointer->count, "How often")->check(CLI::Range(1, 100));
   wheels->add_option("steps", pointer->count, "Steps: up when positive, down when negative")
       ->required()
       ->check(CLI::Range(-1000, 1000));
+  setExamples(*move, "move 100 200", "move 0 0 -- shot --cursor corner.png");
+  setExamples(*clicks, "click 100 200", "click 100 200 1 --count 2");
+  setExamples(*drags, "drag 10 10 200 150", "drag 10 10 200 150 2");
+  setExamples(*wheels, "wheel 100 200 3", "wheel 100 200 -3");
   move->callback([&session, pointer] { movePointer(session, *pointer); });
   clicks->callback([&session, pointer] { click(session, *pointer); });
   drags->callback([&session, pointer] { drag(session, *pointer); });

@@ -1,27 +1,35 @@
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "host/AgentConnection.h"
+#include "rfb/ManagedPixelBuffer.h"
 
 namespace drive {
 
-// A copy of an image as 8-bit red, green, blue and alpha.
-struct Picture {
-  int width = 0, height = 0;
-  std::vector<uint8_t> rgba;
-
-  // The shared framebuffer as it is now.
-  static Picture ofFramebuffer(const host::AgentConnection& agent);
+// A copy of an image as 8-bit red, green, blue and alpha, in the coordinates of the desktop.
+class Picture {
+ public:
+  // The part of an area that the shared framebuffer has, as it is now.
+  static Picture ofFramebuffer(const host::AgentConnection& agent, const rfb::Rect& area);
   // A cursor image, its premultiplied colours undone.
   static Picture ofCursor(const host::CursorImage& cursor);
 
-  // Blends a cursor whose hotspot is at x, y.
-  void drawCursor(const host::CursorImage& cursor, int x, int y);
-  // Writes a PNG file. Throws Failure naming the file.
+  int width() const { return pixels_->width(); }
+  int height() const { return pixels_->height(); }
+  // Rows of width() * 4 bytes.
+  const uint8_t* rgba() const { return pixels_->getPixelsR(pixels_->getRect(), nullptr); }
+
+  // Blends a cursor whose hotspot is at a position of the desktop.
+  void drawCursor(const host::CursorImage& cursor, const rfb::Point& position);
+  // Writes a PNG file, to standard output for "-". Throws Failure naming the file.
   void writePng(const std::string& path, bool withAlpha) const;
+
+ private:
+  explicit Picture(const rfb::Rect& rect);
+
+  std::unique_ptr<rfb::ManagedPixelBuffer> pixels_;
 };
 
 }  // namespace drive

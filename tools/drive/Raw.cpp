@@ -1,8 +1,9 @@
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <nlohmann/json.hpp>
+#include <cmath>
+#include <iterator>
 
-#include "Commands.h"
+#include "JsonOutput.h"
 #include "View.h"
 #include "plat/Exception.h"
 
@@ -10,10 +11,8 @@ namespace drive {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 Json json(const rfb::Rect& rect) {
-  return Json::array({rect.tl.x, rect.tl.y, rect.br.x, rect.br.y});
+  return rectJson(rect);
 }
 
 Json json(const rfb::Region& region) {
@@ -43,104 +42,128 @@ Json json(const plat::SharedMemDescriptor& segment) {
           {"pos", segment.pos}};
 }
 
-class Printer : public Recorder {
+Json json(const host::MonitorsMessage& message) {
+  Json monitors = Json::array();
+  for (const plat::DisplayInfo& monitor : message.monitors)
+    monitors.push_back(monitorJson(monitor));
+  return {
+      {"monitors", monitors}, {"parameter", message.parameter}, {"selection", message.selection}};
+}
+
+Json json(const host::PixelBufferInfo& info) {
+  Json body = {{"format", json(info.format)},
+               {"rect", json(info.rect)},
+               {"stride", info.stride},
+               {"segmentChanged", info.segmentChanged}};
+  if (info.segmentChanged) body["segment"] = json(info.segment);
+  return body;
+}
+
+Json json(const host::Transcript::Colours& colours) {
+  Json list = Json::array();
+  for (const host::ColourMapEntry& entry : colours.entries) {
+    list.push_back(plat::format("#%02x%02x%02x", entry.red, entry.green, entry.blue));
+  }
+  return {{"firstColour", colours.first}, {"colours", list}};
+}
+
+Json json(const host::UpdateMessage& update) {
+  return {{"copied", json(update.copied)},
+          {"delta", {update.dx, update.dy}},
+          {"changed", json(update.changed)}};
+}
+
+Json json(const host::CursorImage& cursor) {
+  Json body = {{"visible", cursor.visible}};
+  if (cursor.visible) {
+    body["format"] = json(cursor.format);
+    body["rect"] = json(cursor.rect);
+    body["threshold"] = cursor.threshold;
+    body["length"] = cursor.pixels.size();
+  }
+  return body;
+}
+
+// What the last message of each name said.
+struct Body {
+  std::string_view message;
+  Json (*of)(const host::Transcript& seen);
+};
+using Seen = host::Transcript;
+constexpr Body kBodies[] = {
+    {"init",
+     [](const Seen& s) {
+       return Json{{"magic", plat::format("0x%08X", s.magic)}};
+     }},
+    {"initRectAndPf",
+     [](const Seen& s) {
+       return Json{{"rect", json(s.initialRect)}, {"format", json(s.initialFormat)}};
+     }},
+    {"setPixelBuffer", [](const Seen& s) { return json(s.buffers.back()); }},
+    {"setColourMapEntries", [](const Seen& s) { return json(s.colours.back()); }},
+    {"fbUpdate", [](const Seen& s) { return json(s.updates.back()); }},
+    {"setCursorImage", [](const Seen& s) { return json(s.cursors.back()); }},
+    {"setCursorPos",
+     [](const Seen& s) {
+       return Json{{"x", s.cursorPositions.back().x}, {"y", s.cursorPositions.back().y}};
+     }},
+    {"closeClients",
+     [](const Seen& s) {
+       const auto& [text, kind, code] = s.closings.back();
+       return Json{{"text", text}, {"kind", kind}, {"code", code}};
+     }},
+    {"serverCutText",
+     [](const Seen& s) {
+       return Json{{"length", s.cutTexts.back().size()}, {"text", s.cutTexts.back()}};
+     }},
+    {"desktopFailure",
+     [](const Seen& s) {
+       return Json{{"text", s.failureText}, {"kind", s.failureKind}};
+     }},
+    {"captureBroken",
+     [](const Seen& s) {
+       return Json{{"broken", s.isCaptureBroken}};
+     }},
+    {"desktopUidChanged",
+     [](const Seen& s) {
+       return Json{{"userId", s.owners.back().userId}, {"xauthority", s.owners.back().xauthority}};
+     }},
+    {"displayModesSupported",
+     [](const Seen& s) {
+       return Json{{"supported", s.areModesSupported}};
+     }},
+    {"monitorsUpdated", [](const Seen& s) { return json(s.monitors.back()); }},
+    {"logMsg",
+     [](const Seen& s) {
+       const host::LogLine& line = s.log.back();
+       return Json{{"level", line.level}, {"source", line.source}, {"text", line.text}};
+     }},
+    {"badMsg",
+     [](const Seen& s) {
+       return Json{{"name", s.unknownNames.back()}};
+     }},
+    {"disconnected",
+     [](const Seen&) {
+       return Json{{"text", ""}};
+     }},
+};
+
+class Printer : public host::Transcript {
  public:
+  Printer() : Transcript(Keep::kLast) {}
+
   void setAgent(host::AgentConnection& agent) { agent_ = &agent; }
 
-  void init(uint32_t magic) override {
-    Recorder::init(magic);
-    print("init", {{"magic", plat::format("0x%08X", magic)}});
-  }
-  void initRectAndPf(const rfb::Rect& rect, const rfb::PixelFormat& format) override {
-    Recorder::initRectAndPf(rect, format);
-    print("initRectAndPf", {{"rect", json(rect)}, {"format", json(format)}});
-  }
-  void setPixelBuffer(const host::PixelBufferInfo& info) override {
-    Recorder::setPixelBuffer(info);
-    Json body = {{"format", json(info.format)},
-                 {"rect", json(info.rect)},
-                 {"stride", info.stride},
-                 {"segmentChanged", info.segmentChanged}};
-    if (info.segmentChanged) body["segment"] = json(info.segment);
-    print("setPixelBuffer", body);
-  }
-  void setColourMapEntries(int first, const std::vector<host::ColourMapEntry>& entries) override {
-    Json colours = Json::array();
-    for (const host::ColourMapEntry& entry : entries) {
-      colours.push_back(plat::format("#%02x%02x%02x", entry.red, entry.green, entry.blue));
-    }
-    print("setColourMapEntries", {{"firstColour", first}, {"colours", colours}});
-  }
-  void fbUpdate(const host::UpdateMessage& update) override {
-    print("fbUpdate", {{"copied", json(update.copied)},
-                       {"delta", {update.dx, update.dy}},
-                       {"changed", json(update.changed)}});
-    if (agent_) agent_->fbUpdateRequest();
-  }
-  void setCursorImage(const host::CursorImage& cursor) override {
-    Json body = {{"visible", cursor.visible}};
-    if (cursor.visible) {
-      body["format"] = json(cursor.format);
-      body["rect"] = json(cursor.rect);
-      body["threshold"] = cursor.threshold;
-      body["length"] = cursor.pixels.size();
-    }
-    print("setCursorImage", body);
-  }
-  void setCursorPos(int32_t x, int32_t y) override { print("setCursorPos", {{"x", x}, {"y", y}}); }
-  void bell() override { print("bell", Json::object()); }
-  void localInput() override { print("localInput", Json::object()); }
-  void closeClients(const std::string& text, const std::string& kind, uint32_t code) override {
-    print("closeClients", {{"text", text}, {"kind", kind}, {"code", code}});
-  }
-  void serverCutText(const std::string& text) override {
-    print("serverCutText", {{"length", text.size()}, {"text", text}});
-  }
-  void desktopFailure(const std::string& text, const std::string& kind) override {
-    Recorder::desktopFailure(text, kind);
-    print("desktopFailure", {{"text", text}, {"kind", kind}});
-  }
-  void captureBroken(bool broken) override { print("captureBroken", {{"broken", broken}}); }
-  void desktopUidChanged(uint64_t userId, const std::string& xauthority) override {
-    print("desktopUidChanged", {{"userId", userId}, {"xauthority", xauthority}});
-  }
-  void displayModesSupported(bool supported) override {
-    print("displayModesSupported", {{"supported", supported}});
-  }
-  void displayModesUpdated() override { print("displayModesUpdated", Json::object()); }
-  void monitorsUpdated(const host::MonitorsMessage& message) override {
-    Json monitors = Json::array();
-    for (const plat::DisplayInfo& monitor : message.monitors) {
-      monitors.push_back({{"name", monitor.name.str()},
-                          {"primary", monitor.primary},
-                          {"depth", monitor.depth},
-                          {"rect", {monitor.left, monitor.top, monitor.right, monitor.bottom}}});
-    }
-    print("monitorsUpdated", {{"monitors", monitors},
-                              {"parameter", message.parameter},
-                              {"selection", message.selection}});
-  }
-  void logMsg(const host::LogLine& line) override {
-    Recorder::logMsg(line);
-    print("logMsg", {{"level", line.level}, {"source", line.source}, {"text", line.text}});
-  }
-  void badMsg(const std::string& name) override { print("badMsg", {{"name", name}}); }
-  void disconnected(const std::string& text) override {
-    Recorder::disconnected(text);
-    print("disconnected", {{"text", text}});
-  }
-
-  double seconds() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
-  }
-
  private:
-  void print(const char* name, const Json& body) {
-    Json object = {{"time", std::round(seconds() * 1e6) / 1e6}, {"message", name}};
-    object.update(body);
-    const std::string text = object.dump(-1, ' ', false, Json::error_handler_t::replace);
-    std::printf("%s\n", text.c_str());
-    std::fflush(stdout);
+  void noted(std::string_view message) override {
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
+    Json object = {{"time", std::round(seconds * 1e6) / 1e6}, {"message", message}};
+    const auto* body = std::find_if(std::begin(kBodies), std::end(kBodies),
+                                    [&](const Body& b) { return b.message == message; });
+    if (body != std::end(kBodies)) object.update(body->of(*this));
+    printJsonLine(object);
+    if (agent_ && message == "fbUpdate") agent_->fbUpdateRequest();
   }
 
   const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
@@ -157,11 +180,7 @@ void raw(const SessionOptions& sessionOptions, const RawOptions& options) {
     session.agent().fbUpdateRequest();
     printer.setAgent(session.agent());
   }
-  const double begin = printer.seconds();
-  const auto over = [&] {
-    return interrupted() || (options.seconds > 0 && printer.seconds() - begin >= options.seconds);
-  };
-  while (!over() && session.agent().isConnected()) session.loop().process(100);
+  session.run(options.seconds, [] { return false; });
   session.finish();
 }
 

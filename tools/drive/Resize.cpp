@@ -1,7 +1,9 @@
 #include <chrono>
 #include <cstdio>
+#include <memory>
 
 #include "Commands.h"
+#include "JsonOutput.h"
 
 namespace drive {
 
@@ -20,52 +22,33 @@ bool parse(const std::string& text, Size& size) {
          length == static_cast<int>(text.size()) && size.width > 0 && size.height > 0;
 }
 
-class ResizeRecorder : public Recorder {
- public:
-  void setPixelBuffer(const host::PixelBufferInfo& info) override {
-    Recorder::setPixelBuffer(info);
-    rect = info.rect;
-  }
-  void displayModesSupported(bool supported) override { unsupported = !supported; }
-  void logMsg(const host::LogLine& line) override {
-    Recorder::logMsg(line);
-    if (line.source != "Randr") return;
-    if (line.level == 0) {
-      refusal = line.text + (reason.empty() ? "" : ": " + reason);
-    } else if (line.text.starts_with("Ignoring")) {
-      refusal = line.text;
-    }
-    reason = line.text;
-  }
-
-  rfb::Rect rect;
-  bool unsupported = false;
-  std::string refusal;
-  std::string reason;  // the agent says why before it says that it can't
-};
-
-void resize(const SessionOptions& options, const std::string& text) {
+void resize(const SessionOptions& options, const std::string& text, bool asJson) {
   Size size;
   parse(text, size);
-  ResizeRecorder recorder;
-  Session session(options, recorder);
+  host::Transcript seen;
+  Session session(options, seen);
   session.startDesktop();
   // A change between monitors can leave the size as it is.
-  const int before = recorder.buffers();
+  const int before = seen.count("setPixelBuffer");
   const auto hasSize = [&] {
-    return recorder.buffers() > before && recorder.rect.width() == size.width &&
-           recorder.rect.height() == size.height;
+    const rfb::Rect& rect = seen.buffers.back().rect;
+    return seen.count("setPixelBuffer") > before && rect.width() == size.width &&
+           rect.height() == size.height;
   };
+  const auto refused = [&] { return seen.refusal(host::Refusal::Kind::kDisplaySize); };
   const auto begin = std::chrono::steady_clock::now();
   session.agent().setDisplayMode(static_cast<uint32_t>(size.width),
                                  static_cast<uint32_t>(size.height));
-  session.waitUntil([&] { return hasSize() || recorder.unsupported || !recorder.refusal.empty(); },
-                    kTimeoutMs, "the framebuffer of the new size");
-  if (recorder.unsupported) throw Failure("the X server has no RANDR");
-  if (!recorder.refusal.empty()) throw Failure(recorder.refusal);
+  session.waitUntil([&] { return hasSize() || refused(); }, kTimeoutMs,
+                    "the framebuffer of the new size");
+  if (refused()) throw session.refusal(refused()->text);
   const double ms =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
-  std::printf("%dx%d after %.1f ms\n", size.width, size.height, ms);
+  if (asJson) {
+    printJsonLine({{"width", size.width}, {"height", size.height}, {"ms", ms}});
+  } else {
+    std::printf("%dx%d after %.1f ms\n", size.width, size.height, ms);
+  }
   session.finish();
 }
 
@@ -79,8 +62,12 @@ void addResizeCommand(CLI::App& app, SessionOptions& session) {
         Size size;
         return parse(text, size) ? "" : "'" + text + "' is not WIDTHxHEIGHT";
       });
-  command->callback(
-      [&session, command] { resize(session, command->get_option("size")->as<std::string>()); });
+  auto asJson = std::make_shared<bool>(false);
+  command->add_flag("--json", *asJson, "As JSON");
+  setExamples(*command, "resize 1600x900", "resize 1280x720 --json");
+  command->callback([&session, command, asJson] {
+    resize(session, command->get_option("size")->as<std::string>(), *asJson);
+  });
 }
 
 }  // namespace drive

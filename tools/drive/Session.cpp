@@ -5,7 +5,9 @@
 
 #include <array>
 #include <climits>
+#include <cstdio>
 
+#include "Terminal.h"
 #include "plat/Exception.h"
 #include "plat/Files.h"
 #include "plat/NoCase.h"
@@ -18,31 +20,13 @@ constexpr int kGreetingTimeoutMs = 15000;
 constexpr int kBufferTimeoutMs = 10000;
 constexpr int kLeaveTimeoutMs = 5000;
 constexpr int kFinishTimeoutMs = 30000;
+constexpr size_t kMaxErrors = 65536;
 
 }  // namespace
 
-void Recorder::initRectAndPf(const rfb::Rect& rect, const rfb::PixelFormat& format) {
-  rect_ = rect;
-  format_ = format;
-  greeted_ = true;
-}
-
-void Recorder::desktopFailure(const std::string& text, const std::string& kind) {
-  failure_ = kind.empty() ? text : "[" + kind + "] " + text;
-}
-
-void Recorder::logMsg(const host::LogLine& line) {
-  if (line.level != 0) return;
-  lastError_ = line.source + ": " + line.text;
-  if (line.text.starts_with("Invalid monitor selection")) selectionRefused_ = true;
-}
-
-void Recorder::disconnected(const std::string& text) {
-  if (!text.empty() && failure_.empty()) failure_ = text;
-}
-
-Session::Session(const SessionOptions& options, Recorder& recorder)
-    : recorder_(recorder), monitors_(options.monitors) {
+Session::Session(const SessionOptions& options, host::Transcript& transcript)
+    : transcript_(transcript), monitors_(options.monitors), display_(options.display) {
+  if (display_.empty() && getenv("DISPLAY")) display_ = getenv("DISPLAY");
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) < 0) throw Failure("pipe failed");
   errorRead_.reset(ends[0]);
@@ -60,20 +44,22 @@ Session::Session(const SessionOptions& options, Recorder& recorder)
     const size_t equals = parameter.find('=');
     const auto& [name, value] =
         launch.parameters.emplace_back(parameter.substr(0, equals), parameter.substr(equals + 1));
-    // A log that is asked for there is to be seen, and must not fill the pipe.
+    // A log that is asked for there is to be seen at once.
     if (plat::equalNoCase(name, "Log") && value.find(":stderr:") != std::string::npos) {
-      launch.standardError = -1;
+      showErrors_ = true;
     }
   }
   try {
     process_ = std::make_unique<host::AgentProcess>(host::AgentProcess::launch(launch));
     errorWrite.reset();
-    connection_ = std::make_unique<host::AgentConnection>(process_->takeChannel(), &recorder);
+    connection_ = std::make_unique<host::AgentConnection>(process_->takeChannel(), &transcript);
     loop_.add(*connection_);
+    plat::FileDescriptor::setNonBlocking(errorRead_.get());
+    loop_.watch(errorRead_.get(), [this] { readErrors(); });
   } catch (const plat::Exception& e) {
     throw Failure(e.text());
   }
-  waitUntil([&] { return recorder_.greeted(); }, kGreetingTimeoutMs, "the agent's greeting");
+  waitUntil([&] { return transcript_.greeted(); }, kGreetingTimeoutMs, "the agent's greeting");
 }
 
 Session::~Session() {
@@ -81,11 +67,26 @@ Session::~Session() {
   if (process_) process_->wait(kLeaveTimeoutMs);
 }
 
+void Session::readErrors() {
+  std::array<char, 4096> bytes;
+  ssize_t got;
+  while ((got = read(errorRead_.get(), bytes.data(), bytes.size())) > 0) {
+    const auto length = static_cast<size_t>(got);
+    if (showErrors_) std::fwrite(bytes.data(), 1, length, stderr);
+    if (errors_.size() < kMaxErrors) errors_.append(bytes.data(), length);
+  }
+  if (got == 0) loop_.unwatch(errorRead_.get());
+}
+
+Failure Session::refusal(const std::string& text) const {
+  return Failure(display_.empty() ? text : text + " (display " + display_ + ")");
+}
+
 void Session::startDesktop() {
   connection_->start();
   waitForBuffer(0);
   if (monitors_.empty()) return;
-  const int before = recorder_.buffers();
+  const int before = transcript_.count("setPixelBuffer");
   connection_->setMonitor(monitors_);
   waitForBuffer(before);
 }
@@ -93,17 +94,18 @@ void Session::startDesktop() {
 void Session::waitForBuffer(int before) {
   // The colours of a colour-map format come in a message of their own.
   const auto published = [&] {
-    return recorder_.buffers() > before &&
+    return transcript_.count("setPixelBuffer") > before &&
            (connection_->pixelBuffer().format.trueColour || !connection_->colourMap().empty());
   };
-  const auto settled = [&] {
-    return published() || !recorder_.failure().empty() || recorder_.selectionRefused();
-  };
-  waitUntil(settled, kBufferTimeoutMs, "the framebuffer");
-  if (!recorder_.failure().empty()) throw Failure("the desktop failed: " + recorder_.failure());
-  if (recorder_.selectionRefused()) throw Failure(recorder_.lastError());
+  const auto refused = [&] { return transcript_.refusal(host::Refusal::Kind::kMonitors); };
+  waitUntil([&] { return published() || !transcript_.failure.empty() || refused(); },
+            kBufferTimeoutMs, "the framebuffer");
+  if (!transcript_.failure.empty()) {
+    throw refusal("the desktop failed: " + transcript_.failure);
+  }
+  if (refused()) throw refusal(refused()->text);
   if (!connection_->pixels()) {
-    throw Failure("the framebuffer can't be mapped: " + connection_->segmentError());
+    throw refusal("the framebuffer can't be mapped: " + connection_->segmentError());
   }
 }
 
@@ -111,29 +113,44 @@ void Session::waitUntil(const std::function<bool()>& done, int timeoutMs, const 
   loop_.processUntil([&] { return done() || !connection_->isConnected(); }, timeoutMs);
   if (done()) return;
   if (!connection_->isConnected()) throw Failure("the agent ended: " + explainDeath());
-  throw Failure("timed out waiting for " + what);
+  throw refusal("timed out waiting for " + what);
+}
+
+bool Session::run(double seconds, const std::function<bool()>& done) {
+  const auto over = [&] { return done() || interrupted() || !connection_->isConnected(); };
+  if (seconds > 0) {
+    loop_.processUntil(over, static_cast<int>(seconds * 1000));
+  } else {
+    while (!over()) loop_.process(-1);
+  }
+  return done();
+}
+
+void Session::pause(int ms) {
+  loop_.processUntil([&] { return !connection_->isConnected(); }, ms);
 }
 
 void Session::finish() {
   connection_->finish(kFinishTimeoutMs);
   const std::optional<int> status = process_->wait(kLeaveTimeoutMs);
-  if (!status) throw Failure("the agent does not leave");
+  if (!status) throw refusal("the agent does not leave");
   if (*status != 0) throw Failure("the agent ended: " + explainDeath());
+  readErrors();
+  for (size_t begin = 0; begin < errors_.size();) {
+    const size_t end = std::min(errors_.find('\n', begin), errors_.size());
+    const std::string line = errors_.substr(begin, end - begin);
+    if (const auto refused = host::RefusalFinder::findInErrors(line)) throw refusal(refused->text);
+    begin = end + 1;
+  }
+  if (!showErrors_) std::fwrite(errors_.data(), 1, errors_.size(), stderr);
 }
 
 std::string Session::explainDeath() {
   const std::optional<int> status = process_->wait(kLeaveTimeoutMs);
-  std::string text;
-  if (status) {
-    std::array<char, 4096> bytes;
-    ssize_t got;
-    while ((got = read(errorRead_.get(), bytes.data(), bytes.size())) > 0) {
-      text.append(bytes.data(), static_cast<size_t>(got));
-    }
-  }
-  if (const size_t end = text.find('\n'); end != std::string::npos) text.resize(end);
-  if (!text.empty()) return text;
-  if (!recorder_.lastError().empty()) return recorder_.lastError();
+  readErrors();
+  const std::string line = errors_.substr(0, errors_.find('\n'));
+  if (!line.empty()) return line;
+  if (!transcript_.lastError.empty()) return transcript_.lastError;
   if (!status) return "it closed the channel";
   return *status < 128 ? plat::format("exit status %d", *status)
                        : plat::format("signal %d", *status - 128);

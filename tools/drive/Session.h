@@ -9,6 +9,7 @@
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
 #include "host/Loop.h"
+#include "host/Transcript.h"
 
 namespace drive {
 
@@ -26,45 +27,12 @@ struct SessionOptions {
   std::string monitors;                 // which to capture; empty: all
 };
 
-// Remembers what every command needs to know of an agent. Commands derive from it; an override
-// calls the function here too.
-class Recorder : public host::AgentListener {
- public:
-  void init(uint32_t magic) override { magic_ = magic; }
-  void initRectAndPf(const rfb::Rect& rect, const rfb::PixelFormat& format) override;
-  void setPixelBuffer(const host::PixelBufferInfo&) override { ++buffers_; }
-  void desktopFailure(const std::string& text, const std::string& kind) override;
-  void logMsg(const host::LogLine& line) override;
-  void disconnected(const std::string& text) override;
-
-  uint32_t magic() const { return magic_; }
-  bool greeted() const { return greeted_; }
-  const rfb::Rect& rect() const { return rect_; }
-  const rfb::PixelFormat& format() const { return format_; }
-  int buffers() const { return buffers_; }
-  // Empty unless the agent reported a failure.
-  const std::string& failure() const { return failure_; }
-  const std::string& lastError() const { return lastError_; }
-  // The agent does not know the monitors that it was told to capture.
-  bool selectionRefused() const { return selectionRefused_; }
-
- private:
-  uint32_t magic_ = 0;
-  bool greeted_ = false;
-  rfb::Rect rect_;
-  rfb::PixelFormat format_;
-  int buffers_ = 0;
-  std::string failure_;
-  std::string lastError_;
-  bool selectionRefused_ = false;
-};
-
 // One agent, started and greeted. It ends with the object.
 class Session {
  public:
-  // Starts the agent and waits for its greeting; the recorder is not owned and is told everything.
-  // Throws Failure.
-  Session(const SessionOptions& options, Recorder& recorder);
+  // Starts the agent and waits for its greeting; the transcript is not owned and is told
+  // everything. Throws Failure.
+  Session(const SessionOptions& options, host::Transcript& transcript);
   ~Session();
 
   host::AgentConnection& agent() { return *connection_; }
@@ -76,18 +44,29 @@ class Session {
   void startDesktop();
   // Runs the loop until done. Throws Failure when the agent goes away or the time is over.
   void waitUntil(const std::function<bool()>& done, int timeoutMs, const std::string& what);
-  // Lets the agent do what was asked, then leave. Throws Failure unless it did with status
-  // 0.
+  // Runs the loop until done, interrupted, out of time (0: without limit), or without an agent.
+  // False when it was not done.
+  bool run(double seconds, const std::function<bool()>& done);
+  // Goes on for so long, or until the agent has gone.
+  void pause(int ms);
+  // Lets the agent do what was asked, then leave, and shows what it wrote to its standard error.
+  // Throws Failure unless it left with status 0, and when it refused its log.
   void finish();
+  // For what the agent did not do: names the display.
+  Failure refusal(const std::string& text) const;
 
  private:
   void waitForBuffer(int before);
+  void readErrors();
   // Why the agent went: its own words, else its exit status.
   std::string explainDeath();
 
-  Recorder& recorder_;
+  host::Transcript& transcript_;
   const std::string monitors_;
+  std::string display_;
   plat::FileDescriptor errorRead_;
+  std::string errors_;
+  bool showErrors_ = false;  // as they come
   std::unique_ptr<host::AgentProcess> process_;
   std::unique_ptr<host::AgentConnection> connection_;
   host::Loop loop_;

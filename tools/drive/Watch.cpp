@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <deque>
 #include <vector>
 
-#include "Commands.h"
+#include "JsonOutput.h"
+#include "Terminal.h"
 #include "View.h"
 #include "plat/Exception.h"
 
@@ -45,11 +45,12 @@ struct Interval {
   uint64_t area = 0;
   std::vector<double> waitsMs;  // from request to update
 
-  double medianWaitMs() {
+  double waitMs(double part) {
     if (waitsMs.empty()) return 0;
-    const auto middle = waitsMs.begin() + static_cast<std::ptrdiff_t>(waitsMs.size() / 2);
-    std::nth_element(waitsMs.begin(), middle, waitsMs.end());
-    return *middle;
+    const auto place = waitsMs.begin() +
+                       static_cast<std::ptrdiff_t>(part * static_cast<double>(waitsMs.size() - 1));
+    std::nth_element(waitsMs.begin(), place, waitsMs.end());
+    return *place;
   }
 };
 
@@ -97,75 +98,12 @@ class Screen {
   size_t drawn_ = 0;
 };
 
-class Watcher : public Recorder {
+class Watcher : public host::Transcript {
  public:
   explicit Watcher(const WatchOptions& options)
-      : options_(options), screen_(isatty(STDOUT_FILENO) == 1) {}
+      : Transcript(Keep::kLast), options_(options), screen_(isatty(STDOUT_FILENO) == 1) {}
 
   void setAgent(host::AgentConnection& agent) { agent_ = &agent; }
-
-  void init(uint32_t magic) override {
-    Recorder::init(magic);
-    screen_.line(plat::format("greeting 0x%08X", magic));
-  }
-  void initRectAndPf(const rfb::Rect& rect, const rfb::PixelFormat& format) override {
-    Recorder::initRectAndPf(rect, format);
-    screen_.line("desktop " + rectText(rect) + ", " + format.str());
-  }
-  void setPixelBuffer(const host::PixelBufferInfo& info) override {
-    Recorder::setPixelBuffer(info);
-    screen_.line("buffer " + rectText(info.rect) + plat::format(", stride %u, ", info.stride) +
-                 info.format.str() + ", " + segmentText(info.segment) +
-                 (info.segmentChanged ? " (new)" : ""));
-  }
-  void setColourMapEntries(int first, const std::vector<host::ColourMapEntry>& entries) override {
-    screen_.line(plat::format("colour map: %zu colours from %d", entries.size(), first));
-  }
-  void fbUpdate(const host::UpdateMessage& update) override {
-    ++interval_.updates;
-    interval_.rects += static_cast<unsigned>(update.changed.numRects());
-    interval_.area += areaOf(update.changed);
-    interval_.waitsMs.push_back(secondsSince(requested_) * 1000);
-    request();
-  }
-  void setCursorImage(const host::CursorImage&) override { ++interval_.cursors; }
-  void setCursorPos(int32_t, int32_t) override { ++interval_.positions; }
-  void bell() override { screen_.line("bell"); }
-  void serverCutText(const std::string& text) override {
-    screen_.line(plat::format("clipboard: %zu bytes", text.size()));
-  }
-  void desktopFailure(const std::string& text, const std::string& kind) override {
-    Recorder::desktopFailure(text, kind);
-    screen_.line("desktop failure: " + failure());
-  }
-  void captureBroken(bool broken) override {
-    screen_.line(broken ? "damage is incomplete: polling" : "damage can be trusted");
-  }
-  void desktopUidChanged(uint64_t userId, const std::string&) override {
-    screen_.line(plat::format("desktop user %llu", static_cast<unsigned long long>(userId)));
-  }
-  void displayModesSupported(bool supported) override {
-    screen_.line(supported ? "display sizes can be set" : "display sizes can't be set");
-  }
-  void displayModesUpdated() override { screen_.line("display modes changed"); }
-  void monitorsUpdated(const host::MonitorsMessage& message) override {
-    std::string text = plat::format("monitors %zu:", message.monitors.size());
-    const char* separator = " ";
-    for (const plat::DisplayInfo& monitor : message.monitors) {
-      text += separator + monitor.name.str() + (monitor.primary ? " (primary) " : " ") +
-              rectText({monitor.left, monitor.top, monitor.right, monitor.bottom});
-      separator = ", ";
-    }
-    if (!message.selection.empty()) text += "; capturing " + message.selection;
-    screen_.line(text);
-  }
-  void logMsg(const host::LogLine& line) override {
-    Recorder::logMsg(line);
-    if (!options_.noLog) {
-      screen_.line(
-          plat::format("log %u %s: %s", line.level, line.source.c_str(), line.text.c_str()));
-    }
-  }
 
   void request() {
     agent_->fbUpdateRequest();
@@ -176,22 +114,117 @@ class Watcher : public Recorder {
     const double seconds = secondsSince(interval_.begin);
     const rfb::Rect& rect = agent_->pixelBuffer().rect;
     const double pixels = double(rect.width()) * double(rect.height());
-    const double updates = std::max(1u, interval_.updates);
-    screen_.table({
-        {"updates", plat::format("%.1f/s", interval_.updates / seconds)},
-        {"rectangles", plat::format("%.1f/update", interval_.rects / updates)},
-        {"changed area",
-         plat::format("%.2f Mpixel/s (%.1f %% of the screen an update)",
-                      double(interval_.area) / seconds / 1e6,
-                      pixels > 0 ? 100.0 * double(interval_.area) / updates / pixels : 0.0)},
-        {"request to update", plat::format("%.1f ms", interval_.medianWaitMs())},
-        {"cursor images", plat::format("%u", interval_.cursors)},
-        {"cursor positions", plat::format("%u", interval_.positions)},
-    });
+    const double count = std::max(1u, interval_.updates);
+    if (options_.json) {
+      printJsonLine({{"seconds", seconds},
+                     {"updates", interval_.updates},
+                     {"rectangles", interval_.rects},
+                     {"changedPixels", interval_.area},
+                     {"requestToUpdateMs",
+                      {{"p50", interval_.waitMs(0.5)},
+                       {"p90", interval_.waitMs(0.9)},
+                       {"p99", interval_.waitMs(0.99)}}},
+                     {"cursorImages", interval_.cursors},
+                     {"cursorPositions", interval_.positions}});
+    } else {
+      screen_.table({
+          {"updates", plat::format("%.1f/s", interval_.updates / seconds)},
+          {"rectangles", plat::format("%.1f/update", interval_.rects / count)},
+          {"changed area",
+           plat::format("%.2f Mpixel/s (%.1f %% of the screen an update)",
+                        double(interval_.area) / seconds / 1e6,
+                        pixels > 0 ? 100.0 * double(interval_.area) / count / pixels : 0.0)},
+          {"request to update",
+           plat::format("%.1f ms (90 %%: %.1f, 99 %%: %.1f)", interval_.waitMs(0.5),
+                        interval_.waitMs(0.9), interval_.waitMs(0.99))},
+          {"cursor images", plat::format("%u", interval_.cursors)},
+          {"cursor positions", plat::format("%u", interval_.positions)},
+      });
+    }
     interval_ = Interval{};
   }
 
  private:
+  void noted(std::string_view message) override {
+    if (message == "fbUpdate") {
+      const rfb::Region& changed = updates.back().changed;
+      ++interval_.updates;
+      interval_.rects += static_cast<unsigned>(changed.numRects());
+      interval_.area += areaOf(changed);
+      interval_.waitsMs.push_back(secondsSince(requested_) * 1000);
+      request();
+    } else if (message == "setCursorImage") {
+      ++interval_.cursors;
+    } else if (message == "setCursorPos") {
+      ++interval_.positions;
+    } else if (const std::string text = factOf(message); !text.empty()) {
+      fact(text);
+    }
+  }
+
+  // What there is to say of a message; empty for what is not shown.
+  std::string factOf(std::string_view message) const {
+    if (message == "logMsg") {
+      const host::LogLine& line = log.back();
+      if (options_.noLog || static_cast<int64_t>(line.level) > options_.logLevel) return {};
+      return plat::format("log %u %s: %s", line.level, line.source.c_str(), line.text.c_str());
+    }
+    if (options_.quiet) return {};
+    if (message == "init") return plat::format("greeting 0x%08X", magic);
+    if (message == "initRectAndPf") {
+      return "desktop " + rectText(initialRect) + ", " + initialFormat.str();
+    }
+    if (message == "setPixelBuffer") {
+      const host::PixelBufferInfo& info = buffers.back();
+      return "buffer " + rectText(info.rect) + plat::format(", stride %u, ", info.stride) +
+             info.format.str() + ", " + segmentText(info.segment) +
+             (info.segmentChanged ? " (new)" : "");
+    }
+    if (message == "setColourMapEntries") {
+      return plat::format("colour map: %zu colours from %d", colours.back().entries.size(),
+                          colours.back().first);
+    }
+    if (message == "bell") return "bell";
+    if (message == "serverCutText") {
+      return plat::format("clipboard: %zu bytes", cutTexts.back().size());
+    }
+    if (message == "desktopFailure") return "desktop failure: " + failure;
+    if (message == "captureBroken") {
+      return isCaptureBroken ? "damage is incomplete: polling" : "damage can be trusted";
+    }
+    if (message == "desktopUidChanged") {
+      return plat::format("desktop user %llu",
+                          static_cast<unsigned long long>(owners.back().userId));
+    }
+    if (message == "displayModesSupported") {
+      return areModesSupported ? "display sizes can be set" : "display sizes can't be set";
+    }
+    if (message == "displayModesUpdated") return "display modes changed";
+    if (message == "monitorsUpdated") return monitorsText();
+    return {};
+  }
+
+  std::string monitorsText() const {
+    const host::MonitorsMessage& message = monitors.back();
+    std::string text = plat::format("monitors %zu:", message.monitors.size());
+    const char* separator = " ";
+    for (const plat::DisplayInfo& monitor : message.monitors) {
+      text += separator + monitor.name.str() + (monitor.primary ? " (primary) " : " ") +
+              rectText({monitor.left, monitor.top, monitor.right, monitor.bottom});
+      separator = ", ";
+    }
+    if (!message.selection.empty()) text += "; capturing " + message.selection;
+    return text;
+  }
+
+  void fact(const std::string& text) {
+    if (options_.json) {
+      printJsonLine({{"fact", text}});
+    } else {
+      screen_.line(text);
+    }
+  }
+
   const WatchOptions& options_;
   Screen screen_;
   host::AgentConnection* agent_ = nullptr;
@@ -209,17 +242,13 @@ void watch(const SessionOptions& sessionOptions, const WatchOptions& options) {
   watcher.request();
 
   const Clock::time_point begin = Clock::now();
-  double nextSummary = 1;
-  const auto over = [&] {
-    return interrupted() || (options.seconds > 0 && secondsSince(begin) >= options.seconds);
-  };
-  while (!over()) {
-    session.loop().process(100);
-    if (!session.agent().isConnected()) break;
-    if (secondsSince(begin) >= nextSummary) {
-      watcher.summarise();
-      nextSummary += 1;
-    }
+  for (double next = 1;; next += 1) {
+    const double limit = options.seconds > 0 ? std::min(next, options.seconds) : next;
+    const double left = limit - secondsSince(begin);
+    if (left > 0) session.run(left, [] { return false; });
+    if (interrupted() || !session.agent().isConnected()) break;
+    if (secondsSince(begin) >= next) watcher.summarise();
+    if (options.seconds > 0 && secondsSince(begin) >= options.seconds) break;
   }
   session.finish();
 }

@@ -1,0 +1,82 @@
+#include <algorithm>
+#include <fstream>
+
+#include "agent/SharedDisplay.h"
+#include "support/Program.h"
+#include "support/TempDir.h"
+
+// The command line of ruvodrive: what it writes, and with which status it ends.
+
+namespace {
+
+class DriveTest : public SharedDisplay {
+ protected:
+  // "status output|errors"
+  static std::string run(std::vector<std::string> arguments, const std::string& input = {}) {
+    arguments.insert(arguments.begin(), RUVO_DRIVE);
+    support::Program::Options options;
+    options.captureOutput = options.captureErrors = true;
+    options.environment = {{"DISPLAY", display()}, {"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+    if (!input.empty()) options.input = input;
+    support::Program program(arguments, options);
+    const int status = program.wait(support::Milliseconds(60000)).value_or(-1);
+    return std::to_string(status) + " " + program.output() + "|" + program.errors();
+  }
+};
+
+TEST_F(DriveTest, NothingDoneIsNoSuccess) {
+  const std::string where = " (display " + display() + ")\n";
+  EXPECT_EQ(run({"click", "1", "1", "9"}), "1 |ruvodrive: button 9: agents press buttons 1 to 8\n");
+  EXPECT_EQ(run({"--param", "Log=*:nowhere:30", "move", "1", "1"}),
+            "1 |ruvodrive: No LogDest found: 'nowhere'" + where);
+  EXPECT_EQ(run({"monitors", "select", "9", "shot", "x.png"}).substr(0, 40),
+            "1 |ruvodrive: Invalid monitor selection: ");
+  EXPECT_EQ(run({"shot", "x.gif"}), "1 |ruvodrive: x.gif: pictures are PNG files (.png)\n");
+  // Nothing is started for these.
+  for (const std::string parameter : {"NoSuch=1", "UpdatePeriod=x"}) {
+    EXPECT_EQ(run({"--agent", RUVO_AGENT, "--param", parameter, "move", "1", "1"}).substr(0, 11),
+              "2 |--param: ");
+  }
+  EXPECT_EQ(run({"--nonsense"}).substr(0, 2), "2 ");
+
+  const auto blind = support::XServer::xvfb("64x64x24", {"-extension", "XTEST"});
+  EXPECT_EQ(run({"--display", blind->display(), "key", "a"}),
+            "1 |ruvodrive: XTest extension not present - unable to inject events or display while "
+            "server is grabbed (display " +
+                blind->display() + ")\n");
+}
+
+TEST_F(DriveTest, CommandsInARow) {
+  const test::TempDir directory;
+  const std::string file = directory / "part-%02d.png";
+  EXPECT_EQ(run({"move", "5", "5", "--", "shot", "--region", "10x10+2+2", "--every", "0.1",
+                 "--count", "2", file}),
+            "0 |");
+  for (const char* name : {"part-01.png", "part-02.png"}) {
+    std::ifstream picture(directory / name, std::ios::binary);
+    std::string head(24, '\0');
+    picture.read(head.data(), 24);
+    EXPECT_EQ(head.substr(16), std::string("\0\0\0\x0a\0\0\0\x0a", 8)) << name;
+  }
+  // The rest is skipped after a failure.
+  EXPECT_EQ(run({"key", "nonsense", "--", "monitors"}).substr(0, 4), "1 |r");
+  EXPECT_EQ(run({"type", "-", "--", "shot", "-"}, "text").substr(0, 6), "0 \x89PNG");
+  EXPECT_EQ(run({"monitors", "--json"}).substr(0, 32), "0 {\"monitors\":[{\"name\":\"screen\"");
+  EXPECT_EQ(run({"record", "--for", "0.3", "--rate", "10", "-"}).substr(0, 42),
+            "0 YUV4MPEG2 W641 H480 F10:1 Ip A1:1 C444\nF");
+}
+
+TEST_F(DriveTest, HelpFitsAScreenAndShowsExamples) {
+  const std::string help = run({"--help"});
+  EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 40) << help;
+  for (const char* command :
+       {"shot", "cursor", "record", "watch", "raw", "type", "key", "move", "click", "drag", "wheel",
+        "clip", "monitors", "resize", "params", "doctor"}) {
+    const std::string text = run({command, "--help"});
+    const size_t examples = text.find("Examples:\n  ruvodrive ");
+    ASSERT_NE(examples, std::string::npos) << text;
+    EXPECT_NE(text.find("\n  ruvodrive ", examples + 20), std::string::npos) << text;
+  }
+}
+
+}  // namespace
