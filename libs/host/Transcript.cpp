@@ -113,6 +113,8 @@ void Transcript::monitorsUpdated(const MonitorsMessage& message) {
 void Transcript::logMsg(const LogLine& line) {
   add(log, line);
   if (line.level == 0) lastError = line.source + ": " + line.text;
+  if (line.text == "Input waits for new symbols") isInputWaiting = true;
+  if (line.text == "Input goes on") isInputWaiting = false;
   note("logMsg");
 }
 

@@ -52,6 +52,9 @@ class Transcript : public AgentListener {
   std::string failureText;  // its parts
   std::string failureKind;
   bool isCaptureBroken = false;
+  // Keys and buttons wait for symbols that are new to the keyboard (as the agent's log tells at
+  // level 100). An agent that is left drops them.
+  bool isInputWaiting = false;
   std::vector<Owner> owners;
   bool areModesSupported = false;
   std::vector<MonitorsMessage> monitors;

@@ -167,15 +167,16 @@ TEST_F(InputQueueTest, RestedGraftsAreUsedAgain) {
   type(U"αβ");
   EXPECT_EQ(typedAfter(30), "αβ");
   clock_.advanceMs(150);
-  type(U"αγδ");  // β has rested first
+  type(U"αγδ");  // several wait for β to rest longer
   EXPECT_EQ(typedAfter(0), "α");
-  EXPECT_EQ(typedAfter(49), "");
+  EXPECT_EQ(typedAfter(349), "");
   after(2);
   EXPECT_EQ(typedAfter(30), "γ");
+  EXPECT_EQ(typedAfter(30), "δ") << "alone, in α's place";
   type(U"β");
-  EXPECT_EQ(typedAfter(100), "");
+  EXPECT_EQ(typedAfter(130), "") << "γ has not rested";
   after(20);
-  EXPECT_EQ(typedAfter(30), "δ") << "in α's place";
+  EXPECT_EQ(typedAfter(30), "β");
 
   // A held one stays.
   for (int i = 0; i < 4; ++i) after(100);

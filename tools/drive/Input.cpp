@@ -27,6 +27,8 @@ struct KeyOptions {
 constexpr int kMaxButton = 8;
 constexpr int kWheelUp = 4, kWheelDown = 5;
 constexpr int kDragSteps = 16;
+// Without a word from an agent that types.
+constexpr int kTypingTimeoutMs = 10000;
 
 uint32_t maskOf(int button) {
   return 1u << (button - 1);
@@ -42,6 +44,7 @@ class InputSession {
   // Throws Failure if something did not reach the desktop.
   void finish() {
     using Kind = host::Refusal::Kind;
+    waitForInput();
     session_.finish();
     if (const host::Refusal* refused = seen_.refusal(Kind::kInput)) {
       throw session_.refusal(refused->text);
@@ -57,6 +60,20 @@ class InputSession {
   }
 
  private:
+  // Symbols that are new to the keyboard wait for other programs to see it change, and what comes
+  // behind them waits too. An agent that is left drops all that.
+  void waitForInput() {
+    // Unknown to the agent: the answer comes when all before it has been read.
+    agent().channel().writeMsg("sync");
+    agent().channel().endMsg();
+    session_.waitUntil([&] { return seen_.count("badMsg") > 0; }, kTypingTimeoutMs, "the agent");
+    for (int lines = -1; seen_.isInputWaiting && lines != seen_.count("logMsg");) {
+      lines = seen_.count("logMsg");
+      session_.run(kTypingTimeoutMs / 1000.0,
+                   [&] { return !seen_.isInputWaiting || seen_.count("logMsg") != lines; });
+    }
+  }
+
   host::Transcript seen_{host::Transcript::Keep::kLast};
   Session session_;
 };
