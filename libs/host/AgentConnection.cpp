@@ -19,6 +19,15 @@ constexpr size_t kMaxText = 65536;
 constexpr const char* kCutText = "serverCutText";
 constexpr uint32_t kMaxCursorBytes = 64 * 1024 * 1024;
 
+// A request to an agent that has gone is not the caller's fault: process() tells of the end.
+template <typename F>
+void attempt(F write) {
+  try {
+    write();
+  } catch (const plat::Exception&) {
+  }
+}
+
 rfb::Rect readRect(rdr::InStream& in) {
   const int32_t x1 = in.readS32(), y1 = in.readS32(), x2 = in.readS32(), y2 = in.readS32();
   return {x1, y1, x2, y2};
@@ -69,7 +78,7 @@ void AgentConnection::close() {
 
 bool AgentConnection::finish(int timeoutMs) {
   if (!isConnected()) return true;
-  ipc_.flush(timeoutMs);
+  attempt([&] { ipc_.flush(timeoutMs); });
   shutdown(fd(), SHUT_WR);
   processUntil([this] { return !isConnected(); }, timeoutMs);
   const bool gone = !isConnected();
@@ -93,77 +102,99 @@ bool AgentConnection::processUntil(const std::function<bool()>& done, int timeou
 }
 
 void AgentConnection::start() {
-  ipc_.writeMsg("start");
-  ipc_.endMsg();
+  attempt([&] {
+    ipc_.writeMsg("start");
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::stop() {
-  ipc_.writeMsg("stop");
-  ipc_.endMsg();
+  attempt([&] {
+    ipc_.writeMsg("stop");
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::fbUpdateRequest() {
-  ipc_.writeMsg("fbUpdateRequest");
-  ipc_.endMsg();
+  attempt([&] {
+    ipc_.writeMsg("fbUpdateRequest");
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::keyEvent(uint32_t keysym, bool down) {
-  rdr::OutStream& out = ipc_.writeMsg("keyEvent");
-  out.writeU32(keysym);
-  out.writeU8(down);
-  ipc_.endMsg();
+  attempt([&] {
+    rdr::OutStream& out = ipc_.writeMsg("keyEvent");
+    out.writeU32(keysym);
+    out.writeU8(down);
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::pointerEvent(int32_t x, int32_t y, uint32_t buttonMask, bool relative) {
-  rdr::OutStream& out = ipc_.writeMsg("pointerEvent");
-  out.writeS32(x);
-  out.writeS32(y);
-  out.writeU32(buttonMask);
-  out.writeU8(relative);
-  ipc_.endMsg();
+  attempt([&] {
+    rdr::OutStream& out = ipc_.writeMsg("pointerEvent");
+    out.writeS32(x);
+    out.writeS32(y);
+    out.writeU32(buttonMask);
+    out.writeU8(relative);
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::clientCutText(std::string_view text) {
-  rdr::OutStream& out = ipc_.writeMsg("clientCutText");
-  out.writeS32(static_cast<int32_t>(text.size()));
-  out.writeBytes(text.data(), text.size());
-  ipc_.endMsg();
+  attempt([&] {
+    rdr::OutStream& out = ipc_.writeMsg("clientCutText");
+    out.writeS32(static_cast<int32_t>(text.size()));
+    out.writeBytes(text.data(), text.size());
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::setParams(const std::vector<Parameter>& parameters) {
-  rdr::OutStream& out = ipc_.writeMsg("setParams");
-  for (const Parameter& parameter : parameters) {
-    out.writeShortString(parameter.name);
-    out.writeString(parameter.value);
-    out.writeU32(parameter.priority);
-  }
-  ipc_.endMsg();
+  attempt([&] {
+    rdr::OutStream& out = ipc_.writeMsg("setParams");
+    for (const Parameter& parameter : parameters) {
+      out.writeShortString(parameter.name);
+      out.writeString(parameter.value);
+      out.writeU32(parameter.priority);
+    }
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::setDisplayMode(uint32_t width, uint32_t height) {
-  rdr::OutStream& out = ipc_.writeMsg("setDisplayMode");
-  out.writeU32(width);
-  out.writeU32(height);
-  ipc_.endMsg();
+  attempt([&] {
+    rdr::OutStream& out = ipc_.writeMsg("setDisplayMode");
+    out.writeU32(width);
+    out.writeU32(height);
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::setMonitor(std::string_view selection) {
-  ipc_.writeMsg("setMonitor").writeString(selection);
-  ipc_.endMsg();
+  attempt([&] {
+    ipc_.writeMsg("setMonitor").writeString(selection);
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::setXServerOwner(uint64_t userId, uint64_t groupId) {
-  rdr::OutStream& out = ipc_.writeMsg("SetXServerOwner");
-  out.writeU64(userId);
-  out.writeU64(groupId);
-  ipc_.endMsg();
+  attempt([&] {
+    rdr::OutStream& out = ipc_.writeMsg("SetXServerOwner");
+    out.writeU64(userId);
+    out.writeU64(groupId);
+    ipc_.endMsg();
+  });
 }
 
 void AgentConnection::setLogLevel(uint32_t level, std::string_view source) {
-  rdr::OutStream& out = ipc_.writeMsg("setLogLevel");
-  out.writeU32(level);
-  if (!source.empty()) out.writeShortString(source);
-  ipc_.endMsg();
+  attempt([&] {
+    rdr::OutStream& out = ipc_.writeMsg("setLogLevel");
+    out.writeU32(level);
+    if (!source.empty()) out.writeShortString(source);
+    ipc_.endMsg();
+  });
 }
 
 const uint8_t* AgentConnection::pixels() const {

@@ -29,12 +29,12 @@ TEST_F(DriveTest, NothingDoneIsNoSuccess) {
   EXPECT_EQ(run({"click", "1", "1", "9"}), "1 |ruvodrive: button 9: agents press buttons 1 to 8\n");
   EXPECT_EQ(run({"--param", "Log=*:nowhere:30", "move", "1", "1"}),
             "1 |ruvodrive: No LogDest found: 'nowhere'" + where);
-  EXPECT_EQ(run({"monitors", "select", "9", "shot", "x.png"}).substr(0, 40),
+  EXPECT_EQ(run({"monitors", "select", "9", "shot", "x.png"}).substr(0, 41),
             "1 |ruvodrive: Invalid monitor selection: ");
   EXPECT_EQ(run({"shot", "x.gif"}), "1 |ruvodrive: x.gif: pictures are PNG files (.png)\n");
   // Nothing is started for these.
   for (const std::string parameter : {"NoSuch=1", "UpdatePeriod=x"}) {
-    EXPECT_EQ(run({"--agent", RUVO_AGENT, "--param", parameter, "move", "1", "1"}).substr(0, 11),
+    EXPECT_EQ(run({"--agent", RUVO_AGENT, "--param", parameter, "move", "1", "1"}).substr(0, 12),
               "2 |--param: ");
   }
   EXPECT_EQ(run({"--nonsense"}).substr(0, 2), "2 ");
@@ -61,7 +61,7 @@ TEST_F(DriveTest, CommandsInARow) {
   // The rest is skipped after a failure.
   EXPECT_EQ(run({"key", "nonsense", "--", "monitors"}).substr(0, 4), "1 |r");
   EXPECT_EQ(run({"type", "-", "--", "shot", "-"}, "text").substr(0, 6), "0 \x89PNG");
-  EXPECT_EQ(run({"monitors", "--json"}).substr(0, 32), "0 {\"monitors\":[{\"name\":\"screen\"");
+  EXPECT_EQ(run({"monitors", "--json"}).substr(0, 27), "0 {\"monitors\":[{\"name\":\"1\"");
   EXPECT_EQ(run({"record", "--for", "0.3", "--rate", "10", "-"}).substr(0, 42),
             "0 YUV4MPEG2 W641 H480 F10:1 Ip A1:1 C444\nF");
 }

@@ -108,8 +108,12 @@ class Agent::Impl : private host::AgentListener {
   void expect(bool needsDesktop, std::optional<host::Refusal::Kind> refusal,
               std::function<bool()> isDone, Answer answer) {
     pending_.push_back({++markers_, needsDesktop, refusal, std::move(isDone), std::move(answer)});
-    connection_.channel().writeMsg(std::string(kMarker) + std::to_string(markers_));
-    connection_.channel().endMsg();
+    try {
+      connection_.channel().writeMsg(std::string(kMarker) + std::to_string(markers_));
+      connection_.channel().endMsg();
+    } catch (const plat::Exception&) {
+      // The agent has gone, which the next turn tells.
+    }
   }
   int msUntilNext() const {
     int next = connection_.msUntilNext();
