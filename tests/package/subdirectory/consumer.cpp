@@ -1,19 +1,21 @@
-// Starts an agent without a channel, and ends it.
+// Asks an agent for its parameters, starts one that finds no display, and hears its end.
 //
 //   consumer AGENT
-#include <host/AgentProcess.h>
+#include <ruvohost/Agent.h>
+#include <ruvohost/Parameters.h>
 
-#include <csignal>
 #include <cstdio>
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
-  host::LaunchOptions options;
-  options.agent = argv[1];
-  options.channel = host::LaunchOptions::Channel::kNone;
-  host::AgentProcess agent = host::AgentProcess::launch(options);
-  agent.signal(SIGKILL);
-  const int status = agent.wait(10000).value_or(-1);
+  const std::vector<ruvohost::Parameter> parameters = ruvohost::parametersOf(argv[1]);
+  ruvohost::Launch launch;
+  launch.agent = argv[1];
+  launch.display = ":nonexistent";
+  ruvohost::Listener nobody;
+  ruvohost::Agent agent(launch, nobody);
+  agent.processUntil([] { return false; }, 10000);
+  const int status = agent.finish(10000).value_or(-1);
   std::printf("status %d\n", status);
-  return status == 128 + SIGKILL ? 0 : 1;
+  return status == 1 && ruvohost::findParameter(parameters, "Monitor") ? 0 : 1;
 }
