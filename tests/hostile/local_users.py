@@ -53,9 +53,9 @@ class LocalUsers(unittest.TestCase):
 
     def test_lock_directory(self):
         """Somebody else has a directory of its name, and of that of its replacement."""
-        taken = "mount -t tmpfs none /tmp && mkdir /tmp/.ruvo-0 && chown 1 /tmp/.ruvo-0"
+        taken = "mount -t tmpfs none /run && mount -t tmpfs none /tmp && mkdir /tmp/.ruvo-0 && chown 1 /tmp/.ruvo-0"
         self.captures(self.isolated(["-m"], taken), "/tmp/.ruvo-0")
-        both = taken + " && mount -t tmpfs none /run && touch /run/ruvo"
+        both = taken + " && touch /run/ruvo"
         self.captures(self.isolated(["-m"], both), "/tmp/.ruvo-0", "/run/ruvo", "without lock files")
 
     def test_segments_used_up(self):

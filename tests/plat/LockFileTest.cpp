@@ -34,7 +34,7 @@ TEST(LockFileTest, OneHolderWhileOthersRemove) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
-      for (int i = 0; i < 3000; ++i) {
+      for (int i = 0; i < 1000; ++i) {
         const auto lock = t == 0 ? LockFile::openStale(path) : LockFile::create(path);
         if (!lock) continue;
         if (++holders != 1) shared = true;
