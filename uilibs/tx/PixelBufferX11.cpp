@@ -96,9 +96,13 @@ PixelBufferX11::PixelBufferX11(Drawable drawable, const plat::SharedMemPermissio
   const int64_t unit = scanlinePad / pf.bpp;
   const int64_t stride = (int64_t{width()} + unit - 1) / unit * unit;
   const int64_t size = stride * height() * pf.bytesPerPixel();
-  if (width() <= 0 || height() <= 0 || width() > std::numeric_limits<uint16_t>::max() ||
-      height() > std::numeric_limits<uint16_t>::max() ||
-      size > std::numeric_limits<int32_t>::max()) {
+  // Regions have coordinates of 16 bits.
+  constexpr int kMaxCoordinate = std::numeric_limits<int16_t>::max();
+  if (rect_.br.x > kMaxCoordinate || rect_.br.y > kMaxCoordinate) {
+    throw plat::Exception("Cannot capture %s: the limit of width and height is %d",
+                          rect_.str().c_str(), kMaxCoordinate);
+  }
+  if (width() <= 0 || height() <= 0 || size > std::numeric_limits<int32_t>::max()) {
     throw plat::Exception("Cannot capture %s: too large", rect_.str().c_str());
   }
   stride_ = static_cast<int>(stride);
