@@ -28,7 +28,7 @@ constexpr int kMaxButton = 8;
 constexpr int kWheelUp = 4, kWheelDown = 5;
 constexpr int kDragSteps = 16;
 // Without a word from an agent that types.
-constexpr int kTypingTimeoutMs = 10000;
+constexpr int kTypingTimeoutMs = 60000;
 
 uint32_t maskOf(int button) {
   return 1u << (button - 1);

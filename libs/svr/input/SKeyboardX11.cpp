@@ -33,7 +33,8 @@ SKeyboardX11::~SKeyboardX11() {
 
 bool SKeyboardX11::keyEvent(uint32_t keysym, bool down, bool mayGraft) {
   if (!tx::TXDisplay::isOpen() || !tx::XTestExtension::present()) return true;
-  map_.follow();
+  // A release needs no map: it is that of the key that was pressed.
+  if (down) map_.follow();
   if (down && !mayGraft && interpreter_.needsGraft(keysym)) return false;
   interpreter_.keyEvent(keysym, down);
   if (!interpreter_.hasPressedKeysyms()) autoRepeat_.resumeLater();
