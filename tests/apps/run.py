@@ -113,6 +113,7 @@ def main():
                       file=sys.stderr, flush=True)
                 continue
             begin = time.monotonic()
+            load = os.getloadavg()[0]
             results = run_application(kind, options)
             wrong = [(case, what) for case, entries in results.items()
                      for what, problem in entries if problem]
@@ -122,20 +123,21 @@ def main():
             print(f"{kind.name} {version_of(kind)}: {total - len(wrong)} of {total} right, "
                   f"{time.monotonic() - begin:.0f} s", flush=True)
             if options.results:
-                add(options.results, kind, options.busy, results)
+                add(options.results, kind, options.busy, results, load)
     if options.write:
         with open(options.results) as results, open(options.write, "w") as file:
             file.write(table.document(json.load(results)))
     return 77 if not ran else failed > 0
 
 
-def add(path, kind, busy, results):
+def add(path, kind, busy, results, load):
     known = {}
     if os.path.exists(path):
         with open(path) as file:
             known = json.load(file)
     entry = known.setdefault(kind.name, {})
     entry["version"] = version_of(kind)
+    entry.setdefault("loads", []).append(load)
     entry.setdefault("busy" if busy else "idle", []).append(results)
     with open(path + ".new", "w") as file:
         json.dump(known, file, ensure_ascii=False, indent=1)

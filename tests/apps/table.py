@@ -1,6 +1,7 @@
 """docs/applications.md, from results that run.py has kept."""
 
 import collections
+import os
 
 import applications
 import cases
@@ -14,7 +15,7 @@ private X server with a window manager. Their text is read back through their ow
 terminal's: by the program that runs in it) and compared exactly; keys that stay pressed count as
 wrong. `scripts/test --apps` repeats it.
 
-The paragraph is typed on the layouts `us`, `de`, `fr`, `us(intl)`, `ru` and `jp`:
+The paragraph, typed on the layouts {layouts} (at 30 characters a second: {steady}):
 
 > {paragraph}
 
@@ -54,13 +55,23 @@ def table(results, state):
         yield ""
 
 
+def layouts(results, case):
+    tried = {what for entry in results.values() for state in ("idle", "busy")
+             for run in entry.get(state, []) for what, _ in run.get(case, [])}
+    names = (" ".join(layout).strip() for layout in cases.LAYOUTS)
+    return ", ".join(f"`{name}`" for name in names if name in tried)
+
+
 def document(results):
-    lines = [HEAD.format(paragraph=cases.PARAGRAPH), "| | Application | Version |", "|---|---|---|"]
+    loads = [load for entry in results.values() for load in entry["loads"]]
+    lines = [HEAD.format(paragraph=cases.PARAGRAPH, layouts=layouts(results, "burst"),
+                         steady=layouts(results, "steady")),
+             f"When an application was started the machine had a load of {min(loads):.0f} to"
+             f" {max(loads):.0f}, on {os.cpu_count()} processors.", "", "| | Application | Version |", "|---|---|---|"]
     for kind in applications.ALL:
         if kind.name in results:
             lines.append(f"| {kind.name} | {kind.title} | {results[kind.name]['version']} |")
-    for state, title in (("idle", "On an idle machine"),
-                         ("busy", "With three busy processes on two cores")):
+    for state, title in (("idle", "Results"), ("busy", "Results beside busy processes")):
         if any(entry.get(state) for entry in results.values()):
             lines += ["", f"## {title}", "", *table(results, state)]
     lines += ["## What is not tried, and why", ""]
