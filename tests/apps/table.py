@@ -18,7 +18,6 @@ wrong. `scripts/test --apps` repeats it.
 The paragraph, typed on the layouts {layouts} (at 30 characters a second: {steady}):
 
 > {paragraph}
-
 """
 
 
