@@ -61,7 +61,7 @@ TEST_F(DriveTest, CommandsInARow) {
   // The rest is skipped after a failure.
   EXPECT_EQ(run({"key", "nonsense", "--", "monitors"}).substr(0, 4), "1 |r");
   EXPECT_EQ(run({"type", "-", "--", "shot", "-"}, "text").substr(0, 6), "0 \x89PNG");
-  EXPECT_EQ(run({"monitors", "--json"}).substr(0, 27), "0 {\"monitors\":[{\"name\":\"1\"");
+  EXPECT_EQ(run({"monitors", "--json"}).substr(0, 26), "0 {\"monitors\":[{\"name\":\"1\"");
   EXPECT_EQ(run({"record", "--for", "0.3", "--rate", "10", "-"}).substr(0, 42),
             "0 YUV4MPEG2 W641 H480 F10:1 Ip A1:1 C444\nF");
 }

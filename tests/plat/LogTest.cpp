@@ -49,12 +49,16 @@ TEST(LogDestFileTest, ColoursOnATerminalOnly) {
   const std::pair<int, const char*> cases[] = {{5, "31;1"}, {10, "31"}, {30, "36"}, {31, "0"}};
   for (const auto& [level, colour] : cases) {
     dest.write(line("text", level));
-    char buffer[256];
-    const ssize_t n = read(master, buffer, sizeof buffer);
-    ASSERT_GT(n, 0);
-    EXPECT_TRUE(
-        std::regex_match(std::string(buffer, static_cast<size_t>(n)),
-                         std::regex(format("\033\\[%sm[0-9:.]+ Src: text\033\\[0m\r?\n", colour))));
+    std::string written;
+    while (!written.ends_with('\n')) {
+      char buffer[256];
+      const ssize_t n = read(master, buffer, sizeof buffer);
+      ASSERT_GT(n, 0);
+      written.append(buffer, static_cast<size_t>(n));
+    }
+    EXPECT_TRUE(std::regex_match(
+        written, std::regex(format("\033\\[%sm[0-9:.]+ Src: text\033\\[0m\r?\n", colour))))
+        << written;
   }
   dup2(standardError.get(), STDERR_FILENO);
   close(slave);

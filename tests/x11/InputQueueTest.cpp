@@ -174,7 +174,7 @@ TEST_F(InputQueueTest, RestedGraftsAreUsedAgain) {
   EXPECT_EQ(typedAfter(30), "γ");
   EXPECT_EQ(typedAfter(30), "δ") << "alone, in α's place";
   type(U"β");
-  EXPECT_EQ(typedAfter(130), "") << "γ has not rested";
+  EXPECT_EQ(typedAfter(160), "") << "γ has not rested";
   after(20);
   EXPECT_EQ(typedAfter(30), "β");
 

@@ -1,6 +1,5 @@
 #include "x11/TXFixture.h"
 
-#include "tx/CaptureLostException.h"
 #include "tx/PixelBufferX11.h"
 
 #include <X11/extensions/XShm.h>
@@ -141,7 +140,7 @@ TEST_F(PixelBufferX11Test, OneRoundTripForAGrabAndNoneForNothing) {
   EXPECT_EQ(requests(row(2)), 1u + 1);
 }
 
-TEST_F(PixelBufferX11Test, AShrunkenDrawableIsIgnoredAndAVanishedOneTold) {
+TEST_F(PixelBufferX11Test, AVanishedOrShrunkenDrawableIsIgnored) {
   start();
   for (const Mode mode : kModes) {
     useMode(mode);
@@ -155,7 +154,8 @@ TEST_F(PixelBufferX11Test, AShrunkenDrawableIsIgnoredAndAVanishedOneTold) {
     XDestroyWindow(client(), window);
     XSync(client(), False);
     log_.clear();
-    EXPECT_THROW(buffer.grabRegion(buffer.getRect()), tx::CaptureLostException);
+    buffer.grabRegion(buffer.getRect());
+    EXPECT_EQ(log_.count("grab of 0,0 to 100,100: Bad", 100, "PixelBufferX11"), 1) << log_.str();
     EXPECT_FALSE(log_.has("", 0)) << log_.str();
   }
   EXPECT_THROW(tx::PixelBufferX11(0x7fffff, nullptr), plat::Exception);
