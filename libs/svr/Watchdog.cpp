@@ -41,7 +41,7 @@ Watchdog::Watchdog(int channel) : alarm_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
   pthread_sigmask(SIG_SETMASK, &all, &former);
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, PTHREAD_STACK_MIN + 64 * 1024);
+  pthread_attr_setstacksize(&attributes, static_cast<size_t>(PTHREAD_STACK_MIN) + 64 * 1024);
   const int error = pthread_create(&thread_, &attributes, run, this);
   pthread_attr_destroy(&attributes);
   pthread_sigmask(SIG_SETMASK, &former, nullptr);
