@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/LogLine.h"
 #include "host/Refusal.h"
 #include "plat/shm/SharedMem.h"
 #include "rdr/DisplayInfo.h"
@@ -46,11 +47,6 @@ struct MonitorsMessage {
   std::vector<plat::DisplayInfo> monitors;
   std::string parameter;  // value of the agent's `Monitor` parameter
   std::string selection;  // text whose rectangle is being captured
-};
-
-struct LogLine {
-  uint32_t level = 0;
-  std::string source, text;
 };
 
 // What an agent tells its server. Every call comes from AgentConnection::process(). The defaults do

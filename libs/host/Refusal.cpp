@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "host/AgentListener.h"
+#include "host/LogLine.h"
 
 namespace host {
 
