@@ -19,6 +19,7 @@ class WipingAllocator {
 
   T* allocate(size_t count) { return std::allocator<T>().allocate(count); }
   void deallocate(T* memory, size_t count) {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): of a deque's map of pointers, too.
     explicit_bzero(static_cast<void*>(memory), count * sizeof(T));
     std::allocator<T>().deallocate(memory, count);
   }
