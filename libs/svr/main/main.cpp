@@ -25,8 +25,8 @@ void occupyStandardDescriptors() {
 // of static lifetime are made, or in a destructor. It ends in good order all the same.
 void endWithoutMemory() {
   try {
-    if (const std::exception_ptr current = std::current_exception())
-      std::rethrow_exception(current);
+    const std::exception_ptr current = std::current_exception();
+    if (current) std::rethrow_exception(current);
   } catch (const std::bad_alloc&) {
     constexpr char kLine[] = "Out of memory\n";
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kLine, sizeof kLine - 1);
