@@ -44,8 +44,9 @@ Json json(const plat::SharedMemDescriptor& segment) {
 
 Json json(const host::MonitorsMessage& message) {
   Json monitors = Json::array();
-  for (const plat::DisplayInfo& monitor : message.monitors)
+  for (const plat::DisplayInfo& monitor : message.monitors) {
     monitors.push_back(monitorJson(monitor));
+  }
   return {
       {"monitors", monitors}, {"parameter", message.parameter}, {"selection", message.selection}};
 }
