@@ -69,8 +69,9 @@ std::string nameOf(const std::string& pattern, int number) {
 }
 
 void checkFormat(const std::string& file) {
-  if (file != "-" && !file.ends_with(".png"))
+  if (file != "-" && !file.ends_with(".png")) {
     throw Failure(file + ": pictures are PNG files (.png)");
+  }
 }
 
 }  // namespace
