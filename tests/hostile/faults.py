@@ -60,7 +60,7 @@ def conversation(display, *parameters, environment=None, prefix=(), patience=5):
             result.done.append(name or answer)
         if forked and agent.process.wait(5) == 0:
             agent.hang_up(5)
-        elif agent.process.poll() is None:
+        elif agent.open:  # otherwise it is on its way out, and says why when its channel has gone
             agent.terminate(timeout=patience + 3)
         while agent.open and agent.pump(0.01):
             pass
