@@ -34,6 +34,7 @@ SDesktopX11::SDesktopX11(const plat::SharedMemPermissions& memoryOwner, bool ser
       // Damage is fetched as an XFIXES region.
       changes_(*this, tx::DamageExtension::probe(vlog, cursor_.hasFixes()) != nullptr),
       hasRandr_(tx::RandrExtension::get() != nullptr) {
+  const tx::TXDisplay::Throwing throwing;
   int opcode, error, major = XkbMajorVersion, minor = XkbMinorVersion;
   if (!XkbQueryExtension(tx::TXDisplay::display(), &opcode, &xkbEventBase_, &error, &major,
                          &minor)) {

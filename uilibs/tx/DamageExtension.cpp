@@ -24,6 +24,7 @@ const DamageExtension* DamageExtension::probe(plat::LogSrc& log, bool use) {
 }
 
 bool DamageExtension::query(Display* display) {
+  const TXDisplay::Throwing throwing;
   return library_.ok() && queryExtension(display, &eventBase, &errorBase) &&
          queryVersion(display, &majorVersion, &minorVersion);
 }

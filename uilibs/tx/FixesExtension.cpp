@@ -23,6 +23,7 @@ const FixesExtension* FixesExtension::probe(plat::LogSrc& log, bool use) {
 }
 
 bool FixesExtension::query(Display* display) {
+  const TXDisplay::Throwing throwing;
   return library_.ok() &&
          XQueryExtension(display, "XFIXES", &majorOpcode, &eventBase, &errorBase) &&
          queryExtension(display, &eventBase, &errorBase) &&

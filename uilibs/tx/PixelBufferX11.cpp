@@ -141,6 +141,7 @@ void PixelBufferX11::createImage(const plat::SharedMemPermissions* permissions) 
 }
 
 bool PixelBufferX11::createShared(const plat::SharedMemPermissions* permissions) {
+  const TXDisplay::Throwing throwing;
   Display* const display = TXDisplay::display();
   int major = 0;
   int minor = 0;

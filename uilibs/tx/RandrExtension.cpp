@@ -29,6 +29,7 @@ const RandrExtension* RandrExtension::probe(plat::LogSrc& log) {
 }
 
 bool RandrExtension::query(Display* display) {
+  const TXDisplay::Throwing throwing;
   // Asked first because the client library leaks memory when the server lacks the extension.
   int opcode;
   return library_.ok() && XQueryExtension(display, "RANDR", &opcode, &eventBase, &errorBase) &&

@@ -12,6 +12,7 @@
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
 #include "tx/DisplayLostException.h"
+#include "tx/ResourceIds.h"
 #include "tx/XErrorLog.h"
 
 namespace tx {
@@ -59,6 +60,7 @@ TXDisplay::TXDisplay(Display* display) : display_(display), root_(DefaultRootWin
     setExitHandler(display, onLost, nullptr);
   }
   XSetIOErrorHandler(onIOError);
+  guardResourceIds(display);
 }
 
 TXDisplay::TXDisplay(const char* name) : TXDisplay(openWithRetry(name)) {
@@ -112,11 +114,11 @@ void TXDisplay::onLost(Display* display, void*) {
 }
 
 // Xlib ends the process when this returns, unless the display has an exit handler, as libX11 offers
-// from 1.7 on. Without one the only way back to the loop is past Xlib's frames; the display is not
-// used again.
+// from 1.7 on. Without one, and where nobody could tell what the call returns then, the way back to
+// the loop is past Xlib's frames; the display is not used again.
 int TXDisplay::onIOError(Display* display) {
   onLost(display, nullptr);
-  if (isLost() && display == current_->display_ && !current_->hasExitHandler_) {
+  if (isLost() && display == current_->display_ && (!current_->hasExitHandler_ || throwing_ > 0)) {
     throw DisplayLostException();
   }
   return 0;

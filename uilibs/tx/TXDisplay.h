@@ -30,6 +30,16 @@ class TXDisplay {
   // The connection broke. The object stays, but no request may be made.
   static bool isLost() { return current_ && current_->lost_; }
 
+  // While one lives, losing the display throws DisplayLostException out of the call into Xlib: for
+  // XQueryExtension() and what is built on it, whose results mean nothing then.
+  class Throwing {
+   public:
+    Throwing() { ++throwing_; }
+    ~Throwing() { --throwing_; }
+    Throwing(const Throwing&) = delete;
+    Throwing& operator=(const Throwing&) = delete;
+  };
+
   // The rest needs a display (asserted), lost or not.
   static Display* display() { return get().display_; }
   static int screen();
@@ -61,6 +71,7 @@ class TXDisplay {
 
   static inline TXDisplay* current_ = nullptr;
   static inline size_t nextSlot_ = 0;
+  static inline int throwing_ = 0;
 
   Display* const display_;
   const Window root_;

@@ -25,6 +25,7 @@ namespace {
 class ResourceExtension {
  public:
   ResourceExtension() {
+    const TXDisplay::Throwing throwing;
     Display* const display = TXDisplay::display();
     int event = 0;
     int error = 0;

@@ -12,6 +12,7 @@ const XTestExtension& XTestExtension::get() {
 }
 
 XTestExtension::XTestExtension() {
+  const TXDisplay::Throwing throwing;
   Display* const display = TXDisplay::display();
   int eventBase = 0;
   int errorBase = 0;

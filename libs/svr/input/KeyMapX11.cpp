@@ -68,6 +68,7 @@ KeyMapX11::KeyMapX11() {
 }
 
 void KeyMapX11::openXkb() {
+  const tx::TXDisplay::Throwing throwing;
   Display* display = tx::TXDisplay::display();
   int opcode, error, major = XkbMajorVersion, minor = XkbMinorVersion;
   if (!XkbQueryExtension(display, &opcode, &xkbEventBase_, &error, &major, &minor)) {
