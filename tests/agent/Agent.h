@@ -209,7 +209,7 @@ inline void addMode(const support::XServer& server, const std::string& size) {
 using support::segmentsOf;
 
 // A program that runs shell commands before it becomes the agent.
-inline std::string agentScript(const test::TempDir& directory, const std::string& commands) {
+inline std::string agentScript(const support::TempDir& directory, const std::string& commands) {
   const std::string script = directory / "agent";
   std::ofstream(script) << "#!/bin/sh\n" << commands << "\nexec " RUVO_AGENT " \"$@\"\n";
   std::filesystem::permissions(script, std::filesystem::perms::owner_all);

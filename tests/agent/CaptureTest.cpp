@@ -82,7 +82,7 @@ TEST(CaptureVariantsTest, CapturesWithWhatThereIs) {
     const bool isLibrary = c.missing.starts_with("lib");
     // The search path of the 32-bit program comes before the environment's.
     if (isLibrary && sizeof(void*) == 4) continue;
-    const test::TempDir libraries;
+    const support::TempDir libraries;
     if (isLibrary) std::ofstream(libraries / c.missing) << "";
     std::vector<std::string> extra;
     if (!isLibrary && !c.missing.empty()) extra = {"-extension", c.missing};

@@ -125,7 +125,7 @@ TEST(LifecycleTest, SegmentsBelongToTheServersUser) {
 
 TEST(LifecycleTest, AFailedStartCanBeRepeated) {
   // The agent may not make files as large as the screen.
-  const test::TempDir directory;
+  const support::TempDir directory;
   const auto server = support::XServer::xvfb("641x480x24");
   host::LaunchOptions options = Agent::options(server->display(), {{"_UseXShm", "0"}});
   options.agent = agentScript(directory, "trap '' XFSZ; ulimit -f 1000");

@@ -11,11 +11,11 @@
 
 namespace {
 
-using test::message;
+using support::message;
 
 std::string setParam(const std::string& name, const std::string& value, uint32_t priority) {
   return message("setParams",
-                 test::shortString(name) + test::longString(value) + test::u32(priority));
+                 support::shortString(name) + support::longString(value) + support::u32(priority));
 }
 
 class LogTest : public SharedDisplay {};
@@ -49,7 +49,7 @@ TEST_F(LogTest, LinesOnStandardErrorHaveTheirFormat) {
 TEST_F(LogTest, TheServerChoosesLevels) {
   RawAgent agent(display());
   const auto setLevel = [](uint32_t level, const std::string& log) {
-    return message("setLogLevel", test::u32(level) + test::shortString(log));
+    return message("setLogLevel", support::u32(level) + support::shortString(log));
   };
   size_t all = 0;
   const struct {
@@ -58,7 +58,7 @@ TEST_F(LogTest, TheServerChoosesLevels) {
     bool fewer;
   } cases[] = {
       {"", false, false},
-      {message("setLogLevel", test::u32(0)), true, true},
+      {message("setLogLevel", support::u32(0)), true, true},
       {setLevel(30, "SServerAgent"), false, true},
       {setLevel(0, "*"), true, true},
       {setLevel(0xFFFFFFFF, ""), false, false},
@@ -84,7 +84,7 @@ TEST_F(LogTest, TheServerChoosesLevels) {
 }
 
 TEST_F(LogTest, FilesFollowTheParameters) {
-  test::TempDir home;
+  support::TempDir home;
   RawAgent agent(display(), {"-LogFile=first.log", "-Log=SServerAgent:file:30"},
                  {{"HOME", home.path()}});
   agent.sync();

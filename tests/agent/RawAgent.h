@@ -21,7 +21,7 @@
 // The real program under test, with the bare bytes of its channel.
 class RawAgent {
  public:
-  using Message = test::Message;
+  using Message = support::Message;
   struct Log {
     uint32_t level;
     std::string source;
@@ -73,14 +73,15 @@ class RawAgent {
       if (n <= 0) return done();
       bytes_.append(buffer, static_cast<size_t>(n));
       unparsed_.append(buffer, static_cast<size_t>(n));
-      for (Message& message : test::takeMessages(unparsed_)) messages.push_back(std::move(message));
+      for (Message& message : support::takeMessages(unparsed_))
+        messages.push_back(std::move(message));
     }
     return true;
   }
   // Everything sent before now has had its effect, and what the agent had to say has arrived.
   void sync() {
-    const Message answer{"badMsg", test::shortString("sync" + std::to_string(syncs_++))};
-    send(test::framed(answer.body));
+    const Message answer{"badMsg", support::shortString("sync" + std::to_string(syncs_++))};
+    send(support::framed(answer.body));
     const auto find = [&] { return std::find(messages.begin(), messages.end(), answer); };
     ASSERT_TRUE(readUntil([&] { return find() != messages.end(); })) << program_->errors();
     messages.erase(find());

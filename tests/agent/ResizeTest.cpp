@@ -138,7 +138,7 @@ TEST(DisplayModeAgentTest, ManyResizesOnABusyDesktop) {
   const auto server = support::XServer::dummy({{1024, 768, 0, 0}, {800, 600, 1024, 0}});
   Agent agent(server->display());
   agent.start();
-  const test::TempDir directory;
+  const support::TempDir directory;
   const std::string end = directory / "end";
   const auto meddler = server->start(
       {"sh", "-c",

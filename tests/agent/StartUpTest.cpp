@@ -92,7 +92,7 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
 }
 
 TEST_F(StartUpTest, NoFontIsAnError) {
-  test::TempDir fonts;
+  support::TempDir fonts;
   std::ofstream(fonts / "fonts.dir") << "0\n";
   const auto own = support::XServer::xvfb("64x48x24");
   const auto connection = own->connect();
@@ -121,7 +121,7 @@ TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
 // The next descriptor opened would take the place of standard error, so that the X server would get
 // to read what is written there.
 TEST_F(StartUpTest, StandardErrorMayBeClosed) {
-  const test::TempDir directory;
+  const support::TempDir directory;
   host::LaunchOptions options = Agent::options(display(), {{"Log", "*:ipc:100,*:nosuch:1"}});
   options.agent = agentScript(directory, "exec 2>&-");
   Agent agent(options);
@@ -165,7 +165,7 @@ TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
   host::LaunchOptions options = Agent::options(display());
   options.channel = Channel::kNamedSocket;
   options.pipeOptions = {"-hash", "zz"};
-  EXPECT_EQ(test::thrownText([&] { host::AgentProcess::launch(options); }),
+  EXPECT_EQ(support::thrownText([&] { host::AgentProcess::launch(options); }),
             "the agent ended with status 1 before it connected");
 }
 
@@ -180,7 +180,7 @@ TEST_F(StartUpTest, WithoutAServerItRunsUntilASignal) {
 }
 
 TEST_F(StartUpTest, ConfigurationDirectories) {
-  test::TempDir home;
+  support::TempDir home;
   for (const char* directory : {"config.d", "policy.d"}) {
     std::filesystem::create_directories(home / ".ruvo/" + directory);
   }

@@ -8,11 +8,11 @@
 
 namespace {
 
-using test::longString;
-using test::message;
-using test::shortString;
-using test::u16;
-using test::u32;
+using support::longString;
+using support::message;
+using support::shortString;
+using support::u16;
+using support::u32;
 
 using Names = std::vector<std::string>;
 
@@ -24,7 +24,7 @@ std::string parameter(const std::string& name, const std::string& value, uint32_
 std::string inFramesOf(size_t length, const std::string& payload) {
   std::vector<size_t> cuts;
   for (size_t at = 0; at < payload.size(); at += length) cuts.insert(cuts.end(), 2, at);
-  return test::framed(payload, cuts);
+  return support::framed(payload, cuts);
 }
 
 class WireTest : public SharedDisplay {};
@@ -71,7 +71,7 @@ TEST_F(WireTest, EveryMessageIsReadOrLeftBehind) {
       {inFramesOf(1, keyEvent) + inFramesOf(3, keyUp), {}, {}},
       {inFramesOf(32767, shortString("clientCutText") + longString(large)), {}, {}},
       {"\x80" + std::string(1, '\0'), {}, {endOfMsg}},
-      {test::framed("\5ab"), {}, {endOfMsg}},
+      {support::framed("\5ab"), {}, {endOfMsg}},
       {message("keyEvent", u32(1)), {}, {endOfMsg}},
       {message("clientCutText", u32(0x7FFFFFFF) + "short"), {}, {endOfMsg}},
       {message("stop", "x"), {}, {dataLeft}},

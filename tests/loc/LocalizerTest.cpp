@@ -28,8 +28,8 @@ class LocalizerTest : public testing::Test {
  protected:
   LocalizerTest() { install(); }
 
-  test::Environment all_{"LC_ALL", {}}, messages_{"LC_MESSAGES", {}}, lang_{"LANG", {}};
-  test::ParameterValue locale_{"Locale", "en_US"};
+  support::Environment all_{"LC_ALL", {}}, messages_{"LC_MESSAGES", {}}, lang_{"LANG", {}};
+  support::ParameterValue locale_{"Locale", "en_US"};
 };
 
 TEST_F(LocalizerTest, EveryTextIsCompleteInEveryLanguage) {

@@ -22,7 +22,7 @@
 namespace os {
 namespace {
 
-using test::thrownText;
+using support::thrownText;
 
 constexpr const char* kHash = "630dcd2966c4336691125448bbb25b4ff412a49c732db2c8abc1b8581bd710dd";
 
@@ -86,7 +86,7 @@ class LaunchedSocketTest : public testing::Test {
     return parse(options).open(settings_);
   }
 
-  test::TempDir directory_;
+  support::TempDir directory_;
   std::string path_ = directory_ / "pipe", debugFile_ = directory_ / "debug.log";
   LaunchedPipe::Settings settings_;
   plat::FileDescriptor listener_, standardError_{fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)};

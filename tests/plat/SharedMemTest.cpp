@@ -34,7 +34,7 @@ class SharedMemTest : public testing::Test {
   SharedMemTest() { LockDir::setBase(base_.path()); }
   ~SharedMemTest() override { LockDir::setBase(""); }
 
-  const test::TempDir base_;
+  const support::TempDir base_;
   const std::string locks_ = base_ / ".ruvo-" + std::to_string(geteuid()) + "/shm";
 };
 
@@ -67,7 +67,7 @@ TEST_F(SharedMemTest, Errors) {
       {{Kind::kPosix, 0, "/dev/zero", true, 0, -1}, "invalid shared memory size"},
   };
   for (const auto& [descriptor, text] : cases) {
-    const std::string thrown = test::thrownText([&] { openSharedMem(descriptor); });
+    const std::string thrown = support::thrownText([&] { openSharedMem(descriptor); });
     EXPECT_TRUE(thrown.starts_with(text)) << thrown;
   }
 }

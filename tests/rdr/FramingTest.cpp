@@ -15,8 +15,8 @@
 namespace rdr {
 namespace {
 
-using test::framed;
-using test::thrownBy;
+using support::framed;
+using support::thrownBy;
 
 // The frames that were written, such as "32766 1!"; the last of a message has the mark.
 std::string framesOf(const MemOutStream& out, size_t from = 0) {
@@ -64,8 +64,8 @@ TEST(FramedOut, IntegersAreNotSplitAndFlushDeliversWhatIsThere) {
   EXPECT_EQ(framesOf(mem), "32764 4 1!");
 }
 
-const std::string kSample =
-    "\x01" + test::u16(0x0203) + test::u32(0x04050607) + test::longString("some text") + "\xFF";
+const std::string kSample = "\x01" + support::u16(0x0203) + support::u32(0x04050607) +
+                            support::longString("some text") + "\xFF";
 
 std::string readSample(InStream& in) {
   const int first = in.readU8();
@@ -104,7 +104,7 @@ TEST(FramedIn, MessageEndsInsideAnItem) {
 
 TEST(FramedIn, MessagesThatHaveNotArrived) {
   const std::string first = framed("some bytes", {0, 3, 3, 7});
-  test::DripStream drip(first + framed(std::string(5000, 's'), {100, 100, 4000}) + framed("t"));
+  support::DripStream drip(first + framed(std::string(5000, 's'), {100, 100, 4000}) + framed("t"));
   InStreamV4 in(&drip);
   in.setBufferedOnly(true);
   for (size_t i = 0; i < first.size(); ++i) {

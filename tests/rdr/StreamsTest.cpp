@@ -14,8 +14,8 @@
 namespace rdr {
 namespace {
 
-using test::SocketPair;
-using test::thrownBy;
+using support::SocketPair;
+using support::thrownBy;
 
 TEST(Streams, TypedValuesAreBigEndianAndReadBack) {
   MemOutStream out(1);
@@ -54,7 +54,7 @@ TEST(Streams, StringLimits) {
   EXPECT_EQ(thrownBy([&] { lines.readLine(2); }),
             "StringTooLongException: String exceeds maximum length");
   // An absurd count costs no memory.
-  const std::string lie = test::u32(0xFFFFFFFF) + "ab";
+  const std::string lie = support::u32(0xFFFFFFFF) + "ab";
   MemInStream liar(lie.data(), lie.size());
   EXPECT_EQ(thrownBy([&] { liar.readString(0xFFFFFFFF); }),
             "EndOfStream: End of in-memory input stream");

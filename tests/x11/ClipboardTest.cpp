@@ -84,7 +84,7 @@ class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback 
   std::string done_;
   std::optional<tx::TXClipboardMgr> manager_;
   std::optional<FakeOwner> owner_, other_;
-  test::ManualClock clock_;
+  support::ManualClock clock_;
 
  private:
   bool sendPrimary() override { return true; }

@@ -90,7 +90,7 @@ class InputQueueTest : public TXFixture, private svr::SPointerX11Callback {
     take();
   }
 
-  test::ManualClock clock_;
+  support::ManualClock clock_;
   std::unique_ptr<support::InputWitness> witness_;
   std::optional<Input> input_;
 };

@@ -184,7 +184,7 @@ TEST_F(SKeyboardX11Test, LocksAtTheKeyboard) {
 }
 
 TEST_F(SKeyboardX11Test, AutoRepeatRestsWhileKeysAreHeld) {
-  test::ManualClock clock;
+  support::ManualClock clock;
   begin();
   const auto after = [&](int ms) {
     clock.advanceMs(ms);
