@@ -22,15 +22,15 @@ class LogTest : public SharedDisplay {};
 
 TEST_F(LogTest, LinesOnStandardErrorHaveTheirFormat) {
   const struct {
-    std::vector<std::string> parameters;
+    Agent::Parameters parameters;
     const char* pattern;
   } cases[] = {
-      {{"-Log=AgentAppX11:stderr:30"},
+      {{{"Log", "AgentAppX11:stderr:30"}},
        R"(<14> \d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \S+ ruvoagent\[\d+\]: AgentAppX11: Got signal SIGTERM\n)"},
-      {{"-CompactLog", "-Log=AgentAppX11:stderr:30"},
+      {{{"CompactLog", "1"}, {"Log", "AgentAppX11:stderr:30"}},
        R"(\d\d:\d\d:\d\d\.\d{3} AgentAppX11: Got signal SIGTERM\n)"},
-      {{"-Log=AgentAppX11:stderr:29"}, ""},
-      {{"-Log=*:stderr:-1,AgentAppX11:nowhere:30,*::1,*:stderr:0x1f,*:ipc:30"},
+      {{{"Log", "AgentAppX11:stderr:29"}}, ""},
+      {{{"Log", "*:stderr:-1,AgentAppX11:nowhere:30,*::1,*:stderr:0x1f,*:ipc:30"}},
        "Failed to parse log param element: '\\*:stderr:-1'\n"
        "No LogDest found: 'nowhere'\n"
        "No LogDest found: ''\n"
@@ -39,10 +39,9 @@ TEST_F(LogTest, LinesOnStandardErrorHaveTheirFormat) {
   for (const auto& c : cases) {
     RawAgent agent(display(), c.parameters);
     agent.sync();
-    agent.program().signal(SIGTERM);
+    agent.signal(SIGTERM);
     EXPECT_EQ(agent.exitStatus(), 0);
-    EXPECT_TRUE(std::regex_match(agent.program().errors(), std::regex(c.pattern)))
-        << agent.program().errors();
+    EXPECT_TRUE(std::regex_match(agent.errors(), std::regex(c.pattern))) << agent.errors();
   }
 }
 
@@ -85,8 +84,10 @@ TEST_F(LogTest, TheServerChoosesLevels) {
 
 TEST_F(LogTest, FilesFollowTheParameters) {
   support::TempDir home;
-  RawAgent agent(display(), {"-LogFile=first.log", "-Log=SServerAgent:file:30"},
-                 {{"HOME", home.path()}});
+  host::LaunchOptions options =
+      Agent::options(display(), {{"LogFile", "first.log"}, {"Log", "SServerAgent:file:30"}});
+  options.environment[0].second = home.path();
+  RawAgent agent(options);
   agent.sync();
   EXPECT_FALSE(std::filesystem::exists(home / ".ruvo/first.log"));
   agent.send(message("start"));

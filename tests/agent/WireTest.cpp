@@ -109,7 +109,7 @@ TEST_F(WireTest, ChannelMayEndAnywhere) {
     agent.send(bytes.substr(0, length));
     agent.hangUp();
     EXPECT_EQ(agent.exitStatus(), 0);
-    EXPECT_EQ(agent.program().errors(), "");
+    EXPECT_EQ(agent.errors(), "");
   }
 }
 
@@ -120,7 +120,7 @@ TEST_F(WireTest, NegativeLengthIsFatal) {
   agent.sync();
   agent.send(message("clientCutText", u32(0x80000000)));
   EXPECT_EQ(agent.exitStatus(), 128 + SIGABRT);
-  EXPECT_EQ(agent.program().errors(), line + "\n");
+  EXPECT_EQ(agent.errors(), line + "\n");
   EXPECT_EQ(agent.logText(), Names{"0 Assertion: " + line});
 }
 
@@ -163,26 +163,26 @@ TEST_F(WireTest, LinesForAServerThatDoesNotReadAreLimited) {
 
 TEST_F(WireTest, ServerThatNeverReadsIsGivenUp) {
   const struct {
-    const char* parameter;
+    std::pair<std::string, std::string> parameter;
     const char* reason;
   } cases[] = {
-      {"-LazyFlushTimeout=1", "FdIo: Server: Timed out\n"},
-      {"-MaxOutBufferSize=16384",
+      {{"LazyFlushTimeout", "1"}, "FdIo: Server: Timed out\n"},
+      {{"MaxOutBufferSize", "16384"},
        "FdIo: Server: BufferedOutStream overrun: buffer size exceeded\n"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.parameter);
-    RawAgent agent(display(), {c.parameter, "-Log=*:stderr:30"});
+    SCOPED_TRACE(c.parameter.first);
+    RawAgent agent(display(), {c.parameter, {"Log", "*:stderr:30"}});
     const std::string question = message(std::string(200, 'q'));
     EXPECT_TRUE(support::waitFor([&] {
       // Whole messages, as far as the agent takes them.
       while (agent.sendSome(question) > 0) {
       }
-      return !agent.program().isRunning();
+      return !agent.isRunning();
     }));
-    EXPECT_EQ(agent.program().wait(), 0);
-    EXPECT_NE(agent.program().errors().find(c.reason), std::string::npos);
-    EXPECT_NE(agent.program().errors().find("AgentServerX11: Quitting on server disconnect\n"),
+    EXPECT_EQ(agent.exitStatus(), 0);
+    EXPECT_NE(agent.errors().find(c.reason), std::string::npos);
+    EXPECT_NE(agent.errors().find("AgentServerX11: Quitting on server disconnect\n"),
               std::string::npos);
   }
 }
