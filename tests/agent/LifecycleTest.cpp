@@ -44,6 +44,7 @@ TEST(LifecycleTest, EveryEndLeavesNothing) {
     int status;
   } cases[] = {
       {"Got signal SIGTERM", [](Agent& a, support::XServer&) { a.signal(SIGTERM); }, 0},
+      {"Got signal SIGHUP", [](Agent& a, support::XServer&) { a.signal(SIGHUP); }, 0},
       {"Got signal SIGINT", [](Agent& a, support::XServer&) { a.signal(SIGINT); }, 0},
       {"", [](Agent& a, support::XServer&) { a.disconnect(); }, 0},
       {"Stopping desktop",
