@@ -62,6 +62,7 @@ TEST_F(StartUpTest, RefusesInTheUsersLanguage) {
 TEST_F(StartUpTest, EndsWithoutADesktop) {
   const std::string usage =
       "ruvoagent " RUVO_VERSION "\nUsage: ruvoagent {service|user|virtual} [-";
+  const std::string badHash = "-hash argument bad or missing\n";
   const std::string xml = "<?xml version=\"1.0\"?>\n<config>\n<bool   name=\"_Agent";
   const struct {
     std::vector<std::string> arguments;
@@ -72,7 +73,15 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
       {{"user", "-paramsxml", "-nonsense"}, 0, "", xml},
       {{"user"}, 1, "Bad command-line: got <null> instead of pipe name\n", ""},
       {{"user", "-fork", "-dummy"}, 1, "Bad command-line: got -dummy instead of pipe name\n", ""},
-      {{"user", "-hash", "12", "name"}, 1, "-hash argument bad or missing\n", ""},
+      {{"user", "-Fork", "7"}, 1, "Bad command-line: got -Fork instead of pipe name\n", ""},
+      {{"user", "-hash", std::string(62, '0'), "7"}, 1, badHash, ""},
+      {{"user", "-hash", std::string(65, '0'), "7"}, 1, badHash, ""},
+      {{"user", "-hash", std::string(63, '0') + "g", "7"}, 1, badHash, ""},
+      {{"user", "0"}, 1, "Pipe name '0' is not a connected stream socket\n", ""},
+      {{"user", "99999999999999999999"},
+       1,
+       "Pipe name '99999999999999999999' is not an open descriptor\n",
+       ""},
       {{"user", "1023"}, 1, "Pipe name '1023' is not an open descriptor\n", ""},
       {{"user", "-dummy", "/?"}, 0, "", usage},
       {{"user", "-dummy", "-help", "xml"}, 0, "", xml},

@@ -17,36 +17,6 @@ namespace {
 using support::SocketPair;
 using support::thrownBy;
 
-TEST(Streams, TypedValuesAreBigEndianAndReadBack) {
-  MemOutStream out(1);
-  out.writeU8(0xFE);
-  out.writeU16(0x0102);
-  out.writeU32(0x80000001u);
-  out.writeS32(-2);
-  out.writeU64(0x1122334455667788u);
-  out.writeString("h\xC3\xA9");
-  out.writeShortString("name");
-  out.pad(3);
-  out.writeBytes("xyz", 3);
-  const std::string written(reinterpret_cast<const char*>(out.data()), out.size());
-  EXPECT_EQ(written,
-            std::string("\xFE\x01\x02\x80\0\0\x01\xFF\xFF\xFF\xFE\x11\x22\x33\x44\x55\x66\x77\x88"
-                        "\0\0\0\x03h\xC3\xA9\x04name\0\0\0xyz",
-                        37));
-
-  MemInStream in(out.data(), out.size());
-  EXPECT_EQ(in.readU8(), 0xFE);
-  EXPECT_EQ(in.readU16(), 0x0102);
-  EXPECT_EQ(in.readU32(), 0x80000001u);
-  EXPECT_EQ(in.readS32(), -2);
-  EXPECT_EQ(in.readU64(), 0x1122334455667788u);
-  EXPECT_EQ(in.readString(3), plat::String("h\xC3\xA9"));
-  EXPECT_EQ(in.readShortString(), plat::String("name"));
-  in.skip(3);
-  EXPECT_EQ(thrownBy([&] { in.readU32(); }), "EndOfStream: End of in-memory input stream");
-  EXPECT_EQ(in.available(), 3u) << "the failed read must consume nothing";
-}
-
 TEST(Streams, StringLimits) {
   const std::string text = "\rone\r\ntwo";
   MemInStream lines(text.data(), text.size());

@@ -440,21 +440,4 @@ TEST_F(ClipboardTest, AnswersAreReadAsWhatTheyAre) {
   EXPECT_EQ(nextText(), "twice");
 }
 
-TEST_F(ClipboardTest, TheCutBufferIsUsedIfAskedForAndNewerThanTheSelections) {
-  begin();
-  manager_->setEnabled(false);
-  const uint32_t before = tx::getServerTime();
-  EXPECT_TRUE(waitFor([&] { return tx::isLater(tx::getServerTime(), before); }));
-  XStoreBytes(client(), "caf\xe9", 4);
-  XSync(client(), False);
-  dispatchAll();
-  window().check();
-  EXPECT_EQ(nextDone(), "nothing ");
-  setParam("UseCutBuffer", "1");
-  window().check();
-  EXPECT_EQ(nextText(), "café");
-  window().check();  // not again
-  EXPECT_EQ(nextDone(), "nothing ");
-}
-
 }  // namespace
