@@ -40,10 +40,15 @@ class SharedMemTest : public testing::Test {
 
 TEST_F(SharedMemTest, BlocksAreShared) {
   const support::LogCapture lines;
+  const mode_t mask = umask(0);
   const SharedMemPosix posix(5000);
+  umask(mask);
   const SharedMemSysV sysV(5000);
   EXPECT_EQ(posix.name(),
             "/ruvo-" + std::to_string(getpid()) + "-" + std::to_string(sysV.serial() - 1));
+  struct stat status {};
+  ASSERT_EQ(stat(("/dev/shm" + posix.name()).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u) << "nobody else sees the screen";
   for (const SharedMem* block : std::initializer_list<const SharedMem*>{&posix, &sysV}) {
     EXPECT_EQ(std::count(block->data(), block->data() + 5000, 0), 5000);
     const auto peer = openSharedMem(block->descriptor());

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "rdr/Exceptions.h"
@@ -8,6 +9,8 @@
 #include "rdr/MemInStream.h"
 #include "rdr/MemOutStream.h"
 #include "support/Frames.h"
+#include "support/ManualClock.h"
+#include "support/ParameterValue.h"
 #include "support/SocketPair.h"
 #include "support/Thrown.h"
 
@@ -78,6 +81,40 @@ TEST(FdOutStream, KeepsWhatThePeerDoesNotTake) {
     EXPECT_TRUE(received == sent);
     EXPECT_EQ(out.pending(), 0u);
   }
+}
+
+TEST(FdOutStream, GivesUpAPeerThatTakesTooLittle) {
+  const auto give = [](FdOutStream& out, size_t size) {
+    out.writeBytes(std::string(size, 'x').data(), size);
+    out.flush();
+  };
+  support::ManualClock clock;
+  support::ParameterValue limit("MaxOutBufferSize", "1000000"), seconds("LazyFlushTimeout", "10");
+  {
+    SocketPair pair;
+    FdOutStream out(pair.ours.get());
+    give(out, 900000);
+    for (int i = 0; i < 2; ++i) {
+      clock.advanceMs(9900);
+      pair.take(100000);
+      out.flush();
+    }
+    ASSERT_GT(out.pending(), 0u);
+    clock.advanceMs(9900);
+    out.flush();
+    clock.advanceMs(100);
+    EXPECT_EQ(thrownBy([&] { out.flush(); }), "TimedOut: Timed out");
+  }
+  limit.set("16384");
+  SocketPair pair;
+  FdOutStream out(pair.ours.get());
+  size_t most = 0;
+  EXPECT_NE(thrownBy([&] {
+              for (;; most = std::max(most, out.pending())) give(out, 1000);
+            }).find("buffer size exceeded"),
+            std::string::npos);
+  EXPECT_GT(most, 16384u - 1000);
+  EXPECT_LE(most, 16384u);
 }
 
 }  // namespace
