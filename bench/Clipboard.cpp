@@ -18,6 +18,7 @@
 
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
+#include "host/Transcript.h"
 #include "plat/Exception.h"
 #include "plat/log/LogManager.h"
 #include "support/XServer.h"
@@ -48,13 +49,6 @@ double median(std::vector<double> values) {
   return *middle;
 }
 
-class Texts : public host::AgentListener {
- public:
-  void serverCutText(const std::string& text) override { last = text; }
-
-  std::string last;
-};
-
 void copyWithXclip(const std::string& text) {
   FILE* const pipe = popen("exec xclip -i -selection clipboard >/dev/null 2>&1", "w");
   if (!pipe) throw std::runtime_error("popen");
@@ -81,7 +75,7 @@ void pasteWithXclip(const std::string& text) {
 
 class Bench {
  public:
-  Bench(host::AgentConnection& agent, Texts& texts) : agent_(agent), texts_(texts) {}
+  Bench(host::AgentConnection& agent, const host::Transcript& seen) : agent_(agent), seen_(seen) {}
 
   void run(const char* name, size_t size) {
     std::vector<double> toServer, fromServer, yardstick;
@@ -138,13 +132,15 @@ class Bench {
   }
   void waitForServer(const std::string& text) {
     const std::string expected = text.substr(0, kMaxTaken);
-    if (!agent_.processUntil([&] { return texts_.last == expected; }, kTimeoutMs)) {
+    if (!agent_.processUntil(
+            [&] { return !seen_.cutTexts.empty() && seen_.cutTexts.back() == expected; },
+            kTimeoutMs)) {
       throw std::runtime_error("the server did not get the text");
     }
   }
 
   host::AgentConnection& agent_;
-  Texts& texts_;
+  const host::Transcript& seen_;
   int count_ = 0;
 };
 
@@ -163,14 +159,14 @@ int main(int argc, char** argv) {
     options.parameters = {{"EnableClipboard", "1"}};
     options.environment = {{"HOME", "/nonexistent"}};
     host::AgentProcess process = host::AgentProcess::launch(options);
-    Texts texts;
-    host::AgentConnection agent(process.takeChannel(), &texts);
+    host::Transcript seen(host::Transcript::Keep::kLast);
+    host::AgentConnection agent(process.takeChannel(), &seen);
     agent.start();
     if (!agent.processUntil([&] { return agent.segment() != nullptr; }, kTimeoutMs)) {
       throw std::runtime_error("the agent does not start");
     }
 
-    Bench bench(agent, texts);
+    Bench bench(agent, seen);
     bench.run("1 KB", 1024);
     bench.run("64 KB", 64 * 1024);
     // A little less, since xclip sends what is longer in pieces, which the agent does not take.

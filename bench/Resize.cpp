@@ -16,6 +16,7 @@
 
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
+#include "host/Transcript.h"
 #include "plat/Exception.h"
 #include "plat/log/LogManager.h"
 #include "support/XServer.h"
@@ -66,10 +67,12 @@ std::vector<double> measure(const std::function<void(int)>& request,
 }
 
 // The agent's server. It asks for updates all the time.
-class Server : public host::AgentListener {
+class Server : public host::Transcript {
  public:
   explicit Server(const host::LaunchOptions& options)
-      : process_(host::AgentProcess::launch(options)), connection_(process_.takeChannel(), this) {
+      : Transcript(Keep::kLast),
+        process_(host::AgentProcess::launch(options)),
+        connection_(process_.takeChannel(), this) {
     connection_.start();
     waitFor([this] { return connection_.pixels() != nullptr; });
     connection_.fbUpdateRequest();
@@ -92,13 +95,15 @@ class Server : public host::AgentListener {
   std::vector<double> bufferMs;
 
  private:
-  void setPixelBuffer(const host::PixelBufferInfo& info) override {
-    hasSize_ = info.rect.width() == width_ && info.rect.height() == height_;
-    if (hasSize_) bufferMs.push_back(msSince(begin_));
-  }
-  void fbUpdate(const host::UpdateMessage& update) override {
-    if (hasSize_ && !update.changed.isEmpty()) updated_ = true;
-    connection_.fbUpdateRequest();
+  void noted(std::string_view message) override {
+    if (message == "setPixelBuffer") {
+      const rfb::Rect& rect = buffers.back().rect;
+      hasSize_ = rect.width() == width_ && rect.height() == height_;
+      if (hasSize_) bufferMs.push_back(msSince(begin_));
+    } else if (message == "fbUpdate") {
+      if (hasSize_ && !updates.back().changed.isEmpty()) updated_ = true;
+      connection_.fbUpdateRequest();
+    }
   }
   void waitFor(const std::function<bool()>& done) {
     if (!connection_.processUntil(done, kTimeoutMs)) throw std::runtime_error("no answer");

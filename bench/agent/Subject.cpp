@@ -37,7 +37,8 @@ double percentile(std::vector<double> values, double part) {
 }
 
 Subject::Subject(const std::string& agent, const std::string& display,
-                 const std::string& countLibrary) {
+                 const std::string& countLibrary)
+    : Transcript(Keep::kLast) {
   host::LaunchOptions options;
   options.agent = agent;
   options.display = display;
@@ -76,16 +77,16 @@ void Subject::run(double seconds) {
 }
 
 bool Subject::waitForUpdate(int timeoutMs) {
-  const uint64_t before = updates_;
-  return connection_->processUntil([&] { return updates_ > before; }, timeoutMs);
+  const int before = count("fbUpdate");
+  return connection_->processUntil([&] { return count("fbUpdate") > before; }, timeoutMs);
 }
 
-void Subject::fbUpdate(const host::UpdateMessage& update) {
+void Subject::noted(std::string_view message) {
+  if (message != "fbUpdate") return;
   lastUpdate_ = Clock::now();
-  ++updates_;
   const host::PixelBufferInfo& info = connection_->pixelBuffer();
   const auto bytes = static_cast<size_t>(info.format.bytesPerPixel());
-  for (const rfb::Rect& rect : update.changed.rects()) {
+  for (const rfb::Rect& rect : updates.back().changed.rects()) {
     pixels_ += uint64_t(rect.width()) * uint64_t(rect.height());
     for (int y = rect.tl.y - info.rect.tl.y; y < rect.br.y - info.rect.tl.y; ++y) {
       const size_t offset = (size_t(y) * info.stride + size_t(rect.tl.x - info.rect.tl.x)) * bytes;

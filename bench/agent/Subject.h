@@ -10,6 +10,7 @@
 #include "CallCounts.h"
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
+#include "host/Transcript.h"
 
 namespace bench {
 
@@ -32,7 +33,7 @@ double percentile(std::vector<double> values, double part);
 
 // The agent under measurement, and the server that drives it: it reads what changed as an encoder
 // would, and asks for the next update.
-class Subject : public host::AgentListener {
+class Subject : public host::Transcript {
  public:
   // countCalls: with the counting library at this path preloaded; empty leaves it out.
   Subject(const std::string& agent, const std::string& display, const std::string& countLibrary);
@@ -48,19 +49,17 @@ class Subject : public host::AgentListener {
   bool waitForUpdate(int timeoutMs);
   void settle() { run(0.3); }
 
-  uint64_t updates() const { return updates_; }
   uint64_t pixels() const { return pixels_; }
   Clock::time_point lastUpdate() const { return lastUpdate_; }
 
  private:
-  void fbUpdate(const host::UpdateMessage& update) override;
+  void noted(std::string_view message) override;
 
   std::string countFile_;
   CallCounts* counts_ = nullptr;
   std::optional<host::AgentProcess> process_;
   std::unique_ptr<host::AgentConnection> connection_;
   std::vector<uint8_t> mirror_;
-  uint64_t updates_ = 0;
   uint64_t pixels_ = 0;
   Clock::time_point lastUpdate_;
 };

@@ -126,7 +126,7 @@ Measured measure(Painter& painter, const Workload& workload, Subject* subject, p
                  double seconds) {
   const double agent0 = subject ? cpuSeconds(subject->pid()) : 0;
   const double server0 = cpuSeconds(server);
-  const uint64_t updates0 = subject ? subject->updates() : 0;
+  const int updates0 = subject ? subject->count("fbUpdate") : 0;
   const uint64_t pixels0 = subject ? subject->pixels() : 0;
   const CallCounts* counts = subject ? subject->counts() : nullptr;
   const uint64_t selects0 = counts ? counts->selects.load() : 0;
@@ -153,7 +153,7 @@ Measured measure(Painter& painter, const Workload& workload, Subject* subject, p
   result.serverCpu = (cpuSeconds(server) - server0) / elapsed * 100;
   if (subject) {
     result.agentCpu = (cpuSeconds(subject->pid()) - agent0) / elapsed * 100;
-    result.updates = double(subject->updates() - updates0);
+    result.updates = double(subject->count("fbUpdate") - updates0);
     result.megapixels = double(subject->pixels() - pixels0) / 1e6 / elapsed;
   }
   if (counts) {

@@ -8,7 +8,7 @@ AgentAppX11::AgentAppX11(bool serviceMode, io::LogDestIpc& logDest,
                          std::unique_ptr<io::Io> connection)
     : desktop_(memoryOwner_, serviceMode),
       server_(desktop_, getuid() == 0, logDest, std::move(connection)),
-      xServerOwner_(server_.channel(), memoryOwner_),
+      shmPermGetter_(server_.channel(), memoryOwner_),
       displayMode_(server_.channel(), server_.messages()),
       monitorSelect_(server_.channel(), desktop_) {}
 

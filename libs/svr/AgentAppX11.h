@@ -7,7 +7,7 @@
 #include "svr/AgentDisplayMode.h"
 #include "svr/AgentMonitorSelect.h"
 #include "svr/AgentServerX11.h"
-#include "svr/AgentXServerOwner.h"
+#include "svr/AgentShmPermGetter.h"
 #include "svr/SDesktopX11.h"
 
 namespace svr {
@@ -23,7 +23,7 @@ class AgentAppX11 {
   plat::SharedMemPermissions memoryOwner_;
   SDesktopX11 desktop_;
   AgentServerX11 server_;
-  AgentXServerOwner xServerOwner_;
+  AgentShmPermGetter shmPermGetter_;
   AgentDisplayMode displayMode_;
   AgentMonitorSelect monitorSelect_;
 };

@@ -17,59 +17,14 @@
 
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
+#include "host/Transcript.h"
 #include "support/Segments.h"
 #include "support/TempDir.h"
 #include "support/XServer.h"
 
-// Notes all that an agent tells its server.
-class Recorder : public host::AgentListener {
+// What an agent tells its server.
+class Recorder : public host::Transcript {
  public:
-  void init(uint32_t magic) override { note("init " + plat::format("%08x", magic)); }
-  void initRectAndPf(const rfb::Rect& rect, const rfb::PixelFormat& format) override {
-    note("initRectAndPf");
-    initialRect = rect;
-    initialFormat = format;
-  }
-  void setPixelBuffer(const host::PixelBufferInfo& info) override {
-    note("setPixelBuffer");
-    buffers.push_back(info);
-  }
-  void setColourMapEntries(int, const std::vector<host::ColourMapEntry>&) override {
-    note("setColourMapEntries");
-  }
-  void fbUpdate(const host::UpdateMessage& update) override {
-    note("fbUpdate");
-    updates.push_back(update);
-  }
-  void setCursorImage(const host::CursorImage& cursor) override {
-    note("setCursorImage");
-    cursors.push_back(cursor);
-  }
-  void setCursorPos(int32_t x, int32_t y) override { cursorPositions.emplace_back(x, y); }
-  void localInput() override { localInputs++; }
-  void bell() override { note("bell"); }
-  void serverCutText(const std::string& text) override { cutTexts.push_back(text); }
-  void desktopFailure(const std::string& text, const std::string& kind) override {
-    note("desktopFailure [" + kind + "] " + text);
-  }
-  void captureBroken(bool broken) override { note(broken ? "captureBroken 1" : "captureBroken 0"); }
-  void monitorsUpdated(const host::MonitorsMessage& message) override {
-    note("monitorsUpdated");
-    monitors.push_back(message);
-  }
-  void displayModesSupported(bool supported) override {
-    reports.push_back(supported ? "displayModesSupported 1" : "displayModesSupported 0");
-  }
-  void displayModesUpdated() override { reports.push_back("displayModesUpdated"); }
-  void desktopUidChanged(uint64_t userId, const std::string& xauthority) override {
-    reports.push_back("desktopUidChanged " + std::to_string(userId) + " " + xauthority);
-  }
-  void logMsg(const host::LogLine& line) override {
-    logged = true;
-    log.push_back(line);
-  }
-  void badMsg(const std::string& name) override { note("badMsg " + name); }
-
   // How many lines of this text (a part of it will do) have come, of any level or this one.
   int countLog(std::string_view text, int level = -1) const {
     return static_cast<int>(std::count_if(log.begin(), log.end(), [&](const host::LogLine& line) {
@@ -78,9 +33,6 @@ class Recorder : public host::AgentListener {
     }));
   }
   bool hasLog(std::string_view text, int level = -1) const { return countLog(text, level) > 0; }
-  bool has(const std::string& event) const {
-    return std::find(events.begin(), events.end(), event) != events.end();
-  }
   std::string logText() const {
     std::string all;
     for (const host::LogLine& line : log) {
@@ -89,29 +41,22 @@ class Recorder : public host::AgentListener {
     return all;
   }
 
-  // Everything but log lines and what follows the pointer, in the order of arrival.
+  // What is told of the desktop's picture and the channel, in the order of arrival.
   std::vector<std::string> events;
-  // What is told of display modes and of the desktop's owner.
-  std::vector<std::string> reports;
-  // What came before the first log line.
-  std::vector<std::string> beforeLog;
-  bool logged = false;
-  rfb::Rect initialRect;
-  rfb::PixelFormat initialFormat;
-  std::vector<host::PixelBufferInfo> buffers;
-  std::vector<host::UpdateMessage> updates;
-  std::vector<host::CursorImage> cursors;
-  std::vector<host::MonitorsMessage> monitors;
-  std::vector<rfb::Point> cursorPositions;
-  int localInputs = 0;
-  std::vector<host::LogLine> log;
-  // Not among the events.
-  std::vector<std::string> cutTexts;
 
  private:
-  void note(const std::string& event) {
-    events.push_back(event);
-    if (!logged) beforeLog.push_back(event);
+  void noted(std::string_view message) override {
+    static constexpr std::string_view kElsewhere[] = {"logMsg",
+                                                      "badMsg",
+                                                      "setCursorPos",
+                                                      "localInput",
+                                                      "serverCutText",
+                                                      "desktopUidChanged",
+                                                      "displayModesSupported",
+                                                      "displayModesUpdated"};
+    if (std::ranges::find(kElsewhere, message) == std::end(kElsewhere)) {
+      events.emplace_back(message);
+    }
   }
 };
 
@@ -153,8 +98,8 @@ class Agent {
   bool waitForLog(std::string_view text) {
     return waitFor([&] { return seen.hasLog(text); });
   }
-  bool waitForEvent(const std::string& event) {
-    return waitFor([&] { return seen.has(event); });
+  bool waitForMessage(std::string_view name) {
+    return waitFor([&] { return seen.count(name) > 0; });
   }
   // Everything sent before now has had its effect, and all that the agent had to say about it has
   // arrived: an unknown message is answered in turn.
@@ -162,8 +107,7 @@ class Agent {
     const std::string name = "sync" + std::to_string(syncs_++);
     connection->channel().writeMsg(name);
     connection->channel().endMsg();
-    ASSERT_TRUE(waitForEvent("badMsg " + name));
-    std::erase(seen.events, "badMsg " + name);
+    ASSERT_TRUE(waitFor([&] { return std::erase(seen.unknownNames, name) > 0; }));
   }
   // Starts the desktop and waits until it reports changes.
   void start() {
@@ -209,7 +153,7 @@ inline void addMode(const support::XServer& server, const std::string& size) {
 using support::segmentsOf;
 
 // A program that runs shell commands before it becomes the agent.
-inline std::string agentScript(const test::TempDir& directory, const std::string& commands) {
+inline std::string agentScript(const support::TempDir& directory, const std::string& commands) {
   const std::string script = directory / "agent";
   std::ofstream(script) << "#!/bin/sh\n" << commands << "\nexec " RUVO_AGENT " \"$@\"\n";
   std::filesystem::permissions(script, std::filesystem::perms::owner_all);

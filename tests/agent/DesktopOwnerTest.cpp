@@ -16,7 +16,9 @@ TEST(DesktopOwnerTest, IsToldByAnAgentOfRoot) {
   ASSERT_TRUE(agent.waitForLog("Desktop user is 12345")) << agent.seen.logText();
   agent.sync();
   EXPECT_TRUE(agent.seen.hasLog("Starting desktop uid monitor", 30));
-  EXPECT_EQ(agent.seen.reports.back(), "desktopUidChanged 12345 /home/user/.Xauthority");
+  ASSERT_FALSE(agent.seen.owners.empty());
+  EXPECT_EQ(agent.seen.owners.back().userId, 12345u);
+  EXPECT_EQ(agent.seen.owners.back().xauthority, "/home/user/.Xauthority");
   EXPECT_FALSE(agent.seen.hasLog("Window manager has started")) << "nothing waited for one";
 }
 

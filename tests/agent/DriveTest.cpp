@@ -47,7 +47,7 @@ TEST_F(DriveTest, NothingDoneIsNoSuccess) {
 }
 
 TEST_F(DriveTest, CommandsInARow) {
-  const test::TempDir directory;
+  const support::TempDir directory;
   const std::string file = directory / "part-%02d.png";
   EXPECT_EQ(run({"move", "5", "5", "--", "shot", "--region", "10x10+2+2", "--every", "0.1",
                  "--count", "2", file}),

@@ -152,7 +152,7 @@ TEST(HostParameters, AreWhatTheAgentDeclares) {
 
 // What people start from works as it stands.
 TEST_F(HostTest, Examples) {
-  const test::TempDir directory;
+  const support::TempDir directory;
   support::Program::Options options;
   options.captureOutput = options.captureErrors = true;
   options.environment = {{"RUVOAGENT", RUVO_AGENT}, {"HOME", "/nonexistent"}};

@@ -169,7 +169,7 @@ class KeyboardTableTest : public testing::Test {
   }
 
   const support::Composer composer;
-  test::TempDir directory;
+  support::TempDir directory;
   std::unique_ptr<support::XServer> server;
   support::XConnection client;
   std::unique_ptr<support::Program> terminal;

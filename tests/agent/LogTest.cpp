@@ -11,26 +11,26 @@
 
 namespace {
 
-using test::message;
+using support::message;
 
 std::string setParam(const std::string& name, const std::string& value, uint32_t priority) {
   return message("setParams",
-                 test::shortString(name) + test::longString(value) + test::u32(priority));
+                 support::shortString(name) + support::longString(value) + support::u32(priority));
 }
 
 class LogTest : public SharedDisplay {};
 
 TEST_F(LogTest, LinesOnStandardErrorHaveTheirFormat) {
   const struct {
-    std::vector<std::string> parameters;
+    Agent::Parameters parameters;
     const char* pattern;
   } cases[] = {
-      {{"-Log=AgentAppX11:stderr:30"},
+      {{{"Log", "AgentAppX11:stderr:30"}},
        R"(<14> \d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \S+ ruvoagent\[\d+\]: AgentAppX11: Got signal SIGTERM\n)"},
-      {{"-CompactLog", "-Log=AgentAppX11:stderr:30"},
+      {{{"CompactLog", "1"}, {"Log", "AgentAppX11:stderr:30"}},
        R"(\d\d:\d\d:\d\d\.\d{3} AgentAppX11: Got signal SIGTERM\n)"},
-      {{"-Log=AgentAppX11:stderr:29"}, ""},
-      {{"-Log=*:stderr:-1,AgentAppX11:nowhere:30,*::1,*:stderr:0x1f,*:ipc:30"},
+      {{{"Log", "AgentAppX11:stderr:29"}}, ""},
+      {{{"Log", "*:stderr:-1,AgentAppX11:nowhere:30,*::1,*:stderr:0x1f,*:ipc:30"}},
        "Failed to parse log param element: '\\*:stderr:-1'\n"
        "No LogDest found: 'nowhere'\n"
        "No LogDest found: ''\n"
@@ -39,17 +39,16 @@ TEST_F(LogTest, LinesOnStandardErrorHaveTheirFormat) {
   for (const auto& c : cases) {
     RawAgent agent(display(), c.parameters);
     agent.sync();
-    agent.program().signal(SIGTERM);
+    agent.signal(SIGTERM);
     EXPECT_EQ(agent.exitStatus(), 0);
-    EXPECT_TRUE(std::regex_match(agent.program().errors(), std::regex(c.pattern)))
-        << agent.program().errors();
+    EXPECT_TRUE(std::regex_match(agent.errors(), std::regex(c.pattern))) << agent.errors();
   }
 }
 
 TEST_F(LogTest, TheServerChoosesLevels) {
   RawAgent agent(display());
   const auto setLevel = [](uint32_t level, const std::string& log) {
-    return message("setLogLevel", test::u32(level) + test::shortString(log));
+    return message("setLogLevel", support::u32(level) + support::shortString(log));
   };
   size_t all = 0;
   const struct {
@@ -58,7 +57,7 @@ TEST_F(LogTest, TheServerChoosesLevels) {
     bool fewer;
   } cases[] = {
       {"", false, false},
-      {message("setLogLevel", test::u32(0)), true, true},
+      {message("setLogLevel", support::u32(0)), true, true},
       {setLevel(30, "SServerAgent"), false, true},
       {setLevel(0, "*"), true, true},
       {setLevel(0xFFFFFFFF, ""), false, false},
@@ -84,9 +83,11 @@ TEST_F(LogTest, TheServerChoosesLevels) {
 }
 
 TEST_F(LogTest, FilesFollowTheParameters) {
-  test::TempDir home;
-  RawAgent agent(display(), {"-LogFile=first.log", "-Log=SServerAgent:file:30"},
-                 {{"HOME", home.path()}});
+  support::TempDir home;
+  host::LaunchOptions options =
+      Agent::options(display(), {{"LogFile", "first.log"}, {"Log", "SServerAgent:file:30"}});
+  options.environment[0].second = home.path();
+  RawAgent agent(options);
   agent.sync();
   EXPECT_FALSE(std::filesystem::exists(home / ".ruvo/first.log"));
   agent.send(message("start"));

@@ -2,53 +2,35 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <functional>
-#include <map>
-#include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "plat/FileDescriptor.h"
+#include "agent/Agent.h"
 #include "support/Frames.h"
-#include "support/Program.h"
 
 // The real program under test, with the bare bytes of its channel.
 class RawAgent {
  public:
-  using Message = test::Message;
+  using Message = support::Message;
   struct Log {
     uint32_t level;
     std::string source;
     std::string text;
   };
 
-  // No one's configuration is read unless HOME says so.
-  static support::Program::Options programOptions(const std::string& display) {
-    support::Program::Options options;
-    options.captureOutput = options.captureErrors = true;
-    options.environment = {{"DISPLAY", display}, {"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
-    return options;
-  }
-
-  explicit RawAgent(const std::string& display, const std::vector<std::string>& parameters = {},
-                    const std::map<std::string, std::string>& environment = {}) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) abort();
-    socket_ = plat::FileDescriptor(ends[0]);
-    const plat::FileDescriptor theirs(ends[1]);
-    support::Program::Options options = programOptions(display);
-    for (const auto& [name, value] : environment) options.environment[name] = value;
-    options.descriptors = {{ends[1], ends[1]}};
-    std::vector<std::string> arguments{RUVO_AGENT, "user", std::to_string(ends[1])};
-    arguments.insert(arguments.end(), parameters.begin(), parameters.end());
-    program_ = std::make_unique<support::Program>(arguments, options);
-  }
+  explicit RawAgent(const std::string& display, const Agent::Parameters& parameters = {})
+      : RawAgent(Agent::options(display, parameters)) {}
+  explicit RawAgent(host::LaunchOptions options)
+      : errors_(memfd_create("errors", MFD_CLOEXEC)),
+        process_(host::AgentProcess::launch(bare(std::move(options), errors_.get()))),
+        socket_(process_.takeChannel()) {}
 
   // Writes all; what the agent sends meanwhile is not read.
   void send(const std::string& bytes) {
@@ -62,6 +44,7 @@ class RawAgent {
     return n < 0 ? 0 : static_cast<size_t>(n);
   }
   void hangUp() { socket_.reset(); }
+  void signal(int number) { process_.signal(number); }
 
   // Reads until done() or the end of the channel. False when neither comes.
   bool readUntil(const std::function<bool()>& done) {
@@ -73,23 +56,31 @@ class RawAgent {
       if (n <= 0) return done();
       bytes_.append(buffer, static_cast<size_t>(n));
       unparsed_.append(buffer, static_cast<size_t>(n));
-      for (Message& message : test::takeMessages(unparsed_)) messages.push_back(std::move(message));
+      for (Message& message : support::takeMessages(unparsed_)) {
+        messages.push_back(std::move(message));
+      }
     }
     return true;
   }
   // Everything sent before now has had its effect, and what the agent had to say has arrived.
   void sync() {
-    const Message answer{"badMsg", test::shortString("sync" + std::to_string(syncs_++))};
-    send(test::framed(answer.body));
+    const Message answer{"badMsg", support::shortString("sync" + std::to_string(syncs_++))};
+    send(support::framed(answer.body));
     const auto find = [&] { return std::find(messages.begin(), messages.end(), answer); };
-    ASSERT_TRUE(readUntil([&] { return find() != messages.end(); })) << program_->errors();
+    ASSERT_TRUE(readUntil([&] { return find() != messages.end(); })) << errors();
     messages.erase(find());
   }
+  bool isRunning() { return !process_.wait(0); }
   int exitStatus() {
     if (socket_) readUntil([] { return false; });
-    return program_->wait(support::Milliseconds(20000)).value_or(-1);
+    return process_.wait(20000).value_or(-1);
   }
-  support::Program& program() { return *program_; }
+  // What it has written to standard error.
+  std::string errors() const {
+    std::string text(static_cast<size_t>(lseek(errors_.get(), 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(errors_.get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    return text;
+  }
   std::vector<Log> logs() const {
     std::vector<Log> result;
     for (const Message& message : messages) {
@@ -116,8 +107,15 @@ class RawAgent {
   const std::string& bytes() const { return bytes_; }
 
  private:
+  static host::LaunchOptions bare(host::LaunchOptions options, int errors) {
+    options.standardError = errors;
+    options.reuseGrafts = false;
+    return options;
+  }
+
+  plat::FileDescriptor errors_;
+  host::AgentProcess process_;
   plat::FileDescriptor socket_;
-  std::unique_ptr<support::Program> program_;
   std::string bytes_;
   std::string unparsed_;
   int syncs_ = 0;

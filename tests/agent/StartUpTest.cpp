@@ -18,6 +18,13 @@ using support::Program;
 
 class StartUpTest : public SharedDisplay {};
 
+Program::Options programOptions(const std::string& display) {
+  Program::Options options;
+  options.captureOutput = options.captureErrors = true;
+  options.environment = {{"DISPLAY", display}, {"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+  return options;
+}
+
 // The end of a run without a channel.
 struct Outcome {
   int status;
@@ -41,7 +48,7 @@ TEST_F(StartUpTest, RefusesInTheUsersLanguage) {
       {"it_IT.UTF-8", "", "", "This program is not intended to be run directly.\n"},
   };
   for (const auto& c : cases) {
-    Program::Options options = RawAgent::programOptions(display());
+    Program::Options options = programOptions(display());
     options.environment["LC_ALL"] = c.all;
     options.environment["LC_MESSAGES"] = c.messages;
     options.environment["LANG"] = c.lang;
@@ -55,6 +62,7 @@ TEST_F(StartUpTest, RefusesInTheUsersLanguage) {
 TEST_F(StartUpTest, EndsWithoutADesktop) {
   const std::string usage =
       "ruvoagent " RUVO_VERSION "\nUsage: ruvoagent {service|user|virtual} [-";
+  const std::string badHash = "-hash argument bad or missing\n";
   const std::string xml = "<?xml version=\"1.0\"?>\n<config>\n<bool   name=\"_Agent";
   const struct {
     std::vector<std::string> arguments;
@@ -65,7 +73,15 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
       {{"user", "-paramsxml", "-nonsense"}, 0, "", xml},
       {{"user"}, 1, "Bad command-line: got <null> instead of pipe name\n", ""},
       {{"user", "-fork", "-dummy"}, 1, "Bad command-line: got -dummy instead of pipe name\n", ""},
-      {{"user", "-hash", "12", "name"}, 1, "-hash argument bad or missing\n", ""},
+      {{"user", "-Fork", "7"}, 1, "Bad command-line: got -Fork instead of pipe name\n", ""},
+      {{"user", "-hash", std::string(62, '0'), "7"}, 1, badHash, ""},
+      {{"user", "-hash", std::string(65, '0'), "7"}, 1, badHash, ""},
+      {{"user", "-hash", std::string(63, '0') + "g", "7"}, 1, badHash, ""},
+      {{"user", "0"}, 1, "Pipe name '0' is not a connected stream socket\n", ""},
+      {{"user", "99999999999999999999"},
+       1,
+       "Pipe name '99999999999999999999' is not an open descriptor\n",
+       ""},
       {{"user", "1023"}, 1, "Pipe name '1023' is not an open descriptor\n", ""},
       {{"user", "-dummy", "/?"}, 0, "", usage},
       {{"user", "-dummy", "-help", "xml"}, 0, "", xml},
@@ -78,21 +94,20 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.arguments));
-    const Outcome outcome = run(c.arguments, RawAgent::programOptions(":9999"));
+    const Outcome outcome = run(c.arguments, programOptions(":9999"));
     EXPECT_EQ(outcome.status, c.status);
     EXPECT_EQ(outcome.errors, c.errors);
     EXPECT_TRUE(outcome.output.starts_with(c.output)) << outcome.output;
     EXPECT_EQ(outcome.output.empty(), c.output.empty());
   }
-  const std::string help =
-      run({"user", "-dummy", "-HELP", "all"}, RawAgent::programOptions(":9999")).output;
+  const std::string help = run({"user", "-dummy", "-HELP", "all"}, programOptions(":9999")).output;
   for (const char* name : {"AgentAppX11", "SDesktopX11", "TXWindow", "TcpIo", "ruvoagent", "ipc"}) {
     EXPECT_NE(help.find(plat::format("\n  %s\n", name)), std::string::npos) << name;
   }
 }
 
 TEST_F(StartUpTest, NoFontIsAnError) {
-  test::TempDir fonts;
+  support::TempDir fonts;
   std::ofstream(fonts / "fonts.dir") << "0\n";
   const auto own = support::XServer::xvfb("64x48x24");
   const auto connection = own->connect();
@@ -100,7 +115,7 @@ TEST_F(StartUpTest, NoFontIsAnError) {
   char* paths[] = {path.data()};
   XSetFontPath(connection.get(), paths, 1);
   XSync(connection.get(), False);
-  const Outcome outcome = run({"user", "-dummy"}, RawAgent::programOptions(own->display()));
+  const Outcome outcome = run({"user", "-dummy"}, programOptions(own->display()));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Failed to load any font\n");
 }
@@ -108,7 +123,7 @@ TEST_F(StartUpTest, NoFontIsAnError) {
 // Whether it is the channel's or the X connection's, it would never be polled.
 TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
   const plat::FileDescriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  Program::Options options = RawAgent::programOptions(display());
+  Program::Options options = programOptions(display());
   for (int fd = STDERR_FILENO + 1; fd <= 1024; ++fd) options.descriptors[fd] = null.get();
   for (const char* name : {"1024", "-dummy"}) {
     const Outcome outcome = run({"user", name}, options);
@@ -121,7 +136,7 @@ TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
 // The next descriptor opened would take the place of standard error, so that the X server would get
 // to read what is written there.
 TEST_F(StartUpTest, StandardErrorMayBeClosed) {
-  const test::TempDir directory;
+  const support::TempDir directory;
   host::LaunchOptions options = Agent::options(display(), {{"Log", "*:ipc:100,*:nosuch:1"}});
   options.agent = agentScript(directory, "exec 2>&-");
   Agent agent(options);
@@ -151,8 +166,7 @@ TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
     getsockopt(channel.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
     Recorder seen;
     host::AgentConnection connection(std::move(channel), &seen);
-    ASSERT_TRUE(connection.processUntil([&] { return seen.logged; }, 10000));
-    EXPECT_EQ(seen.beforeLog, (std::vector<std::string>{"init 7cca9ecb", "initRectAndPf"}));
+    ASSERT_TRUE(connection.processUntil([&] { return seen.greeted(); }, 10000));
     // The one that was forked leads a session of its own.
     if (c.channel == Channel::kNamedSocket) {
       EXPECT_EQ(peer.pid != process.pid(), c.fork);
@@ -165,13 +179,13 @@ TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
   host::LaunchOptions options = Agent::options(display());
   options.channel = Channel::kNamedSocket;
   options.pipeOptions = {"-hash", "zz"};
-  EXPECT_EQ(test::thrownText([&] { host::AgentProcess::launch(options); }),
+  EXPECT_EQ(support::thrownText([&] { host::AgentProcess::launch(options); }),
             "the agent ended with status 1 before it connected");
 }
 
 TEST_F(StartUpTest, WithoutAServerItRunsUntilASignal) {
   Program program({RUVO_AGENT, "user", "-dummy", "-CompactLog", "-Log=*:stderr:100"},
-                  RawAgent::programOptions(display()));
+                  programOptions(display()));
   ASSERT_TRUE(support::waitFor(
       [&] { return program.errors().find("Discarding message") != std::string::npos; }));
   program.signal(SIGTERM);
@@ -180,7 +194,7 @@ TEST_F(StartUpTest, WithoutAServerItRunsUntilASignal) {
 }
 
 TEST_F(StartUpTest, ConfigurationDirectories) {
-  test::TempDir home;
+  support::TempDir home;
   for (const char* directory : {"config.d", "policy.d"}) {
     std::filesystem::create_directories(home / ".ruvo/" + directory);
   }
@@ -188,7 +202,9 @@ TEST_F(StartUpTest, ConfigurationDirectories) {
   std::ofstream(home / ".ruvo/config.d/common.custom") << "UpdatePeriod=11\n_MaxGrabRects=3\n";
   std::ofstream(home / ".ruvo/policy.d/common") << "UpdatePeriod=12\n";  // users impose none
 
-  RawAgent agent(display(), {"-poll", "6"}, {{"HOME", home.path()}});
+  host::LaunchOptions launch = Agent::options(display(), {{"poll", "6"}});
+  launch.environment[0].second = home.path();
+  RawAgent agent(launch);
   agent.sync();
   std::vector<std::string> settings;
   for (const std::string& line : agent.logText(30)) {
@@ -198,7 +214,7 @@ TEST_F(StartUpTest, ConfigurationDirectories) {
             (std::vector<std::string>{"poll=6 (Preference)", "PollInterval=77 (Preference)",
                                       "UpdatePeriod=11 (Preference)"}));
   // The list is of the program's own defaults.
-  Program::Options options = RawAgent::programOptions(display());
+  Program::Options options = programOptions(display());
   options.environment["HOME"] = home.path();
   EXPECT_EQ(run({"user", "-paramsxml"}, options).output.find("priority=\"10\""), std::string::npos);
 }

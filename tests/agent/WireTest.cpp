@@ -8,11 +8,11 @@
 
 namespace {
 
-using test::longString;
-using test::message;
-using test::shortString;
-using test::u16;
-using test::u32;
+using support::longString;
+using support::message;
+using support::shortString;
+using support::u16;
+using support::u32;
 
 using Names = std::vector<std::string>;
 
@@ -24,7 +24,7 @@ std::string parameter(const std::string& name, const std::string& value, uint32_
 std::string inFramesOf(size_t length, const std::string& payload) {
   std::vector<size_t> cuts;
   for (size_t at = 0; at < payload.size(); at += length) cuts.insert(cuts.end(), 2, at);
-  return test::framed(payload, cuts);
+  return support::framed(payload, cuts);
 }
 
 class WireTest : public SharedDisplay {};
@@ -71,7 +71,7 @@ TEST_F(WireTest, EveryMessageIsReadOrLeftBehind) {
       {inFramesOf(1, keyEvent) + inFramesOf(3, keyUp), {}, {}},
       {inFramesOf(32767, shortString("clientCutText") + longString(large)), {}, {}},
       {"\x80" + std::string(1, '\0'), {}, {endOfMsg}},
-      {test::framed("\5ab"), {}, {endOfMsg}},
+      {support::framed("\5ab"), {}, {endOfMsg}},
       {message("keyEvent", u32(1)), {}, {endOfMsg}},
       {message("clientCutText", u32(0x7FFFFFFF) + "short"), {}, {endOfMsg}},
       {message("stop", "x"), {}, {dataLeft}},
@@ -109,7 +109,7 @@ TEST_F(WireTest, ChannelMayEndAnywhere) {
     agent.send(bytes.substr(0, length));
     agent.hangUp();
     EXPECT_EQ(agent.exitStatus(), 0);
-    EXPECT_EQ(agent.program().errors(), "");
+    EXPECT_EQ(agent.errors(), "");
   }
 }
 
@@ -120,7 +120,7 @@ TEST_F(WireTest, NegativeLengthIsFatal) {
   agent.sync();
   agent.send(message("clientCutText", u32(0x80000000)));
   EXPECT_EQ(agent.exitStatus(), 128 + SIGABRT);
-  EXPECT_EQ(agent.program().errors(), line + "\n");
+  EXPECT_EQ(agent.errors(), line + "\n");
   EXPECT_EQ(agent.logText(), Names{"0 Assertion: " + line});
 }
 
@@ -163,26 +163,26 @@ TEST_F(WireTest, LinesForAServerThatDoesNotReadAreLimited) {
 
 TEST_F(WireTest, ServerThatNeverReadsIsGivenUp) {
   const struct {
-    const char* parameter;
+    std::pair<std::string, std::string> parameter;
     const char* reason;
   } cases[] = {
-      {"-LazyFlushTimeout=1", "FdIo: Server: Timed out\n"},
-      {"-MaxOutBufferSize=16384",
+      {{"LazyFlushTimeout", "1"}, "FdIo: Server: Timed out\n"},
+      {{"MaxOutBufferSize", "16384"},
        "FdIo: Server: BufferedOutStream overrun: buffer size exceeded\n"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.parameter);
-    RawAgent agent(display(), {c.parameter, "-Log=*:stderr:30"});
+    SCOPED_TRACE(c.parameter.first);
+    RawAgent agent(display(), {c.parameter, {"Log", "*:stderr:30"}});
     const std::string question = message(std::string(200, 'q'));
     EXPECT_TRUE(support::waitFor([&] {
       // Whole messages, as far as the agent takes them.
       while (agent.sendSome(question) > 0) {
       }
-      return !agent.program().isRunning();
+      return !agent.isRunning();
     }));
-    EXPECT_EQ(agent.program().wait(), 0);
-    EXPECT_NE(agent.program().errors().find(c.reason), std::string::npos);
-    EXPECT_NE(agent.program().errors().find("AgentServerX11: Quitting on server disconnect\n"),
+    EXPECT_EQ(agent.exitStatus(), 0);
+    EXPECT_NE(agent.errors().find(c.reason), std::string::npos);
+    EXPECT_NE(agent.errors().find("AgentServerX11: Quitting on server disconnect\n"),
               std::string::npos);
   }
 }

@@ -7,6 +7,8 @@ import signal
 import subprocess
 import time
 
+from wire import ruvo
+
 # Every window fills the screen and has the focus; no key and no button belongs to the
 # window manager.
 OPENBOX = """<openbox_config xmlns="http://openbox.org/3.4/rc">
@@ -73,17 +75,8 @@ class Desktop:
             LIBGL_ALWAYS_SOFTWARE="1", GSK_RENDERER="cairo", MOZ_DISABLE_CONTENT_SANDBOX="1")
         self.programs = Programs(log, environment)
         self.log = log
-        ours, theirs = os.pipe()
-        self.programs.start(
-            ["Xvfb", "-displayfd", str(theirs), "-screen", "0", "%dx%dx24" % SIZE, "-noreset",
-             "-nolisten", "tcp"], pass_fds=[theirs])
-        os.close(theirs)
-        with os.fdopen(ours) as number:
-            line = number.readline().strip()
-        if not line:
-            self.close()
-            raise RuntimeError("the X server does not start")
-        self.display = environment["DISPLAY"] = ":" + line
+        self.xserver = ruvo.XServer(screen="%dx%dx24" % SIZE)
+        environment["DISPLAY"] = self.xserver.display
         configuration = os.path.join(directory, "openbox.xml")
         with open(configuration, "w") as file:
             file.write(OPENBOX)
@@ -124,7 +117,7 @@ class Desktop:
         """The keycodes that are down."""
         xlib = ctypes.CDLL("libX11.so.6")
         xlib.XOpenDisplay.restype = ctypes.c_void_p
-        connection = ctypes.c_void_p(xlib.XOpenDisplay(self.display.encode()))
+        connection = ctypes.c_void_p(xlib.XOpenDisplay(self.xserver.display.encode()))
         keys = ctypes.create_string_buffer(32)
         xlib.XQueryKeymap(connection, keys)
         xlib.XCloseDisplay(connection)
@@ -153,3 +146,4 @@ class Desktop:
 
     def close(self):
         self.programs.stop_all()
+        self.xserver.close()

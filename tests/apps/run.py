@@ -33,7 +33,7 @@ def run_application(kind, options):
         agent = None
         try:
             screen.layout("us")
-            agent = wire.Agent(options.agent, screen.display, options.param, log)
+            agent = wire.Agent(options.agent, screen.xserver, options.param, log)
             application = kind(screen, agent, directory)
             for _ in range(options.busy):
                 screen.programs.start(["sh", "-c", "while :; do :; done"])

@@ -1,13 +1,16 @@
 """The server's end of an agent's channel, and the keys and buttons of the viewer behind it."""
 
-import contextlib
 import ctypes
-import os
+import pathlib
+import select
 import socket
 import struct
-import subprocess
+import sys
 import threading
 import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+import ruvo  # noqa: E402
 
 XKB = ctypes.CDLL("libxkbcommon.so.0")
 XKB.xkb_keysym_from_name.argtypes = [ctypes.c_char_p, ctypes.c_int]
@@ -23,78 +26,47 @@ def keysym(name):
     return found
 
 
-class Agent:
-    """A running agent, started."""
+class Agent(ruvo.Agent):
+    """A running agent, started. What it sends is read all the time."""
 
-    MAX_FRAME = 32766
-
-    def __init__(self, program, display, parameters, log):
-        ours, theirs = socket.socketpair()
-        theirs_low = os.dup(theirs.fileno())
-        self.process = subprocess.Popen(
-            [program, "user", str(theirs_low), *parameters],
-            pass_fds=[theirs_low],
-            stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-            env={**os.environ, "DISPLAY": display})
-        os.close(theirs_low)
-        theirs.close()
-        self.socket = ours
-        self.log = log
+    def __init__(self, program, xserver, parameters, log):
         self.changed = threading.Condition()
         self.copied = []  # every text that arrived
-        self.received = set()  # the names of the messages that arrived
-        self.ended = False
-        threading.Thread(target=self._read, daemon=True).start()
-        self.send("start")
-        self.wait(lambda: "setPixelBuffer" in self.received, "the agent's framebuffer")
-
-    # The channel.
-
-    def send(self, name, body=b""):
-        message = bytes([len(name)]) + name.encode() + body
-        frames = []
-        for begin in range(0, len(message), self.MAX_FRAME):
-            part = message[begin:begin + self.MAX_FRAME]
-            last = begin + self.MAX_FRAME >= len(message)
-            frames.append(struct.pack(">H", len(part) | (0x8000 if last else 0)) + part)
-        self.socket.sendall(b"".join(frames))
+        self.output = log
+        super().__init__(xserver, *parameters, program=program)
+        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.reader.start()
+        self.say("start")
+        self.wait(lambda: self.count("setPixelBuffer"), "the agent's framebuffer")
 
     def wait(self, condition, what, seconds=30):
         with self.changed:
-            if not self.changed.wait_for(lambda: condition() or self.ended, seconds) or self.ended:
+            if not self.changed.wait_for(lambda: condition() or not self.open, seconds) \
+                    or not self.open:
                 raise TimeoutError(f"waiting for {what}")
 
     def _read(self):
-        message = b""
-        with self.socket.makefile("rb") as stream, contextlib.suppress(OSError):
-            while len(header := stream.read(2)) == 2:
-                size = struct.unpack(">H", header)[0]
-                message += stream.read(size & 0x7FFF)
-                if size & 0x8000:
-                    self._take(message)
-                    message = b""
-        with self.changed:
-            self.ended = True
-            self.changed.notify_all()
+        while self.open:
+            select.select([self.socket], [], [], 1)
+            with self.changed:
+                self.pump()
+                self.changed.notify_all()
 
-    def _take(self, message):
-        name = message[1:1 + message[0]].decode()
-        body = message[1 + message[0]:]
-        with self.changed:
-            self.received.add(name)
-            if name == "serverCutText":
-                self.copied.append(body[4:])
-            elif name == "logMsg":
-                length = body[4]
-                text = body[5 + length + 4:]
-                self.log.write(b"%d %s: %s\n" % (struct.unpack(">I", body[:4])[0],
-                                                 body[5:5 + length], text))
-            self.changed.notify_all()
+    def give_way(self):
+        time.sleep(0.01)
+
+    def _take(self, name, body):
+        super()._take(name, body)
+        if name == "serverCutText":
+            self.copied.append(body[4:])
+        elif name == "logMsg":
+            self.output.write(b"%d %b: %b\n" % tuple(
+                part if isinstance(part, int) else part.encode() for part in self.log.pop()))
 
     # What a viewer does.
 
     def key(self, name, down):
-        self.send("keyEvent", struct.pack(">IB", keysym(name), down))
+        self.send(ruvo.key(keysym(name), down))
 
     def press(self, *combinations):
         """Presses keys, those joined with "+" together."""
@@ -116,7 +88,7 @@ class Agent:
 
     def pointer(self, x, y, button=0):
         mask = 1 << (button - 1) if button else 0
-        self.send("pointerEvent", struct.pack(">iiIB", x, y, mask, 0))
+        self.say("pointerEvent", struct.pack(">iiIB", x, y, mask, 0))
 
     def click(self, x, y, button=1, count=1, pause=0.01):
         """PAUSE: seconds that a finger stays where it is."""
@@ -139,17 +111,12 @@ class Agent:
         self.pointer(*end)
 
     def cut_text(self, text):
-        data = text.encode()
-        self.send("clientCutText", struct.pack(">i", len(data)) + data)
+        self.say("clientCutText", ruvo.string(text))
 
     def close(self):
-        with contextlib.suppress(OSError):
-            self.socket.shutdown(socket.SHUT_RDWR)
-        try:
-            self.process.wait(10)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
-            raise
-        finally:
-            self.socket.close()
+        self.socket.shutdown(socket.SHUT_RDWR)
+        self.reader.join()
+        self.ended()
+        self.errors.seek(0)
+        self.output.write(self.errors.read())
+        super().close()

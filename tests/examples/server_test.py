@@ -15,7 +15,7 @@ import zlib
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tests" / "support"))
 sys.dont_write_bytecode = True
-from xvfb import xvfb  # noqa: E402
+from ruvo import xvfb  # noqa: E402
 
 SERVER = sys.argv[2] if len(sys.argv) > 2 else ROOT / "examples" / "server.py"
 TEXT = "Grüße, 5 €"

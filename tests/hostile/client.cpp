@@ -102,9 +102,8 @@ void flood() {
   const std::string kind = word(0);
   const long rate = argument(1, 0);
   const std::vector<Window> windows = hiddenWindows();
-  int fixes = 0, damage = 0, ignored = 0;
+  int fixes = 0, ignored = 0;
   XFixesQueryExtension(display, &fixes, &ignored);
-  XDamageQueryExtension(display, &damage, &ignored);
   for (int type = 2; type < 128; ++type) XESetEventToWire(display, type, copyRaw);
   const Atom selections[] = {XA_PRIMARY, atom("CLIPBOARD")};
   const Atom targets[] = {atom("TIMESTAMP"), atom("TARGETS"), atom("UTF8_STRING"), XA_STRING};
@@ -124,9 +123,6 @@ void flood() {
       // subtype, window, owner, selection, timestamp, selection timestamp
       const CARD32 content[8] = {0, id(to), id(own), id(selection), n, n};
       sendRaw(to, wireOf(fixes + XFixesSelectionNotify, content));
-    } else if (kind == "damage") {
-      const CARD32 content[8] = {0, id(root), 0x200001 + n % 64, n};
-      sendRaw(to, wireOf(damage + XDamageNotify, content));
     } else if (kind == "request") {  // time, owner, requestor, selection, target, property
       const CARD32 content[8] = {
           0, 0, id(to), id(own), id(selection), XA_STRING, id(properties[2])};
@@ -141,9 +137,6 @@ void flood() {
     } else if (kind == "mapping") {  // request, first keycode, count
       const CARD32 content[8] = {0, 0x00F80801};
       sendRaw(to, wireOf(MappingNotify, content));
-    } else if (kind == "property") {  // window, atom, time, state
-      const CARD32 content[8] = {0, id(to), id(properties[turn % 4]), n, 0};
-      sendRaw(to, wireOf(PropertyNotify, content));
     } else if (kind == "real-property") {
       const unsigned char byte = 0;
       XChangeProperty(display, to, properties[turn % 4], XA_INTEGER, 8, PropModeReplace, &byte, 1);
@@ -297,14 +290,9 @@ void grab() {
   say("released");
 }
 
-void killAgent() {
-  XKillClient(display, hiddenWindows().at(0));
-  ready();
-}
-
 // own MODE: owns both selections and answers
-//   endless: with pieces that never end; pieces: one piece, then nothing; future: a time far ahead;
-//   types: with types and formats that do not fit; text TEXT: as it should be; silent: never
+//   pieces: one piece, then nothing; types: with types and formats that do not fit;
+//   text TEXT: as it should be; silent: never
 void ownSelections() {
   const std::string mode = word(0);
   const Atom incr = atom("INCR"), utf8 = atom("UTF8_STRING");
@@ -327,11 +315,6 @@ void ownSelections() {
   };
   for (;;) {
     XNextEvent(display, &event);
-    if (event.type == PropertyNotify && event.xproperty.window != own &&
-        event.xproperty.state == PropertyDelete && mode == "endless") {
-      say("piece");
-      set(event.xproperty.window, event.xproperty.atom, utf8, 8, piece.data(), piece.size());
-    }
     if (event.type != SelectionRequest || mode == "silent") continue;
     const XSelectionRequestEvent& r = event.xselectionrequest;
     XEvent reply{};
@@ -347,10 +330,9 @@ void ownSelections() {
       const Atom targets[] = {utf8, XA_STRING, atom("TIMESTAMP")};
       set(r.requestor, r.property, XA_ATOM, 32, targets, 3);
     } else if (r.target == atom("TIMESTAMP")) {
-      const long stamp = static_cast<long>(mode == "future" ? time + 0x70000000 : time);
+      const long stamp = static_cast<long>(time);
       set(r.requestor, r.property, XA_INTEGER, 32, &stamp, 1);
-      say("asked");
-    } else if (mode == "endless" || mode == "pieces") {
+    } else if (mode == "pieces") {
       XSelectInput(display, r.requestor, PropertyChangeMask);
       const long size = 1 << 30;
       set(r.requestor, r.property, incr, 32, &size, 1);
@@ -469,7 +451,6 @@ int main(int argc, char** argv) {
                                                       {"free", freeResources},
                                                       {"grab", grab},
                                                       {"keymaps", keymaps},
-                                                      {"kill", killAgent},
                                                       {"move", move},
                                                       {"own", ownSelections},
                                                       {"pids", pids},
@@ -478,11 +459,6 @@ int main(int argc, char** argv) {
                                                       {"spoil", spoil},
                                                       {"state", state},
                                                       {"vanish", vanish},
-                                                      {"windows",
-                                                       [] {
-                                                         for (const Window window : hiddenWindows())
-                                                           say(std::to_string(window));
-                                                       }},
                                                       {"witness", witness}};
   const auto command = commands.find(argc > 1 ? argv[1] : "");
   if (command == commands.end()) {

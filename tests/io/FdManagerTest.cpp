@@ -45,8 +45,8 @@ class TestHandler : public FdHandler {
 template <typename Manager>
 class FdManagerTest : public testing::Test {
  protected:
-  test::ManualClock clock_;
-  test::SocketPair pair_;
+  support::ManualClock clock_;
+  support::SocketPair pair_;
   Manager manager_{true};
 };
 using Managers = testing::Types<FdSelectManager, FdPollManager>;
@@ -62,8 +62,8 @@ TEST(FdManager, WaitIsTheShorterOfTimerAndCaller) {
     }
     int waitMs = -2;
   } manager;
-  test::ManualClock clock_;
-  test::ActionTimer action;
+  support::ManualClock clock_;
+  support::ActionTimer action;
   const auto waited = [&](int timeoutMs) {
     EXPECT_TRUE(manager.process(timeoutMs));
     return manager.waitMs;
@@ -100,7 +100,7 @@ TYPED_TEST(FdManagerTest, TimersThenDeferredThenReadsThenWritesFromTheBack) {
     this->manager_.defer(handler);
     this->manager_.defer(handler);
   }
-  test::ActionTimer action([&calls] { calls += "t"; });
+  support::ActionTimer action([&calls] { calls += "t"; });
   action.timer.start(0);
   this->manager_.process(-1);
   EXPECT_EQ(calls, "td1d0r0w1");
@@ -114,7 +114,7 @@ TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
   for (Way way : {kUnregister, kDestroy, kDestroyItself, kDropInterest}) {
     for (Set set : {kRead, kWrite, kDeferred}) {
       if (set == kDeferred && way == kDropInterest) continue;
-      const test::SocketPair pair;
+      const support::SocketPair pair;
       pair.put("x");
       auto a = std::make_unique<TestHandler>(pair.ours.get());
       auto b = std::make_unique<TestHandler>(pair.ours.get());
@@ -162,7 +162,7 @@ TYPED_TEST(FdManagerTest, KickerWakesFromAnotherThread) {
 
 // A descriptor above what a set of descriptors holds, as servers have.
 TEST(FdManager, HighDescriptors) {
-  const test::SocketPair pair;
+  const support::SocketPair pair;
   pair.put("x");
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);

@@ -15,15 +15,15 @@
 namespace io {
 namespace {
 
-using test::message;
-using test::shortString;
-using test::TestChannel;
-using test::u32;
+using support::message;
+using support::shortString;
+using support::TestChannel;
+using support::u32;
 
 plat::LogSrc vlog("TestIpc");
 
 std::string logMsg(uint32_t level, std::string_view source, std::string_view text) {
-  return message("logMsg", u32(level) + shortString(source) + test::longString(text));
+  return message("logMsg", u32(level) + shortString(source) + support::longString(text));
 }
 std::string debugLine(std::string_view text) {
   return logMsg(100, "TestIpc", text);

@@ -15,11 +15,11 @@
 namespace io {
 namespace {
 
-using test::message;
-using test::shortString;
-using test::TestChannel;
-using test::thrownBy;
-using test::u32;
+using support::message;
+using support::shortString;
+using support::TestChannel;
+using support::thrownBy;
+using support::u32;
 using Lines = std::vector<std::string>;
 
 std::string number(uint32_t value) {

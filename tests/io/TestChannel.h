@@ -11,7 +11,7 @@
 #include "io/MsgIpc.h"
 #include "support/SocketPair.h"
 
-namespace test {
+namespace support {
 
 // A channel on this thread's loop, with the raw socket of its peer. It has readers for
 //   number: U32
@@ -84,4 +84,4 @@ class TestChannel : private io::MsgIpc::Callback, private io::MsgIpc::Reader {
   std::string seen_;
 };
 
-}  // namespace test
+}  // namespace support

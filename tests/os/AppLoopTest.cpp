@@ -14,7 +14,7 @@
 namespace os {
 namespace {
 
-using test::ActionTimer;
+using support::ActionTimer;
 
 TEST(AppLoopTest, QuitEndsTheLoopAfterTheTurn) {
   io::FdSelectManager descriptors;

@@ -22,49 +22,12 @@
 namespace os {
 namespace {
 
-using test::thrownText;
+using support::thrownText;
 
 constexpr const char* kHash = "630dcd2966c4336691125448bbb25b4ff412a49c732db2c8abc1b8581bd710dd";
 
 LaunchedPipe parse(const std::vector<const char*>& arguments) {
   return LaunchedPipe(static_cast<int>(arguments.size()), arguments.data(), 0);
-}
-
-TEST(LaunchedPipeTest, Arguments) {
-  const LaunchedPipe pipe = parse({"-lppDebug", "-hash", kHash, "-fork", "p", "x=1"});
-  EXPECT_EQ(pipe.name(), "p");
-  EXPECT_EQ(pipe.nextArgument(), 5);
-  EXPECT_EQ(parse({"some/pipe", "-fork"}).nextArgument(), 1);
-  const std::string hash = "-hash argument bad or missing";
-  const std::string notHex = std::string(63, '0') + "g", tooLong(65, '0');
-  const std::pair<std::vector<const char*>, std::string> bad[] = {
-      {{"-Fork", "7"}, "Bad command-line: got -Fork instead of pipe name"},
-      {{"-hash", notHex.c_str(), "7"}, hash},
-      {{"-hash", tooLong.c_str(), "7"}, hash}};
-  for (const auto& [arguments, text] : bad) EXPECT_EQ(thrownText([&] { parse(arguments); }), text);
-}
-
-TEST(LaunchedPipeTest, InheritedDescriptor) {
-  int ends[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-  const plat::FileDescriptor peer(ends[1]);
-  const std::string name = std::to_string(ends[0]);
-  // The hash is checked for its form only; no exchange, so this does not wait.
-  const plat::FileDescriptor fd = parse({"-hash", kHash, name.c_str()}).open();
-  EXPECT_EQ(fd.get(), ends[0]);
-  EXPECT_TRUE(fcntl(fd.get(), F_GETFD) & FD_CLOEXEC);
-  EXPECT_TRUE(fcntl(fd.get(), F_GETFL) & O_NONBLOCK);
-  EXPECT_EQ(thrownText([] { parse({"99999999999999999999"}).open(); }),
-            "Pipe name '99999999999999999999' is not an open descriptor");
-  int pipeEnds[2];
-  ASSERT_EQ(pipe(pipeEnds), 0);
-  const plat::FileDescriptor in(pipeEnds[0]), out(pipeEnds[1]), file(::open("/dev/null", O_RDWR)),
-      unconnected(socket(AF_UNIX, SOCK_STREAM, 0)), datagrams(socket(AF_INET, SOCK_DGRAM, 0));
-  for (const plat::FileDescriptor* bad : {&in, &out, &file, &unconnected, &datagrams}) {
-    const std::string number = std::to_string(bad->get());
-    EXPECT_EQ(thrownText([&] { parse({number.c_str()}).open(); }),
-              "Pipe name '" + number + "' is not a connected stream socket");
-  }
 }
 
 // A listening socket in a directory of its own.
@@ -86,7 +49,7 @@ class LaunchedSocketTest : public testing::Test {
     return parse(options).open(settings_);
   }
 
-  test::TempDir directory_;
+  support::TempDir directory_;
   std::string path_ = directory_ / "pipe", debugFile_ = directory_ / "debug.log";
   LaunchedPipe::Settings settings_;
   plat::FileDescriptor listener_, standardError_{fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)};

@@ -22,7 +22,7 @@ TEST(ProcessInfoTest, ReadsWhatTheSystemWrites) {
        "a"},
       {"Uid:\tnobody\n", std::nullopt, std::string(5 << 20, 'A') + "\0XAUTHORITY=far"s, ""},
   };
-  const test::TempDir proc;
+  const support::TempDir proc;
   std::filesystem::create_directory(proc / "42");
   const os::ProcessInfo info(42, proc.path());
   EXPECT_EQ(info.userId(), std::nullopt) << "a process that has ended";

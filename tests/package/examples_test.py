@@ -13,7 +13,7 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tests" / "support"))
 sys.dont_write_bytecode = True
-from xvfb import xvfb  # noqa: E402
+from ruvo import xvfb  # noqa: E402
 
 COLOUR = bytes.fromhex("336699")
 

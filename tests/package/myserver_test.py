@@ -12,7 +12,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tests" / "support"))
 sys.dont_write_bytecode = True
-from xvfb import xvfb  # noqa: E402
+from ruvo import xvfb  # noqa: E402
 
 
 def main():

@@ -32,7 +32,7 @@ class ConfigStoreFileTest : public testing::Test {
   }
   void load() { ConfigStoreFile({path("program"), path("first"), path("second")}).load(config_); }
 
-  test::TempDir root_;
+  support::TempDir root_;
   plat::Configuration config_{"Test"};
   plat::StringParameter text_{"Text", "", "", false, nullptr, &config_};
   plat::IntParameter number_{"Number", "", 1, 0, 99, false, nullptr, &config_};

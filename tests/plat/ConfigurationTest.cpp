@@ -53,7 +53,7 @@ TEST_F(ConfigurationTest, FindsParametersAndAliases) {
   Group g;
   EXPECT_EQ(g.config.findParam("Inner", false), nullptr);
   EXPECT_EQ(&g.config.getParam("INNER"), &g.inner);
-  EXPECT_EQ(test::thrownText([&] { g.config.getParam("Fla"); }), "Parameter Fla not found");
+  EXPECT_EQ(support::thrownText([&] { g.config.getParam("Fla"); }), "Parameter Fla not found");
   ParameterAlias alias("Both", {"Flag", "PollInterval", "Absent"}, &g.config);
   EXPECT_TRUE(g.config.setParam("BOTH", "1", 30));
   EXPECT_EQ(g.flag.getValueStrAt(30), "1");
@@ -87,7 +87,7 @@ TEST_F(ConfigurationTest, ReadsTheCommandLine) {
     std::vector<const char*> args = c.args;
     args.push_back(nullptr);
     int help = -1;
-    EXPECT_EQ(test::thrownBy([&] {
+    EXPECT_EQ(support::thrownBy([&] {
                 g.config.processArgs(args.data(), [&](Configuration::HelpMode mode) {
                   help = static_cast<int>(mode);
                 });

@@ -39,7 +39,7 @@ TEST(Json, RefusesEverythingElse) {
                               "\x" "\ "\u12" "\u12g4" "\ud800" "\ud800\u0041" "\udc00")");
   for (std::string word; words >> word;) bad.push_back(word);
   for (const std::string& text : bad) EXPECT_THROW(Json::parse(text), Exception) << text;
-  EXPECT_EQ(test::thrownText([] { Json::parse("{\"a\": 1,\n  \"b\": x}"); }),
+  EXPECT_EQ(support::thrownText([] { Json::parse("{\"a\": 1,\n  \"b\": x}"); }),
             "line 2, column 8: a value is expected");
 }
 

@@ -27,7 +27,7 @@ uint32_t modeOf(const std::string& path) {
 // A file that its holder removes between another's opening and locking it must not be taken for the
 // lock by that other one.
 TEST(LockFileTest, OneHolderWhileOthersRemove) {
-  const test::TempDir dir;
+  const support::TempDir dir;
   const std::string path = dir / "lock";
   std::atomic<int> holders = 0, taken = 0;
   std::atomic<bool> shared = false;
@@ -53,7 +53,7 @@ TEST(LockFileTest, OneHolderWhileOthersRemove) {
 // Only a directory that is our own will do, and nobody else may look into it; another place is
 // found or none, and each fault is told once.
 TEST(LockDirTest, IsPrivate) {
-  const test::TempDir base;
+  const support::TempDir base;
   const std::string user = std::to_string(geteuid());
   const std::string top = base / ".ruvo-" + user, elsewhere = base / "elsewhere";
   // Root's second place belongs to the machine.

@@ -35,7 +35,7 @@ TEST(LogDestFileTest, Lines) {
               format("<%d> 2023-11-14T22:13:20.007Z %s ruvoagent[%d]: Src: a: %%s\nb\n", number,
                      host, static_cast<int>(getpid())));
   }
-  const test::Environment zone("TZ", "TST-05:30");
+  const support::Environment zone("TZ", "TST-05:30");
   EXPECT_EQ(LogDestFile::formatLine(line("text"), true), "03:43:20.007 Src: text\n");
 }
 
@@ -66,7 +66,7 @@ TEST(LogDestFileTest, ColoursOnATerminalOnly) {
 }
 
 TEST(LogDestFileTest, FilesGrowAndRotate) {
-  const test::TempDir dir;
+  const support::TempDir dir;
   const size_t length = LogDestFile::formatLine(line("1"), true).size();
   for (const char* texts : {"12", "345"}) {
     LogDestFile dest("t", LogDestFile::Kind::kFile);
@@ -87,8 +87,8 @@ TEST(LogDestFileTest, FilesGrowAndRotate) {
 }
 
 TEST(LogDestFileTest, FallsBackToTheDefaultFile) {
-  const test::TempDir dir;
-  const test::Environment home("HOME", dir.path());
+  const support::TempDir dir;
+  const support::Environment home("HOME", dir.path());
   LogDestFile dest("t", LogDestFile::Kind::kFile);
   testing::internal::CaptureStderr();
   dest.setPath("", dir / "missing/log");

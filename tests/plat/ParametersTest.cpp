@@ -201,7 +201,7 @@ TEST(XmlConfigTest, AppliesNothingOfABadDocument) {
     documents.push_back(before.substr(0, length));
   }
   for (const std::string& document : documents) {
-    EXPECT_EQ(test::thrownText([&] { XmlConfig::read(document, g.config); }),
+    EXPECT_EQ(support::thrownText([&] { XmlConfig::read(document, g.config); }),
               "Incompatible XML config")
         << document.substr(0, 200);
     EXPECT_EQ(g.written(), before) << document.substr(0, 200);

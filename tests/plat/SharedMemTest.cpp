@@ -34,16 +34,21 @@ class SharedMemTest : public testing::Test {
   SharedMemTest() { LockDir::setBase(base_.path()); }
   ~SharedMemTest() override { LockDir::setBase(""); }
 
-  const test::TempDir base_;
+  const support::TempDir base_;
   const std::string locks_ = base_ / ".ruvo-" + std::to_string(geteuid()) + "/shm";
 };
 
 TEST_F(SharedMemTest, BlocksAreShared) {
   const support::LogCapture lines;
+  const mode_t mask = umask(0);
   const SharedMemPosix posix(5000);
+  umask(mask);
   const SharedMemSysV sysV(5000);
   EXPECT_EQ(posix.name(),
             "/ruvo-" + std::to_string(getpid()) + "-" + std::to_string(sysV.serial() - 1));
+  struct stat status {};
+  ASSERT_EQ(stat(("/dev/shm" + posix.name()).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u) << "nobody else sees the screen";
   for (const SharedMem* block : std::initializer_list<const SharedMem*>{&posix, &sysV}) {
     EXPECT_EQ(std::count(block->data(), block->data() + 5000, 0), 5000);
     const auto peer = openSharedMem(block->descriptor());
@@ -67,7 +72,7 @@ TEST_F(SharedMemTest, Errors) {
       {{Kind::kPosix, 0, "/dev/zero", true, 0, -1}, "invalid shared memory size"},
   };
   for (const auto& [descriptor, text] : cases) {
-    const std::string thrown = test::thrownText([&] { openSharedMem(descriptor); });
+    const std::string thrown = support::thrownText([&] { openSharedMem(descriptor); });
     EXPECT_TRUE(thrown.starts_with(text)) << thrown;
   }
 }

@@ -13,7 +13,7 @@
 namespace plat {
 namespace {
 
-using test::ActionTimer;
+using support::ActionTimer;
 
 class TimerTest : public testing::Test {
  protected:
@@ -27,7 +27,7 @@ class TimerTest : public testing::Test {
     return fired_;
   }
 
-  test::ManualClock clock_;
+  support::ManualClock clock_;
   std::string fired_;
   TimerManager manager_{nullptr, true};
 };

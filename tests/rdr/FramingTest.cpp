@@ -15,8 +15,8 @@
 namespace rdr {
 namespace {
 
-using test::framed;
-using test::thrownBy;
+using support::framed;
+using support::thrownBy;
 
 // The frames that were written, such as "32766 1!"; the last of a message has the mark.
 std::string framesOf(const MemOutStream& out, size_t from = 0) {
@@ -64,47 +64,9 @@ TEST(FramedOut, IntegersAreNotSplitAndFlushDeliversWhatIsThere) {
   EXPECT_EQ(framesOf(mem), "32764 4 1!");
 }
 
-const std::string kSample =
-    "\x01" + test::u16(0x0203) + test::u32(0x04050607) + test::longString("some text") + "\xFF";
-
-std::string readSample(InStream& in) {
-  const int first = in.readU8();
-  const int second = in.readU16();
-  const uint32_t third = in.readU32();
-  const plat::String text = in.readString(100);
-  return plat::format("%d %d %u %s %d", first, second, third, text.c_str(), in.readU8());
-}
-
-TEST(FramedIn, FramesMayBeCutAnywhere) {
-  for (size_t a = 0; a <= kSample.size(); ++a) {
-    for (size_t b = a; b <= kSample.size(); ++b) {
-      const std::string bytes = framed(kSample, {a, b, b});
-      MemInStream mem(bytes.data(), bytes.size());
-      InStreamV4 in(&mem);
-      in.startMsg();
-      ASSERT_EQ(readSample(in), "1 515 67438087 some text 255");
-      in.endMsg();
-      EXPECT_EQ(mem.available(), 0u);
-    }
-  }
-}
-
-TEST(FramedIn, MessageEndsInsideAnItem) {
-  const std::string bytes = framed("abc", {2}) + framed("x");
-  MemInStream mem(bytes.data(), bytes.size());
-  InStreamV4 in(&mem);
-  in.startMsg();
-  EXPECT_EQ(thrownBy([&] { in.readU32(); }), "EndOfMsg: End of message");
-  EXPECT_EQ(in.readU8(), 'a') << "the failed read must consume nothing";
-  in.skipToEndOfMsg();
-  in.endMsg();
-  in.startMsg();
-  EXPECT_EQ(in.readU8(), 'x');
-}
-
 TEST(FramedIn, MessagesThatHaveNotArrived) {
   const std::string first = framed("some bytes", {0, 3, 3, 7});
-  test::DripStream drip(first + framed(std::string(5000, 's'), {100, 100, 4000}) + framed("t"));
+  support::DripStream drip(first + framed(std::string(5000, 's'), {100, 100, 4000}) + framed("t"));
   InStreamV4 in(&drip);
   in.setBufferedOnly(true);
   for (size_t i = 0; i < first.size(); ++i) {

@@ -16,12 +16,12 @@
 namespace rdr {
 namespace {
 
-using test::longString;
-using test::u32;
+using support::longString;
+using support::u32;
 
 // The other kinds pass between agents and servers in the tests of the whole program.
 TEST(SharedMemDescriptor, FileAtAPosition) {
-  const test::TempDir directory;
+  const support::TempDir directory;
   const std::string path = directory / "file";
   std::ofstream(path) << std::string(20000, 'a');
   const plat::SharedMemPosix file(path, 5000, true, 9000);
@@ -53,7 +53,7 @@ TEST(SharedMemDescriptor, BadInput) {
                       "open/shm_open failed: No such file or directory (2)"}};
   for (const auto& c : cases) {
     MemInStream in(c.bytes.data(), c.bytes.size());
-    EXPECT_EQ(test::thrownText([&] { readSharedMem(in); }), c.text);
+    EXPECT_EQ(support::thrownText([&] { readSharedMem(in); }), c.text);
   }
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "rdr/Exceptions.h"
@@ -8,44 +9,16 @@
 #include "rdr/MemInStream.h"
 #include "rdr/MemOutStream.h"
 #include "support/Frames.h"
+#include "support/ManualClock.h"
+#include "support/ParameterValue.h"
 #include "support/SocketPair.h"
 #include "support/Thrown.h"
 
 namespace rdr {
 namespace {
 
-using test::SocketPair;
-using test::thrownBy;
-
-TEST(Streams, TypedValuesAreBigEndianAndReadBack) {
-  MemOutStream out(1);
-  out.writeU8(0xFE);
-  out.writeU16(0x0102);
-  out.writeU32(0x80000001u);
-  out.writeS32(-2);
-  out.writeU64(0x1122334455667788u);
-  out.writeString("h\xC3\xA9");
-  out.writeShortString("name");
-  out.pad(3);
-  out.writeBytes("xyz", 3);
-  const std::string written(reinterpret_cast<const char*>(out.data()), out.size());
-  EXPECT_EQ(written,
-            std::string("\xFE\x01\x02\x80\0\0\x01\xFF\xFF\xFF\xFE\x11\x22\x33\x44\x55\x66\x77\x88"
-                        "\0\0\0\x03h\xC3\xA9\x04name\0\0\0xyz",
-                        37));
-
-  MemInStream in(out.data(), out.size());
-  EXPECT_EQ(in.readU8(), 0xFE);
-  EXPECT_EQ(in.readU16(), 0x0102);
-  EXPECT_EQ(in.readU32(), 0x80000001u);
-  EXPECT_EQ(in.readS32(), -2);
-  EXPECT_EQ(in.readU64(), 0x1122334455667788u);
-  EXPECT_EQ(in.readString(3), plat::String("h\xC3\xA9"));
-  EXPECT_EQ(in.readShortString(), plat::String("name"));
-  in.skip(3);
-  EXPECT_EQ(thrownBy([&] { in.readU32(); }), "EndOfStream: End of in-memory input stream");
-  EXPECT_EQ(in.available(), 3u) << "the failed read must consume nothing";
-}
+using support::SocketPair;
+using support::thrownBy;
 
 TEST(Streams, StringLimits) {
   const std::string text = "\rone\r\ntwo";
@@ -54,7 +27,7 @@ TEST(Streams, StringLimits) {
   EXPECT_EQ(thrownBy([&] { lines.readLine(2); }),
             "StringTooLongException: String exceeds maximum length");
   // An absurd count costs no memory.
-  const std::string lie = test::u32(0xFFFFFFFF) + "ab";
+  const std::string lie = support::u32(0xFFFFFFFF) + "ab";
   MemInStream liar(lie.data(), lie.size());
   EXPECT_EQ(thrownBy([&] { liar.readString(0xFFFFFFFF); }),
             "EndOfStream: End of in-memory input stream");
@@ -108,6 +81,40 @@ TEST(FdOutStream, KeepsWhatThePeerDoesNotTake) {
     EXPECT_TRUE(received == sent);
     EXPECT_EQ(out.pending(), 0u);
   }
+}
+
+TEST(FdOutStream, GivesUpAPeerThatTakesTooLittle) {
+  const auto give = [](FdOutStream& out, size_t size) {
+    out.writeBytes(std::string(size, 'x').data(), size);
+    out.flush();
+  };
+  support::ManualClock clock;
+  support::ParameterValue limit("MaxOutBufferSize", "1000000"), seconds("LazyFlushTimeout", "10");
+  {
+    SocketPair pair;
+    FdOutStream out(pair.ours.get());
+    give(out, 900000);
+    for (int i = 0; i < 2; ++i) {
+      clock.advanceMs(9900);
+      pair.take(100000);
+      out.flush();
+    }
+    ASSERT_GT(out.pending(), 0u);
+    clock.advanceMs(9900);
+    out.flush();
+    clock.advanceMs(100);
+    EXPECT_EQ(thrownBy([&] { out.flush(); }), "TimedOut: Timed out");
+  }
+  limit.set("16384");
+  SocketPair pair;
+  FdOutStream out(pair.ours.get());
+  size_t most = 0;
+  EXPECT_NE(thrownBy([&] {
+              for (;; most = std::max(most, out.pending())) give(out, 1000);
+            }).find("buffer size exceeded"),
+            std::string::npos);
+  EXPECT_GT(most, 16384u - 1000);
+  EXPECT_LE(most, 16384u);
 }
 
 }  // namespace

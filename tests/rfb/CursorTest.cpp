@@ -10,7 +10,7 @@ namespace {
 
 const PixelFormat kRgb32(32, 24, false, true, 255, 255, 255, 16, 8, 0);
 
-using test::pixels;
+using support::pixels;
 using Values = std::vector<uint32_t>;
 
 TEST(CursorWithAlpha, DrawsOver) {
@@ -70,7 +70,7 @@ TEST(ArrowCursor, IsTwelveByTwentyOneInAnyFormat) {
     ArrowCursor arrow(format, &map);
     EXPECT_EQ(arrow.getRect(), Rect(0, 0, 12, 21));
     EXPECT_EQ(arrow.getPixel(0, 0), white);
-    test::forEachPixel(arrow, [&](int x, int y) {
+    support::forEachPixel(arrow, [&](int x, int y) {
       // The black body never meets the outside.
       if (arrow.getPixel(x, y) != 0) return;
       EXPECT_TRUE(!arrow.maskBit(x, y) || (arrow.maskBit(x - 1, y) && arrow.maskBit(x + 1, y)))

@@ -78,8 +78,8 @@ class DeadKeyFile : public testing::Test {
     return DeadKeyUtil(layout);
   }
 
-  std::optional<test::ParameterValue> parameter_;
-  test::TempDir directory_;
+  std::optional<support::ParameterValue> parameter_;
+  support::TempDir directory_;
   support::LogCapture log_;
 };
 

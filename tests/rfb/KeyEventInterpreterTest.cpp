@@ -104,7 +104,7 @@ TEST_F(KeyEventInterpreterTest, FindsKeysAndTheirModifiers) {
 }
 
 TEST_F(KeyEventInterpreterTest, ShiftIsLeftAloneWithModifiersWhenToldSo) {
-  const test::ParameterValue parameter("AlterShiftWithMods", "0");
+  const support::ParameterValue parameter("AlterShiftWithMods", "0");
   const std::pair<Keys, const char*> cases[] = {
       {{kControlL, kShiftL, '1', -'1', -kShiftL, -kControlL}, " +Ctrl +Shift +1 -1 -Shift -Ctrl"},
       {{kControlR, 'A', -'A', -kControlR}, " +CtrlR +a -a -CtrlR"},

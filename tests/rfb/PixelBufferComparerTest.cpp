@@ -20,7 +20,7 @@ const PixelFormat k32(32, 24, false, true, 255, 255, 255, 16, 8, 0);
 
 struct Frame {
   Frame(const PixelFormat& format, const Rect& rect) : buffer(format, rect) {
-    test::forEachPixel(buffer, [&](int x, int y) { buffer.setPixel(x, y, 0); });
+    support::forEachPixel(buffer, [&](int x, int y) { buffer.setPixel(x, y, 0); });
   }
   uint8_t* at(int x, int y) { return buffer.getPixelsRW(Rect(x, y, x + 1, y + 1), nullptr); }
 
@@ -101,7 +101,7 @@ TEST(PixelBufferComparer, FollowsItsSource) {
     frames.push_back(std::make_unique<Frame>(step.format, step.rect));
     Frame& frame = *frames.back();
     // The picture depends on the place alone, so that it stays when the buffer moves over it.
-    test::forEachPixel(frame.buffer, [&](int x, int y) {
+    support::forEachPixel(frame.buffer, [&](int x, int y) {
       *frame.at(x, y) = static_cast<uint8_t>(x * 7 + y * 31);
     });
     comparer.setSource(&frame.buffer);
@@ -118,7 +118,7 @@ TEST(PixelBufferComparer, SimpleRegionsLeaveOutSolidBlocksOfOneColour) {
     PixelBufferComparer comparer;
     comparer.setSource(&frame.buffer);
     comparer.compare(frame.buffer.getRect());
-    test::ParameterValue simpleRegions("SimpleRegions", "1");
+    support::ParameterValue simpleRegions("SimpleRegions", "1");
     for (int x = 0; x < 64; x += 3) frame.at(x, 5)[unused] ^= 0xff;  // in every block
     frame.at(20, 15)[used] ^= 1;                                     // no longer solid
     for (int y = 0; y < 16; ++y) {

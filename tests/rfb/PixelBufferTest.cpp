@@ -52,10 +52,10 @@ TEST(PixelBuffer, PixelsOfThreeBytesAreLittleEndian) {
 // Numbers the pixels from 1 on, row by row.
 void number(WritablePixelBuffer& buffer) {
   uint32_t value = 1;
-  test::forEachPixel(buffer, [&](int x, int y) { buffer.setPixel(x, y, value++); });
+  support::forEachPixel(buffer, [&](int x, int y) { buffer.setPixel(x, y, value++); });
 }
 
-using test::pixels;
+using support::pixels;
 using Values = std::vector<uint32_t>;
 
 TEST(ManagedPixelBuffer, ResizingZeroesUnlessPreserving) {

@@ -5,7 +5,7 @@
 
 #include "rfb/PixelBuffer.h"
 
-namespace test {
+namespace support {
 
 // Row by row.
 template <typename F>
@@ -22,4 +22,4 @@ inline std::vector<uint32_t> pixels(rfb::PixelBuffer& buffer) {
   return values;
 }
 
-}  // namespace test
+}  // namespace support

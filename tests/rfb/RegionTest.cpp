@@ -35,7 +35,7 @@ std::string bytesOf(const Region& region) {
 
 std::string u16s(std::initializer_list<int> values) {
   std::string bytes;
-  for (const int value : values) bytes += test::u16(static_cast<unsigned>(value));
+  for (const int value : values) bytes += support::u16(static_cast<unsigned>(value));
   return bytes;
 }
 
@@ -275,7 +275,7 @@ TEST(RegionStream, WritesCountExtentsAndBoxes) {
 TEST(RegionStream, ReadingGoesOnWhereTheStreamRanShort) {
   const Region regions[] = {regionOf({{0, 0, 5, 5}, {9, 0, 12, 5}, {-3, 7, 4, 9}}), Region()};
   const Region former(Rect(7, 7, 8, 8));
-  test::DripStream in(bytesOf(regions[0]) + bytesOf(regions[1]));
+  support::DripStream in(bytesOf(regions[0]) + bytesOf(regions[1]));
   Region::Reader reader;
   for (const Region& expected : regions) {
     Region target = former;

@@ -5,7 +5,7 @@
 
 #include "plat/timer/Timer.h"
 
-namespace test {
+namespace support {
 
 // A timer that runs a function.
 class ActionTimer : private plat::Timer::Callback {
@@ -22,4 +22,4 @@ class ActionTimer : private plat::Timer::Callback {
   std::function<void()> action_;
 };
 
-}  // namespace test
+}  // namespace support

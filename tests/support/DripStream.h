@@ -7,7 +7,7 @@
 #include "rdr/Exceptions.h"
 #include "rdr/InStream.h"
 
-namespace test {
+namespace support {
 
 // Bytes that arrive when the test lets them.
 class DripStream : public rdr::InStream {
@@ -38,4 +38,4 @@ class DripStream : public rdr::InStream {
   size_t reads_ = 0;
 };
 
-}  // namespace test
+}  // namespace support

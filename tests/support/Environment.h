@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace test {
+namespace support {
 
 // Sets a variable of the environment while it lives, or takes it away (null).
 class Environment {
@@ -33,4 +33,4 @@ class Environment {
   std::optional<std::string> former_;
 };
 
-}  // namespace test
+}  // namespace support

@@ -9,7 +9,7 @@
 #include <vector>
 
 // The bytes of messages, put together by hand.
-namespace test {
+namespace support {
 
 inline std::string u16(unsigned value) {
   return {static_cast<char>(value >> 8), static_cast<char>(value)};
@@ -77,4 +77,4 @@ inline std::vector<Message> takeMessages(std::string& bytes) {
   return messages;
 }
 
-}  // namespace test
+}  // namespace support

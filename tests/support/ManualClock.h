@@ -4,7 +4,7 @@
 
 #include "plat/Time.h"
 
-namespace test {
+namespace support {
 
 // A clock that stands still until the test moves it. Replaces the process's clock while it lives.
 class ManualClock : public plat::ClockReader {
@@ -26,4 +26,4 @@ class ManualClock : public plat::ClockReader {
   plat::ClockReader* former_;
 };
 
-}  // namespace test
+}  // namespace support

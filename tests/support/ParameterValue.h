@@ -4,7 +4,7 @@
 
 #include "plat/config/Configuration.h"
 
-namespace test {
+namespace support {
 
 // Gives a global parameter a value while it lives.
 class ParameterValue {
@@ -25,4 +25,4 @@ class ParameterValue {
   plat::ConfigParameter& parameter_;
 };
 
-}  // namespace test
+}  // namespace support

@@ -11,7 +11,7 @@
 #include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
 
-namespace test {
+namespace support {
 
 // Two sockets that do not block; put() and take() are the peer's.
 struct SocketPair {
@@ -41,4 +41,4 @@ struct SocketPair {
   plat::FileDescriptor ours, peer;
 };
 
-}  // namespace test
+}  // namespace support

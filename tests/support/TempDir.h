@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace test {
+namespace support {
 
 // A directory of the test's own, removed with what is in it.
 class TempDir {
@@ -30,4 +30,4 @@ class TempDir {
   std::string path_;
 };
 
-}  // namespace test
+}  // namespace support

@@ -4,7 +4,7 @@
 
 #include "plat/Exception.h"
 
-namespace test {
+namespace support {
 
 // Text of the exception that f throws, "nothing" if none.
 template <typename F>
@@ -28,4 +28,4 @@ std::string thrownBy(F f) {
   return "nothing";
 }
 
-}  // namespace test
+}  // namespace support

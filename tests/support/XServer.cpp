@@ -77,8 +77,8 @@ std::unique_ptr<XServer> XServer::xvfb(const std::string& screen,
 
 std::unique_ptr<XServer> XServer::dummy(const std::vector<Output>& outputs,
                                         const std::vector<std::string>& extra) {
-  auto directory = std::make_unique<test::TempDir>();
-  const test::TempDir& files = *directory;
+  auto directory = std::make_unique<support::TempDir>();
+  const support::TempDir& files = *directory;
   writeConfiguration(files / "xorg.conf", outputs);
   std::vector<std::string> arguments = {"/usr/lib/xorg/Xorg", "-config",      files / "xorg.conf",
                                         "-configdir",         files / "none", "-logfile",
@@ -87,7 +87,7 @@ std::unique_ptr<XServer> XServer::dummy(const std::vector<Output>& outputs,
   return std::unique_ptr<XServer>(new XServer(std::move(arguments), std::move(directory)));
 }
 
-XServer::XServer(std::vector<std::string> arguments, std::unique_ptr<test::TempDir> directory)
+XServer::XServer(std::vector<std::string> arguments, std::unique_ptr<support::TempDir> directory)
     : directory_(std::move(directory)) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");

@@ -66,9 +66,9 @@ class XServer {
   void stop(bool abruptly = false);
 
  private:
-  XServer(std::vector<std::string> arguments, std::unique_ptr<test::TempDir> directory = {});
+  XServer(std::vector<std::string> arguments, std::unique_ptr<support::TempDir> directory = {});
 
-  std::unique_ptr<test::TempDir> directory_;
+  std::unique_ptr<support::TempDir> directory_;
   std::unique_ptr<Program> program_;
   std::string display_;
 };

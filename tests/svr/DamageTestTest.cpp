@@ -29,7 +29,7 @@ class DamageTestTest : public testing::Test, public svr::DamageTest::Callback {
   }
 
   io::FdSelectManager loop;
-  test::ManualClock clock;
+  support::ManualClock clock;
   FakeBuffer buffer{rfb::PixelFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0), kRect};
   std::unique_ptr<svr::DamageTest> test{std::make_unique<svr::DamageTest>(*this, buffer)};
   rfb::Region late;

@@ -18,10 +18,10 @@
 
 namespace {
 
-using test::longString;
-using test::shortString;
-using test::u32;
-using Messages = std::vector<test::Message>;
+using support::longString;
+using support::shortString;
+using support::u32;
+using Messages = std::vector<support::Message>;
 using Calls = std::vector<std::string>;
 
 const rfb::PixelFormat kFormat888(32, 24, false, true, 255, 255, 255, 16, 8, 0);
@@ -82,18 +82,18 @@ class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Call
 
   // Sends a message and lets the agent handle it.
   void send(std::string_view name, std::string_view body = {}) {
-    pair.put(test::message(name, body));
+    pair.put(support::message(name, body));
     while (loop.process(0)) {
     }
   }
   // All messages that the agent has sent since the last call.
   Messages receive() {
     std::string bytes = pair.take();
-    return test::takeMessages(bytes);
+    return support::takeMessages(bytes);
   }
 
   // What a published buffer looks like on the wire; segment: the id of a new one.
-  static test::Message published(const rfb::Rect& r, uint32_t stride, int segment = -1) {
+  static support::Message published(const rfb::Rect& r, uint32_t stride, int segment = -1) {
     return {"setPixelBuffer",
             kFormat888Bytes + rectBytes(r.tl.x, r.tl.y, r.br.x, r.br.y) + u32(stride) +
                 (segment < 0 ? std::string(1, '\0')
@@ -102,7 +102,7 @@ class SServerAgentTest : public testing::Test, protected svr::SServerAgent::Call
 
   support::LogCapture log{200};
   FakeDesktop desktop;
-  test::SocketPair pair;
+  support::SocketPair pair;
   io::FdSelectManager loop;
   svr::SServerAgent agent{this, &desktop, nullptr};
 };
@@ -151,7 +151,7 @@ TEST_F(SServerAgentTest, HoldsTheLatestTextAndCursorBackFromABlockedChannel) {
   while (read()) {
   }
   bytes += pair.take();
-  Messages messages = test::takeMessages(bytes);
+  Messages messages = support::takeMessages(bytes);
   ASSERT_EQ(messages.size(), 12u);
   EXPECT_EQ(messages[0].body.size(), 4 + large.size());
   for (int i = 1; i <= 9; i += 3) {
@@ -159,7 +159,7 @@ TEST_F(SServerAgentTest, HoldsTheLatestTextAndCursorBackFromABlockedChannel) {
     EXPECT_EQ(messages[i + 1].name, "localInput");
     EXPECT_EQ(messages[i + 2].name, "bell");
   }
-  EXPECT_EQ(messages[10], (test::Message{"serverCutText", longString("abc")}));
+  EXPECT_EQ(messages[10], (support::Message{"serverCutText", longString("abc")}));
   EXPECT_EQ(messages[11].name, "setCursorImage");
   EXPECT_EQ(messages[11].body.substr(17, 16), rectBytes(0, 0, 3, 1));
 }
@@ -170,8 +170,8 @@ TEST_F(SServerAgentTest, DropsTextsThatNobodyCanPaste) {
     std::vector<size_t> cuts;
     for (size_t at = 32000; at < length; at += 32000) cuts.push_back(at);
     const std::string bytes =
-        test::message("clientCutText", longString(std::string(length, 'a')), cuts) +
-        test::message("keyEvent", u32('a') + '\x01');
+        support::message("clientCutText", longString(std::string(length, 'a')), cuts) +
+        support::message("keyEvent", u32('a') + '\x01');
     for (size_t sent = 0; sent < bytes.size();) {
       sent += static_cast<size_t>(
           std::max<ssize_t>(pair.put(std::string_view(bytes).substr(sent, 100000)), 0));
@@ -219,8 +219,8 @@ TEST_F(SServerAgentTest, SendsColourMaps) {
   buffer.memory = std::make_unique<FakeMemory>(1);
   agent.setPixelBuffer(&buffer);
   EXPECT_EQ(receive().back(),
-            (test::Message{"setColourMapEntries",
-                           std::string("\0\x02\0\0\x2C\x01\x0A\x2B\x02\x14\x2A", 11)}));
+            (support::Message{"setColourMapEntries",
+                              std::string("\0\x02\0\0\x2C\x01\x0A\x2B\x02\x14\x2A", 11)}));
   agent.setColourMapEntries(1, 0);
   EXPECT_EQ(
       receive(),
@@ -229,7 +229,7 @@ TEST_F(SServerAgentTest, SendsColourMaps) {
 }
 
 TEST_F(SServerAgentTest, AnswersEachRequestOnce) {
-  const test::ParameterValue debug("_AgentDebugUpdates", "1");
+  const support::ParameterValue debug("_AgentDebugUpdates", "1");
   FakeBuffer buffer(kFormat888, rfb::Rect(0, 0, 40, 30));
   buffer.memory = std::make_unique<FakeMemory>(1);
   agent.setPixelBuffer(&buffer);

@@ -27,7 +27,7 @@ class UpdateSchedulerTest : public testing::Test, protected svr::UpdateScheduler
   }
 
   io::FdSelectManager loop;
-  test::ManualClock clock;
+  support::ManualClock clock;
   std::vector<rfb::Region> updates;
   svr::UpdateScheduler scheduler{*this};
 };

@@ -27,11 +27,11 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   if (getuid() != 0) GTEST_SKIP() << "needs root: it starts a process of another user";
   start();
   VendorRelease(display()) = 10600000;
-  test::ManualClock clock;
-  test::SocketPair channel;
+  support::ManualClock clock;
+  support::SocketPair channel;
   const auto receive = [&] {
     std::string bytes = channel.take(), names;
-    for (const test::Message& message : test::takeMessages(bytes)) {
+    for (const support::Message& message : support::takeMessages(bytes)) {
       if (message.name != "logMsg") names += message.name + " ";
     }
     return names;
@@ -39,7 +39,7 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   io::LogDestIpc logDest;
   svr::AgentAppX11 app(true, logDest, std::make_unique<io::FdIo>(std::move(channel.ours)));
   EXPECT_TRUE(log_.has("Temporarily disabling XFixes cursors: X.Org 10600000 too old", 30));
-  channel.put(test::message("start"));
+  channel.put(support::message("start"));
   turn();
   EXPECT_NE(receive().find("setCursorImage"), std::string::npos) << "the built-in arrow";
 

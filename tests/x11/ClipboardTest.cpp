@@ -84,7 +84,7 @@ class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback 
   std::string done_;
   std::optional<tx::TXClipboardMgr> manager_;
   std::optional<FakeOwner> owner_, other_;
-  test::ManualClock clock_;
+  support::ManualClock clock_;
 
  private:
   bool sendPrimary() override { return true; }
@@ -438,23 +438,6 @@ TEST_F(ClipboardTest, AnswersAreReadAsWhatTheyAre) {
   isTaking_ = true;
   owner().own("PRIMARY");
   EXPECT_EQ(nextText(), "twice");
-}
-
-TEST_F(ClipboardTest, TheCutBufferIsUsedIfAskedForAndNewerThanTheSelections) {
-  begin();
-  manager_->setEnabled(false);
-  const uint32_t before = tx::getServerTime();
-  EXPECT_TRUE(waitFor([&] { return tx::isLater(tx::getServerTime(), before); }));
-  XStoreBytes(client(), "caf\xe9", 4);
-  XSync(client(), False);
-  dispatchAll();
-  window().check();
-  EXPECT_EQ(nextDone(), "nothing ");
-  setParam("UseCutBuffer", "1");
-  window().check();
-  EXPECT_EQ(nextText(), "café");
-  window().check();  // not again
-  EXPECT_EQ(nextDone(), "nothing ");
 }
 
 }  // namespace

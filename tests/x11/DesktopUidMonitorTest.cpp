@@ -42,7 +42,7 @@ class DesktopUidMonitorTest : public TXFixture, public tx::DesktopUidMonitor::Ca
     return std::exchange(told_, {});
   }
 
-  test::ManualClock clock_;
+  support::ManualClock clock_;
   std::unique_ptr<tx::DesktopUidMonitor> monitor_;
   std::list<AppWindow> windows_;
   Owners told_;

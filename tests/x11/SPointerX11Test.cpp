@@ -61,7 +61,7 @@ class SPointerX11Test : public TXFixture, private svr::SPointerX11Callback {
     return heard_;
   }
 
-  test::ManualClock clock_;
+  support::ManualClock clock_;
   std::unique_ptr<support::InputWitness> witness_;
   std::optional<svr::SPointerX11> pointer_;
   std::string heard_;

@@ -20,7 +20,7 @@ namespace {
 using TXDisplayTest = TXFixture;
 
 TEST_F(TXDisplayTest, FailureHasTriedLocalhost) {
-  const test::Environment restored("XAUTHLOCALHOSTNAME", std::nullopt);
+  const support::Environment restored("XAUTHLOCALHOSTNAME", std::nullopt);
   EXPECT_THROW(ui::AppLoopImpl(true, ":9876"), plat::Exception);
   EXPECT_STREQ(getenv("XAUTHLOCALHOSTNAME"), "localhost");
   EXPECT_FALSE(tx::TXDisplay::isOpen());
@@ -60,7 +60,7 @@ TEST_F(TXDisplayTest, AFloodOfEventsIsHandledAndLeavesTheLoopItsTurns) {
   closeDisplay();
   os::AppLoop loop(std::make_unique<ui::AppLoopImpl>(true, server().display().c_str()));
   Answerer flood;
-  test::ActionTimer stop([] { os::AppLoop::quit(3); });
+  support::ActionTimer stop([] { os::AppLoop::quit(3); });
   stop.timer.start(300);
   EXPECT_EQ(loop.run(), 3);
   EXPECT_GT(flood.count, 5);

@@ -1,8 +1,7 @@
-"""A text area of GTK 3. F9 reports in the window's title, F7 and F8 clear that, F8 the shortcuts, too."""
-
-import json
+"""A text area of GTK 3. What keys it reports by is in reports.py."""
 
 import gi
+import reports
 
 gi.require_version("Gdk", "3.0")
 gi.require_version("Gtk", "3.0")
@@ -13,7 +12,6 @@ scrolled = Gtk.ScrolledWindow()
 view = Gtk.TextView(wrap_mode=Gtk.WrapMode.WORD_CHAR, monospace=True)
 scrolled.add(view)
 window.add(scrolled)
-shortcuts = []
 
 
 def place(offset):
@@ -25,28 +23,15 @@ def place(offset):
 
 
 def report():
-    end = view.get_buffer().get_char_count()
-    window.set_title(json.dumps({
-        "shortcuts": shortcuts, "count": end, "scroll": scrolled.get_vadjustment().get_value(),
-        "start": place(0), "word": place(min(8, end)), "end": place(end)}))
+    return reports.report(view.get_buffer().get_char_count(), scrolled.get_vadjustment().get_value(), place)
 
 
 def pressed(_, event):
-    name = Gdk.keyval_name(event.keyval)
-    if name in ("F7", "F8"):
-        if name == "F8":
-            shortcuts.clear()
-        window.set_title("empty")
-    elif name == "F9":
-        report()
-    else:
-        held = [text for text, mask in (("Control", Gdk.ModifierType.CONTROL_MASK),
-                                        ("Alt", Gdk.ModifierType.MOD1_MASK),
-                                        ("Super", Gdk.ModifierType.MOD4_MASK)) if event.state & mask]
-        point = Gdk.keyval_to_unicode(event.keyval)
-        if held and not name.startswith(("Control_", "Alt_", "Super_", "Shift_", "ISO_", "Meta_")):
-            shortcuts.append("+".join(held + [chr(point) if point > 32 else name]))
-    return False
+    held = [text for text, mask in (("Control", Gdk.ModifierType.CONTROL_MASK),
+                                    ("Alt", Gdk.ModifierType.MOD1_MASK),
+                                    ("Super", Gdk.ModifierType.MOD4_MASK)) if event.state & mask]
+    return reports.pressed(Gdk.keyval_name(event.keyval), Gdk.keyval_to_unicode(event.keyval), held,
+                       window.set_title, report)
 
 
 window.connect("key-press-event", pressed)

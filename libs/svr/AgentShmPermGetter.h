@@ -6,13 +6,13 @@
 namespace svr {
 
 // Reads the message "SetXServerOwner": who must be able to map the shared memory of this process.
-class AgentXServerOwner : private io::MsgIpc::Reader {
+class AgentShmPermGetter : private io::MsgIpc::Reader {
  public:
   // Neither the channel nor the record, which is written to, is owned.
-  AgentXServerOwner(io::MsgIpc& channel, plat::SharedMemPermissions& owner);
-  ~AgentXServerOwner() override = default;
-  AgentXServerOwner(const AgentXServerOwner&) = delete;
-  AgentXServerOwner& operator=(const AgentXServerOwner&) = delete;
+  AgentShmPermGetter(io::MsgIpc& channel, plat::SharedMemPermissions& owner);
+  ~AgentShmPermGetter() override = default;
+  AgentShmPermGetter(const AgentShmPermGetter&) = delete;
+  AgentShmPermGetter& operator=(const AgentShmPermGetter&) = delete;
 
  private:
   bool readMsg(const char* name, rdr::InStream& in, io::MsgIpc& ipc) override;

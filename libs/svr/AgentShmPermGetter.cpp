@@ -1,4 +1,4 @@
-#include "svr/AgentXServerOwner.h"
+#include "svr/AgentShmPermGetter.h"
 
 namespace svr {
 
@@ -11,10 +11,10 @@ int32_t readId(rdr::InStream& in) {
 
 }  // namespace
 
-AgentXServerOwner::AgentXServerOwner(io::MsgIpc& channel, plat::SharedMemPermissions& owner)
+AgentShmPermGetter::AgentShmPermGetter(io::MsgIpc& channel, plat::SharedMemPermissions& owner)
     : owner_(owner), registration_(channel, *this, {"SetXServerOwner"}) {}
 
-bool AgentXServerOwner::readMsg(const char*, rdr::InStream& in, io::MsgIpc&) {
+bool AgentShmPermGetter::readMsg(const char*, rdr::InStream& in, io::MsgIpc&) {
   const int32_t uid = readId(in);
   owner_.gid = readId(in);
   owner_.uid = uid;
