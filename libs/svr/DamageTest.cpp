@@ -24,7 +24,12 @@ void DamageTest::damageReported(const rfb::Region& region) {
 
 void DamageTest::timerCallback(plat::Timer&) {
   const rfb::Region all(buffer_.getRect());
-  buffer_.grabRegion(all);
+  try {
+    buffer_.grabRegion(all);
+  } catch (const tx::CaptureLostException& e) {
+    callback_.captureLost(e);
+    return;
+  }
   const rfb::Region changed = comparer_.compare(all);
   if (changed.isEmpty()) {
     timer_.start(kCheckIntervalMs);

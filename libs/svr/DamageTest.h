@@ -4,6 +4,7 @@
 #include "rfb/PixelBuffer.h"
 #include "rfb/PixelBufferComparer.h"
 #include "rfb/Region.h"
+#include "tx/CaptureLostException.h"
 
 namespace svr {
 
@@ -18,13 +19,15 @@ class DamageTest final : private plat::Timer::Callback {
     // The test has decided: any damage was reported, all of the change was, and some of it was not
     // just the whole buffer. The callback destroys the test.
     virtual void damageTestResult(DamageTest& test, bool any, bool all, bool nonFull) = 0;
+    // The buffer cannot show the screen any more; the test waits for its end.
+    virtual void captureLost(const tx::CaptureLostException& error) = 0;
 
    protected:
     ~Callback() = default;
   };
 
   // Takes the reference copy. Neither the callback nor the buffer, which must outlive the test, is
-  // owned.
+  // owned. Throws what grabbing throws.
   DamageTest(Callback& callback, rfb::PixelBuffer& buffer);
   DamageTest(const DamageTest&) = delete;
   DamageTest& operator=(const DamageTest&) = delete;

@@ -12,13 +12,15 @@ class DamageTracker {
  public:
   // Begins with no damage. DAMAGE and XFIXES must be present.
   DamageTracker();
+  ~DamageTracker();
   DamageTracker(const DamageTracker&) = delete;
   DamageTracker& operator=(const DamageTracker&) = delete;
 
   // Whether the event tells of damage that has not been fetched yet.
   bool isNewDamage(const XEvent& event) const;
 
-  // All damage since the last call, in root coordinates. One round trip.
+  // All damage since the last call, in root coordinates. One round trip. Throws
+  // tx::CaptureLostException when another X client has destroyed what this takes.
   rfb::Region fetch();
 
  private:

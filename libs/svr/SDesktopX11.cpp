@@ -20,6 +20,8 @@ plat::LogSrc vlog("SDesktopX11");
 
 plat::BoolParameter clipToMonitors("_ClipToMonitors", "", true);
 
+constexpr int kRebuildPauseMs = 1000;
+
 // The log tells of XTEST first.
 DesktopCursor makeCursor(bool serviceMode) {
   tx::XTestExtension::probe(vlog);
@@ -47,10 +49,12 @@ SDesktopX11::~SDesktopX11() {
 
 void SDesktopX11::keyEvent(uint32_t keysym, bool down) {
   input_.keyEvent(keysym, down);
+  changes_.desktopUsed();
 }
 
 void SDesktopX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative) {
   input_.pointerEvent(position, buttonMask, relative);
+  changes_.desktopUsed();
 }
 
 void SDesktopX11::releaseInput() {
@@ -140,15 +144,25 @@ void SDesktopX11::buildBuffer() {
     built = std::make_unique<tx::PixelBufferX11>(
         tx::TXDisplay::root(), memoryOwner_.uid == -1 ? nullptr : &memoryOwner_, area.rect);
   } catch (...) {
-    if (buffer_) server_->setPixelBuffer(buffer_.get());
+    if (buffer_) publish();
     throw;
   }
   if (clip) built->setClip(monitors.region());
   changes_.releaseBuffer();
   buffer_.swap(built);
-  server_->setPixelBuffer(buffer_.get());
+  const std::optional<tx::CaptureLostException> lost = publish();
   server_->monitorsUpdated(monitors.displayInfo(), MonitorSelection::parameter(), area.text);
   changes_.setBuffer(*buffer_);
+  if (lost) changes_.captureLost(*lost);
+}
+
+std::optional<tx::CaptureLostException> SDesktopX11::publish() {
+  try {
+    server_->setPixelBuffer(buffer_.get());
+  } catch (const tx::CaptureLostException& e) {
+    return e;
+  }
+  return std::nullopt;
 }
 
 void SDesktopX11::rebuild() {
@@ -156,6 +170,7 @@ void SDesktopX11::rebuild() {
     buildBuffer();
   } catch (const plat::Exception& e) {
     server_->desktopFailure(e);
+    if (changes_.isLost()) rebuildTimer_.start(kRebuildPauseMs);
   }
 }
 
@@ -177,6 +192,11 @@ void SDesktopX11::handleEvent(const XEvent& event) {
     return;
   }
   if (!changes_.handleEvent(event)) cursor_.handleEvent(event);
+}
+
+void SDesktopX11::captureLost() {
+  // While polling, whoever destroys it all the time must not keep us busy with building.
+  rebuildTimer_.start(changes_.isPolling() ? kRebuildPauseMs : 0);
 }
 
 void SDesktopX11::collectingChanges() {

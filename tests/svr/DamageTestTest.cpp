@@ -23,6 +23,7 @@ class DamageTestTest : public testing::Test, public svr::DamageTest::Callback {
     result = plat::format("any %d all %d non full %d", any, all, nonFull);
     test.reset();
   }
+  void captureLost(const tx::CaptureLostException&) override { FAIL(); }
   void pass(int ms) {
     clock.advanceMs(ms);
     loop.process(0);

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <optional>
 
 #include "plat/Assert.h"
 #include "plat/Exception.h"
@@ -12,6 +13,7 @@
 #include "plat/log/LogSrc.h"
 #include "plat/shm/SharedMemPosix.h"
 #include "plat/shm/SharedMemSysV.h"
+#include "tx/CaptureLostException.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 #include "tx/XErrorLog.h"
@@ -49,6 +51,12 @@ rfb::Rect geometry(Drawable drawable) {
     throw plat::Exception("XGetGeometry failed");
   }
   return {0, 0, static_cast<int>(width), static_cast<int>(height)};
+}
+
+// Whether the error means that a pixmap, graphics context or segment is not there any more.
+bool tellsOfLoss(int errorCode) {
+  return errorCode == BadDrawable || errorCode == BadPixmap || errorCode == BadGC ||
+         errorCode >= FirstExtensionError;
 }
 
 int nBitsSet(int value) {
@@ -119,6 +127,9 @@ PixelBufferX11::~PixelBufferX11() {
 }
 
 void PixelBufferX11::release() {
+  // Other clients may have destroyed some of it.
+  std::optional<ErrorCatcher> trap;
+  if (TXDisplay::isOpen()) trap.emplace();
   memory_.reset();
   attachment_.detach();
   gc_.reset();
@@ -247,10 +258,10 @@ void PixelBufferX11::grabRegion(const rfb::Region& region) {
       break;
   }
   // All modes end in a round trip, so that no error is outstanding.
-  if (trap.error()) {
-    vlog.debug("grab of %s: %s", grab_.boundingRect().str().c_str(),
-               describeXError(TXDisplay::display(), *trap.error()).c_str());
-  }
+  if (!trap.error()) return;
+  const std::string error = describeXError(TXDisplay::display(), *trap.error());
+  vlog.debug("grab of %s: %s", grab_.boundingRect().str().c_str(), error.c_str());
+  if (tellsOfLoss(trap.error()->error_code)) throw CaptureLostException(error);
 }
 
 void PixelBufferX11::grabPixmap() {

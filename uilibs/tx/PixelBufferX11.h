@@ -30,7 +30,8 @@ class PixelBufferX11 : public rfb::FullFramePixelBuffer {
 
   // Refreshes the region (root coordinates), as far as it lies in the buffer and in the clip. X
   // errors are logged at level 100 and otherwise ignored: a drawable that has just shrunk is
-  // followed by a ConfigureNotify.
+  // followed by a ConfigureNotify. Throws CaptureLostException when another X client has destroyed
+  // what the buffer needs; the pixels are then as they were.
   void grabRegion(const rfb::Region& region) override;
 
   // Limits what grabRegion() fetches, in root coordinates; an empty region means no limit.
