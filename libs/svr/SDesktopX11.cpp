@@ -94,17 +94,19 @@ void SDesktopX11::teardown() {
   cursor_.stop();
   rebuildTimer_.stop();
   rootEvents_.set(0);
-  selectBell(false);
-  // A viewer that goes must not leave a key or button down.
   pointer_.setPolling(false);
-  releaseInput();
+  tx::TXDisplay::attempt([this] {
+    selectBell(false);
+    // A viewer that goes must not leave a key or button down.
+    releaseInput();
+  });
   server_->setPixelBuffer(nullptr);
   server_ = nullptr;
   buffer_.reset();
 }
 
 void SDesktopX11::selectBell(bool on) {
-  if (xkbEventBase_ < 0 || !tx::TXDisplay::isOpen()) return;
+  if (xkbEventBase_ < 0) return;
   XkbSelectEvents(tx::TXDisplay::display(), XkbUseCoreKbd, XkbBellNotifyMask,
                   on ? XkbBellNotifyMask : 0);
 }

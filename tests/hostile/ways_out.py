@@ -136,6 +136,20 @@ class LostDisplay(WaysOut):
     def test_frozen_and_disconnect(self):
         self.frozen(lambda agent: agent.hang_up())
 
+    def test_killed_while_leaving(self):
+        """Also where Xlib has no way to go on: the loss is met while things are released."""
+        for leave in 3 * (lambda agent: agent.terminate(), lambda agent: agent.hang_up(),
+                          lambda agent: agent.ended()):
+            agent = self.agent("keys held", environment={"LD_PRELOAD": desk.SHIM, "OLD_XLIB": "1"})
+            agent.process.send_signal(signal.SIGSTOP)
+            agent.say("stop")
+            self.xserver.close(abruptly=True)
+            agent.process.send_signal(signal.SIGCONT)
+            leave(agent)
+            self.assertIn(agent.process.wait(), (0, 1), agent.story())
+            self.assertEqual(agent.traces(), [])
+            self.xserver = desk.XServer()
+
     def test_killed_agent_is_cleaned_up_after(self):
         """Its successor puts the keyboard right, and removes its segments and lock files."""
         agent = self.agent("keys held")

@@ -123,7 +123,7 @@ PixelBufferX11::PixelBufferX11(Drawable drawable, const plat::SharedMemPermissio
 PixelBufferX11::~PixelBufferX11() {
   release();
   // The server lets go of the segment now rather than at some later flush.
-  if (TXDisplay::isOpen()) XFlush(TXDisplay::display());
+  TXDisplay::attempt([] { XFlush(TXDisplay::display()); });
 }
 
 void PixelBufferX11::release() {

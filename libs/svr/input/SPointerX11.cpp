@@ -42,7 +42,7 @@ SPointerX11::SPointerX11(SPointerX11Callback* callback)
     : callback_(callback), last_(pointerPosition()), pollTimer_(this) {}
 
 SPointerX11::~SPointerX11() {
-  releaseButtons();
+  tx::TXDisplay::attempt([this] { releaseButtons(); });
 }
 
 void SPointerX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative) {
