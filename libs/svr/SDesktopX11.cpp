@@ -185,7 +185,10 @@ void SDesktopX11::handleEvent(const XEvent& event) {
   if (event.type == ConfigureNotify) {
     // X servers send one also when only monitors come, go or move. Several at once make one
     // rebuild.
-    if (event.xconfigure.window == tx::TXDisplay::root()) rebuildTimer_.start(0);
+    if (event.xconfigure.window != tx::TXDisplay::root()) return;
+    rebuildTimer_.start(0);
+    // A smaller screen takes the pointer with it.
+    pointer_.screenChanged();
     return;
   }
   if (xkbEventBase_ >= 0 && event.type == xkbEventBase_) {
