@@ -114,6 +114,7 @@ void ChangeFinder::stopDamage() {
 
 bool ChangeFinder::handleEvent(const XEvent& event) {
   if (!damage_ || !damage_->isNewDamage(event)) return false;
+  if (test_) test_->wake();
   scheduler_.changed();
   return true;
 }
@@ -124,11 +125,12 @@ void ChangeFinder::watch(int ms) {
 }
 
 void ChangeFinder::desktopUsed() {
+  if (test_) test_->wake();
   watch(kWatchMs);
 }
 
 void ChangeFinder::updateRequested() {
-  desktopUsed();
+  watch(kWatchMs);
   scheduler_.tryUpdate();
 }
 
@@ -139,7 +141,10 @@ void ChangeFinder::watchDamage() {
     watchTimer_.start(kWatchMs);
     return;
   }
+  const int interval = watchTimer_.intervalMs();
   watchTimer_.start(kRareWatchMs);
+  // Perhaps nothing at all is reported.
+  if (test_ && interval == kRareWatchMs) test_->wake();
   collectDamageNow();
 }
 
@@ -168,6 +173,7 @@ void ChangeFinder::preUpdate() {
   }
   lastFetch_ = plat::monotonicTime();
   if (damaged.isEmpty()) return;
+  if (test_) test_->wake();
   watch(kWatchMs);
   damaged &= buffer_->getRect();
   scheduler_.tracker().addChanged(damaged);

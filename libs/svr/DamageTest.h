@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "plat/timer/Timer.h"
 #include "rfb/PixelBuffer.h"
 #include "rfb/PixelBufferComparer.h"
@@ -9,7 +11,8 @@
 namespace svr {
 
 // Finds out whether the X server reports damage completely: at the first real change of the screen,
-// found by comparing pixels every 5 seconds, all of it must have been reported.
+// found by comparing pixels every 5 seconds, all of it must have been reported. On a screen that is
+// not said to change it sleeps.
 class DamageTest final : private plat::Timer::Callback {
  public:
   class Callback {
@@ -32,6 +35,8 @@ class DamageTest final : private plat::Timer::Callback {
   DamageTest(const DamageTest&) = delete;
   DamageTest& operator=(const DamageTest&) = delete;
 
+  // The screen may change: looks at it once more.
+  void wake();
   // To be called with every damage that was collected.
   void damageReported(const rfb::Region& region);
 
@@ -43,6 +48,7 @@ class DamageTest final : private plat::Timer::Callback {
   plat::Timer timer_{this};
   rfb::Region seen_;
   rfb::PixelBufferComparer comparer_;
+  const int64_t begin_;  // monotonic time
   bool nonFull_ = false;
 };
 
