@@ -163,11 +163,19 @@ bool ChangeFinder::isUpdateWanted() {
 }
 
 void ChangeFinder::preUpdate() {
+  collect(true);
+}
+
+void ChangeFinder::collect(bool grabbing) {
   callback_.collectingChanges();
+  fresh_.clear();
   if (!damage_) return;
+  // What was added before has to be grabbed, too.
+  grabbing = grabbing && scheduler_.tracker().isEmpty();
+  bool isGrabbed = false;
   rfb::Region damaged;
   try {
-    damaged = damage_->fetch();
+    damaged = damage_->fetch(grabbing ? buffer_ : nullptr, isGrabbed);
   } catch (const tx::CaptureLostException& e) {
     captureLost(e);
   }
@@ -176,17 +184,20 @@ void ChangeFinder::preUpdate() {
   if (test_) test_->wake();
   watch(kWatchMs);
   damaged &= buffer_->getRect();
+  if (isGrabbed) fresh_ = damaged;
   scheduler_.tracker().addChanged(damaged);
   if (test_) test_->damageReported(damaged);
 }
 
 void ChangeFinder::performUpdate(const rfb::UpdateInfo& update) {
   if (lost_) return;
+  if (!fresh_.isEmpty()) buffer_->setFresh(&fresh_);
   try {
     server_->writeUpdate(update);
   } catch (const tx::CaptureLostException& e) {
     captureLost(e);
   }
+  buffer_->setFresh(nullptr);
 }
 
 void ChangeFinder::captureLost(const tx::CaptureLostException& error) {
@@ -212,7 +223,7 @@ void ChangeFinder::recover() {
 }
 
 void ChangeFinder::collectDamageNow() {
-  preUpdate();
+  collect(false);
   if (!scheduler_.tracker().isEmpty()) scheduler_.changed();
 }
 

@@ -80,6 +80,9 @@ class ChangeFinder : private plat::Timer::Callback,
   void startDamageTest();
   void startPolling();
   void stopDamage();
+  // Adds the damage so far to the tracker. With grabbing, the buffer shows it already if fresh_ is
+  // not empty.
+  void collect(bool grabbing);
   // Has damage looked at after this time at the latest.
   void watch(int ms);
   void watchDamage();
@@ -93,6 +96,7 @@ class ChangeFinder : private plat::Timer::Callback,
   UpdateScheduler scheduler_{*this};
   std::optional<DamageTracker> damage_;
   std::unique_ptr<DamageTest> test_;
+  rfb::Region fresh_;
   bool testing_ = false;             // a test runs, or will when there is a buffer again
   bool lost_ = false;                // until the buffer has been replaced
   std::optional<int64_t> lastLoss_;  // monotonic time

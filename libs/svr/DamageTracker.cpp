@@ -43,9 +43,10 @@ bool DamageTracker::isNewDamage(const XEvent& event) const {
   return static_cast<long>(notify.serial - subtractSerial_) >= 0;
 }
 
-rfb::Region DamageTracker::fetch() {
+rfb::Region DamageTracker::fetch(tx::PixelBufferX11* buffer, bool& isGrabbed) {
   const tx::ErrorCatcher trap;
   subtract();
+  isGrabbed = buffer && buffer->requestGrab(region_.get());
   int count = 0;
   XRectangle bounds;
   const tx::XMemory<XRectangle> rects(tx::FixesExtension::get()->fetchRegionAndBounds(

@@ -15,6 +15,7 @@
 #include "plat/shm/SharedMemSysV.h"
 #include "tx/CaptureLostException.h"
 #include "tx/ErrorCatcher.h"
+#include "tx/FixesExtension.h"
 #include "tx/TXDisplay.h"
 #include "tx/XErrorLog.h"
 
@@ -133,6 +134,7 @@ void PixelBufferX11::release() {
   memory_.reset();
   attachment_.detach();
   gc_.reset();
+  regionGc_.reset();
   pixmap_.reset();
   image_.reset();
 }
@@ -198,12 +200,15 @@ bool PixelBufferX11::createSharedPixmap() {
   XGCValues values{};
   values.subwindow_mode = IncludeInferiors;
   values.graphics_exposures = False;
-  gc_.reset(XCreateGC(display, pixmap_.get(), GCSubwindowMode | GCGraphicsExposures, &values));
+  for (XGC* gc : {&gc_, &regionGc_}) {
+    gc->reset(XCreateGC(display, pixmap_.get(), GCSubwindowMode | GCGraphicsExposures, &values));
+  }
   if (!trap.failed()) return true;
   vlog.error("Failed to create a shared pixmap: %s",
              describeXError(display, *trap.error()).c_str());
   // What was not made is not known to the server: the errors end in this trap, too.
   gc_.reset();
+  regionGc_.reset();
   pixmap_.reset();
   return false;
 }
@@ -230,11 +235,24 @@ void PixelBufferX11::createPlain(const plat::SharedMemPermissions* permissions) 
 }
 
 void PixelBufferX11::setClip(const rfb::Region& clip) {
-  clip_ = clip;
+  // What does not limit is left out.
+  clip_ = (rfb::Region(rect_) - clip).isEmpty() ? rfb::Region() : clip;
+}
+
+bool PixelBufferX11::requestGrab(XID region) {
+  if (mode_ != Mode::kSharedPixmap || !clip_.isEmpty()) return false;
+  Display* const display = TXDisplay::display();
+  FixesExtension::get()->setGCClipRegion(display, regionGc_.get(), -rect_.tl.x, -rect_.tl.y,
+                                         region);
+  XCopyArea(display, drawable_, pixmap_.get(), regionGc_.get(), rect_.tl.x, rect_.tl.y,
+            static_cast<unsigned int>(width()), static_cast<unsigned int>(height()), 0, 0);
+  return true;
 }
 
 void PixelBufferX11::grabRegion(const rfb::Region& region) {
   if (!TXDisplay::isOpen()) return;
+  // Larger regions are refreshed as a whole.
+  if (fresh_ && region == *fresh_ && region.numRects() <= maxGrabRects.value()) return;
   if (region.numRects() <= maxGrabRects.value()) {
     grab_ = region;
   } else {
