@@ -1,20 +1,28 @@
 #include "svr/DamageTest.h"
 
+#include "plat/Time.h"
+
 namespace svr {
 
 namespace {
 
-constexpr int kCheckIntervalMs = 5000;
+// From its begin on, the test looks at multiples of this time, if at all.
+constexpr int64_t kCheckIntervalMs = 5000;
 
 }  // namespace
 
 DamageTest::DamageTest(Callback& callback, rfb::PixelBuffer& buffer)
-    : callback_(callback), buffer_(buffer) {
+    : callback_(callback), buffer_(buffer), begin_(plat::monotonicTime()) {
   const rfb::Region all(buffer_.getRect());
   buffer_.grabRegion(all);
   comparer_.setSource(&buffer_);
   comparer_.compare(all);
-  timer_.start(kCheckIntervalMs);
+}
+
+void DamageTest::wake() {
+  if (timer_.isRunning()) return;
+  const int64_t elapsedMs = (plat::monotonicTime() - begin_) / plat::kTicksPerMs;
+  timer_.start(static_cast<int>(kCheckIntervalMs - elapsedMs % kCheckIntervalMs));
 }
 
 void DamageTest::damageReported(const rfb::Region& region) {
@@ -24,12 +32,14 @@ void DamageTest::damageReported(const rfb::Region& region) {
 
 void DamageTest::timerCallback(plat::Timer&) {
   const rfb::Region all(buffer_.getRect());
-  buffer_.grabRegion(all);
-  const rfb::Region changed = comparer_.compare(all);
-  if (changed.isEmpty()) {
-    timer_.start(kCheckIntervalMs);
+  try {
+    buffer_.grabRegion(all);
+  } catch (const tx::CaptureLostException& e) {
+    callback_.captureLost(e);
     return;
   }
+  const rfb::Region changed = comparer_.compare(all);
+  if (changed.isEmpty()) return;
   callback_.collectDamageNow();
   // The comparison counts its blocks from the buffer's corner.
   constexpr int kBlock = rfb::PixelBufferComparer::kBlockSize;

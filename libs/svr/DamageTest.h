@@ -1,14 +1,18 @@
 #pragma once
 
+#include <cstdint>
+
 #include "plat/timer/Timer.h"
 #include "rfb/PixelBuffer.h"
 #include "rfb/PixelBufferComparer.h"
 #include "rfb/Region.h"
+#include "tx/CaptureLostException.h"
 
 namespace svr {
 
 // Finds out whether the X server reports damage completely: at the first real change of the screen,
-// found by comparing pixels every 5 seconds, all of it must have been reported.
+// found by comparing pixels every 5 seconds, all of it must have been reported. On a screen that is
+// not said to change it sleeps.
 class DamageTest final : private plat::Timer::Callback {
  public:
   class Callback {
@@ -18,17 +22,21 @@ class DamageTest final : private plat::Timer::Callback {
     // The test has decided: any damage was reported, all of the change was, and some of it was not
     // just the whole buffer. The callback destroys the test.
     virtual void damageTestResult(DamageTest& test, bool any, bool all, bool nonFull) = 0;
+    // The buffer cannot show the screen any more; the test waits for its end.
+    virtual void captureLost(const tx::CaptureLostException& error) = 0;
 
    protected:
     ~Callback() = default;
   };
 
   // Takes the reference copy. Neither the callback nor the buffer, which must outlive the test, is
-  // owned.
+  // owned. Throws what grabbing throws.
   DamageTest(Callback& callback, rfb::PixelBuffer& buffer);
   DamageTest(const DamageTest&) = delete;
   DamageTest& operator=(const DamageTest&) = delete;
 
+  // The screen may change: looks at it once more.
+  void wake();
   // To be called with every damage that was collected.
   void damageReported(const rfb::Region& region);
 
@@ -40,6 +48,7 @@ class DamageTest final : private plat::Timer::Callback {
   plat::Timer timer_{this};
   rfb::Region seen_;
   rfb::PixelBufferComparer comparer_;
+  const int64_t begin_;  // monotonic time
   bool nonFull_ = false;
 };
 

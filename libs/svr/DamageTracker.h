@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "rfb/Region.h"
+#include "tx/PixelBufferX11.h"
 #include "tx/XResources.h"
 
 namespace svr {
@@ -12,14 +13,17 @@ class DamageTracker {
  public:
   // Begins with no damage. DAMAGE and XFIXES must be present.
   DamageTracker();
+  ~DamageTracker();
   DamageTracker(const DamageTracker&) = delete;
   DamageTracker& operator=(const DamageTracker&) = delete;
 
   // Whether the event tells of damage that has not been fetched yet.
   bool isNewDamage(const XEvent& event) const;
 
-  // All damage since the last call, in root coordinates. One round trip.
-  rfb::Region fetch();
+  // All damage since the last call, in root coordinates. With a buffer (may be null), its pixels
+  // there are refreshed on the way where it can do that; isGrabbed is then set. One round trip for
+  // all. Throws tx::CaptureLostException when another X client has destroyed what this takes.
+  rfb::Region fetch(tx::PixelBufferX11* buffer, bool& isGrabbed);
 
  private:
   void subtract();

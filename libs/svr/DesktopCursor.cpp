@@ -54,7 +54,7 @@ void DesktopCursor::start(SServer& server) {
 }
 
 void DesktopCursor::stop() {
-  if (server_ && usesFixes() && tx::TXDisplay::isOpen()) selectInput(false);
+  if (server_ && usesFixes()) tx::TXDisplay::attempt([this] { selectInput(false); });
   pause_.stop();
   server_ = nullptr;
 }

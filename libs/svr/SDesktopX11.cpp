@@ -20,6 +20,8 @@ plat::LogSrc vlog("SDesktopX11");
 
 plat::BoolParameter clipToMonitors("_ClipToMonitors", "", true);
 
+constexpr int kRebuildPauseMs = 1000;
+
 // The log tells of XTEST first.
 DesktopCursor makeCursor(bool serviceMode) {
   tx::XTestExtension::probe(vlog);
@@ -48,10 +50,12 @@ SDesktopX11::~SDesktopX11() {
 
 void SDesktopX11::keyEvent(uint32_t keysym, bool down) {
   input_.keyEvent(keysym, down);
+  changes_.desktopUsed();
 }
 
 void SDesktopX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative) {
   input_.pointerEvent(position, buttonMask, relative);
+  changes_.desktopUsed();
 }
 
 void SDesktopX11::releaseInput() {
@@ -91,17 +95,19 @@ void SDesktopX11::teardown() {
   cursor_.stop();
   rebuildTimer_.stop();
   rootEvents_.set(0);
-  selectBell(false);
-  // A viewer that goes must not leave a key or button down.
   pointer_.setPolling(false);
-  releaseInput();
+  tx::TXDisplay::attempt([this] {
+    selectBell(false);
+    // A viewer that goes must not leave a key or button down.
+    releaseInput();
+  });
   server_->setPixelBuffer(nullptr);
   server_ = nullptr;
   buffer_.reset();
 }
 
 void SDesktopX11::selectBell(bool on) {
-  if (xkbEventBase_ < 0 || !tx::TXDisplay::isOpen()) return;
+  if (xkbEventBase_ < 0) return;
   XkbSelectEvents(tx::TXDisplay::display(), XkbUseCoreKbd, XkbBellNotifyMask,
                   on ? XkbBellNotifyMask : 0);
 }
@@ -141,15 +147,25 @@ void SDesktopX11::buildBuffer() {
     built = std::make_unique<tx::PixelBufferX11>(
         tx::TXDisplay::root(), memoryOwner_.uid == -1 ? nullptr : &memoryOwner_, area.rect);
   } catch (...) {
-    if (buffer_) server_->setPixelBuffer(buffer_.get());
+    if (buffer_) publish();
     throw;
   }
   if (clip) built->setClip(monitors.region());
   changes_.releaseBuffer();
   buffer_.swap(built);
-  server_->setPixelBuffer(buffer_.get());
+  const std::optional<tx::CaptureLostException> lost = publish();
   server_->monitorsUpdated(monitors.displayInfo(), MonitorSelection::parameter(), area.text);
   changes_.setBuffer(*buffer_);
+  if (lost) changes_.captureLost(*lost);
+}
+
+std::optional<tx::CaptureLostException> SDesktopX11::publish() {
+  try {
+    server_->setPixelBuffer(buffer_.get());
+  } catch (const tx::CaptureLostException& e) {
+    return e;
+  }
+  return std::nullopt;
 }
 
 void SDesktopX11::rebuild() {
@@ -157,6 +173,7 @@ void SDesktopX11::rebuild() {
     buildBuffer();
   } catch (const plat::Exception& e) {
     server_->desktopFailure(e);
+    if (changes_.isLost()) rebuildTimer_.start(kRebuildPauseMs);
   }
 }
 
@@ -169,7 +186,10 @@ void SDesktopX11::handleEvent(const XEvent& event) {
   if (event.type == ConfigureNotify) {
     // X servers send one also when only monitors come, go or move. Several at once make one
     // rebuild.
-    if (event.xconfigure.window == tx::TXDisplay::root()) rebuildTimer_.start(0);
+    if (event.xconfigure.window != tx::TXDisplay::root()) return;
+    rebuildTimer_.start(0);
+    // A smaller screen takes the pointer with it.
+    pointer_.screenChanged();
     return;
   }
   if (xkbEventBase_ >= 0 && event.type == xkbEventBase_) {
@@ -178,6 +198,11 @@ void SDesktopX11::handleEvent(const XEvent& event) {
     return;
   }
   if (!changes_.handleEvent(event)) cursor_.handleEvent(event);
+}
+
+void SDesktopX11::captureLost() {
+  // While polling, whoever destroys it all the time must not keep us busy with building.
+  rebuildTimer_.start(changes_.isPolling() ? kRebuildPauseMs : 0);
 }
 
 void SDesktopX11::collectingChanges() {

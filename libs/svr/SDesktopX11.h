@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "plat/String.h"
 #include "plat/shm/SharedMemPermissions.h"
@@ -12,6 +13,7 @@
 #include "svr/input/InputQueue.h"
 #include "svr/input/SKeyboardX11.h"
 #include "svr/input/SPointerX11.h"
+#include "tx/CaptureLostException.h"
 #include "tx/PixelBufferX11.h"
 #include "tx/RootEventMask.h"
 #include "tx/TXEventHandler.h"
@@ -53,11 +55,14 @@ class SDesktopX11 : public SDesktop,
   void handleEvent(const XEvent& event) override;
   // ChangeFinder::Callback
   void collectingChanges() override;
+  void captureLost() override;
 
   void startParts();
   void teardown();
   void selectBell(bool on);
   void buildBuffer();
+  // Publishes the buffer; returns why it could not be filled, if so.
+  std::optional<tx::CaptureLostException> publish();
   void rebuild();
 
   const plat::SharedMemPermissions& memoryOwner_;

@@ -19,14 +19,14 @@ struct UpdateInfo;
 
 namespace svr {
 
-// What a desktop tells its server. Nothing here throws plat::Exception: a server that cannot be
-// reached is no concern of the desktop.
+// What a desktop tells its server. That a server cannot be reached is no concern of the desktop:
+// only what grabbing the published buffer throws is passed on.
 class SServer {
  public:
   virtual ~SServer() = default;
 
   // Publishes the buffer (not owned), or, with null, tells that the last one is about to go. The
-  // buffer must stay valid until another is published.
+  // buffer must stay valid until another is published. It is published also when grabbing throws.
   virtual void setPixelBuffer(rfb::PixelBuffer* buffer) = 0;
   // Entries of the published buffer's colour map changed; nColours 0 means up to the map's end.
   virtual void setColourMapEntries(int firstColour, int nColours) = 0;
@@ -45,7 +45,7 @@ class SServer {
   virtual void desktopFailure(const plat::Exception& error) = 0;
   // All viewers have to be disconnected.
   virtual void closeClients(const plat::Exception& error) = 0;
-  // Answers the waiting request.
+  // Answers the waiting request. Throws what grabbing throws; the request then waits on.
   virtual void writeUpdate(const rfb::UpdateInfo& update) = 0;
   // Null: there is no cursor.
   virtual void setCursor(rfb::Cursor* cursor) = 0;

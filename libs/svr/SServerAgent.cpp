@@ -206,9 +206,17 @@ void SServerAgent::setPixelBuffer(rfb::PixelBuffer* buffer) {
     vlog.error("PB is not using shared memory");
     return;
   }
-  buffer->grabRegion(rfb::Region(r));
-  messages_.setPixelBuffer(*buffer, memoryChanged ? memory : nullptr);
-  setColourMapEntries(0, 0);
+  const auto announce = [&] {
+    messages_.setPixelBuffer(*buffer, memoryChanged ? memory : nullptr);
+    setColourMapEntries(0, 0);
+  };
+  try {
+    buffer->grabRegion(rfb::Region(r));
+  } catch (const plat::Exception&) {
+    announce();
+    throw;
+  }
+  announce();
 }
 
 void SServerAgent::setColourMapEntries(int firstColour, int nColours) {
@@ -245,10 +253,16 @@ void SServerAgent::writeUpdate(const rfb::UpdateInfo& update) {
   if (debug) vlog.debug("fbUpdate, empty %d", update.isEmpty());
   if (!update.isEmpty()) {
     if (published_.buffer) {
-      if (update.copied.isEmpty()) {
-        published_.buffer->grabRegion(update.changed);
-      } else {
-        published_.buffer->grabRegion(update.changed | update.copied);
+      try {
+        if (update.copied.isEmpty()) {
+          published_.buffer->grabRegion(update.changed);
+        } else {
+          published_.buffer->grabRegion(update.changed | update.copied);
+        }
+      } catch (const plat::Exception&) {
+        // Not answered yet.
+        updateRequested_ = true;
+        throw;
       }
     }
     if (debug) vlog.debug("grabbed");

@@ -1,5 +1,6 @@
 #include "svr/UpdateScheduler.h"
 
+#include <algorithm>
 #include <climits>
 
 #include "plat/Time.h"
@@ -18,21 +19,26 @@ plat::IntParameter updateBatchDelay("UpdateBatchDelay",
 }  // namespace
 
 void UpdateScheduler::changed() {
-  if (!batchTimer_.isRunning()) batchTimer_.start(updateBatchDelay.value());
+  // A batch that would be ready within the period is waited for to the period's end at once.
+  if (!batchTimer_.isRunning())
+    batchTimer_.start(std::max(updateBatchDelay.value(), pauseLeftMs()));
+}
+
+int UpdateScheduler::pauseLeftMs() const {
+  if (!lastUpdate_) return 0;
+  const int64_t elapsed = plat::monotonicTime() - *lastUpdate_;
+  if (elapsed < 0) return 0;
+  return static_cast<int>(plat::msRoundedUp(updatePeriod.value() * plat::kTicksPerMs - elapsed));
 }
 
 void UpdateScheduler::tryUpdate() {
   if (periodTimer_.isRunning() || !pending_ || !callback_.isUpdateWanted()) return;
-  const int64_t now = plat::monotonicTime();
-  const int64_t period = updatePeriod.value() * plat::kTicksPerMs;
-  const int64_t elapsed = lastUpdate_ ? now - *lastUpdate_ : period;
-  if (elapsed >= 0 && elapsed < period) {
-    const int64_t left = period - elapsed + plat::kTicksPerMs - 1;
-    periodTimer_.start(static_cast<int>(left / plat::kTicksPerMs));
+  if (const int left = pauseLeftMs()) {
+    periodTimer_.start(left);
     return;
   }
   pending_ = false;
-  lastUpdate_ = now;
+  lastUpdate_ = plat::monotonicTime();
   callback_.preUpdate();
   // Moves are sent as changes: their source may have changed since.
   tracker_.flattenCopied();

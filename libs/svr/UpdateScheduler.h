@@ -39,6 +39,8 @@ class UpdateScheduler : private plat::Timer::Callback {
 
  private:
   void timerCallback(plat::Timer& timer) override;
+  // What is left of the time in which no update may follow the last one, rounded up.
+  int pauseLeftMs() const;
 
   Callback& callback_;
   rfb::SimpleUpdateTracker tracker_;

@@ -2,6 +2,7 @@
 """Every way out: status, keys and buttons, auto-repeat, segments, lock files."""
 
 import os
+import random
 import resource
 import signal
 import subprocess
@@ -21,8 +22,8 @@ class WaysOut(unittest.TestCase):
         self.xserver = desk.XServer()
         self.addCleanup(lambda: self.xserver.close(abruptly=True))
 
-    def agent(self):
-        agent = desk.Agent(self.xserver, "EnableClipboard=1")
+    def agent(self, **options):
+        agent = desk.Agent(self.xserver, "EnableClipboard=1", **options)
         self.addCleanup(agent.close)
         agent.expect("init")
         agent.start()
@@ -77,6 +78,35 @@ class WaysOut(unittest.TestCase):
 
     def test_frozen_and_disconnect(self):
         self.frozen(lambda agent: agent.hang_up())
+
+    def test_killed_while_leaving(self):
+        """Also where Xlib has no way to go on: the loss is met while things are released."""
+        for leave in 3 * (lambda agent: agent.terminate(), lambda agent: agent.hang_up(),
+                          lambda agent: agent.ended()):
+            agent = self.agent(environment={"LD_PRELOAD": desk.SHIM, "OLD_XLIB": "1"})
+            agent.process.send_signal(signal.SIGSTOP)
+            agent.say("stop")
+            self.xserver.close(abruptly=True)
+            agent.process.send_signal(signal.SIGCONT)
+            leave(agent)
+            self.assertIn(agent.process.wait(), (0, 1), agent.story())
+            self.assertEqual(agent.traces(), [])
+            self.xserver = desk.XServer()
+
+    def test_random_moments(self):
+        seed = random.randrange(1 << 30)
+        dice = random.Random(seed)
+        for turn in range(int(os.environ.get("WAYS_OUT_MOMENTS", "25"))):
+            with self.subTest(turn, seed=seed):
+                agent = desk.Agent(self.xserver, "EnableClipboard=1")
+                self.addCleanup(agent.close)
+                # After its signal handlers are in place, that is from its first word on.
+                agent.expect("init")
+                agent.send(desk.message("start") + HELD + desk.message("fbUpdateRequest"))
+                agent.until(lambda: False, dice.random() * 0.1)
+                leave = dice.choice((signal.SIGTERM, signal.SIGINT, signal.SIGHUP, None))
+                agent.terminate(leave) if leave else agent.hang_up()
+                self.gone(agent)
 
 
 class FailedStart(unittest.TestCase):

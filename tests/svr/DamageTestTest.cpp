@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "io/FdSelectManager.h"
+#include "plat/timer/TimerManager.h"
 #include "support/ManualClock.h"
 #include "svr/FakeBuffer.h"
 
@@ -23,6 +24,7 @@ class DamageTestTest : public testing::Test, public svr::DamageTest::Callback {
     result = plat::format("any %d all %d non full %d", any, all, nonFull);
     test.reset();
   }
+  void captureLost(const tx::CaptureLostException&) override { FAIL(); }
   void pass(int ms) {
     clock.advanceMs(ms);
     loop.process(0);
@@ -54,11 +56,17 @@ TEST_F(DamageTestTest, ComparesChangeWithDamage) {
     test = std::make_unique<svr::DamageTest>(*this, buffer);
     result.clear();
     pass(5000);
-    EXPECT_EQ(result, "") << "an idle screen decides nothing";
+    EXPECT_EQ(plat::TimerManager::instance().millisecondsUntilNext(), -1)
+        << "a still screen is not looked at";
+    test->wake();
+    pass(5000);
+    EXPECT_EQ(result, "") << "nor does it decide anything";
     for (const rfb::Point& p : c.drawn) buffer.drawOnScreen(p.x, p.y);
     if (!c.damage.isEmpty()) test->damageReported(c.damage);
     late = c.late;
-    pass(4999);
+    pass(2000);
+    test->wake();
+    pass(2999);
     EXPECT_EQ(result, "");
     pass(1);
     EXPECT_EQ(result, c.result) << c.damage.str();

@@ -1,5 +1,6 @@
 #include "x11/TXFixture.h"
 
+#include "tx/CaptureLostException.h"
 #include "tx/PixelBufferX11.h"
 
 #include <X11/extensions/XShm.h>
@@ -140,7 +141,7 @@ TEST_F(PixelBufferX11Test, OneRoundTripForAGrabAndNoneForNothing) {
   EXPECT_EQ(requests(row(2)), 1u + 1);
 }
 
-TEST_F(PixelBufferX11Test, AVanishedOrShrunkenDrawableIsIgnored) {
+TEST_F(PixelBufferX11Test, AShrunkenDrawableIsIgnoredAndAVanishedOneReported) {
   start();
   for (const Mode mode : kModes) {
     useMode(mode);
@@ -154,7 +155,7 @@ TEST_F(PixelBufferX11Test, AVanishedOrShrunkenDrawableIsIgnored) {
     XDestroyWindow(client(), window);
     XSync(client(), False);
     log_.clear();
-    buffer.grabRegion(buffer.getRect());
+    EXPECT_THROW(buffer.grabRegion(buffer.getRect()), tx::CaptureLostException);
     EXPECT_EQ(log_.count("grab of 0,0 to 100,100: Bad", 100, "PixelBufferX11"), 1) << log_.str();
     EXPECT_FALSE(log_.has("", 0)) << log_.str();
   }

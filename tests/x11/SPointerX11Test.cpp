@@ -125,6 +125,39 @@ TEST_F(SPointerX11Test, Watches) {
     EXPECT_EQ(heardAfter(1000), "");
     pointer_->setPolling(true);
   }
+  setParam("PollCursorTime", "20");
+  warp(46, 40);
+  EXPECT_EQ(heardAfter(20), "moved;at 46,40;") << "at once, not only at the next start";
+}
+
+// While nobody moves the pointer nothing wakes the agent, and then it hears at once.
+TEST_F(SPointerX11Test, SleepsWhileThePointerRests) {
+  begin();
+  plat::TimerManager& timers = plat::TimerManager::instance();
+  pointer_->setPolling(true);
+  int at = 60;
+  const std::pair<const char*, std::function<void()>> uses[] = {
+      {"warp", [&] { warp(at, 40); }},
+      {"XTEST",
+       [&] {
+         XTestFakeMotionEvent(client(), 0, at, 40, CurrentTime);
+         XSync(client(), False);
+       }},
+      {"injection", [&] { absolute(at, 40); }},
+  };
+  for (const auto& [name, use] : uses) {
+    // The X server's clock goes by itself.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (timers.millisecondsUntilNext() >= 0 && std::chrono::steady_clock::now() < deadline) {
+      usleep(10000);
+      heardAfter(100);
+    }
+    ASSERT_EQ(timers.millisecondsUntilNext(), -1) << name;
+    ++at;
+    use();
+    dispatchAll();
+    EXPECT_EQ(heardAfter(1), plat::format("%sat %d,40;", *name == 'i' ? "" : "moved;", at)) << name;
+  }
 }
 
 }  // namespace

@@ -38,6 +38,8 @@ class FixesExtension {
   plat::DynamicFn<decltype(::XFixesDestroyRegion)> destroyRegion{library_, "XFixesDestroyRegion"};
   plat::DynamicFn<decltype(::XFixesFetchRegionAndBounds)> fetchRegionAndBounds{
       library_, "XFixesFetchRegionAndBounds"};
+  plat::DynamicFn<decltype(::XFixesSetGCClipRegion)> setGCClipRegion{library_,
+                                                                     "XFixesSetGCClipRegion"};
   plat::DynamicFn<decltype(::XFixesSelectCursorInput)> selectCursorInput{library_,
                                                                          "XFixesSelectCursorInput"};
   plat::DynamicFn<decltype(::XFixesSelectSelectionInput)> selectSelectionInput{

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <optional>
 
 #include "plat/Assert.h"
 #include "plat/Exception.h"
@@ -12,7 +13,9 @@
 #include "plat/log/LogSrc.h"
 #include "plat/shm/SharedMemPosix.h"
 #include "plat/shm/SharedMemSysV.h"
+#include "tx/CaptureLostException.h"
 #include "tx/ErrorCatcher.h"
+#include "tx/FixesExtension.h"
 #include "tx/TXDisplay.h"
 #include "tx/XErrorLog.h"
 
@@ -49,6 +52,12 @@ rfb::Rect geometry(Drawable drawable) {
     throw plat::Exception("XGetGeometry failed");
   }
   return {0, 0, static_cast<int>(width), static_cast<int>(height)};
+}
+
+// Whether the error means that a pixmap, graphics context or segment is not there any more.
+bool tellsOfLoss(int errorCode) {
+  return errorCode == BadDrawable || errorCode == BadPixmap || errorCode == BadGC ||
+         errorCode >= FirstExtensionError;
 }
 
 int nBitsSet(int value) {
@@ -115,13 +124,17 @@ PixelBufferX11::PixelBufferX11(Drawable drawable, const plat::SharedMemPermissio
 PixelBufferX11::~PixelBufferX11() {
   release();
   // The server lets go of the segment now rather than at some later flush.
-  if (TXDisplay::isOpen()) XFlush(TXDisplay::display());
+  TXDisplay::attempt([] { XFlush(TXDisplay::display()); });
 }
 
 void PixelBufferX11::release() {
+  // Other clients may have destroyed some of it.
+  std::optional<ErrorCatcher> trap;
+  if (TXDisplay::isOpen()) trap.emplace();
   memory_.reset();
   attachment_.detach();
   gc_.reset();
+  regionGc_.reset();
   pixmap_.reset();
   image_.reset();
 }
@@ -188,12 +201,15 @@ bool PixelBufferX11::createSharedPixmap() {
   XGCValues values{};
   values.subwindow_mode = IncludeInferiors;
   values.graphics_exposures = False;
-  gc_.reset(XCreateGC(display, pixmap_.get(), GCSubwindowMode | GCGraphicsExposures, &values));
+  for (XGC* gc : {&gc_, &regionGc_}) {
+    gc->reset(XCreateGC(display, pixmap_.get(), GCSubwindowMode | GCGraphicsExposures, &values));
+  }
   if (!trap.failed()) return true;
   vlog.error("Failed to create a shared pixmap: %s",
              describeXError(display, *trap.error()).c_str());
   // What was not made is not known to the server: the errors end in this trap, too.
   gc_.reset();
+  regionGc_.reset();
   pixmap_.reset();
   return false;
 }
@@ -220,11 +236,24 @@ void PixelBufferX11::createPlain(const plat::SharedMemPermissions* permissions) 
 }
 
 void PixelBufferX11::setClip(const rfb::Region& clip) {
-  clip_ = clip;
+  // What does not limit is left out.
+  clip_ = (rfb::Region(rect_) - clip).isEmpty() ? rfb::Region() : clip;
+}
+
+bool PixelBufferX11::requestGrab(XID region) {
+  if (mode_ != Mode::kSharedPixmap || !clip_.isEmpty()) return false;
+  Display* const display = TXDisplay::display();
+  FixesExtension::get()->setGCClipRegion(display, regionGc_.get(), -rect_.tl.x, -rect_.tl.y,
+                                         region);
+  XCopyArea(display, drawable_, pixmap_.get(), regionGc_.get(), rect_.tl.x, rect_.tl.y,
+            static_cast<unsigned int>(width()), static_cast<unsigned int>(height()), 0, 0);
+  return true;
 }
 
 void PixelBufferX11::grabRegion(const rfb::Region& region) {
   if (!TXDisplay::isOpen()) return;
+  // Larger regions are refreshed as a whole.
+  if (fresh_ && region == *fresh_ && region.numRects() <= maxGrabRects.value()) return;
   if (region.numRects() <= maxGrabRects.value()) {
     grab_ = region;
   } else {
@@ -248,10 +277,10 @@ void PixelBufferX11::grabRegion(const rfb::Region& region) {
       break;
   }
   // All modes end in a round trip, so that no error is outstanding.
-  if (trap.error()) {
-    vlog.debug("grab of %s: %s", grab_.boundingRect().str().c_str(),
-               describeXError(TXDisplay::display(), *trap.error()).c_str());
-  }
+  if (!trap.error()) return;
+  const std::string error = describeXError(TXDisplay::display(), *trap.error());
+  vlog.debug("grab of %s: %s", grab_.boundingRect().str().c_str(), error.c_str());
+  if (tellsOfLoss(trap.error()->error_code)) throw CaptureLostException(error);
 }
 
 void PixelBufferX11::grabPixmap() {

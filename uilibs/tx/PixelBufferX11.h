@@ -30,8 +30,17 @@ class PixelBufferX11 : public rfb::FullFramePixelBuffer {
 
   // Refreshes the region (root coordinates), as far as it lies in the buffer and in the clip. X
   // errors are logged at level 100 and otherwise ignored: a drawable that has just shrunk is
-  // followed by a ConfigureNotify.
+  // followed by a ConfigureNotify. Throws CaptureLostException when another X client has destroyed
+  // what the buffer needs; the pixels are then as they were.
   void grabRegion(const rfb::Region& region) override;
+
+  // Has the X server refresh the part of the buffer that lies in a region which it keeps (XFIXES,
+  // in root coordinates), where it can do that by itself; returns whether it can. The pixels are
+  // there when the answer to any later request has come; errors are for the caller's trap.
+  bool requestGrab(XID region);
+  // While set, this region has just been refreshed so: grabRegion() has nothing to do for it. Not
+  // owned.
+  void setFresh(const rfb::Region* region) { fresh_ = region; }
 
   // Limits what grabRegion() fetches, in root coordinates; an empty region means no limit.
   void setClip(const rfb::Region& clip);
@@ -71,7 +80,9 @@ class PixelBufferX11 : public rfb::FullFramePixelBuffer {
   XImageOverMemory image_;
   XPixmap pixmap_;
   XGC gc_;
+  XGC regionGc_;  // clipped to a region of the X server's
   rfb::Region clip_;
+  const rfb::Region* fresh_ = nullptr;
   rfb::Region grab_;  // kept for its memory
 };
 

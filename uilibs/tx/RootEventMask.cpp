@@ -15,12 +15,11 @@ struct RootEvents {
   long selected = 0;
 
   void select() {
-    if (!TXDisplay::isOpen()) return;
     long mask = 0;
     for (const RootEventMask* request : requests) mask |= request->mask();
     if (mask == selected) return;
     selected = mask;
-    XSelectInput(TXDisplay::display(), TXDisplay::root(), mask);
+    TXDisplay::attempt([mask] { XSelectInput(TXDisplay::display(), TXDisplay::root(), mask); });
   }
 };
 

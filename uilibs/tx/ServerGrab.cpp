@@ -18,10 +18,12 @@ ServerGrab::ServerGrab() : grabbed_(!noGrab.value() && TXDisplay::isOpen()) {
 }
 
 ServerGrab::~ServerGrab() {
-  if (!grabbed_ || !TXDisplay::isOpen()) return;
-  XUngrabServer(TXDisplay::display());
-  // Nobody else is served until it arrives.
-  XFlush(TXDisplay::display());
+  if (!grabbed_) return;
+  TXDisplay::attempt([] {
+    XUngrabServer(TXDisplay::display());
+    // Nobody else is served until it arrives.
+    XFlush(TXDisplay::display());
+  });
 }
 
 }  // namespace tx

@@ -11,7 +11,6 @@
 #include "plat/Assert.h"
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
-#include "tx/DisplayLostException.h"
 #include "tx/ResourceIds.h"
 #include "tx/XErrorLog.h"
 
@@ -77,12 +76,8 @@ TXDisplay::TXDisplay(const char* name) : TXDisplay(openWithRetry(name)) {
 }
 
 TXDisplay::~TXDisplay() {
-  try {
-    // Errors that are still to come belong to the traps that are still known.
-    if (isOpen()) XSync(display_, False);
-  } catch (const DisplayLostException&) {
-    // Seen below.
-  }
+  // Errors that are still to come belong to the traps that are still known.
+  attempt([this] { XSync(display_, False); });
   while (!parts_.empty()) {
     const Owned last = std::move(parts_.back());
     parts_.pop_back();
@@ -90,6 +85,14 @@ TXDisplay::~TXDisplay() {
   }
   // What is released now may be gone already.
   XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
+  attempt([this] {
+    if (font_) XFreeFont(display_, font_);
+    font_ = nullptr;
+    if (gc_) XFreeGC(display_, gc_);
+    gc_ = nullptr;
+    // The last round trip that can fail.
+    XSync(display_, False);
+  });
   if (lost_) {
     // Perhaps in the middle of a request, and libXext may have freed what it closes again: Xlib's
     // part is given up, the descriptor is not. It stays known, so that it counts as no leak.
@@ -102,9 +105,7 @@ TXDisplay::~TXDisplay() {
     givenUp->push_back({display_, gc_, font_});
     ::close(ConnectionNumber(display_));
   } else {
-    if (font_) XFreeFont(display_, font_);
-    if (gc_) XFreeGC(display_, gc_);
-    XCloseDisplay(display_);
+    attempt([this] { XCloseDisplay(display_); });
   }
   current_ = nullptr;
 }

@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "tx/DisplayLostException.h"
+
 namespace tx {
 
 // The process's connection to the X server and owner of all that is known of that server: its
@@ -39,6 +41,17 @@ class TXDisplay {
     Throwing(const Throwing&) = delete;
     Throwing& operator=(const Throwing&) = delete;
   };
+
+  // Makes requests where no exception may leave, as in a destructor: does nothing unless the
+  // display is open, and leaves it to isLost() to tell when it is lost meanwhile.
+  template <typename Requests>
+  static void attempt(Requests&& requests) {
+    try {
+      if (isOpen()) requests();
+    } catch (const DisplayLostException&) {
+      // Seen by isLost().
+    }
+  }
 
   // The rest needs a display (asserted), lost or not.
   static Display* display() { return get().display_; }

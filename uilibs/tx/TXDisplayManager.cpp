@@ -35,22 +35,43 @@ TXDisplayManager::TXDisplayManager(const char* displayName)
   io_.setHandler(this);
 }
 
+void TXDisplayManager::inputReady(io::Io&) {
+  readable_ = true;
+}
+
+void TXDisplayManager::flush() {
+  Display* const display = TXDisplay::display();
+  const unsigned long last = NextRequest(display) - 1;
+  if (last == flushed_) return;
+  flushed_ = last;
+  if (last != LastKnownRequestProcessed(display)) XFlush(display);
+}
+
+int TXDisplayManager::read() {
+  Display* const display = TXDisplay::display();
+  const unsigned long last = NextRequest(display) - 1;
+  if (!readable_ && last == read_) return 0;
+  readable_ = false;
+  read_ = last;
+  return XEventsQueued(display, QueuedAfterReading);
+}
+
 bool TXDisplayManager::dispatchPending() {
   if (!TXDisplay::isOpen()) return false;
   try {
     Display* const display = TXDisplay::display();
     const auto end = Clock::now() + kMaxTime;
     sieveEvents();
-    XFlush(display);
+    flush();
     int left = XEventsQueued(display, QueuedAlready);
-    if (left == 0) left = XEventsQueued(display, QueuedAfterReading);
+    if (left == 0) left = read();
     // Handlers take events out of the queue, too.
     for (left = std::min(left, kMaxEvents); left > 0 && isQueued() && Clock::now() < end; --left) {
       XEvent event;
       XNextEvent(display, &event);
       TXEventHandler::dispatch(event);
     }
-    if (TXDisplay::isOpen()) XFlush(display);
+    if (TXDisplay::isOpen()) flush();
     return isQueued();
   } catch (const DisplayLostException&) {
     return false;

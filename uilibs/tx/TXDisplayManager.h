@@ -9,8 +9,8 @@
 namespace tx {
 
 // Opens the X display and makes its connection one of the loop's descriptors, so that the loop's
-// wait ends when X events arrive. Nothing is read here: dispatchPending() does it before each wait.
-class TXDisplayManager : public io::IoHandler {
+// wait ends when X events arrive: dispatchPending() reads them before the next wait.
+class TXDisplayManager : private io::IoHandler {
  public:
   // Opens the display of that name (null: DISPLAY) for as long as this object lives, unless one is
   // open. Throws plat::Exception.
@@ -23,8 +23,22 @@ class TXDisplayManager : public io::IoHandler {
   bool dispatchPending();
 
  private:
+  // io::IoHandler
+  void inputReady(io::Io& io) override;
+
+  // Sends what is buffered, if anything is.
+  void flush();
+  // Reads what has arrived, if anything can have; returns the number of events that are queued.
+  int read();
+
   std::optional<TXDisplay> display_;
   io::FdIo io_;
+  // Xlib asks the connection for events whenever it flushes or is asked for them, and while it
+  // waits for replies: system calls that are left out while nothing was sent and nothing has
+  // arrived.
+  unsigned long flushed_ = 0;  // number of the last request that was
+  unsigned long read_ = 0;     // number of the last request when events were last read
+  bool readable_ = true;
 };
 
 }  // namespace tx

@@ -44,7 +44,7 @@ void TXWindow::destroy() {
   windows().erase(it);
   // Others can have destroyed it.
   const ErrorCatcher trap;
-  if (TXDisplay::isOpen()) XDestroyWindow(TXDisplay::display(), id_);
+  TXDisplay::attempt([this] { XDestroyWindow(TXDisplay::display(), id_); });
 }
 
 void TXWindow::remake() {

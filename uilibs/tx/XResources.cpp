@@ -2,6 +2,8 @@
 
 #include <sys/ipc.h>
 
+#include <utility>
+
 #include "tx/DamageExtension.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/FixesExtension.h"
@@ -42,8 +44,8 @@ bool XShmAttachment::attach(int segmentId, void* address) {
 }
 
 void XShmAttachment::detach() {
-  if (attached_ && TXDisplay::isOpen()) XShmDetach(TXDisplay::display(), &info_);
-  attached_ = false;
+  if (!std::exchange(attached_, false)) return;
+  TXDisplay::attempt([this] { XShmDetach(TXDisplay::display(), &info_); });
 }
 
 }  // namespace tx

@@ -8,6 +8,7 @@
 #include <X11/extensions/XShm.h>
 
 #include <memory>
+#include <utility>
 
 #include "tx/TXDisplay.h"
 
@@ -50,10 +51,10 @@ class XResource {
   Id get() const { return id_; }
   explicit operator bool() const { return id_ != Id{}; }
   void reset(Id id = Id{}) {
-    if (id_ != Id{} && (TXDisplay::isOpen() || (kHasMemory && TXDisplay::isLost()))) {
-      Release(TXDisplay::display(), id_);
-    }
-    id_ = id;
+    const Id old = std::exchange(id_, id);
+    if (old == Id{}) return;
+    if (kHasMemory && TXDisplay::isLost()) Release(TXDisplay::display(), old);
+    TXDisplay::attempt([old] { Release(TXDisplay::display(), old); });
   }
 
  private:

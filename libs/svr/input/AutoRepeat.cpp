@@ -22,6 +22,10 @@ void setMode(int mode) {
 
 }  // namespace
 
+AutoRepeat::~AutoRepeat() {
+  tx::TXDisplay::attempt([this] { resume(); });
+}
+
 void AutoRepeat::suspend() {
   timer_.stop();
   if (suspended_) return;

@@ -10,7 +10,7 @@ class AutoRepeat : private plat::Timer::Callback {
  public:
   AutoRepeat() : timer_(this) {}
   // Switches it back on.
-  ~AutoRepeat() { resume(); }
+  ~AutoRepeat();
   AutoRepeat(const AutoRepeat&) = delete;
   AutoRepeat& operator=(const AutoRepeat&) = delete;
 

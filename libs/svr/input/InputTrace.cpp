@@ -83,8 +83,8 @@ InputTrace::InputTrace() : property_(tx::internAtom(kProperty)) {
 }
 
 InputTrace::~InputTrace() {
-  if (!tx::TXDisplay::isOpen()) return;
-  XDeleteProperty(tx::TXDisplay::display(), tx::TXDisplay::root(), property_);
+  tx::TXDisplay::attempt(
+      [this] { XDeleteProperty(tx::TXDisplay::display(), tx::TXDisplay::root(), property_); });
 }
 
 void InputTrace::keyPressed(int keycode) {

@@ -24,11 +24,12 @@ constexpr useconds_t kReleaseDelayUs = 100 * 1000;
 SKeyboardX11::SKeyboardX11() : trace_(InputTrace::get()), grafts_(map_), interpreter_(*this) {}
 
 SKeyboardX11::~SKeyboardX11() {
-  if (!tx::TXDisplay::isOpen()) return;
-  interpreter_.releasePressedKeys();
-  autoRepeat_.resume();
-  XFlush(tx::TXDisplay::display());
-  usleep(kReleaseDelayUs);
+  tx::TXDisplay::attempt([this] {
+    interpreter_.releasePressedKeys();
+    autoRepeat_.resume();
+    XFlush(tx::TXDisplay::display());
+    usleep(kReleaseDelayUs);
+  });
 }
 
 bool SKeyboardX11::keyEvent(uint32_t keysym, bool down, bool mayGraft) {

@@ -3,11 +3,9 @@
 #include <X11/extensions/XTest.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 
 #include "plat/config/BoolParameter.h"
-#include "plat/config/IntParameter.h"
 #include "svr/input/InputTrace.h"
 #include "tx/TXDisplay.h"
 #include "tx/XTestExtension.h"
@@ -16,8 +14,6 @@ namespace svr {
 
 namespace {
 
-plat::IntParameter pollCursorTime("PollCursorTime", plat::MessageId{"svr_param_pollcursortime"},
-                                  100, 0, INT_MAX);
 plat::BoolParameter usePointerMapping(
     "UsePointerMapping", "Take the X11 pointer mapping into account when injecting button presses",
     true, true);
@@ -27,22 +23,12 @@ int onWire(int32_t coordinate) {
   return std::clamp(coordinate, INT16_MIN, INT16_MAX);
 }
 
-rfb::Point pointerPosition() {
-  Window root, child;
-  int rootX = 0, rootY = 0, x, y;
-  unsigned mask;
-  XQueryPointer(tx::TXDisplay::display(), tx::TXDisplay::root(), &root, &child, &rootX, &rootY, &x,
-                &y, &mask);
-  return {rootX, rootY};
-}
-
 }  // namespace
 
-SPointerX11::SPointerX11(SPointerX11Callback* callback)
-    : callback_(callback), last_(pointerPosition()), pollTimer_(this) {}
+SPointerX11::SPointerX11(SPointerX11Callback* callback) : watch_(callback) {}
 
 SPointerX11::~SPointerX11() {
-  releaseButtons();
+  tx::TXDisplay::attempt([this] { releaseButtons(); });
 }
 
 void SPointerX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative) {
@@ -51,11 +37,11 @@ void SPointerX11::pointerEvent(const rfb::Point& position, uint32_t buttonMask, 
   const int x = onWire(position.x), y = onWire(position.y);
   if (relative) {
     if (position != rfb::Point()) XTestFakeRelativeMotionEvent(display, x, y, CurrentTime);
-  } else if (position != last_) {
+  } else if (position != watch_.last()) {
     XTestFakeMotionEvent(display, tx::TXDisplay::screen(), x, y, CurrentTime);
   }
   injectButtons(buttonMask);
-  if (store(relative ? pointerPosition() : position)) moved_ = true;
+  watch_.injected(relative ? PointerWatch::position() : position);
 }
 
 void SPointerX11::injectButtons(uint32_t buttonMask) {
@@ -80,38 +66,6 @@ void SPointerX11::injectButtons(uint32_t buttonMask) {
 void SPointerX11::releaseButtons() {
   if (!tx::TXDisplay::isOpen() || lastButtonMask_ == 0) return;
   injectButtons(0);
-}
-
-bool SPointerX11::store(const rfb::Point& position) {
-  if (position == last_) return false;
-  last_ = position;
-  return true;
-}
-
-void SPointerX11::setPolling(bool on) {
-  if (!on || pollCursorTime.value() <= 0) {
-    pollTimer_.stop();
-    return;
-  }
-  pollTimer_.start(pollCursorTime.value());
-  last_ = pointerPosition();
-}
-
-void SPointerX11::timerCallback(plat::Timer& timer) {
-  // Switched off by parameter meanwhile.
-  if (pollCursorTime.value() <= 0) return;
-  timer.start(pollCursorTime.value());
-  checkPosition();
-  if (!moved_) return;
-  moved_ = false;
-  callback_->pointerPosition(last_.x, last_.y);
-}
-
-void SPointerX11::checkPosition() {
-  if (!tx::TXDisplay::isOpen()) return;
-  if (!store(pointerPosition())) return;
-  moved_ = true;
-  callback_->pointerMoved();
 }
 
 }  // namespace svr

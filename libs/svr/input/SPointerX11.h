@@ -2,26 +2,14 @@
 
 #include <cstdint>
 
-#include "plat/timer/Timer.h"
 #include "rfb/Point.h"
+#include "svr/input/PointerWatch.h"
 
 namespace svr {
 
-// Hears of the pointer's position.
-class SPointerX11Callback {
- public:
-  // The position to report, in root window coordinates.
-  virtual void pointerPosition(int x, int y) = 0;
-  // The pointer has moved, otherwise than by injection.
-  virtual void pointerMoved() = 0;
-
- protected:
-  ~SPointerX11Callback() = default;
-};
-
 // Moves the pointer and presses its buttons through XTEST as viewers ask, and watches where it is.
 // The display must be open.
-class SPointerX11 : private plat::Timer::Callback {
+class SPointerX11 {
  public:
   // The callback is not owned.
   explicit SPointerX11(SPointerX11Callback* callback);
@@ -35,21 +23,16 @@ class SPointerX11 : private plat::Timer::Callback {
   void pointerEvent(const rfb::Point& position, uint32_t buttonMask, bool relative);
   void releaseButtons();
 
-  // Watches the position every `PollCursorTime` ms, if that is above 0.
-  void setPolling(bool on);
+  // Watches the position, see PointerWatch.
+  void setPolling(bool on) { watch_.setOn(on); }
+  // Something may have moved the pointer without using it.
+  void screenChanged() { watch_.wake(); }
 
  private:
-  void timerCallback(plat::Timer& timer) override;
-  void checkPosition();
   void injectButtons(uint32_t buttonMask);
-  // Stores a position; true if it is another one.
-  bool store(const rfb::Point& position);
 
-  SPointerX11Callback* callback_;
-  rfb::Point last_;
-  plat::Timer pollTimer_;
+  PointerWatch watch_;
   uint32_t lastButtonMask_ = 0;
-  bool moved_ = false;
 };
 
 }  // namespace svr
