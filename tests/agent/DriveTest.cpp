@@ -31,7 +31,8 @@ TEST_F(DriveTest, NothingDoneIsNoSuccess) {
             "1 |ruvodrive: No LogDest found: 'nowhere'" + where);
   EXPECT_EQ(run({"monitors", "select", "9", "shot", "x.png"}).substr(0, 41),
             "1 |ruvodrive: Invalid monitor selection: ");
-  EXPECT_EQ(run({"shot", "x.gif"}), "1 |ruvodrive: x.gif: pictures are PNG files (.png)\n");
+  EXPECT_EQ(run({"shot", "x.gif"}),
+            "1 |ruvodrive: x.gif: pictures are PNG, JPEG or WebP files (.png, .jpg, .webp)\n");
   // Nothing is started for these.
   for (const std::string parameter : {"NoSuch=1", "UpdatePeriod=x"}) {
     EXPECT_EQ(run({"--agent", RUVO_AGENT, "--param", parameter, "move", "1", "1"}).substr(0, 12),

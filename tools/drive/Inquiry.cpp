@@ -7,6 +7,8 @@
 #include "Commands.h"
 #include "JsonOutput.h"
 #include "host/ProgramOutput.h"
+#include "loc/Localizer.h"
+#include "loc/Messages.h"
 #include "plat/Exception.h"
 #include "ruvohost/Parameters.h"
 
@@ -21,6 +23,12 @@ struct Finding {
   std::string advice;  // what to do; empty when all is well
 };
 
+// Some descriptions are the ids of texts in several languages.
+std::string descriptionOf(const ruvohost::Parameter& parameter) {
+  if (!loc::findMessage(parameter.description.c_str())) return parameter.description;
+  return loc::Localizer::instance().text(parameter.description.c_str()).str();
+}
+
 void listParameters(const SessionOptions& options, bool asJson) {
   const std::string agent = options.agent.empty() ? defaultAgent() : options.agent;
   Json list = Json::array();
@@ -29,7 +37,7 @@ void listParameters(const SessionOptions& options, bool asJson) {
       Json entry = {{"name", p.name},
                     {"type", p.typeName},
                     {"default", p.defaultValue},
-                    {"description", p.description},
+                    {"description", descriptionOf(p)},
                     {"hidden", p.hidden}};
       if (!p.minimum.empty()) entry["minimum"] = p.minimum;
       if (!p.maximum.empty()) entry["maximum"] = p.maximum;
@@ -42,7 +50,7 @@ void listParameters(const SessionOptions& options, bool asJson) {
     if (!p.minimum.empty()) limits = p.minimum + ".." + p.maximum;
     for (const std::string& choice : p.choices) limits += (limits.empty() ? "" : "|") + choice;
     std::printf("%-20s %-7s %-14s %-10s %s\n", p.name.c_str(), p.typeName.c_str(), limits.c_str(),
-                p.defaultValue.empty() ? "-" : p.defaultValue.c_str(), p.description.c_str());
+                p.defaultValue.empty() ? "-" : p.defaultValue.c_str(), descriptionOf(p).c_str());
   }
   if (asJson) printJsonLine(list);
 }

@@ -14,7 +14,9 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
 
   auto shotOptions = std::make_shared<ShotOptions>();
   CLI::App* command = app.add_subcommand("shot", "Writes a picture of the desktop");
-  command->add_option("file", shotOptions->file, "PNG file to write; - is standard output")
+  command
+      ->add_option("file", shotOptions->file,
+                   "File to write: .png, .jpg or .webp; - is standard output")
       ->required();
   command->add_flag("--cursor", shotOptions->cursor, "Draw the cursor into it");
   CLI::Option* region =
@@ -40,7 +42,8 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
 
   auto file = std::make_shared<std::string>();
   command = app.add_subcommand("cursor", "Writes a picture of the cursor");
-  command->add_option("file", *file, "PNG file to write; - is standard output")->required();
+  command->add_option("file", *file, "File to write: .png or .webp; - is standard output")
+      ->required();
   setExamples(*command, "cursor pointer.png", "move 100 100 -- cursor pointer.png");
   command->callback([&session, file] { cursorShot(session, *file); });
 
