@@ -236,7 +236,7 @@ void AgentConnection::readPixelBuffer(rdr::InStream& in) {
     segment_.reset();
     segmentError_.clear();
     try {
-      segment_ = plat::openSharedMem(info.segment);
+      if (mapsSegments_) segment_ = plat::openSharedMem(info.segment);
     } catch (const plat::Exception& e) {
       segmentError_ = e.text();
     }

@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "agent/SharedDisplay.h"
 #include "support/Program.h"
@@ -65,6 +67,54 @@ TEST_F(DriveTest, CommandsInARow) {
   EXPECT_EQ(run({"monitors", "--json"}).substr(0, 26), "0 {\"monitors\":[{\"name\":\"1\"");
   EXPECT_EQ(run({"record", "--for", "0.3", "--rate", "10", "-"}).substr(0, 42),
             "0 YUV4MPEG2 W641 H480 F10:1 Ip A1:1 C444\nF");
+}
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST_F(DriveTest, RecordedSessions) {
+  const test::TempDir directory;
+  const std::string file = directory / "a.session";
+  const auto shows = [&](const std::string& what) {
+    const std::string text = run({"play-session", "--show", file});
+    EXPECT_EQ(text[0], '0') << text;
+    return text.find(what) != std::string::npos;
+  };
+  // A key's symbol stands in the message, and in the agent's log at level 100.
+  const std::string pressQ = R"("server":"keyEvent","length":5,"body":"0000007101")";
+  const std::string pressX = R"("server":"keyEvent","length":5,"body":"0000007801")";
+  EXPECT_EQ(run({"record-session", file, "key", "q"}), "0 |");
+  EXPECT_TRUE(shows(pressQ));
+  EXPECT_TRUE(shows("keysym 0x0071"));
+  EXPECT_TRUE(shows(R"("message":"init","magic")"));
+  const std::string played = run({"play-session", "--fast", file});
+  EXPECT_EQ(played[0], '0') << played;
+  EXPECT_NE(played.find("keysym 0x0071"), std::string::npos);
+
+  EXPECT_EQ(run({"record-session", "--redact", file, "key", "q"}), "0 |");
+  EXPECT_TRUE(shows(pressX));
+  EXPECT_FALSE(shows("keysym 0x0071"));
+  EXPECT_EQ(run({"record-session", "--redact", "--for", "0.3", file, "clip", "set", "--for", "0.1"},
+                "a secret")[0],
+            '0');
+  EXPECT_TRUE(shows(R"("server":"clientCutText","length":12)"));
+  EXPECT_EQ(contentsOf(file).find("secret"), std::string::npos);
+
+  // Whole or not at all, and told.
+  const std::string before = contentsOf(file);
+  EXPECT_EQ(run({"--agent", "/nonexistent", "record-session", file, "key", "q"})[0], '1');
+  EXPECT_EQ(contentsOf(file), before);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 1);
+  std::ofstream(file, std::ios::binary) << before.substr(0, before.size() - 3);
+  EXPECT_EQ(run({"play-session", "--show", file})[0], '1');
+  std::ofstream(file, std::ios::binary) << "something else";
+  EXPECT_EQ(run({"play-session", file}), "1 |ruvodrive: " + file + ": not a recorded session\n");
+
+  EXPECT_EQ(run({"record-session", "--pixels", "--for", "0.3", file}), "0 |");
+  EXPECT_EQ(run({"play-session", "--show", "--save-pixels", directory.path(), file})[0], '0');
+  EXPECT_EQ(contentsOf(directory / "00001+0+0.png").substr(1, 3), "PNG");
 }
 
 TEST_F(DriveTest, HelpFitsAScreenAndShowsExamples) {

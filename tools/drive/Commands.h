@@ -22,6 +22,8 @@ void addMonitorCommands(CLI::App& app, SessionOptions& session);
 void addResizeCommand(CLI::App& app, SessionOptions& session);
 // params, doctor
 void addInquiryCommands(CLI::App& app, SessionOptions& session);
+// record-session, play-session
+void addRecordedCommands(CLI::App& app, SessionOptions& session);
 
 // For options that are a time: what is wrong with the text, or nothing.
 std::string checkSeconds(const std::string& text);
