@@ -117,12 +117,55 @@ TEST_F(DriveTest, RecordedSessions) {
   EXPECT_EQ(contentsOf(directory / "00001+0+0.png").substr(1, 3), "PNG");
 }
 
+TEST_F(DriveTest, ShowsAndMeasuresTheDesktop) {
+  // A terminal's picture has the colour of the screen; without a terminal there is none.
+  support::Program::run({"xsetroot", "-display", display(), "-solid", "#336699"}, {});
+  support::Program::Options options;
+  options.captureOutput = true;
+  options.environment = {{"DISPLAY", display()}, {"TERM", "xterm"}};
+  support::Program terminal(
+      {"script", "-qec", std::string(RUVO_DRIVE) + " live --for 0.5", "/dev/null"}, options);
+  EXPECT_EQ(terminal.wait(support::Milliseconds(20000)), 0);
+  EXPECT_NE(terminal.output().find("\x1b[38;2;51;102;153;48;2;51;102;153m\u2580"),
+            std::string::npos);
+  EXPECT_EQ(run({"live"})[0], '1');
+
+  const std::string figures =
+      run({"watch", "--json", "--quiet", "--no-log", "--draw", "--for", "1"});
+  const size_t draws = figures.find("\"drawToUpdateMs\":{\"p50\":");
+  ASSERT_NE(draws, std::string::npos) << figures;
+  EXPECT_GT(std::atof(figures.c_str() + draws + 25), 0);
+
+  const std::string findings = run({"--param", "UpdatePeriod=30", "doctor"});
+  EXPECT_NE(findings.find("complete (Damage test: any 1 all 1"), std::string::npos) << findings;
+  EXPECT_NE(findings.find("UpdatePeriod=30 (Preference), from the command line"),
+            std::string::npos);
+}
+
+TEST_F(DriveTest, InterruptedVideosAreWhole) {
+  if (std::system("command -v ffmpeg ffprobe >/dev/null") != 0) GTEST_SKIP() << "no ffmpeg";
+  const test::TempDir directory;
+  const std::string file = directory / "a.mp4";
+  support::Program::Options options;
+  options.environment = {{"DISPLAY", display()}};
+  support::Program recorder({RUVO_DRIVE, "record", file}, options);
+  // The encoder makes the file with its first pictures.
+  EXPECT_TRUE(support::waitFor([&] { return std::filesystem::exists(file); }));
+  recorder.signal(SIGINT);
+  EXPECT_EQ(recorder.wait(support::Milliseconds(30000)), 0);
+  options.captureOutput = true;
+  support::Program probe({"ffprobe", "-v", "error", "-show_entries", "stream=width", file},
+                         options);
+  EXPECT_EQ(probe.wait(support::Milliseconds(30000)), 0);
+  EXPECT_NE(probe.output().find("width=642"), std::string::npos) << probe.output();
+}
+
 TEST_F(DriveTest, HelpFitsAScreenAndShowsExamples) {
   const std::string help = run({"--help"});
-  EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 40) << help;
-  for (const char* command :
-       {"shot", "cursor", "record", "watch", "raw", "type", "key", "move", "click", "drag", "wheel",
-        "clip", "monitors", "resize", "params", "doctor"}) {
+  EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 36) << help;
+  for (const char* command : {"shot", "cursor", "record", "live", "watch", "record-session",
+                              "play-session", "raw", "type", "key", "move", "click", "drag",
+                              "wheel", "clip", "monitors", "resize", "params", "doctor"}) {
     const std::string text = run({command, "--help"});
     const size_t examples = text.find("Examples:\n  ruvodrive ");
     ASSERT_NE(examples, std::string::npos) << text;
