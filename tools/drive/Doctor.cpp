@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <utility>
 #include <vector>
@@ -167,8 +168,12 @@ std::vector<Finding> examine(const SessionOptions& sessionOptions) {
 
   std::vector<Finding> findings;
   const host::PixelBufferInfo& info = session.agent().pixelBuffer();
-  findings.push_back(
-      {"display", sessionOptions.display.empty() ? "as in DISPLAY" : sessionOptions.display, ""});
+  const char* display = std::getenv("DISPLAY");
+  findings.push_back({"display",
+                      !sessionOptions.display.empty() ? sessionOptions.display
+                      : display                       ? display
+                                                      : "",
+                      ""});
   addExtension(findings, seen, "XTEST", "XTest",
                "keys and buttons can't be pressed: enable XTEST in the X server");
   addExtension(findings, seen, "DAMAGE", "XDamage",
@@ -236,7 +241,9 @@ void doctor(const SessionOptions& options, bool asJson) {
                 advice.c_str());
   }
   if (asJson) printJsonLine(list);
-  if (wrong > 0) throw Failure(plat::format("%d things are wrong", wrong));
+  if (wrong > 0)
+    throw Failure(wrong == 1 ? std::string("one thing is wrong")
+                             : plat::format("%d things are wrong", wrong));
 }
 
 }  // namespace drive
