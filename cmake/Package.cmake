@@ -45,6 +45,8 @@ pictures of the desktop, typing, clicks, the clipboard, display sizes. The
 systemd unit ruvo-desktop@ runs a private desktop and a tool on it.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "ruvoagent (= ${PROJECT_VERSION}-1)")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "xvfb")
+# Programs that some commands ask.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "ffmpeg, x11-utils, x11-xserver-utils")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libruvohost-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)

@@ -236,16 +236,17 @@ void AgentConnection::readPixelBuffer(rdr::InStream& in) {
     segment_.reset();
     segmentError_.clear();
     try {
-      segment_ = plat::openSharedMem(info.segment);
+      if (mapsSegments_) segment_ = plat::openSharedMem(info.segment);
     } catch (const plat::Exception& e) {
       segmentError_ = e.text();
     }
   }
-  const uint64_t needed = static_cast<uint64_t>(info.stride) *
-                          static_cast<uint64_t>(info.rect.height()) *
-                          static_cast<uint64_t>(info.format.bytesPerPixel());
-  if (info.rect.isEmpty() || info.stride < static_cast<uint32_t>(info.rect.width()) ||
-      needed > info.segment.size) {
+  // Products of what an agent says may be more than 64 bits hold.
+  const int32_t width = info.rect.width(), height = info.rect.height();
+  const uint64_t rowBytes =
+      static_cast<uint64_t>(info.stride) * static_cast<uint64_t>(info.format.bytesPerPixel());
+  if (width <= 0 || height <= 0 || info.stride < static_cast<uint32_t>(width) ||
+      static_cast<uint64_t>(height) > info.segment.size / rowBytes) {
     segment_.reset();
     segmentError_ = "the segment is smaller than the buffer";
   }
@@ -289,7 +290,9 @@ void AgentConnection::readCursorImage(rdr::InStream& in) {
     const uint64_t expected = static_cast<uint64_t>(cursor.rect.width()) *
                               static_cast<uint64_t>(cursor.rect.height()) *
                               static_cast<uint64_t>(cursor.format.bytesPerPixel());
-    if (length != expected || length > kMaxCursorBytes) {
+    // Two negative sides have a positive product.
+    if (cursor.rect.width() < 0 || cursor.rect.height() < 0 || length != expected ||
+        length > kMaxCursorBytes) {
       throw plat::Exception("cursor image of %u bytes does not fit its rectangle", length);
     }
     cursor.pixels.resize(length);

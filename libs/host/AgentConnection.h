@@ -34,6 +34,8 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
 
   void setListener(AgentListener* listener) { listener_ = listener; }
   bool isConnected() const { return endpoint_ != nullptr; }
+  // Whether published framebuffers are mapped (default: on).
+  void setMapsSegments(bool maps) { mapsSegments_ = maps; }
   void close();
   // Writes what is left, ends our direction and listens until the agent has gone. What was written
   // is handled for certain then. False when that takes longer than timeoutMs.
@@ -115,6 +117,7 @@ class AgentConnection : private io::MsgIpc::Reader, private io::MsgIpc::Callback
   PixelBufferInfo buffer_;
   std::shared_ptr<plat::SharedMem> segment_;
   std::string segmentError_;
+  bool mapsSegments_ = true;
   std::vector<ColourMapEntry> colourMap_;
   // A clipboard text that is arriving.
   std::string cutText_;

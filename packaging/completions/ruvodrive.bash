@@ -8,7 +8,7 @@ _ruvodrive_listed() {
 
 _ruvodrive() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local program=${COMP_WORDS[0]} command='' word help words=''
+  local program=${COMP_WORDS[0]} word commands words='' command=()
   COMPREPLY=()
   case $previous in
     --agent) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
@@ -20,19 +20,25 @@ _ruvodrive() {
       ;;
   esac
   if [[ -z $words ]]; then
-    help=$("$program" --help 2>/dev/null)
-    words=$(_ruvodrive_listed "$help")
+    commands=$(_ruvodrive_listed "$("$program" --help 2>/dev/null)")
+    words=$commands
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
       if [[ $word == -- ]]; then
-        command=''
-      elif [[ -z $command && $word != -* ]] && grep -qxF -e "$word" <<<"$words"; then
-        command=$word
+        command=()
+        words=$commands
+      elif [[ $word != -* ]] && grep -qxF -e "$word" <<<"$words"; then
+        # A command of the command before, or one that follows "record-session" or "monitors select".
+        grep -qxF -e "$word" <<<"$commands" && command=()
+        command+=("$word")
+        words=$(_ruvodrive_listed "$("$program" "${command[@]}" --help 2>/dev/null)")
+        case ${command[*]} in
+          record-session | 'monitors select') words+=$'\n'$(grep -v '^-' <<<"$commands") ;;
+        esac
       fi
     done
-    [[ -z $command ]] || words=$(_ruvodrive_listed "$("$program" "$command" --help 2>/dev/null)")
   fi
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-  [[ -z $command ]] || mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -- "$current")
+  [[ ${#command[@]} -eq 0 ]] || mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -- "$current")
 }
 
 complete -F _ruvodrive ruvodrive

@@ -3,26 +3,40 @@
 
 # What a help text lists in its first column: word, tab, description.
 function __ruvodrive_listed
-    sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+)([ ,][^ ]+)* {2,}(.*)$/\2\t\4/p' \
+    sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+)([ ,][^ ]+)*( {2,}(.*))?$/\2\t\5/p' \
         -e 's/^ {1,4}([a-z][a-z-]*) {2,}(.*)$/\1\t\2/p'
 end
 
+function __ruvodrive_commands
+    ruvodrive --help 2>/dev/null | __ruvodrive_listed | string match -rv '^-' | string replace -r '\t.*' ''
+end
+
+# The command that the words before stand for, one word a line: "clip", "get".
 function __ruvodrive_command
-    set -l commands (ruvodrive --help 2>/dev/null | __ruvodrive_listed | string match -rv '^-' | string replace -r '\t.*' '')
+    set -l commands (__ruvodrive_commands)
+    set -l known $commands
     set -l command
     set -l words (commandline -opc)
     for word in $words[2..-1]
         if test "$word" = --
             set command
-        else if test -z "$command"; and contains -- $word $commands
-            set command $word
+            set known $commands
+        else if contains -- $word $known
+            contains -- $word $commands; and set command
+            set -a command $word
+            set known (ruvodrive $command --help 2>/dev/null | __ruvodrive_listed | string match -rv '^-' | string replace -r '\t.*' '')
+            string match -qr '^(record-session|monitors select)$' "$command"; and set -a known $commands
         end
     end
-    test -z "$command"; or echo $command
+    printf '%s\n' $command
 end
 
 function __ruvodrive_words
-    ruvodrive (__ruvodrive_command) --help 2>/dev/null | __ruvodrive_listed
+    set -l command (__ruvodrive_command | string match -rv '^$')
+    ruvodrive $command --help 2>/dev/null | __ruvodrive_listed
+    if string match -qr '^(record-session|monitors select)$' "$command"
+        __ruvodrive_commands
+    end
 end
 
 function __ruvodrive_parameters

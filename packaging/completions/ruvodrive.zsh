@@ -4,13 +4,13 @@
 
 # What a help text lists in its first column, as "word:description".
 _ruvodrive_listed() {
-  sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+)([ ,][^ ]+)* {2,}(.*)$/\2:\4/p' \
+  sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+)([ ,][^ ]+)*( {2,}(.*))?$/\2:\5/p' \
     -e 's/^ {1,4}([a-z][a-z-]*) {2,}(.*)$/\1:\2/p' <<<"$1"
 }
 
 _ruvodrive() {
-  local help command='' word
-  local -a listed
+  local word
+  local -a commands command listed
   case $words[CURRENT-1] in
     --agent) _files; return ;;
     --mode) compadd service user virtual; return ;;
@@ -20,20 +20,24 @@ _ruvodrive() {
         sed -n 's/.* name="\([^"]*\)".*/\1=/p')
       return ;;
   esac
-  help=$($words[1] --help 2>/dev/null)
-  listed=(${(f)"$(_ruvodrive_listed "$help")"})
+  commands=(${(f)"$(_ruvodrive_listed "$($words[1] --help 2>/dev/null)")"})
+  listed=($commands)
   for word in ${words[2,CURRENT-1]}; do
     if [[ $word == -- ]]; then
-      command=''
-    elif [[ -z $command && $word != -* && -n ${(M)listed:#$word:*} ]]; then
-      command=$word
+      command=()
+      listed=($commands)
+    elif [[ $word != -* && -n ${(M)listed:#$word:*} ]]; then
+      # A command of the command before, or one that follows "record-session" or "monitors select".
+      [[ -z ${(M)commands:#$word:*} ]] || command=()
+      command+=($word)
+      listed=(${(f)"$(_ruvodrive_listed "$($words[1] $command --help 2>/dev/null)")"})
+      case "$command" in
+        (record-session|'monitors select') listed+=(${commands:#-*}) ;;
+      esac
     fi
   done
-  if [[ -n $command ]]; then
-    listed=(${(f)"$(_ruvodrive_listed "$($words[1] $command --help 2>/dev/null)")"})
-  fi
   _describe ruvodrive listed
-  [[ -z $command ]] || _files
+  (( ! $#command )) || _files
 }
 
 _ruvodrive "$@"

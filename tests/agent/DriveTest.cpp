@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "agent/SharedDisplay.h"
 #include "support/Program.h"
@@ -31,7 +33,8 @@ TEST_F(DriveTest, NothingDoneIsNoSuccess) {
             "1 |ruvodrive: No LogDest found: 'nowhere'" + where);
   EXPECT_EQ(run({"monitors", "select", "9", "shot", "x.png"}).substr(0, 41),
             "1 |ruvodrive: Invalid monitor selection: ");
-  EXPECT_EQ(run({"shot", "x.gif"}), "1 |ruvodrive: x.gif: pictures are PNG files (.png)\n");
+  EXPECT_EQ(run({"shot", "x.gif"}),
+            "1 |ruvodrive: x.gif: pictures are PNG, JPEG or WebP files (.png, .jpg, .webp)\n");
   // Nothing is started for these.
   for (const std::string parameter : {"NoSuch=1", "UpdatePeriod=x"}) {
     EXPECT_EQ(run({"--agent", RUVO_AGENT, "--param", parameter, "move", "1", "1"}).substr(0, 12),
@@ -66,12 +69,103 @@ TEST_F(DriveTest, CommandsInARow) {
             "0 YUV4MPEG2 W641 H480 F10:1 Ip A1:1 C444\nF");
 }
 
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST_F(DriveTest, RecordedSessions) {
+  const test::TempDir directory;
+  const std::string file = directory / "a.session";
+  const auto shows = [&](const std::string& what) {
+    const std::string text = run({"play-session", "--show", file});
+    EXPECT_EQ(text[0], '0') << text;
+    return text.find(what) != std::string::npos;
+  };
+  // A key's symbol stands in the message, and in the agent's log at level 100.
+  const std::string pressQ = R"("server":"keyEvent","length":5,"body":"0000007101")";
+  const std::string pressX = R"("server":"keyEvent","length":5,"body":"0000007801")";
+  EXPECT_EQ(run({"record-session", file, "key", "q"}), "0 |");
+  EXPECT_TRUE(shows(pressQ));
+  EXPECT_TRUE(shows("keysym 0x0071"));
+  EXPECT_TRUE(shows(R"("message":"init","magic")"));
+  const std::string played = run({"play-session", "--fast", file});
+  EXPECT_EQ(played[0], '0') << played;
+  EXPECT_NE(played.find("keysym 0x0071"), std::string::npos);
+
+  EXPECT_EQ(run({"record-session", "--redact", file, "key", "q"}), "0 |");
+  EXPECT_TRUE(shows(pressX));
+  EXPECT_FALSE(shows("keysym 0x0071"));
+  EXPECT_EQ(run({"record-session", "--redact", "--for", "0.3", file, "clip", "set", "--for", "0.1"},
+                "a secret")[0],
+            '0');
+  EXPECT_TRUE(shows(R"("server":"clientCutText","length":12)"));
+  EXPECT_EQ(contentsOf(file).find("secret"), std::string::npos);
+
+  // Whole or not at all, and told.
+  const std::string before = contentsOf(file);
+  EXPECT_EQ(run({"--agent", "/nonexistent", "record-session", file, "key", "q"})[0], '1');
+  EXPECT_EQ(contentsOf(file), before);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 1);
+  std::ofstream(file, std::ios::binary) << before.substr(0, before.size() - 3);
+  EXPECT_EQ(run({"play-session", "--show", file})[0], '1');
+  std::ofstream(file, std::ios::binary) << "something else";
+  EXPECT_EQ(run({"play-session", file}), "1 |ruvodrive: " + file + ": not a recorded session\n");
+
+  EXPECT_EQ(run({"record-session", "--pixels", "--for", "0.3", file}), "0 |");
+  EXPECT_EQ(run({"play-session", "--show", "--save-pixels", directory.path(), file})[0], '0');
+  EXPECT_EQ(contentsOf(directory / "00001+0+0.png").substr(1, 3), "PNG");
+}
+
+TEST_F(DriveTest, ShowsAndMeasuresTheDesktop) {
+  // A terminal's picture has the colour of the screen; without a terminal there is none.
+  support::Program::run({"xsetroot", "-display", display(), "-solid", "#336699"}, {});
+  support::Program::Options options;
+  options.captureOutput = true;
+  options.environment = {{"DISPLAY", display()}, {"TERM", "xterm"}};
+  support::Program terminal(
+      {"script", "-qec", std::string(RUVO_DRIVE) + " live --for 0.5", "/dev/null"}, options);
+  EXPECT_EQ(terminal.wait(support::Milliseconds(20000)), 0);
+  EXPECT_NE(terminal.output().find("\x1b[38;2;51;102;153;48;2;51;102;153m\u2580"),
+            std::string::npos);
+  EXPECT_EQ(run({"live"})[0], '1');
+
+  const std::string figures =
+      run({"watch", "--json", "--quiet", "--no-log", "--draw", "--for", "1"});
+  const size_t draws = figures.find("\"drawToUpdateMs\":{\"p50\":");
+  ASSERT_NE(draws, std::string::npos) << figures;
+  EXPECT_GT(std::atof(figures.c_str() + draws + 25), 0);
+
+  const std::string findings = run({"--param", "UpdatePeriod=30", "doctor"});
+  EXPECT_NE(findings.find("complete (Damage test: any 1 all 1"), std::string::npos) << findings;
+  EXPECT_NE(findings.find("UpdatePeriod=30 (Preference), from the command line"),
+            std::string::npos);
+}
+
+TEST_F(DriveTest, InterruptedVideosAreWhole) {
+  if (std::system("command -v ffmpeg ffprobe >/dev/null") != 0) GTEST_SKIP() << "no ffmpeg";
+  const test::TempDir directory;
+  const std::string file = directory / "a.mp4";
+  support::Program::Options options;
+  options.environment = {{"DISPLAY", display()}};
+  support::Program recorder({RUVO_DRIVE, "record", file}, options);
+  // The encoder makes the file with its first pictures.
+  EXPECT_TRUE(support::waitFor([&] { return std::filesystem::exists(file); }));
+  recorder.signal(SIGINT);
+  EXPECT_EQ(recorder.wait(support::Milliseconds(30000)), 0);
+  options.captureOutput = true;
+  support::Program probe({"ffprobe", "-v", "error", "-show_entries", "stream=width", file},
+                         options);
+  EXPECT_EQ(probe.wait(support::Milliseconds(30000)), 0);
+  EXPECT_NE(probe.output().find("width=642"), std::string::npos) << probe.output();
+}
+
 TEST_F(DriveTest, HelpFitsAScreenAndShowsExamples) {
   const std::string help = run({"--help"});
-  EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 40) << help;
-  for (const char* command :
-       {"shot", "cursor", "record", "watch", "raw", "type", "key", "move", "click", "drag", "wheel",
-        "clip", "monitors", "resize", "params", "doctor"}) {
+  EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 36) << help;
+  for (const char* command : {"shot", "cursor", "record", "live", "watch", "record-session",
+                              "play-session", "raw", "type", "key", "move", "click", "drag",
+                              "wheel", "clip", "monitors", "resize", "params", "doctor"}) {
     const std::string text = run({command, "--help"});
     const size_t examples = text.find("Examples:\n  ruvodrive ");
     ASSERT_NE(examples, std::string::npos) << text;

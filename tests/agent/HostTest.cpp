@@ -4,13 +4,18 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <limits>
 #include <list>
 
 #include "agent/SharedDisplay.h"
+#include "host/AgentConnection.h"
 #include "plat/FileDescriptor.h"
 #include "ruvohost/Agent.h"
 #include "ruvohost/Parameters.h"
+#include "support/Frames.h"
 #include "support/Program.h"
+#include "support/SocketPair.h"
 #include "support/TempDir.h"
 
 // The interface that servers in C++ use, with the real program.
@@ -133,6 +138,39 @@ TEST_F(HostTest, FailuresAreTold) {
   Agent agent(nowhere, nobody);
   EXPECT_EQ(start(agent).result, Result::kDisconnected);
   EXPECT_EQ(agent.finish(10000), 1);
+}
+
+// An agent's user may have replaced it.
+TEST(HostConnection, MapsNoBufferBeyondItsSegment) {
+  const test::TempDir directory;
+  const std::string file = directory / "segment";
+  std::ofstream(file) << std::string(65536, 'x');
+  const auto buffer = [&](int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint32_t stride) {
+    const std::string format("\x20\x18\0\1\0\xff\0\xff\0\xff\0\0\x10\x08\0\0", 16);
+    std::string body = test::shortString("setPixelBuffer") + format;
+    for (const int32_t edge : {x1, y1, x2, y2}) body += test::u32(static_cast<uint32_t>(edge));
+    return test::framed(body + test::u32(stride) + std::string("\1\0", 2) + test::u32(65536) +
+                        test::longString(file) + '\1' + std::string(8, '\0'));
+  };
+  const int32_t least = std::numeric_limits<int32_t>::min();
+  const int32_t most = std::numeric_limits<int32_t>::max();
+  const struct {
+    std::string message;
+    bool fits;
+  } cases[] = {{buffer(0, 0, 128, 128, 128), true},
+               {buffer(0, 0, 128, 129, 128), false},
+               {buffer(0, 0, 128, 128, 127), false},
+               // 4 * stride * height is 65536 modulo 2^64.
+               {buffer(0, 0, 128, 1073758208, 4294901761), false},
+               {buffer(0, least, 128, most, 128), false},
+               {buffer(least, 0, most, 128, 0xffffffff), false}};
+  for (const auto& c : cases) {
+    test::SocketPair pair;
+    host::AgentConnection connection(std::move(pair.ours), nullptr);
+    pair.put(c.message);
+    connection.processUntil([&] { return connection.pixelBuffer().stride != 0; }, 5000);
+    EXPECT_EQ(connection.pixels() != nullptr, c.fits) << connection.pixelBuffer().rect.str();
+  }
 }
 
 TEST(HostParameters, AreWhatTheAgentDeclares) {

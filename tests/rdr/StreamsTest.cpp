@@ -1,23 +1,30 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "rdr/Exceptions.h"
 #include "rdr/FdInStream.h"
 #include "rdr/FdOutStream.h"
+#include "rdr/FileInStream.h"
 #include "rdr/MemInStream.h"
 #include "rdr/MemOutStream.h"
+#include "rdr/TransactedFileOutStream.h"
 #include "support/Frames.h"
 #include "support/ManualClock.h"
 #include "support/ParameterValue.h"
 #include "support/SocketPair.h"
+#include "support/TempDir.h"
 #include "support/Thrown.h"
 
 namespace rdr {
 namespace {
 
 using support::SocketPair;
+using support::TempDir;
 using support::thrownBy;
 
 TEST(Streams, StringLimits) {
@@ -115,6 +122,41 @@ TEST(FdOutStream, GivesUpAPeerThatTakesTooLittle) {
             std::string::npos);
   EXPECT_GT(most, 16384u - 1000);
   EXPECT_LE(most, 16384u);
+}
+
+TEST(FileStreams, ATransactionChangesAllOrNothing) {
+  const TempDir directory;
+  const std::string target = directory / "target", link = directory / "link";
+  std::ofstream(target) << "old";
+  std::filesystem::create_symlink(target, link);
+  const auto files = [&] {
+    const std::filesystem::directory_iterator all(directory.path());
+    return std::distance(begin(all), end(all));
+  };
+  const auto write = [](TransactedFileOutStream& out) {
+    for (uint32_t i = 0; i < 50000; ++i) out.writeU32(i);
+    out.flush();
+  };
+  {
+    TransactedFileOutStream out(link);
+    write(out);
+    EXPECT_EQ(files(), 3);
+  }
+  EXPECT_EQ(files(), 2);
+  EXPECT_EQ(std::filesystem::file_size(target), 3u);
+  {
+    TransactedFileOutStream out(link);
+    write(out);
+    out.commit();
+  }
+  EXPECT_EQ(files(), 2);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  FileInStream in(target);
+  for (uint32_t i = 0; i < 50000; ++i) ASSERT_EQ(in.readU32(), i);
+  EXPECT_TRUE(in.atEnd());
+  EXPECT_EQ(thrownBy([&] { in.readU8(); }), "EndOfStream: End of file");
+  // Devices stay devices.
+  EXPECT_EQ(thrownBy([] { TransactedFileOutStream("/dev/null"); }), ": not a regular file");
 }
 
 }  // namespace

@@ -38,10 +38,10 @@ void addMonitorCommands(CLI::App& app, SessionOptions& session) {
       "select", "Restricts the commands that follow on the line, such as shot, to these monitors");
   select->add_option("numbers", session.monitors, "Numbers, with commas between")->required();
   setExamples(*monitors, "monitors", "monitors select 2 shot second.png");
-  monitors->callback([&app, &session, select, asJson] {
+  monitors->callback([&app, &session, monitors, select, asJson] {
     if (!*select) {
       list(session, *asJson);
-    } else if (app.get_subcommands().size() < 2) {
+    } else if (app.get_subcommands().back() == monitors) {
       throw CLI::RequiredError("A command after the monitors, such as shot,");
     }
   });

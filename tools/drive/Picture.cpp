@@ -1,15 +1,13 @@
 #include "Picture.h"
 
-#include <png.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <vector>
 
 #include "Session.h"
 #include "host/ColourTable.h"
+#include "plat/Exception.h"
+#include "rdr/FileOutStream.h"
 #include "rfb/CursorWithAlpha.h"
 #include "rfb/PixelOps.h"
 
@@ -31,17 +29,6 @@ std::unique_ptr<rfb::CursorWithAlpha> cursorOf(const host::CursorImage& image) {
               image.pixels.size());
   return cursor;
 }
-
-struct File {
-  explicit File(const std::string& path)
-      : handle(path == "-" ? stdout : std::fopen(path.c_str(), "wb")) {}
-  ~File() {
-    if (handle && handle != stdout) std::fclose(handle);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  std::FILE* handle;
-};
 
 }  // namespace
 
@@ -78,25 +65,23 @@ void Picture::drawCursor(const host::CursorImage& image, const rfb::Point& posit
   if (image.visible && !image.rect.isEmpty()) cursorOf(image)->draw(*pixels_, position);
 }
 
-void Picture::writePng(const std::string& path, bool withAlpha) const {
-  const File file(path);
-  if (!file.handle) throw Failure(path + ": " + std::strerror(errno));
-  std::vector<uint8_t> rgb;
-  const uint8_t* const all = rgba();
-  const size_t pixels = static_cast<size_t>(width()) * static_cast<size_t>(height());
-  if (!withAlpha) {
-    rgb.reserve(pixels * 3);
-    for (size_t i = 0; i < pixels; ++i) rgb.insert(rgb.end(), all + i * 4, all + i * 4 + 3);
+std::vector<uint8_t> Picture::encode(PictureFormat format, bool withAlpha) const {
+  return encodePicture(format, rgba(), width(), height(), withAlpha);
+}
+
+void Picture::write(const std::string& path, bool withAlpha) const {
+  const std::vector<uint8_t> bytes = encode(pictureFormatOf(path), withAlpha);
+  if (path == "-") {
+    // Whether it was written is looked at when the command is over.
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+    return;
   }
-  png_image image{};
-  image.version = PNG_IMAGE_VERSION;
-  image.width = static_cast<png_uint_32>(width());
-  image.height = static_cast<png_uint_32>(height());
-  image.format = withAlpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
-  if (!png_image_write_to_stdio(&image, file.handle, 0, withAlpha ? all : rgb.data(),
-                                width() * (withAlpha ? 4 : 3), nullptr) ||
-      std::fflush(file.handle) != 0) {
-    throw Failure(path + ": " + (image.message[0] ? image.message : std::strerror(errno)));
+  try {
+    rdr::FileOutStream file(path);
+    file.writeBytes(bytes.data(), bytes.size());
+    file.close();
+  } catch (const plat::Exception& e) {
+    throw Failure(path + ": " + e.text());
   }
 }
 

@@ -2,7 +2,9 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "PictureFormat.h"
 #include "host/AgentConnection.h"
 #include "rfb/ManagedPixelBuffer.h"
 
@@ -23,8 +25,10 @@ class Picture {
 
   // Blends a cursor whose hotspot is at a position of the desktop.
   void drawCursor(const host::CursorImage& cursor, const rfb::Point& position);
-  // Writes a PNG file, to standard output for "-". Throws Failure naming the file.
-  void writePng(const std::string& path, bool withAlpha) const;
+  std::vector<uint8_t> encode(PictureFormat format, bool withAlpha = false) const;
+  // Writes a file in the format of its suffix, PNG to standard output for "-". Throws Failure
+  // naming the file.
+  void write(const std::string& path, bool withAlpha) const;
 
  private:
   explicit Picture(const rfb::Rect& rect);

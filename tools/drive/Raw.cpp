@@ -1,9 +1,9 @@
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <iterator>
 
 #include "JsonOutput.h"
+#include "MessagePrinter.h"
 #include "View.h"
 #include "plat/Exception.h"
 
@@ -149,32 +149,36 @@ constexpr Body kBodies[] = {
      }},
 };
 
-class Printer : public host::Transcript {
+// Asks for each next update.
+class AskingPrinter : public MessagePrinter {
  public:
-  Printer() : Transcript(Keep::kLast) {}
-
   void setAgent(host::AgentConnection& agent) { agent_ = &agent; }
 
  private:
   void noted(std::string_view message) override {
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
-    Json object = {{"time", std::round(seconds * 1e6) / 1e6}, {"message", message}};
-    const auto* body = std::find_if(std::begin(kBodies), std::end(kBodies),
-                                    [&](const Body& b) { return b.message == message; });
-    if (body != std::end(kBodies)) object.update(body->of(*this));
-    printJsonLine(object);
+    MessagePrinter::noted(message);
     if (agent_ && message == "fbUpdate") agent_->fbUpdateRequest();
   }
 
-  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
   host::AgentConnection* agent_ = nullptr;
 };
 
 }  // namespace
 
+double MessagePrinter::seconds() const {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
+}
+
+void MessagePrinter::noted(std::string_view message) {
+  Json object = {{"time", std::round(seconds() * 1e6) / 1e6}, {"message", message}};
+  const auto* body = std::find_if(std::begin(kBodies), std::end(kBodies),
+                                  [&](const Body& b) { return b.message == message; });
+  if (body != std::end(kBodies)) object.update(body->of(*this));
+  printJsonLine(object);
+}
+
 void raw(const SessionOptions& sessionOptions, const RawOptions& options) {
-  Printer printer;
+  AskingPrinter printer;
   Session session(sessionOptions, printer);
   if (!options.noStart) {
     session.agent().start();

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,7 +61,8 @@ class Sink {
  private:
   void startEncoder() {
     int ends[2];
-    if (pipe(ends) < 0) throw Failure("pipe failed");
+    // The agent must not hold it open: the encoder ends when all writers have.
+    if (pipe2(ends, O_CLOEXEC) < 0) throw Failure("pipe failed");
     signal(SIGPIPE, SIG_IGN);
     encoder_ = fork();
     if (encoder_ == 0) {

@@ -3,14 +3,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdio>
 
+#include "JsonOutput.h"
 #include "Terminal.h"
 #include "plat/Exception.h"
 #include "plat/Files.h"
 #include "plat/NoCase.h"
+#include "rdr/Exceptions.h"
+#include "ruvohost/Parameters.h"
 
 namespace drive {
 
@@ -32,39 +36,71 @@ Session::Session(const SessionOptions& options, host::Transcript& transcript)
   errorRead_.reset(ends[0]);
   plat::FileDescriptor errorWrite(ends[1]);
 
-  host::LaunchOptions launch;
-  launch.agent = options.agent.empty() ? defaultAgent() : options.agent;
-  launch.mode = options.mode;
-  launch.display = options.display;
+  host::LaunchOptions launch = launchOptions(options);
+  if (!options.recording.file.empty()) recorder_ = makeRecorder(options);
   // What the agent writes for people is not our output.
   const plat::FileDescriptor nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
   launch.standardOutput = nowhere.get();
   launch.standardError = errorWrite.get();
-  for (const std::string& parameter : options.parameters) {
-    const size_t equals = parameter.find('=');
-    const auto& [name, value] =
-        launch.parameters.emplace_back(parameter.substr(0, equals), parameter.substr(equals + 1));
-    // A log that is asked for there is to be seen at once.
-    if (plat::equalNoCase(name, "Log") && value.find(":stderr:") != std::string::npos) {
-      showErrors_ = true;
-    }
-  }
+  // A log that is asked for there is to be seen at once.
+  showErrors_ = std::any_of(launch.parameters.begin(), launch.parameters.end(), [](const auto& p) {
+    return plat::equalNoCase(p.first, "Log") && p.second.find(":stderr:") != std::string::npos;
+  });
   try {
     process_ = std::make_unique<host::AgentProcess>(host::AgentProcess::launch(launch));
     errorWrite.reset();
-    connection_ = std::make_unique<host::AgentConnection>(process_->takeChannel(), &transcript);
+    plat::FileDescriptor channel = process_->takeChannel();
+    if (recorder_) channel = recorder_->start(std::move(channel));
+    connection_ = std::make_unique<host::AgentConnection>(std::move(channel), &transcript);
     loop_.add(*connection_);
     plat::FileDescriptor::setNonBlocking(errorRead_.get());
     loop_.watch(errorRead_.get(), [this] { readErrors(); });
   } catch (const plat::Exception& e) {
     throw Failure(e.text());
   }
-  waitUntil([&] { return transcript_.greeted(); }, kGreetingTimeoutMs, "the agent's greeting");
+  try {
+    greet();
+  } catch (const Failure&) {
+    leave();
+    throw;
+  }
 }
 
 Session::~Session() {
-  if (connection_) connection_->close();
-  if (process_) process_->wait(kLeaveTimeoutMs);
+  leave();
+}
+
+void Session::leave() {
+  connection_->close();
+  process_->wait(kLeaveTimeoutMs);
+  process_.reset();
+  try {
+    // Of a session that failed, too.
+    commitRecording();
+  } catch (const Failure& e) {
+    std::fprintf(stderr, "ruvodrive: %s\n", e.what());
+  }
+}
+
+void Session::greet() {
+  try {
+    for (const char* message : {"init", "initRectAndPf"}) {
+      connection_->channel().readMessage(message, kGreetingTimeoutMs);
+    }
+  } catch (const rdr::TimedOut&) {
+    throw refusal("timed out waiting for the agent's greeting");
+  } catch (const plat::Exception&) {
+    throw Failure("the agent ended: " + explainDeath());
+  }
+}
+
+void Session::commitRecording() {
+  if (!recorder_) return;
+  try {
+    recorder_->commit();
+  } catch (const plat::Exception& e) {
+    throw Failure(std::string("the session is not recorded: ") + e.text());
+  }
 }
 
 void Session::readErrors() {
@@ -135,6 +171,7 @@ void Session::finish() {
   const std::optional<int> status = process_->wait(kLeaveTimeoutMs);
   if (!status) throw refusal("the agent does not leave");
   if (*status != 0) throw Failure("the agent ended: " + explainDeath());
+  commitRecording();
   readErrors();
   for (size_t begin = 0; begin < errors_.size();) {
     const size_t end = std::min(errors_.find('\n', begin), errors_.size());
@@ -154,6 +191,46 @@ std::string Session::explainDeath() {
   if (!status) return "it closed the channel";
   return *status < 128 ? plat::format("exit status %d", *status)
                        : plat::format("signal %d", *status - 128);
+}
+
+std::unique_ptr<SessionRecorder> makeRecorder(const SessionOptions& options) {
+  try {
+    auto recorder = std::make_unique<SessionRecorder>(options.recording);
+    const Json note = {{"recorder", "ruvodrive " RUVO_VERSION},
+                       {"mode", options.mode},
+                       {"parameters", options.parameters},
+                       {"redacted", options.recording.redact}};
+    recorder->note(note.dump(-1, ' ', false, Json::error_handler_t::replace));
+    return recorder;
+  } catch (const plat::Exception& e) {
+    throw Failure(options.recording.file + ": " + e.text());
+  }
+}
+
+host::LaunchOptions launchOptions(const SessionOptions& options) {
+  host::LaunchOptions launch;
+  launch.agent = options.agent.empty() ? defaultAgent() : options.agent;
+  launch.mode = options.mode;
+  launch.display = options.display;
+  for (const std::string& parameter : options.parameters) {
+    const size_t equals = parameter.find('=');
+    launch.parameters.emplace_back(parameter.substr(0, equals), parameter.substr(equals + 1));
+  }
+  return launch;
+}
+
+std::string wrongParameter(const SessionOptions& options) {
+  if (options.parameters.empty()) return {};
+  const std::vector<ruvohost::Parameter> known =
+      ruvohost::parametersOf(options.agent.empty() ? defaultAgent() : options.agent);
+  for (const std::string& text : options.parameters) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos) return "'" + text + "' is not Name=Value";
+    const ruvohost::Parameter* parameter = ruvohost::findParameter(known, text.substr(0, equals));
+    if (!parameter) return "there is no parameter '" + text.substr(0, equals) + "'";
+    if (std::string wrong = parameter->check(text.substr(equals + 1)); !wrong.empty()) return wrong;
+  }
+  return {};
 }
 
 std::string defaultAgent() {

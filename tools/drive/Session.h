@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "SessionRecorder.h"
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
 #include "host/Loop.h"
@@ -25,6 +26,7 @@ struct SessionOptions {
   std::string agent;                    // empty: defaultAgent()
   std::vector<std::string> parameters;  // Name=Value
   std::string monitors;                 // which to capture; empty: all
+  RecordingOptions recording;
 };
 
 // One agent, started and greeted. It ends with the object.
@@ -50,7 +52,8 @@ class Session {
   // Goes on for so long, or until the agent has gone.
   void pause(int ms);
   // Lets the agent do what was asked, then leave, and shows what it wrote to its standard error.
-  // Throws Failure unless it left with status 0, and when it refused its log.
+  // Throws Failure unless it left with status 0, when it refused its log, and when the session
+  // could not be recorded.
   void finish();
   // For what the agent did not do: names the display.
   Failure refusal(const std::string& text) const;
@@ -58,6 +61,11 @@ class Session {
  private:
   void waitForBuffer(int before);
   void readErrors();
+  void greet();
+  // Ends the agent, and the recording of its session.
+  void leave();
+  // Makes the file of a recorded session.
+  void commitRecording();
   // Why the agent went: its own words, else its exit status.
   std::string explainDeath();
 
@@ -67,10 +75,17 @@ class Session {
   plat::FileDescriptor errorRead_;
   std::string errors_;
   bool showErrors_ = false;  // as they come
+  std::unique_ptr<SessionRecorder> recorder_;
   std::unique_ptr<host::AgentProcess> process_;
   std::unique_ptr<host::AgentConnection> connection_;
   host::Loop loop_;
 };
+
+host::LaunchOptions launchOptions(const SessionOptions& options);
+// What is wrong with the parameters that the agent is to get; empty when nothing is.
+std::string wrongParameter(const SessionOptions& options);
+// Throws Failure.
+std::unique_ptr<SessionRecorder> makeRecorder(const SessionOptions& options);
 
 // The agent that stands beside this program, else the one on PATH.
 std::string defaultAgent();

@@ -68,12 +68,6 @@ std::string nameOf(const std::string& pattern, int number) {
   return pattern.substr(0, place) + plat::format("%0*d", digits, number) + pattern.substr(end + 1);
 }
 
-void checkFormat(const std::string& file) {
-  if (file != "-" && !file.ends_with(".png")) {
-    throw Failure(file + ": pictures are PNG files (.png)");
-  }
-}
-
 }  // namespace
 
 bool parseRegion(const std::string& text, rfb::Rect& region) {
@@ -87,7 +81,7 @@ bool parseRegion(const std::string& text, rfb::Rect& region) {
 }
 
 void shot(const SessionOptions& sessionOptions, const ShotOptions& options) {
-  checkFormat(options.file);
+  pictureFormatOf(options.file);
   if (options.every > 0 && options.file != "-") nameOf(options.file, 1);
   host::Transcript seen(host::Transcript::Keep::kLast);
   Session session(sessionOptions, seen);
@@ -103,7 +97,7 @@ void shot(const SessionOptions& sessionOptions, const ShotOptions& options) {
       if (!seen.cursorPositions.empty()) position = seen.cursorPositions.back();
       picture.drawCursor(seen.cursors.back(), position);
     }
-    picture.writePng(file, false);
+    picture.write(file, false);
   };
   if (options.every <= 0) {
     take(options.file);
@@ -133,13 +127,13 @@ void shot(const SessionOptions& sessionOptions, const ShotOptions& options) {
 }
 
 void cursorShot(const SessionOptions& sessionOptions, const std::string& file) {
-  checkFormat(file);
+  pictureFormatOf(file);
   host::Transcript seen(host::Transcript::Keep::kLast);
   Session session(sessionOptions, seen);
   session.startDesktop();
   session.waitUntil([&] { return !seen.cursors.empty() && seen.cursors.back().visible; }, 5000,
                     "the cursor's image");
-  Picture::ofCursor(seen.cursors.back()).writePng(file, true);
+  Picture::ofCursor(seen.cursors.back()).write(file, true);
   session.finish();
 }
 

@@ -14,7 +14,9 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
 
   auto shotOptions = std::make_shared<ShotOptions>();
   CLI::App* command = app.add_subcommand("shot", "Writes a picture of the desktop");
-  command->add_option("file", shotOptions->file, "PNG file to write; - is standard output")
+  command
+      ->add_option("file", shotOptions->file,
+                   "File to write: .png, .jpg or .webp; - is standard output")
       ->required();
   command->add_flag("--cursor", shotOptions->cursor, "Draw the cursor into it");
   CLI::Option* region =
@@ -40,7 +42,8 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
 
   auto file = std::make_shared<std::string>();
   command = app.add_subcommand("cursor", "Writes a picture of the cursor");
-  command->add_option("file", *file, "PNG file to write; - is standard output")->required();
+  command->add_option("file", *file, "File to write: .png or .webp; - is standard output")
+      ->required();
   setExamples(*command, "cursor pointer.png", "move 100 100 -- cursor pointer.png");
   command->callback([&session, file] { cursorShot(session, *file); });
 
@@ -57,6 +60,12 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
   setExamples(*command, "record --for 10 desktop.y4m", "record --rate 25 desktop.webm");
   command->callback([&session, recordOptions] { record(session, *recordOptions); });
 
+  auto liveSeconds = std::make_shared<double>(0);
+  command = app.add_subcommand("live", "Shows the desktop in the terminal");
+  forOption(*command, *liveSeconds);
+  setExamples(*command, "live", "monitors select 2 live --for 60");
+  command->callback([&session, liveSeconds] { live(session, *liveSeconds); });
+
   auto watchOptions = std::make_shared<WatchOptions>();
   command = app.add_subcommand("watch", "Shows what the agent reports, as it comes");
   forOption(*command, watchOptions->seconds);
@@ -65,7 +74,10 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
       ->check(CLI::NonNegativeNumber);
   command->add_flag("--quiet", watchOptions->quiet, "Only figures and log lines");
   command->add_flag("--json", watchOptions->json, "As JSON, one object a line");
-  setExamples(*command, "watch --no-log", "watch --quiet --log-level 0 --json --for 60");
+  command->add_flag(
+      "--draw", watchOptions->draw,
+      "Draw into a small window of its own, to tell the time from that to the update");
+  setExamples(*command, "watch --no-log --draw", "watch --quiet --log-level 0 --json --for 60");
   command->callback([&session, watchOptions] { watch(session, *watchOptions); });
 
   auto rawOptions = std::make_shared<RawOptions>();

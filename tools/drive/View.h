@@ -27,6 +27,7 @@ struct WatchOptions {
   bool quiet = false;
   int logLevel = 1000;
   bool json = false;
+  bool draw = false;  // into a window of its own
 };
 void watch(const SessionOptions& session, const WatchOptions& options);
 
@@ -42,5 +43,8 @@ struct RecordOptions {
   double seconds = 0;
 };
 void record(const SessionOptions& session, const RecordOptions& options);
+
+// Shows the desktop in the terminal, for so many seconds (0: until interrupted).
+void live(const SessionOptions& session, double seconds);
 
 }  // namespace drive

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "JsonOutput.h"
 #include "Terminal.h"
 #include "View.h"
+#include "XClient.h"
 #include "plat/Exception.h"
 
 namespace drive {
@@ -15,6 +18,10 @@ namespace drive {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// What is drawn into, and how often at most (seconds).
+const rfb::Rect kDrawn(0, 0, 8, 8);
+constexpr double kDrawPeriod = 0.06;
 
 double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
@@ -44,15 +51,27 @@ struct Interval {
   unsigned updates = 0, rects = 0, cursors = 0, positions = 0;
   uint64_t area = 0;
   std::vector<double> waitsMs;  // from request to update
-
-  double waitMs(double part) {
-    if (waitsMs.empty()) return 0;
-    const auto place = waitsMs.begin() +
-                       static_cast<std::ptrdiff_t>(part * static_cast<double>(waitsMs.size() - 1));
-    std::nth_element(waitsMs.begin(), place, waitsMs.end());
-    return *place;
-  }
+  std::vector<double> drawsMs;  // from drawing to update
 };
+
+double percentile(std::vector<double>& values, double part) {
+  if (values.empty()) return 0;
+  const auto place =
+      values.begin() + static_cast<std::ptrdiff_t>(part * static_cast<double>(values.size() - 1));
+  std::nth_element(values.begin(), place, values.end());
+  return *place;
+}
+
+Json percentilesJson(std::vector<double>& values) {
+  return {{"p50", percentile(values, 0.5)},
+          {"p90", percentile(values, 0.9)},
+          {"p99", percentile(values, 0.99)}};
+}
+
+std::string percentilesText(std::vector<double>& values) {
+  return plat::format("%.1f ms (90 %%: %.1f, 99 %%: %.1f)", percentile(values, 0.5),
+                      percentile(values, 0.9), percentile(values, 0.99));
+}
 
 // Prints facts as lines; on a terminal they scroll above a table that is drawn anew each second.
 class Screen {
@@ -110,36 +129,44 @@ class Watcher : public host::Transcript {
     requested_ = Clock::now();
   }
 
+  // Draws, unless what was drawn before has not been seen yet.
+  void draw(XClient& client) {
+    if (drawing_) return;
+    drawing_ = true;
+    white_ = !white_;
+    drawn_ = Clock::now();
+    client.paint(white_);
+  }
+
   void summarise() {
     const double seconds = secondsSince(interval_.begin);
     const rfb::Rect& rect = agent_->pixelBuffer().rect;
     const double pixels = double(rect.width()) * double(rect.height());
     const double count = std::max(1u, interval_.updates);
     if (options_.json) {
-      printJsonLine({{"seconds", seconds},
-                     {"updates", interval_.updates},
-                     {"rectangles", interval_.rects},
-                     {"changedPixels", interval_.area},
-                     {"requestToUpdateMs",
-                      {{"p50", interval_.waitMs(0.5)},
-                       {"p90", interval_.waitMs(0.9)},
-                       {"p99", interval_.waitMs(0.99)}}},
-                     {"cursorImages", interval_.cursors},
-                     {"cursorPositions", interval_.positions}});
+      Json line = {{"seconds", seconds},
+                   {"updates", interval_.updates},
+                   {"rectangles", interval_.rects},
+                   {"changedPixels", interval_.area},
+                   {"requestToUpdateMs", percentilesJson(interval_.waitsMs)},
+                   {"cursorImages", interval_.cursors},
+                   {"cursorPositions", interval_.positions}};
+      if (options_.draw) line["drawToUpdateMs"] = percentilesJson(interval_.drawsMs);
+      printJsonLine(line);
     } else {
-      screen_.table({
+      std::vector<std::pair<std::string, std::string>> rows{
           {"updates", plat::format("%.1f/s", interval_.updates / seconds)},
           {"rectangles", plat::format("%.1f/update", interval_.rects / count)},
           {"changed area",
            plat::format("%.2f Mpixel/s (%.1f %% of the screen an update)",
                         double(interval_.area) / seconds / 1e6,
                         pixels > 0 ? 100.0 * double(interval_.area) / count / pixels : 0.0)},
-          {"request to update",
-           plat::format("%.1f ms (90 %%: %.1f, 99 %%: %.1f)", interval_.waitMs(0.5),
-                        interval_.waitMs(0.9), interval_.waitMs(0.99))},
+          {"request to update", percentilesText(interval_.waitsMs)},
           {"cursor images", plat::format("%u", interval_.cursors)},
           {"cursor positions", plat::format("%u", interval_.positions)},
-      });
+      };
+      if (options_.draw) rows.emplace_back("draw to update", percentilesText(interval_.drawsMs));
+      screen_.table(rows);
     }
     interval_ = Interval{};
   }
@@ -152,6 +179,10 @@ class Watcher : public host::Transcript {
       interval_.rects += static_cast<unsigned>(changed.numRects());
       interval_.area += areaOf(changed);
       interval_.waitsMs.push_back(secondsSince(requested_) * 1000);
+      if (drawing_ && !(changed & kDrawn).isEmpty()) {
+        drawing_ = false;
+        interval_.drawsMs.push_back(secondsSince(drawn_) * 1000);
+      }
       request();
     } else if (message == "setCursorImage") {
       ++interval_.cursors;
@@ -230,6 +261,9 @@ class Watcher : public host::Transcript {
   host::AgentConnection* agent_ = nullptr;
   Interval interval_;
   Clock::time_point requested_ = Clock::now();
+  Clock::time_point drawn_;
+  bool drawing_ = false;
+  bool white_ = false;
 };
 
 }  // namespace
@@ -239,13 +273,22 @@ void watch(const SessionOptions& sessionOptions, const WatchOptions& options) {
   Session session(sessionOptions, watcher);
   watcher.setAgent(session.agent());
   session.startDesktop();
+  std::optional<XClient> client;
+  if (options.draw) {
+    client.emplace(sessionOptions.display);
+    client->showWindow(kDrawn);
+  }
   watcher.request();
 
   const Clock::time_point begin = Clock::now();
   for (double next = 1;; next += 1) {
     const double limit = options.seconds > 0 ? std::min(next, options.seconds) : next;
-    const double left = limit - secondsSince(begin);
-    if (left > 0) session.run(left, [] { return false; });
+    double left;
+    while ((left = limit - secondsSince(begin)) > 0 && !interrupted() &&
+           session.agent().isConnected()) {
+      if (client) watcher.draw(*client);
+      session.run(client ? std::min(left, kDrawPeriod) : left, [] { return false; });
+    }
     if (interrupted() || !session.agent().isConnected()) break;
     if (secondsSince(begin) >= next) watcher.summarise();
     if (options.seconds > 0 && secondsSince(begin) >= options.seconds) break;

@@ -12,7 +12,6 @@
 #include "Session.h"
 #include "Terminal.h"
 #include "plat/Exception.h"
-#include "ruvohost/Parameters.h"
 
 namespace {
 
@@ -57,26 +56,13 @@ std::string drive::checkSeconds(const std::string& text) {
 
 namespace {
 
-// What is wrong with the parameters that the agent is to get; empty when nothing is.
-std::string wrongParameter(const drive::SessionOptions& session) {
-  if (session.parameters.empty()) return {};
-  const std::vector<ruvohost::Parameter> known =
-      ruvohost::parametersOf(session.agent.empty() ? drive::defaultAgent() : session.agent);
-  for (const std::string& text : session.parameters) {
-    const size_t equals = text.find('=');
-    const ruvohost::Parameter* parameter = ruvohost::findParameter(known, text.substr(0, equals));
-    if (!parameter) return "there is no parameter '" + text.substr(0, equals) + "'";
-    if (std::string wrong = parameter->check(text.substr(equals + 1)); !wrong.empty()) return wrong;
-  }
-  return {};
-}
-
-// One command (or "monitors select" and another). Options given before stay.
+// One command (behind "monitors select" or "record-session", perhaps). Options given before stay.
 int runCommand(std::vector<std::string> arguments, drive::SessionOptions& session) {
   CLI::App app("Starts a ruvoagent in an X11 desktop and drives it as a server would.",
                "ruvodrive");
   app.set_version_flag("--version", std::string("ruvodrive ") + RUVO_VERSION);
-  app.require_subcommand(1, 2);
+  app.require_subcommand(1, 3);
+  session.recording = {};
   app.fallthrough();
   app.footer("Several commands: -- between them. COMMAND --help has more.");
 
@@ -94,7 +80,7 @@ int runCommand(std::vector<std::string> arguments, drive::SessionOptions& sessio
   app.add_option("--agent", session.agent, "The agent's program (default: the one beside this)");
   // Before any command starts something.
   app.parse_complete_callback([&session] {
-    if (const std::string wrong = wrongParameter(session); !wrong.empty()) {
+    if (const std::string wrong = drive::wrongParameter(session); !wrong.empty()) {
       throw CLI::ValidationError("--param", wrong);
     }
   });
@@ -105,6 +91,7 @@ int runCommand(std::vector<std::string> arguments, drive::SessionOptions& sessio
   drive::addMonitorCommands(app, session);
   drive::addResizeCommand(app, session);
   drive::addInquiryCommands(app, session);
+  drive::addRecordedCommands(app, session);
 
   // The commands run as they are parsed.
   std::reverse(arguments.begin(), arguments.end());
