@@ -1,0 +1,345 @@
+/**
+ * Turns what browsers tell about the keyboard into keys of the desktop.
+ *
+ * Keys that make a character go as that character, whatever layout made it. What input methods, dead
+ * keys and phones make comes as text through the field, and is typed. Every key that went down is
+ * known by its position, so that the same goes up.
+ */
+
+import { KEY, isText, latinSymbol, symbolOf, symbolOfEvent } from "./keysyms.js";
+
+/** A Control that AltGr brings along comes right before it. */
+const CONTROL_PAUSE = 20;
+const PASTE_PAUSE = 50;
+
+const MODIFIERS = ["Shift", "Control", "Alt", "Meta", "AltGraph"];
+
+/** Text that is made with Option there has nothing to do with Alt. */
+const isMac = navigator.platform.startsWith("Mac");
+
+export class Keyboard {
+  #field;
+  #send;
+  #pressed = new Map();    // symbol by position
+  #modifiers = new Map();  // name of a modifier by position
+  #control = null;         // position of a Control that waits for what comes
+  #controlTimer = 0;
+  #level3 = null;          // position of an AltGr or Option that has not been sent
+  #lifted = [];            // positions of modifiers that rest while text is typed
+  #armed = new Set();      // modifiers for the next key only
+  #deadKey = false;
+  #composing = false;
+  #awaited = null;         // a key that waits for text, or for a paste
+  #pasteTimer = 0;
+
+  /** When false, nothing is sent. */
+  enabled = true;
+  /** Called with the event of a paste before its key goes. */
+  pasted = () => {};
+  /** Called when armed modifiers have been used. */
+  disarmed = () => {};
+  /** Called when Control, Alt and Shift were pressed together and nothing else. */
+  escaped = () => {};
+  #chord = false;
+
+  /** The field takes the keys; send(symbol, isDown) passes them on. */
+  constructor(field, send, released) {
+    this.#field = field;
+    this.#send = send;
+    this.released = released;
+    const on = (name, handler) => field.addEventListener(name, (event) => this.enabled && handler(event));
+    on("keydown", (event) => this.#down(event));
+    on("keyup", (event) => this.#up(event));
+    on("compositionstart", () => {
+      this.flush();
+      this.#composing = true;
+    });
+    on("compositionend", (event) => {
+      this.#composing = false;
+      // The field has the text after this event; not every browser tells it again.
+      setTimeout(() => this.#takeText(event.data));
+    });
+    on("beforeinput", (event) => this.#beforeInput(event));
+    on("input", (event) => {
+      if (!event.isComposing && !this.#composing) this.#takeText(event.data);
+    });
+    on("paste", (event) => {
+      event.preventDefault();
+      this.pasted(event);
+      this.#pressAwaited();
+    });
+    field.addEventListener("blur", () => this.releaseAll());
+    addEventListener("blur", () => this.releaseAll());
+    addEventListener("pagehide", () => this.releaseAll());
+    document.addEventListener("visibilitychange", () => document.hidden && this.releaseAll());
+  }
+
+  /** Holds a modifier for the next key, or no longer. */
+  arm(name, isOn) {
+    if (isOn) this.#armed.add(name);
+    else this.#armed.delete(name);
+  }
+
+  /** Types text, and presses named keys and combinations such as "Control+Alt+Delete". */
+  type(text) {
+    for (const character of text) this.#stroke(symbolOf(character));
+  }
+
+  press(combination) {
+    const symbols = combination.split("+").map((name) => KEY[name] ?? symbolOf(name));
+    const last = symbols.pop();
+    for (const symbol of symbols) this.#send(symbol, true);
+    this.#stroke(last);
+    for (const symbol of symbols.reverse()) this.#send(symbol, false);
+  }
+
+  /** Everything goes up, here and there. */
+  releaseAll() {
+    const held = this.#pressed.size > 0;
+    this.#dropControl();
+    clearTimeout(this.#pasteTimer);
+    this.#pressed.clear();
+    this.#modifiers.clear();
+    this.#lifted = [];
+    this.#level3 = this.#awaited = null;
+    this.#deadKey = this.#chord = this.#composing = false;
+    this.#field.value = "";
+    if (this.enabled) this.released(held);
+  }
+
+  /** What waits goes out, before something else that came later. */
+  flush() {
+    if (this.#control) {
+      const code = this.#control;
+      this.#dropControl();
+      this.#press(code, KEY[code] ?? KEY.Control);
+    }
+  }
+
+  /** Before a button or the wheel: what is held counts. */
+  prepare(event) {
+    if (!this.enabled) return;
+    this.flush();
+    this.#matchModifiers(event);
+    this.#pressLevel3();
+    this.#chord = false;
+  }
+
+  #down(event) {
+    const code = event.code || event.key;
+    if (event.isComposing || event.key === "Process") return;
+    if (event.key === "Dead") {
+      this.#deadKey = true;
+      this.flush();
+      return;  // the browser keeps it and makes the text
+    }
+    if (event.key === "Unidentified" || event.keyCode === 229) return;
+    const name = modifierName(event);
+    if (name) {
+      event.preventDefault();
+      return this.#modifierDown(code, name, event);
+    }
+    this.flush();
+    this.#matchModifiers(event);
+    this.#chord = false;
+    const text = isText(event.key);
+    if (this.#deadKey && text) {
+      // The field gets the composed text; a browser that has none lets the key itself stand.
+      this.#awaited = { code, text: event.key };
+      return;
+    }
+    this.#deadKey = false;
+    let symbol = symbolOfEvent(event);
+    if (symbol === null) return;
+    if (isPaste(event)) {
+      // Lets the paste come, which brings the text of the clipboard, and then the key.
+      if (!event.repeat) this.#waitForPaste(code, symbol);
+      return;
+    }
+    event.preventDefault();
+    const shortcut = event.ctrlKey || event.metaKey || (event.altKey && !isMac);
+    if (this.#isLevel3Text(event)) {
+      this.#lift("AltRight");
+      this.#lift("ControlLeft");
+    } else {
+      for (const lifted of this.#lifted.splice(0)) {
+        if (this.#modifiers.has(lifted)) this.#press(lifted, KEY[lifted]);
+      }
+      if (!text) this.#pressLevel3();
+      else if (shortcut && !event.getModifierState("AltGraph") && event.key.codePointAt(0) > 0x24f) {
+        symbol = latinSymbol(code) ?? symbol;
+      }
+    }
+    this.#press(code, symbol);
+    // The release of a key is not told while this one is held.
+    if (event.metaKey && isMac) this.#release(code);
+  }
+
+  #up(event) {
+    const code = event.code || event.key;
+    if (this.#awaited?.code === code) {
+      if (this.#awaited.text) this.#takeText(this.#awaited.text);
+      else this.#pressAwaited();
+    }
+    if (this.#control === code) this.flush();
+    if (this.#level3 === code) this.#level3 = null;
+    if (!event.isComposing) event.preventDefault();
+    const name = this.#modifiers.get(code);
+    this.#release(code);
+    if (name === "Meta") this.#releaseKeys();
+    this.#matchModifiers(event);
+    if (this.#chord && !this.#modifiers.size) {
+      this.#chord = false;
+      this.escaped();
+    }
+  }
+
+  #modifierDown(code, name, event) {
+    if (name === "AltGraph") this.#withdrawControl();
+    if (event.repeat) return;
+    if (name === "AltGraph" || (isMac && name === "Alt")) {
+      this.#level3 = code;
+      this.#modifiers.set(code, name);
+      return;
+    }
+    this.flush();
+    this.#matchModifiers(event, name);
+    this.#modifiers.set(code, name);
+    const names = [...this.#modifiers.values()];
+    this.#chord = ["Control", "Alt", "Shift"].every((one) => names.includes(one));
+    if (code === "ControlLeft") {
+      this.#control = code;
+      this.#controlTimer = setTimeout(() => this.flush(), CONTROL_PAUSE);
+    } else {
+      this.#press(code, symbolOfEvent(event));
+    }
+  }
+
+  /** A Control that AltGr brought along. */
+  #withdrawControl() {
+    if (this.#control) this.#modifiers.delete(this.#control);
+    this.#dropControl();
+    this.#release("ControlLeft");
+  }
+
+  #dropControl() {
+    clearTimeout(this.#controlTimer);
+    this.#control = null;
+  }
+
+  /** AltGr that comes as its two keys, and makes text that neither of them would. */
+  #isLevel3Text(event) {
+    return this.#modifiers.get("ControlLeft") && this.#modifiers.get("AltRight") &&
+      isText(event.key) && !/[a-z0-9 ]/i.test(event.key);
+  }
+
+  /** Lets a modifier rest that stays held. */
+  #lift(code) {
+    const symbol = this.#pressed.get(code);
+    if (symbol === undefined) return;
+    this.#pressed.delete(code);
+    this.#lifted.push(code);
+    this.#send(symbol, false);
+  }
+
+  #pressLevel3() {
+    if (!this.#level3) return;
+    const code = this.#level3;
+    this.#level3 = null;
+    this.#press(code, this.#modifiers.get(code) === "Alt" ? KEY.Alt : KEY.AltGraph);
+  }
+
+  /** Modifiers whose release or press went elsewhere; SKIP is the one that the event is about. */
+  #matchModifiers(event, skip) {
+    const level3 = event.getModifierState("AltGraph") || [...this.#modifiers.values()].includes("AltGraph");
+    for (const name of MODIFIERS) {
+      // With AltGr, flags of its own two keys say nothing.
+      if (name === skip || (level3 && (name === "Control" || name === "Alt"))) continue;
+      const codes = [...this.#modifiers].filter(([, one]) => one === name).map(([code]) => code);
+      if (!event.getModifierState(name)) {
+        for (const code of codes) {
+          if (this.#level3 === code) this.#level3 = null;
+          if (this.#control === code) this.#dropControl();
+          this.#release(code);
+        }
+      } else if (!codes.length && name !== "AltGraph" && !(isMac && name === "Alt") &&
+          modifierName(event) !== name) {
+        this.#modifiers.set(name, name);
+        this.#press(name, KEY[name]);
+      }
+    }
+  }
+
+  #press(code, symbol) {
+    const former = this.#pressed.get(code);
+    if (former !== undefined && former !== symbol) this.#send(former, false);
+    if (this.#armed.size && !this.#modifiers.has(code)) return this.#stroke(symbol);
+    this.#pressed.set(code, symbol);
+    this.#send(symbol, true);
+  }
+
+  #release(code) {
+    this.#modifiers.delete(code);
+    const symbol = this.#pressed.get(code);
+    if (symbol === undefined) return;
+    this.#pressed.delete(code);
+    this.#send(symbol, false);
+  }
+
+  #releaseKeys() {
+    for (const code of [...this.#pressed.keys()]) {
+      if (!this.#modifiers.has(code)) this.#release(code);
+    }
+  }
+
+  #stroke(symbol) {
+    const armed = [...this.#armed].map((name) => KEY[name]);
+    this.#armed.clear();
+    for (const modifier of armed) this.#send(modifier, true);
+    this.#send(symbol, true);
+    this.#send(symbol, false);
+    for (const modifier of armed.reverse()) this.#send(modifier, false);
+    if (armed.length) this.disarmed();
+  }
+
+  #waitForPaste(code, symbol) {
+    this.#awaited = { code, symbol };
+    this.#pasteTimer = setTimeout(() => this.#pressAwaited(), PASTE_PAUSE);
+  }
+
+  #pressAwaited() {
+    clearTimeout(this.#pasteTimer);
+    const key = this.#awaited;
+    if (!key?.symbol) return;
+    this.#awaited = null;
+    this.#press(key.code, key.symbol);
+  }
+
+  #takeText(fallback) {
+    const text = this.#field.value || fallback || "";
+    this.#field.value = "";
+    this.#deadKey = false;
+    if (this.#awaited?.text) this.#awaited = null;
+    if (text) this.type(text);
+  }
+
+  /** What phones tell instead of keys. */
+  #beforeInput(event) {
+    if (event.isComposing || this.#composing) return;
+    const key = { insertLineBreak: KEY.Enter, insertParagraph: KEY.Enter,
+      deleteContentBackward: KEY.Backspace, deleteContentForward: KEY.Delete }[event.inputType];
+    if (!key) return;
+    event.preventDefault();
+    this.#stroke(key);
+  }
+}
+
+function modifierName({ key, code }) {
+  if (key === "OS" || key === "Super") return "Meta";
+  return MODIFIERS.includes(key) || key === "Hyper" ? key : null;
+}
+
+function isPaste({ key, code, ctrlKey, metaKey, altKey, shiftKey }) {
+  return (!altKey && (ctrlKey || metaKey) && (key.toLowerCase() === "v" || code === "KeyV")) ||
+    (shiftKey && !ctrlKey && !altKey && key === "Insert");
+}
