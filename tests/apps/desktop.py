@@ -61,7 +61,7 @@ class Programs:
 
 
 class Desktop:
-    def __init__(self, directory, log):
+    def __init__(self, directory, log, server=("Xvfb", "-screen", "0", "%dx%dx24" % SIZE)):
         """DIRECTORY takes the home of all programs and whatever they write."""
         environment = {name: value for name, value in os.environ.items()
                        if name in ("PATH", "LANGUAGE", "TZ")}
@@ -74,9 +74,8 @@ class Desktop:
         self.programs = Programs(log, environment)
         self.log = log
         ours, theirs = os.pipe()
-        self.programs.start(
-            ["Xvfb", "-displayfd", str(theirs), "-screen", "0", "%dx%dx24" % SIZE, "-noreset",
-             "-nolisten", "tcp"], pass_fds=[theirs])
+        self.server = self.programs.start(
+            [*server, "-displayfd", str(theirs), "-noreset", "-nolisten", "tcp"], pass_fds=[theirs])
         os.close(theirs)
         with os.fdopen(ours) as number:
             line = number.readline().strip()

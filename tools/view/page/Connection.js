@@ -8,20 +8,18 @@ const SILENCE = 15000;
 export class Connection {
   #handler;
   #socket = null;
+  #attempt = 0;
   #pause = FIRST_PAUSE;
   #timer = 0;
   #lifeTimer = 0;
-  #pings = new Map();
-  #pingNumber = 0;
+  #lifeInterval = 10000;
+  #pinged = null;
   #lastHeard = 0;
   #token = "";
-  #attempt = 0;
 
   /** Bytes received and the last round trip in milliseconds. */
   bytes = 0;
   latency = null;
-  /** Milliseconds between life signs. */
-  lifeInterval = 10000;
 
   /**
    * The handler has connected(), message(object), binary(buffer) and lost(kind, text), where kind is
@@ -33,18 +31,17 @@ export class Connection {
     addEventListener("online", () => this.retryNow());
     addEventListener("pagehide", () => this.#close());
     addEventListener("pageshow", (event) => event.persisted && this.start());
-    document.addEventListener("visibilitychange", () => document.hidden || this.retryNow());
+    addEventListener("visibilitychange", () => document.hidden || this.retryNow());
   }
 
   /** Takes the token out of the address, where nobody shall find it, and connects. */
   start() {
     if (location.hash.length > 1) {
-      this.#token = decodeURIComponent(location.hash.slice(1));
+      this.#token = location.hash.slice(1);
       history.replaceState(null, "", location.pathname);
     } else if (this.#socket) {
       return;
     }
-    this.#pause = FIRST_PAUSE;
     this.#close();
     this.#connect();
   }
@@ -59,7 +56,7 @@ export class Connection {
   /** Gives the line up and makes a new one. */
   restart() {
     this.#close();
-    this.#again("server", "The connection was lost.");
+    this.#again("The connection was lost.");
   }
 
   get isOpen() {
@@ -71,6 +68,12 @@ export class Connection {
     return this.#socket?.bufferedAmount ?? 0;
   }
 
+  /** Milliseconds between life signs. */
+  set lifeInterval(interval) {
+    this.#lifeInterval = interval;
+    this.#live();
+  }
+
   send(message) {
     if (this.isOpen) this.#socket.send(JSON.stringify(message));
   }
@@ -79,48 +82,47 @@ export class Connection {
     clearTimeout(this.#timer);
     this.#timer = 0;
     const attempt = ++this.#attempt;
-    const allowed = await this.#openSession();
+    const isAllowed = await this.#openSession();
     if (attempt !== this.#attempt) return;
-    if (allowed === null) return this.#again("server", "The server can't be reached.");
-    if (!allowed) {
-      this.#handler.lost("session", "This page isn't allowed in (any more). " +
-        "Open the address that ruvoview prints when it starts.");
+    if (isAllowed === null) return this.#again("The server can't be reached.");
+    if (!isAllowed) {
+      this.#handler.lost("session",
+        "This page isn't allowed in (any more). Open the address that ruvoview prints when it starts.");
       return this.#later(LONGEST_PAUSE);
     }
-    const address = new URL("desktop", location.href);
-    address.protocol = address.protocol.replace("http", "ws");
-    const socket = new WebSocket(address, PROTOCOL);
+    const socket = new WebSocket(new URL("desktop", location.href.replace("http", "ws")), PROTOCOL);
     socket.binaryType = "arraybuffer";
     this.#socket = socket;
     socket.onopen = () => {
       this.bytes = 0;
-      this.latency = null;
+      this.latency = this.#pinged = null;
       this.#lastHeard = performance.now();
-      this.#pings.clear();
       this.#handler.connected();
       this.#live();
     };
-    socket.onmessage = (event) => this.#heard(event.data);
-    socket.onclose = (event) => {
+    socket.onmessage = ({ data }) => this.#heard(data);
+    socket.onclose = ({ code, reason }) => {
       if (socket !== this.#socket) return;
       this.#close();
-      this.#again("server", event.reason || (event.code === 1001 ? "The server has ended." :
-        event.code === 1008 ? "The server has refused this page." : "The server is gone."));
+      this.#again(reason || (code === 1001 ? "The server has ended." : "The server is gone."));
     };
   }
 
   /** Whether the server lets us in; null when it does not answer. */
   async #openSession() {
-    const options = { cache: "no-store", signal: AbortSignal.timeout(10000) };
+    const ask = async (options) => {
+      const signal = AbortSignal.timeout(10000);
+      const { ok, status } = await fetch("session", { cache: "no-store", signal, ...options });
+      return ok || (status === 403 ? false : null);
+    };
     try {
       if (this.#token) {
-        const answer = await fetch("session", { ...options, method: "POST", body: this.#token });
-        if (answer.ok || answer.status === 403) this.#token = "";
-        if (answer.ok) return true;
-        if (answer.status !== 403) return null;
+        const answer = await ask({ method: "POST", body: this.#token });
+        if (answer === null) return null;
+        this.#token = "";
+        if (answer) return true;
       }
-      const answer = await fetch("session", options);
-      return answer.ok ? true : answer.status === 403 ? false : null;
+      return await ask();
     } catch {
       return null;
     }
@@ -129,35 +131,24 @@ export class Connection {
   #heard(data) {
     this.#lastHeard = performance.now();
     this.#pause = FIRST_PAUSE;
-    if (typeof data !== "string") {
-      this.bytes += data.byteLength;
-      return this.#handler.binary(data);
-    }
-    this.bytes += data.length;
+    this.bytes += data.byteLength ?? data.length;
+    if (typeof data !== "string") return this.#handler.binary(data);
     const message = JSON.parse(data);
-    if (message.t === "pong") {
-      const sent = this.#pings.get(message.n);
-      this.#pings.clear();
-      if (sent !== undefined) this.latency = performance.now() - sent;
-    } else {
-      this.#handler.message(message);
-    }
+    if (message.t !== "pong") return this.#handler.message(message);
+    if (this.#pinged) this.latency = this.#lastHeard - this.#pinged;
+    this.#pinged = null;
   }
 
   /** A line that died without a word is known by its silence. */
-  #live = () => {
+  #live() {
     clearTimeout(this.#lifeTimer);
     if (!this.isOpen) return;
-    // A tab that slept has heard nothing either: one more sign is asked for before it is believed.
-    if (this.#pings.size && performance.now() - this.#lastHeard > SILENCE) return this.restart();
-    this.#pings.set(++this.#pingNumber, performance.now());
-    this.send({ t: "ping", n: this.#pingNumber });
-    this.#lifeTimer = setTimeout(this.#live, this.lifeInterval);
-  };
-
-  /** Makes a change of lifeInterval felt. */
-  refresh() {
-    this.#live();
+    const now = performance.now();
+    // A page that slept has heard nothing either: it asks before it believes that.
+    if (this.#pinged && now - this.#lastHeard > SILENCE) return this.restart();
+    this.#pinged ??= now;
+    this.send({ t: "ping", n: Math.round(now) });
+    this.#lifeTimer = setTimeout(() => this.#live(), this.#lifeInterval);
   }
 
   #close() {
@@ -170,14 +161,13 @@ export class Connection {
     socket?.close();
   }
 
-  #again(kind, text) {
-    this.#handler.lost(kind, text);
+  #again(text) {
+    this.#handler.lost("server", `${text} Trying again …`);
     this.#later(this.#pause * (0.75 + Math.random() / 2));
     this.#pause = Math.min(2 * this.#pause, LONGEST_PAUSE);
   }
 
   #later(milliseconds) {
-    clearTimeout(this.#timer);
     this.#timer = setTimeout(() => this.#connect(), milliseconds);
   }
 }

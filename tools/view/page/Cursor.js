@@ -13,7 +13,7 @@ export class Cursor {
   #isElsewhere = false;
 
   /** When this page only watches, the cursor is always drawn. */
-  watching = false;
+  isWatching = false;
 
   constructor(canvas, image) {
     this.#canvas = canvas;
@@ -31,7 +31,7 @@ export class Cursor {
       this.#image.height = height;
     }
     this.#canvas.style.cursor =
-      this.watching ? "default" :
+      this.isWatching ? "default" :
       this.#hasImage && !this.#isTooBig ? `url(${address}) ${x} ${y}, default` : "none";
     this.draw();
   }
@@ -45,7 +45,7 @@ export class Cursor {
 
   /** Puts the drawn one in its place. */
   draw() {
-    const isDrawn = this.#hasImage && (this.#isTooBig || this.watching || this.#isElsewhere);
+    const isDrawn = this.#hasImage && (this.#isTooBig || this.isWatching || this.#isElsewhere);
     this.#image.hidden = !isDrawn;
     if (!isDrawn) return;
     const scale = this.#canvas.clientWidth / (this.#canvas.width || 1);

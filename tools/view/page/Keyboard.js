@@ -22,27 +22,27 @@ export class Keyboard {
   #send;
   #pressed = new Map();    // symbol by position
   #modifiers = new Map();  // name of a modifier by position
-  #control = null;         // position of a Control that waits for what comes
+  #control = false;        // whether the left one waits for what comes
   #controlTimer = 0;
   #level3 = null;          // position of an AltGr or Option that has not been sent
-  #lifted = [];            // positions of modifiers that rest while text is typed
   #armed = new Set();      // modifiers for the next key only
   #deadKey = false;
   #composing = false;
   #awaited = null;         // a key that waits for text, or for a paste
   #pasteTimer = 0;
 
+  #chord = false;
+
   /** When false, nothing is sent. */
   enabled = true;
-  /** Called with the event of a paste before its key goes. */
+  /** Called with the event of a paste, before its key goes. */
   pasted = () => {};
   /** Called when armed modifiers have been used. */
   disarmed = () => {};
   /** Called when Control, Alt and Shift were pressed together and nothing else. */
   escaped = () => {};
-  #chord = false;
 
-  /** The field takes the keys; send(symbol, isDown) passes them on. */
+  /** The field takes the keys; send(symbol, isDown) passes them on, released() that all go up. */
   constructor(field, send, released) {
     this.#field = field;
     this.#send = send;
@@ -69,9 +69,9 @@ export class Keyboard {
       this.#pressAwaited();
     });
     field.addEventListener("blur", () => this.releaseAll());
-    addEventListener("blur", () => this.releaseAll());
-    addEventListener("pagehide", () => this.releaseAll());
-    document.addEventListener("visibilitychange", () => document.hidden && this.releaseAll());
+    for (const name of ["blur", "pagehide", "visibilitychange"]) {
+      addEventListener(name, () => this.releaseAll());
+    }
   }
 
   /** Holds a modifier for the next key, or no longer. */
@@ -95,25 +95,21 @@ export class Keyboard {
 
   /** Everything goes up, here and there. */
   releaseAll() {
-    const held = this.#pressed.size > 0;
     this.#dropControl();
     clearTimeout(this.#pasteTimer);
     this.#pressed.clear();
     this.#modifiers.clear();
-    this.#lifted = [];
     this.#level3 = this.#awaited = null;
     this.#deadKey = this.#chord = this.#composing = false;
     this.#field.value = "";
-    if (this.enabled) this.released(held);
+    if (this.enabled) this.released();
   }
 
   /** What waits goes out, before something else that came later. */
   flush() {
-    if (this.#control) {
-      const code = this.#control;
-      this.#dropControl();
-      this.#press(code, KEY[code] ?? KEY.Control);
-    }
+    if (!this.#control) return;
+    this.#dropControl();
+    this.#press("ControlLeft", KEY.ControlLeft);
   }
 
   /** Before a button or the wheel: what is held counts. */
@@ -127,17 +123,15 @@ export class Keyboard {
 
   #down(event) {
     const code = event.code || event.key;
-    if (event.isComposing || event.key === "Process") return;
+    if (event.isComposing || ["Process", "Unidentified"].includes(event.key) || event.keyCode === 229) return;
     if (event.key === "Dead") {
       this.#deadKey = true;
       this.flush();
       return;  // the browser keeps it and makes the text
     }
-    if (event.key === "Unidentified" || event.keyCode === 229) return;
-    const name = modifierName(event);
-    if (name) {
+    if (MODIFIERS.includes(event.key)) {
       event.preventDefault();
-      return this.#modifierDown(code, name, event);
+      return this.#modifierDown(code, event.key, event);
     }
     this.flush();
     this.#matchModifiers(event);
@@ -153,22 +147,16 @@ export class Keyboard {
     if (symbol === null) return;
     if (isPaste(event)) {
       // Lets the paste come, which brings the text of the clipboard, and then the key.
-      if (!event.repeat) this.#waitForPaste(code, symbol);
+      if (event.repeat) return;
+      this.#awaited = { code, symbol };
+      this.#pasteTimer = setTimeout(() => this.#pressAwaited(), PASTE_PAUSE);
       return;
     }
     event.preventDefault();
-    const shortcut = event.ctrlKey || event.metaKey || (event.altKey && !isMac);
-    if (this.#isLevel3Text(event)) {
-      this.#lift("AltRight");
-      this.#lift("ControlLeft");
-    } else {
-      for (const lifted of this.#lifted.splice(0)) {
-        if (this.#modifiers.has(lifted)) this.#press(lifted, KEY[lifted]);
-      }
-      if (!text) this.#pressLevel3();
-      else if (shortcut && !event.getModifierState("AltGraph") && event.key.codePointAt(0) > 0x24f) {
-        symbol = latinSymbol(code) ?? symbol;
-      }
+    const isShortcut = event.ctrlKey || event.metaKey || (event.altKey && !isMac);
+    if (!text) this.#pressLevel3();
+    else if (isShortcut && !this.#hasLevel3(event) && event.key.codePointAt(0) > 0x24f) {
+      symbol = latinSymbol(code) ?? symbol;
     }
     this.#press(code, symbol);
     // The release of a key is not told while this one is held.
@@ -181,21 +169,27 @@ export class Keyboard {
       if (this.#awaited.text) this.#takeText(this.#awaited.text);
       else this.#pressAwaited();
     }
-    if (this.#control === code) this.flush();
+    if (code === "ControlLeft") this.flush();
     if (this.#level3 === code) this.#level3 = null;
     if (!event.isComposing) event.preventDefault();
     const name = this.#modifiers.get(code);
     this.#release(code);
-    if (name === "Meta") this.#releaseKeys();
-    this.#matchModifiers(event);
-    if (this.#chord && !this.#modifiers.size) {
-      this.#chord = false;
-      this.escaped();
+    if (name === "Meta") {
+      for (const other of this.#pressed.keys()) if (!this.#modifiers.has(other)) this.#release(other);
     }
+    this.#matchModifiers(event);
+    if (this.#modifiers.size || !this.#chord) return;
+    this.#chord = false;
+    this.escaped();
   }
 
   #modifierDown(code, name, event) {
-    if (name === "AltGraph") this.#withdrawControl();
+    // Some know AltGr only as the two keys that come at once.
+    if (name === "Alt" && code === "AltRight" && this.#control) name = "AltGraph";
+    if (name === "AltGraph") {
+      this.#dropControl();
+      this.#release("ControlLeft");
+    }
     if (event.repeat) return;
     if (name === "AltGraph" || (isMac && name === "Alt")) {
       this.#level3 = code;
@@ -208,38 +202,20 @@ export class Keyboard {
     const names = [...this.#modifiers.values()];
     this.#chord = ["Control", "Alt", "Shift"].every((one) => names.includes(one));
     if (code === "ControlLeft") {
-      this.#control = code;
+      this.#control = true;
       this.#controlTimer = setTimeout(() => this.flush(), CONTROL_PAUSE);
     } else {
       this.#press(code, symbolOfEvent(event));
     }
   }
 
-  /** A Control that AltGr brought along. */
-  #withdrawControl() {
-    if (this.#control) this.#modifiers.delete(this.#control);
-    this.#dropControl();
-    this.#release("ControlLeft");
-  }
-
   #dropControl() {
     clearTimeout(this.#controlTimer);
-    this.#control = null;
+    this.#control = false;
   }
 
-  /** AltGr that comes as its two keys, and makes text that neither of them would. */
-  #isLevel3Text(event) {
-    return this.#modifiers.get("ControlLeft") && this.#modifiers.get("AltRight") &&
-      isText(event.key) && !/[a-z0-9 ]/i.test(event.key);
-  }
-
-  /** Lets a modifier rest that stays held. */
-  #lift(code) {
-    const symbol = this.#pressed.get(code);
-    if (symbol === undefined) return;
-    this.#pressed.delete(code);
-    this.#lifted.push(code);
-    this.#send(symbol, false);
+  #hasLevel3(event) {
+    return event.getModifierState("AltGraph") || [...this.#modifiers.values()].includes("AltGraph");
   }
 
   #pressLevel3() {
@@ -251,19 +227,22 @@ export class Keyboard {
 
   /** Modifiers whose release or press went elsewhere; SKIP is the one that the event is about. */
   #matchModifiers(event, skip) {
-    const level3 = event.getModifierState("AltGraph") || [...this.#modifiers.values()].includes("AltGraph");
+    const level3 = this.#hasLevel3(event);
+    const isOn = (name) => event.getModifierState(name) ||
+      // where AltGr is only known as these two
+      (name === "AltGraph" && event.ctrlKey && event.altKey);
     for (const name of MODIFIERS) {
       // With AltGr, flags of its own two keys say nothing.
       if (name === skip || (level3 && (name === "Control" || name === "Alt"))) continue;
       const codes = [...this.#modifiers].filter(([, one]) => one === name).map(([code]) => code);
-      if (!event.getModifierState(name)) {
+      if (!isOn(name)) {
         for (const code of codes) {
           if (this.#level3 === code) this.#level3 = null;
-          if (this.#control === code) this.#dropControl();
+          if (code === "ControlLeft") this.#dropControl();
           this.#release(code);
         }
-      } else if (!codes.length && name !== "AltGraph" && !(isMac && name === "Alt") &&
-          modifierName(event) !== name) {
+      } else if (!codes.length && event.type !== "keyup" && name !== "AltGraph" &&
+          !(isMac && name === "Alt")) {
         this.#modifiers.set(name, name);
         this.#press(name, KEY[name]);
       }
@@ -286,12 +265,6 @@ export class Keyboard {
     this.#send(symbol, false);
   }
 
-  #releaseKeys() {
-    for (const code of [...this.#pressed.keys()]) {
-      if (!this.#modifiers.has(code)) this.#release(code);
-    }
-  }
-
   #stroke(symbol) {
     const armed = [...this.#armed].map((name) => KEY[name]);
     this.#armed.clear();
@@ -300,11 +273,6 @@ export class Keyboard {
     this.#send(symbol, false);
     for (const modifier of armed.reverse()) this.#send(modifier, false);
     if (armed.length) this.disarmed();
-  }
-
-  #waitForPaste(code, symbol) {
-    this.#awaited = { code, symbol };
-    this.#pasteTimer = setTimeout(() => this.#pressAwaited(), PASTE_PAUSE);
   }
 
   #pressAwaited() {
@@ -326,17 +294,12 @@ export class Keyboard {
   /** What phones tell instead of keys. */
   #beforeInput(event) {
     if (event.isComposing || this.#composing) return;
-    const key = { insertLineBreak: KEY.Enter, insertParagraph: KEY.Enter,
-      deleteContentBackward: KEY.Backspace, deleteContentForward: KEY.Delete }[event.inputType];
-    if (!key) return;
+    const name = { insertLineBreak: "Enter", insertParagraph: "Enter", deleteContentBackward: "Backspace",
+      deleteContentForward: "Delete" }[event.inputType];
+    if (!name) return;
     event.preventDefault();
-    this.#stroke(key);
+    this.press(name);
   }
-}
-
-function modifierName({ key, code }) {
-  if (key === "OS" || key === "Super") return "Meta";
-  return MODIFIERS.includes(key) || key === "Hyper" ? key : null;
 }
 
 function isPaste({ key, code, ctrlKey, metaKey, altKey, shiftKey }) {

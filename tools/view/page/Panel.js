@@ -1,27 +1,25 @@
 /** Numbers and the agent's log, beside the picture. */
 
 const MOST_LINES = 500;
-const AVERAGE = 1000;
+const PERIOD = 1000;
 
 export class Panel {
   #element;
-  #values = {};
   #log;
   #level;
   #connection;
   #screen;
   #timer = 0;
   #then = null;
-  #stats = {};
+
+  /** What the server last told. */
+  stats = {};
 
   /** chosen(level) tells which lines of the log are wanted. */
   constructor(element, connection, screen, chosen) {
     this.#element = element;
     this.#connection = connection;
     this.#screen = screen;
-    for (const value of element.querySelectorAll("[data-value]")) {
-      this.#values[value.dataset.value] = value;
-    }
     this.#log = element.querySelector("#log");
     this.#level = element.querySelector("#log-level");
     this.#level.addEventListener("change", () => {
@@ -36,7 +34,7 @@ export class Panel {
   }
 
   set level(level) {
-    if (level !== undefined) this.#level.value = String(level);
+    this.#level.value = level;
     this.#filter();
   }
 
@@ -47,69 +45,54 @@ export class Panel {
   set isOpen(isOpen) {
     this.#element.hidden = !isOpen;
     clearInterval(this.#timer);
-    this.#connection.lifeInterval = isOpen ? 1000 : 10000;
-    this.#connection.refresh();
+    this.#connection.lifeInterval = isOpen ? PERIOD : 10000;
     if (!isOpen) return;
     this.#then = null;
-    this.#timer = setInterval(() => this.#show(), AVERAGE);
+    this.#timer = setInterval(() => this.#show(), PERIOD);
     this.#show();
-  }
-
-  stats(stats) {
-    this.#stats = stats;
+    this.#log.scrollTop = this.#log.scrollHeight;
   }
 
   addLine({ level, source, text }) {
-    const line = document.createElement("li");
-    const kind = level === 0 ? "error" : level <= 30 ? "fact" : "detail";
-    line.className = kind;
+    const make = (kind, textContent) => Object.assign(document.createElement(kind), { textContent });
+    const line = make("li", "");
+    line.className = level === 0 ? "error" : level > 30 ? "detail" : "";
     line.dataset.level = level;
     line.hidden = level > this.level;
-    const time = document.createElement("time");
-    time.textContent = new Date().toTimeString().slice(0, 8);
-    const name = document.createElement("b");
-    name.textContent = source;
-    line.append(time, " ", name, " ", text);
+    line.append(make("time", new Date().toTimeString().slice(0, 8)), " ", make("b", source), " ", text);
     const list = this.#log;
     const isAtEnd = list.scrollHeight - list.scrollTop - list.clientHeight < 20;
     list.append(line);
-    while (list.childElementCount > MOST_LINES) list.firstElementChild.remove();
+    if (list.childElementCount > MOST_LINES) list.firstElementChild.remove();
     if (isAtEnd) list.scrollTop = list.scrollHeight;
   }
 
   #filter() {
-    for (const line of this.#log.children) line.hidden = Number(line.dataset.level) > this.level;
+    for (const line of this.#log.children) line.hidden = line.dataset.level > this.level;
   }
 
   #show() {
-    const now = {
-      time: performance.now(), frames: this.#screen.frames, bytes: this.#connection.bytes,
-      rectangles: { ...this.#screen.rectangles },
-    };
-    const then = this.#then?.frames <= now.frames ? this.#then : null;
+    const { frames, rectangles, width, height } = this.#screen;
+    const { bytes, latency } = this.#connection;
+    const now = { time: performance.now(), frames, bytes, rectangles: { ...rectangles } };
+    // A new connection begins at nothing.
+    const then = this.#then?.frames <= frames ? this.#then : now;
     this.#then = now;
-    const seconds = then ? (now.time - then.time) / 1000 : 1;
-    const rate = (name) => (then ? (now[name] - then[name]) / seconds : 0);
-    const recent = Object.entries(now.rectangles)
-      .map(([name, count]) => [name, count - (then?.rectangles[name] ?? 0)])
-      .filter(([, count]) => count > 0);
-    const { latency, isOpen } = this.#connection;
-    this.#set({
-      updates: rate("frames").toFixed(0),
-      latency: latency === null || !isOpen ? "–" : `${latency.toFixed(latency < 10 ? 1 : 0)} ms`,
-      rate: `${size(rate("bytes"))}/s`,
-      bytes: size(now.bytes),
-      encodings: recent.map(([name, count]) => `${name} ${count}`).join(", ") || "–",
-      mode: this.#stats.mode ?? "–",
-      queue: this.#stats.queue === undefined ? "–" : size(this.#stats.queue),
-      size: `${this.#screen.width} × ${this.#screen.height}`,
-    });
-  }
-
-  #set(values) {
+    const seconds = (now.time - then.time) / 1000 || 1;
+    const values = {
+      updates: ((frames - then.frames) / seconds).toFixed(0),
+      latency: latency === null ? "–" : `${latency.toFixed(1)} ms`,
+      rate: `${size((bytes - then.bytes) / seconds)}/s`,
+      bytes: size(bytes),
+      size: `${width} × ${height}`,
+      mode: this.stats.mode ?? "–",
+      encodings: Object.entries(rectangles)
+        .map(([name, count]) => [name, count - (then.rectangles[name] ?? 0)])
+        .filter(([, count]) => count > 0)
+        .map((pair) => pair.join(" ")).join(", ") || "–",
+    };
     for (const [name, text] of Object.entries(values)) {
-      const element = this.#values[name];
-      if (element.textContent !== text) element.textContent = text;
+      this.#element.querySelector(`[data-value=${name}]`).textContent = text;
     }
   }
 }

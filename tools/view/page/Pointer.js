@@ -1,9 +1,9 @@
 /** Mouse, pen and wheel over the picture. Fingers are for Touch. */
 
-/** Pixels of a wheel's notch, and from where on a small step of a touchpad counts. */
+/** Pixels of a wheel's notch, and of a touchpad's small steps that make one of the desktop's. */
 const NOTCH = 100;
-const LINES_PER_NOTCH = 3;
 const STEP = 50;
+const LINES_PER_NOTCH = 3;
 const MOST_STEPS = 10;
 const PAUSE = 400;
 /** Beyond this many bytes that the line has not taken, only the last place counts. */
@@ -25,7 +25,7 @@ export class Pointer {
   #lastWheel = 0;
 
   enabled = true;
-  /** Before something is pressed or turned: called with the event. */
+  /** Called with the event before something is pressed or turned. */
   before = () => {};
   /** A zoom gesture of a touchpad: factor, and the place in the window. */
   zoomed = () => {};
@@ -37,24 +37,23 @@ export class Pointer {
     this.#canvas = canvas;
     this.#send = send;
     this.#waiting = waiting;
-    const on = (name, handler) => canvas.addEventListener(name, (event) => {
-      if (event.pointerType !== "touch") handler(event);
+    const on = (name, handler) => canvas.addEventListener(name, handler, { passive: false });
+    for (const name of ["pointerdown", "pointermove", "pointerup", "pointercancel"]) {
+      on(name, (event) => this.enabled && event.pointerType !== "touch" && this.#changed(event));
+    }
+    for (const name of ["contextmenu", "auxclick"]) on(name, (event) => event.preventDefault());
+    on("wheel", (event) => {
+      event.preventDefault();
+      if (this.enabled) this.#wheel(event);
     });
-    on("pointerdown", (event) => this.#pressed(event));
-    on("pointermove", (event) => this.#pressed(event));
-    on("pointerup", (event) => this.#pressed(event));
-    on("pointercancel", () => this.release());
-    canvas.addEventListener("contextmenu", (event) => event.preventDefault());
-    canvas.addEventListener("auxclick", (event) => event.preventDefault());
-    canvas.addEventListener("wheel", (event) => this.#wheel(event), { passive: false });
   }
 
   /** The place in the desktop, inside it, of one in the window. */
   place({ clientX, clientY }) {
     const { left, top, width, height } = this.#canvas.getBoundingClientRect();
-    const along = (at, length, count) =>
-      Math.max(0, Math.min(count - 1, Math.floor(at * count / (length || 1))));
-    return [along(clientX - left, width, this.#canvas.width), along(clientY - top, height, this.#canvas.height)];
+    const along = (part, count) => Math.max(0, Math.min(count - 1, Math.floor(part * count)));
+    return [along((clientX - left) / width, this.#canvas.width),
+      along((clientY - top) / height, this.#canvas.height)];
   }
 
   /** Buttons as the desktop counts them, at a place there. */
@@ -66,10 +65,10 @@ export class Pointer {
     this.seen(x, y);
   }
 
-  turn([x, y], wheel, steps) {
+  turn(place, wheel, steps) {
     for (let step = 0; step < Math.min(steps, MOST_STEPS); ++step) {
-      this.put([x, y], this.#buttons | wheel);
-      this.put([x, y], this.#buttons & ~wheel);
+      this.put(place, this.#buttons | wheel);
+      this.put(place, this.#buttons & ~wheel);
     }
   }
 
@@ -79,30 +78,25 @@ export class Pointer {
     this.#moved = null;
   }
 
-  #pressed(event) {
-    if (!this.enabled) return;
+  #changed(event) {
     const place = this.place(event);
     // What the browser says is down counts, since a release may have gone elsewhere.
-    const buttons = BUTTONS.reduce((sum, [theirs, ours]) => sum | (event.buttons & theirs ? ours : 0), 0);
+    const buttons = BUTTONS.reduce((sum, [theirs, ours]) => sum | (event.buttons & theirs && ours), 0);
     if (event.type === "pointerdown") this.#canvas.setPointerCapture(event.pointerId);
     if (buttons !== this.#buttons) {
       this.before(event);
       this.put(place, buttons);
     } else if (event.type === "pointermove") {
-      this.#move(place);
+      this.seen(...place);
+      this.#moved = place;
+      this.#move();
     }
   }
 
-  #move([x, y]) {
-    this.seen(x, y);
-    this.#moved = [x, y];
+  #move() {
+    clearTimeout(this.#timer);
     if (this.#waiting() < CROWDED) this.#flush();
-    else if (!this.#timer) this.#timer = setTimeout(() => this.#retry(), 20);
-  }
-
-  #retry() {
-    this.#timer = 0;
-    if (this.#moved) this.#move(this.#moved);
+    else this.#timer = setTimeout(() => this.#move(), 20);
   }
 
   #flush() {
@@ -111,36 +105,33 @@ export class Pointer {
   }
 
   #wheel(event) {
-    event.preventDefault();
-    if (!this.enabled) return;
+    let { deltaX, deltaY } = event;
     // Two fingers that move apart on a touchpad come as a wheel with a Control that nobody holds.
-    if (event.ctrlKey && Math.abs(event.deltaY) < STEP && event.deltaMode === 0) {
-      return this.zoomed(Math.exp(-event.deltaY / NOTCH), event);
+    if (event.ctrlKey && Math.abs(deltaY) < STEP && !event.deltaMode) {
+      return this.zoomed(Math.exp(-deltaY / NOTCH), event);
     }
     this.before(event);
-    let { deltaX, deltaY } = event;
     // Browsers turn the wheel sideways themselves; the desktop's programs do it, too.
     if (event.shiftKey && !deltaY) [deltaX, deltaY] = [0, deltaX];
     if (event.timeStamp - this.#lastWheel > PAUSE) this.#rest = [0, 0];
     this.#lastWheel = event.timeStamp;
     const unit = [1, NOTCH / LINES_PER_NOTCH, NOTCH][event.deltaMode];
-    const place = this.place(event);
-    [deltaX, deltaY].forEach((delta, axis) => {
-      const steps = this.#steps(delta * unit, axis);
-      const wheel = axis ? (steps < 0 ? WHEEL.up : WHEEL.down) : (steps < 0 ? WHEEL.left : WHEEL.right);
-      this.turn(place, wheel, Math.abs(steps));
-    });
+    const x = this.#steps(deltaX * unit, 0);
+    const y = this.#steps(deltaY * unit, 1);
+    this.turn(this.place(event), x < 0 ? WHEEL.left : WHEEL.right, Math.abs(x));
+    this.turn(this.place(event), y < 0 ? WHEEL.up : WHEEL.down, Math.abs(y));
   }
 
   /** A notch is one step whatever the browser makes of it; small steps add up. */
   #steps(delta, axis) {
+    const rest = this.#rest;
     if (Math.abs(delta) >= STEP) {
-      this.#rest[axis] = 0;
+      rest[axis] = 0;
       return Math.sign(delta) * Math.max(1, Math.round(Math.abs(delta) / NOTCH));
     }
-    if (this.#rest[axis] * delta < 0) this.#rest[axis] = 0;
-    const steps = Math.trunc((this.#rest[axis] += delta) / STEP);
-    this.#rest[axis] -= steps * STEP;
+    rest[axis] = rest[axis] * delta < 0 ? delta : rest[axis] + delta;
+    const steps = Math.trunc(rest[axis] / STEP);
+    rest[axis] -= steps * STEP;
     return steps;
   }
 }

@@ -1,15 +1,8 @@
 /** The desktop's picture: decodes what arrives, in parallel, and draws it in its order. */
 
 const HEADER = 16;
-const RECTANGLE = 16;
-const SOLID = 0;
-const COPY = 1;
-const JPEG = 2;
-const PNG = 3;
-const RAW = 4;
-const TYPES = { [JPEG]: "image/jpeg", [PNG]: "image/png" };
-const NAMES = ["solid", "copy", "jpeg", "png", "raw"];
 const LAST_PIECE = 1;
+const ENCODINGS = ["solid", "copy", "jpeg", "png", "raw"];
 
 export class Screen {
   #canvas;
@@ -17,27 +10,25 @@ export class Screen {
   #drawn;
   #failed;
   #queue = [];
-  #working = false;
-  #pieces = [];
+  #isWorking = false;
+  #parts = [];
   #generation = 0;
   #unsaid = [];
 
-  /** Since the last connect. */
+  /** Since the last reset: frames, and rectangles by encoding. */
   frames = 0;
   rectangles = {};
   /** Called after the canvas has taken another size. */
   resized = () => {};
 
-  /** drawn(frame) tells that a frame is on the canvas, failed(text) that a picture can't be read. */
+  /** drawn(frame) tells that a frame is on the canvas, failed(text) that one can't be. */
   constructor(canvas, drawn, failed) {
     this.#canvas = canvas;
     this.#context = canvas.getContext("2d", { alpha: false });
     this.#drawn = drawn;
     this.#failed = failed;
     // Nobody sees a hidden page: the server rests until it is shown.
-    document.addEventListener("visibilitychange", () => {
-      if (!document.hidden) this.#unsaid.splice(0).forEach(this.#drawn);
-    });
+    document.addEventListener("visibilitychange", () => this.#say());
   }
 
   get width() {
@@ -48,10 +39,14 @@ export class Screen {
     return this.#canvas.height;
   }
 
-  /** Forgets what was under way; the picture stays. */
+  /** Forgets what is under way; the picture stays. */
   reset() {
     ++this.#generation;
-    for (const entry of [...this.#queue.splice(0), { pieces: this.#pieces.splice(0) }]) discard(entry);
+    for (const { image } of [...this.#queue.flatMap(({ parts }) => parts ?? []), ...this.#parts]) {
+      Promise.resolve(image).then((bitmap) => bitmap?.close(), () => {});
+    }
+    this.#queue = [];
+    this.#parts = [];
     this.#unsaid = [];
     this.frames = 0;
     this.rectangles = {};
@@ -66,97 +61,90 @@ export class Screen {
     try {
       const view = new DataView(buffer);
       if (view.getUint8(0) !== 1) throw new Error("unknown kind of update");
-      const flags = view.getUint8(1);
-      this.#pieces.push(...this.#parse(buffer, view, view.getUint16(2, true)));
-      if (flags & LAST_PIECE) {
-        this.#enqueue({ frame: view.getUint32(4, true), pieces: this.#pieces.splice(0) });
+      this.#parse(view, view.getUint16(2, true));
+      if (view.getUint8(1) & LAST_PIECE) {
+        this.#enqueue({ frame: view.getUint32(4, true), parts: this.#parts });
+        this.#parts = [];
       }
     } catch (error) {
       this.#failed(error.message);
     }
   }
 
-  #parse(buffer, view, count) {
-    const list = [];
+  #parse(view, count) {
     for (let at = HEADER; count > 0; --count) {
       const [x, y, width, height] = [0, 2, 4, 6].map((offset) => view.getUint16(at + offset, true));
-      const encoding = view.getUint8(at + 8);
-      const length = view.getUint32(at + 12, true);
-      const data = new Uint8Array(buffer, at + RECTANGLE, length);
-      const piece = { x, y, width, height, encoding, data, image: null };
-      if (TYPES[encoding]) {
-        piece.image = createImageBitmap(new Blob([data], { type: TYPES[encoding] }),
+      const encoding = ENCODINGS[view.getUint8(at + 8)];
+      const data = new Uint8Array(view.buffer, at + 16, view.getUint32(at + 12, true));
+      if (!encoding) throw new Error("unknown encoding");
+      this.rectangles[encoding] = (this.rectangles[encoding] ?? 0) + 1;
+      let image = null;
+      if (encoding === "jpeg" || encoding === "png") {
+        image = createImageBitmap(new Blob([data], { type: `image/${encoding}` }),
           { colorSpaceConversion: "none", premultiplyAlpha: "none" });
-        piece.image.catch(() => {});  // it is told when its turn comes
-      } else if (encoding > RAW) {
-        throw new Error("unknown encoding " + encoding);
+        image.catch(() => {});  // it is told when its turn comes
       }
-      const name = NAMES[encoding];
-      this.rectangles[name] = (this.rectangles[name] ?? 0) + 1;
-      list.push(piece);
-      at += RECTANGLE + length;
+      this.#parts.push({ x, y, width, height, encoding, data, image });
+      at += 16 + data.length;
     }
-    return list;
   }
 
   #enqueue(entry) {
     this.#queue.push(entry);
-    if (!this.#working) this.#work();
+    if (!this.#isWorking) this.#work();
   }
 
   async #work() {
-    this.#working = true;
+    this.#isWorking = true;
     while (this.#queue.length) {
       const generation = this.#generation;
       const entry = this.#queue[0];
-      const pending = (entry.pieces ?? []).filter((piece) => piece.image);
-      if (pending.length) {
-        const outcomes = await Promise.allSettled(pending.map((piece) => piece.image));
+      try {
+        const images = entry.parts?.some(({ image }) => image) &&
+          await Promise.all(entry.parts.map(({ image }) => image));
         if (generation !== this.#generation) continue;
-        const bad = outcomes.find((outcome) => outcome.status === "rejected");
-        if (bad) {
-          this.#working = false;
-          this.#failed(String(bad.reason));
-          return;
+        this.#queue.shift();
+        this.#draw(entry, images || []);
+      } catch (error) {
+        if (generation === this.#generation) {
+          this.#queue.shift();
+          this.#failed(String(error));
         }
-        outcomes.forEach((outcome, index) => (pending[index].image = outcome.value));
       }
-      this.#queue.shift();
-      this.#draw(entry);
     }
-    this.#working = false;
+    this.#isWorking = false;
   }
 
-  #draw({ size, frame, pieces }) {
+  #draw({ size, frame, parts }, images) {
     if (size) {
       if (size[0] === this.width && size[1] === this.height) return;
       [this.#canvas.width, this.#canvas.height] = size;
       return this.resized();
     }
-    pieces.forEach(this.#drawPiece, this);
+    parts.forEach((part, index) => this.#drawPart(part, images[index]));
     ++this.frames;
-    if (document.hidden) this.#unsaid.push(frame);
-    else this.#drawn(frame);
+    this.#unsaid.push(frame);
+    this.#say();
   }
 
-  #drawPiece({ x, y, width, height, encoding, data, image }) {
+  #say() {
+    if (!document.hidden) this.#unsaid.splice(0).forEach(this.#drawn);
+  }
+
+  #drawPart({ x, y, width, height, encoding, data }, image) {
     const context = this.#context;
     if (image) {
       context.drawImage(image, x, y);
       image.close();
-    } else if (encoding === SOLID) {
+    } else if (encoding === "solid") {
       context.fillStyle = `rgb(${data[2]},${data[1]},${data[0]})`;
       context.fillRect(x, y, width, height);
-    } else if (encoding === COPY) {
+    } else if (encoding === "copy") {
       const [fromX, fromY] = [data[0] | data[1] << 8, data[2] | data[3] << 8];
       context.drawImage(this.#canvas, fromX, fromY, width, height, x, y, width, height);
     } else {
-      const pixels = new Uint8ClampedArray(data.buffer, data.byteOffset, data.byteLength);
+      const pixels = new Uint8ClampedArray(data.buffer, data.byteOffset, data.length);
       context.putImageData(new ImageData(pixels, width, height), x, y);
     }
   }
-}
-
-function discard({ pieces = [] }) {
-  for (const { image } of pieces) Promise.resolve(image).then((bitmap) => bitmap?.close(), () => {});
 }

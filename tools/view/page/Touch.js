@@ -6,7 +6,6 @@ const SLOP = 10;
 const LONG_PRESS = 500;
 const DOUBLE_TAP = 400;
 const DOUBLE_TAP_DISTANCE = 24;
-const DECIDE = 16;
 const SCROLL_STEP = 30;
 const LEFT = 1;
 const RIGHT = 4;
@@ -14,14 +13,12 @@ const RIGHT = 4;
 export class Touch {
   #pointer;
   #fingers = new Map();
-  #state = "none";  // or: down, drag, right, two, scroll, zoom, done
+  #state = "";  // or: down, left, right, two, scroll, zoom
   #timer = 0;
   #start = null;
-  #lastTap = { time: -DOUBLE_TAP, at: null };
+  #lastTap = null;
   #two = null;
 
-  enabled = true;
-  before = () => {};
   /** zoomed(factor, place in the window) and moved(dx, dy), in pixels of the window. */
   zoomed = () => {};
   moved = () => {};
@@ -29,85 +26,69 @@ export class Touch {
   constructor(canvas, pointer) {
     this.#pointer = pointer;
     const on = (name, handler) => canvas.addEventListener(name, (event) => {
-      if (event.pointerType !== "touch") return;
-      event.preventDefault();
-      handler.call(this, event);
+      if (event.pointerType === "touch") handler.call(this, event);
     });
     on("pointerdown", this.#down);
     on("pointermove", this.#move);
     on("pointerup", this.#up);
-    on("pointercancel", this.#cancel);
+    on("pointercancel", this.#end);
   }
 
   #down(event) {
-    this.before(event);
     this.#fingers.set(event.pointerId, event);
-    clearTimeout(this.#timer);
     if (this.#fingers.size === 1) {
       this.#state = "down";
       this.#start = event;
-      this.#timer = setTimeout(() => this.#longPress(), LONG_PRESS);
+      this.#timer = setTimeout(() => this.#press("right", RIGHT), LONG_PRESS);
     } else if (this.#fingers.size === 2 && this.#state === "down") {
+      clearTimeout(this.#timer);
       this.#state = "two";
       this.#two = this.#measure();
-    } else {
-      this.#end();
     }
   }
 
   #move(event) {
     if (!this.#fingers.has(event.pointerId)) return;
     this.#fingers.set(event.pointerId, event);
-    if (this.#state === "down" && distance(event, this.#start) > SLOP) {
-      clearTimeout(this.#timer);
-      this.#state = "drag";
-      this.#pointer.put(this.#pointer.place(this.#start), 0);
-      this.#pointer.put(this.#pointer.place(this.#start), LEFT);
+    if (this.#state === "down" && distance(event, this.#start) > SLOP) this.#press("left", LEFT);
+    if (this.#two) this.#moveTwo();
+    else if (event.pointerId === this.#start.pointerId) {
+      if (this.#state === "left") this.#put(event, LEFT);
+      if (this.#state === "right") this.#put(event, RIGHT);
     }
-    if (this.#state === "drag") this.#pointer.put(this.#pointer.place(event), LEFT);
-    else if (this.#state === "right") this.#pointer.put(this.#pointer.place(event), RIGHT);
-    else if (["two", "scroll", "zoom"].includes(this.#state)) this.#moveTwo();
   }
 
   #up(event) {
-    this.#fingers.delete(event.pointerId);
-    clearTimeout(this.#timer);
     if (this.#state === "down") this.#tap(event);
-    else if (this.#state === "drag" || this.#state === "right") this.#pointer.put(this.#pointer.place(event), 0);
-    this.#state = this.#fingers.size ? "done" : "none";
+    this.#end(event);
   }
 
-  #cancel(event) {
-    this.#end();
-    this.#fingers.delete(event.pointerId);
-    if (!this.#fingers.size) this.#state = "none";
-  }
-
-  #end() {
+  #end(event) {
     clearTimeout(this.#timer);
-    if (this.#state === "drag" || this.#state === "right") {
-      this.#pointer.put(this.#pointer.place(this.#start), 0);
-    }
-    this.#state = "done";
+    this.#fingers.delete(event.pointerId);
+    if (this.#state === "left" || this.#state === "right") this.#put(event, 0);
+    this.#state = "";
+    this.#two = null;
+  }
+
+  #put(event, ...buttons) {
+    for (const mask of buttons) this.#pointer.put(this.#pointer.place(event), mask);
+  }
+
+  #press(state, button) {
+    clearTimeout(this.#timer);
+    this.#state = state;
+    if (button === RIGHT) navigator.vibrate?.(20);
+    this.#put(this.#start, 0, button);
   }
 
   #tap(event) {
     // The second tap of two counts where the first did, else programs take them for two.
     const last = this.#lastTap;
-    const again = event.timeStamp - last.time < DOUBLE_TAP && distance(event, last.at) < DOUBLE_TAP_DISTANCE;
-    const at = again ? last.at : this.#start;
-    this.#lastTap = { time: event.timeStamp, at };
-    const place = this.#pointer.place(at);
-    for (const buttons of [0, LEFT, 0]) this.#pointer.put(place, buttons);
-  }
-
-  #longPress() {
-    if (this.#state !== "down") return;
-    this.#state = "right";
-    navigator.vibrate?.(20);
-    const place = this.#pointer.place(this.#start);
-    this.#pointer.put(place, 0);
-    this.#pointer.put(place, RIGHT);
+    const isSecond = last && event.timeStamp - last.timeStamp < DOUBLE_TAP &&
+      distance(event, last) < DOUBLE_TAP_DISTANCE;
+    this.#lastTap = isSecond ? null : event;
+    this.#put(isSecond ? last : event, 0, LEFT, 0);
   }
 
   #measure() {
@@ -120,30 +101,26 @@ export class Touch {
   }
 
   #moveTwo() {
-    if (this.#fingers.size !== 2) return;
-    const now = this.#measure();
+    const [now, then] = [this.#measure(), this.#two];
     if (this.#state === "two") {
-      if (Math.abs(now.apart - this.#two.apart) > DECIDE) this.#state = "zoom";
-      else if (distance(now, this.#two) > DECIDE) this.#state = "scroll";
-      else return;
+      if (Math.abs(now.apart - then.apart) > 2 * SLOP) this.#state = "zoom";
+      else if (distance(now, then) > SLOP) this.#state = "scroll";
     }
     if (this.#state === "zoom") {
-      this.zoomed(now.apart / this.#two.apart, now);
-      this.moved(now.clientX - this.#two.clientX, now.clientY - this.#two.clientY);
+      this.zoomed(now.apart / then.apart, now);
+      this.moved(now.clientX - then.clientX, now.clientY - then.clientY);
       this.#two = now;
-    } else {
-      const place = this.#pointer.place(now);
-      const scroll = (name, less, more) => {
-        const steps = Math.trunc((now[name] - this.#two[name]) / SCROLL_STEP);
-        if (!steps) return;
-        this.#two[name] += steps * SCROLL_STEP;
-        this.#pointer.turn(place, steps > 0 ? less : more, Math.abs(steps));
-      };
-      scroll("clientX", WHEEL.left, WHEEL.right);
-      scroll("clientY", WHEEL.up, WHEEL.down);
+    } else if (this.#state === "scroll") {
+      this.#scroll(now, "clientX", WHEEL.left, WHEEL.right);
+      this.#scroll(now, "clientY", WHEEL.up, WHEEL.down);
     }
+  }
+
+  #scroll(now, axis, back, on) {
+    const steps = Math.trunc((now[axis] - this.#two[axis]) / SCROLL_STEP);
+    this.#two[axis] += steps * SCROLL_STEP;
+    this.#pointer.turn(this.#pointer.place(now), steps > 0 ? back : on, Math.abs(steps));
   }
 }
 
-const distance = (one, other) =>
-  Math.hypot(one.clientX - other.clientX, one.clientY - other.clientY);
+const distance = (one, other) => Math.hypot(one.clientX - other.clientX, one.clientY - other.clientY);

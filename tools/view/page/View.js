@@ -11,7 +11,6 @@ export class View {
   #zoom = 1;
   #follows = false;
   #timer = 0;
-  #asked = "";
 
   /** Called after the picture has taken another size in the window. */
   changed = () => {};
@@ -37,36 +36,30 @@ export class View {
   /** Whether the desktop is to be as large as the window, whenever that changes. */
   set follows(follows) {
     this.#follows = follows;
-    this.askAgain();
-  }
-
-  /** A new server or desktop does not know what was asked for. */
-  askAgain() {
-    this.#asked = "";
     this.#askLater();
   }
 
   zoomAt(factor, { clientX, clientY }) {
     const before = this.#canvas.getBoundingClientRect();
-    const [x, y] = [(clientX - before.left) / before.width, (clientY - before.top) / before.height];
     this.#zoom = Math.max(1, Math.min(LARGEST_ZOOM, this.#zoom * factor));
     this.layOut();
     const after = this.#canvas.getBoundingClientRect();
-    this.moveBy(clientX - after.left - x * after.width, clientY - after.top - y * after.height);
+    const grown = after.width / before.width;
+    this.moveBy(clientX - after.left - (clientX - before.left) * grown,
+      clientY - after.top - (clientY - before.top) * grown);
   }
 
   moveBy(dx, dy) {
-    this.#stage.scrollBy({ left: -dx, top: -dy, behavior: "instant" });
+    this.#stage.scrollBy(-dx, -dy);
   }
 
   layOut() {
-    const { width, height } = this.#canvas;
+    const { width, height, style } = this.#canvas;
     const fits = this.#mode === "fit";
     // A bar for scrolling would take the room that made it needless.
     this.#stage.classList.toggle("whole", fits && this.#zoom === 1);
     const fit = Math.min(this.#stage.clientWidth / width, this.#stage.clientHeight / height);
     const scale = (fits ? fit : 1) * this.#zoom;
-    const style = this.#canvas.style;
     style.width = `${width * scale}px`;
     style.height = `${height * scale}px`;
     style.imageRendering = Number.isInteger(scale * devicePixelRatio) ? "pixelated" : "auto";
@@ -75,14 +68,10 @@ export class View {
 
   #askLater() {
     clearTimeout(this.#timer);
-    if (this.#follows) this.#timer = setTimeout(() => this.#askNow(), ASK_PAUSE);
-  }
-
-  #askNow() {
-    const { offsetWidth, offsetHeight } = this.#stage;
-    const size = `${offsetWidth}x${offsetHeight}`;
-    if (size === this.#asked || !offsetWidth || !offsetHeight) return;
-    this.#asked = size;
-    this.#ask(offsetWidth, offsetHeight);
+    this.#timer = setTimeout(() => {
+      const { offsetWidth, offsetHeight } = this.#stage;
+      const isThere = offsetWidth === this.#canvas.width && offsetHeight === this.#canvas.height;
+      if (this.#follows && offsetWidth && offsetHeight && !isThere) this.#ask(offsetWidth, offsetHeight);
+    }, ASK_PAUSE);
   }
 }

@@ -7,27 +7,20 @@ const range = (prefix, first, last, symbol) =>
 const MODIFIERS = {
   ShiftLeft: 0xffe1, ShiftRight: 0xffe2, ControlLeft: 0xffe3, ControlRight: 0xffe4,
   AltLeft: 0xffe9, AltRight: 0xffea, MetaLeft: 0xffeb, MetaRight: 0xffec,
-  OSLeft: 0xffeb, OSRight: 0xffec,
 };
 
 /** By what the key means; also of a modifier whose position is unknown. */
 const NAMED = {
-  Shift: 0xffe1, Control: 0xffe3, Alt: 0xffe9, Meta: 0xffeb, OS: 0xffeb, Super: 0xffeb,
-  Hyper: 0xffed, AltGraph: 0xfe03,
+  Shift: 0xffe1, Control: 0xffe3, Alt: 0xffe9, Meta: 0xffeb, AltGraph: 0xfe03,
   Backspace: 0xff08, Tab: 0xff09, Clear: 0xff0b, Enter: 0xff0d, Pause: 0xff13, ScrollLock: 0xff14,
   Escape: 0xff1b, Home: 0xff50, ArrowLeft: 0xff51, ArrowUp: 0xff52, ArrowRight: 0xff53,
-  ArrowDown: 0xff54, PageUp: 0xff55, PageDown: 0xff56, End: 0xff57, Select: 0xff60,
-  PrintScreen: 0xff61, Execute: 0xff62, Insert: 0xff63, Undo: 0xff65, Again: 0xff66, Redo: 0xff66,
-  ContextMenu: 0xff67, Find: 0xff68, Cancel: 0xff69, Help: 0xff6a, Delete: 0xffff,
-  ...range("F", 1, 35, 0xffbe),
-  ModeChange: 0xff7e, NonConvert: 0xff22, Convert: 0xff23, HangulMode: 0xff31, HanjaMode: 0xff34,
-  BrightnessUp: 0x1008ff02, BrightnessDown: 0x1008ff03, AudioVolumeDown: 0x1008ff11,
-  AudioVolumeMute: 0x1008ff12, AudioVolumeUp: 0x1008ff13, MediaPlayPause: 0x1008ff14,
-  MediaStop: 0x1008ff15, MediaTrackPrevious: 0x1008ff16, MediaTrackNext: 0x1008ff17,
-  LaunchMail: 0x1008ff19, BrowserSearch: 0x1008ff1b, BrowserBack: 0x1008ff26,
-  BrowserForward: 0x1008ff27, BrowserStop: 0x1008ff28, BrowserRefresh: 0x1008ff29,
-  BrowserFavorites: 0x1008ff30, BrowserHome: 0x1008ff18, Copy: 0x1008ff57, Cut: 0x1008ff58,
-  Paste: 0x1008ff6d,
+  ArrowDown: 0xff54, PageUp: 0xff55, PageDown: 0xff56, End: 0xff57, PrintScreen: 0xff61,
+  Insert: 0xff63, Undo: 0xff65, ContextMenu: 0xff67, Find: 0xff68, Cancel: 0xff69, Help: 0xff6a,
+  Delete: 0xffff, ...range("F", 1, 24, 0xffbe),
+  NonConvert: 0xff22, Convert: 0xff23, HangulMode: 0xff31, HanjaMode: 0xff34,
+  AudioVolumeDown: 0x1008ff11, AudioVolumeMute: 0x1008ff12, AudioVolumeUp: 0x1008ff13,
+  MediaPlayPause: 0x1008ff14, MediaStop: 0x1008ff15, MediaTrackPrevious: 0x1008ff16,
+  MediaTrackNext: 0x1008ff17, BrowserBack: 0x1008ff26, BrowserForward: 0x1008ff27,
 };
 
 /** On the keypad. */
@@ -37,10 +30,6 @@ const KEYPAD = {
   Home: 0xff95, ArrowLeft: 0xff96, ArrowUp: 0xff97, ArrowRight: 0xff98, ArrowDown: 0xff99,
   PageUp: 0xff9a, PageDown: 0xff9b, End: 0xff9c, Clear: 0xff9d, Insert: 0xff9e, Delete: 0xff9f,
 };
-
-/** Locks and the like have had their effect on the text already. */
-const UNSENT = new Set(["CapsLock", "NumLock", "Dead", "Compose", "Process", "Unidentified", "Fn",
-  "FnLock", "Symbol", "SymbolLock", "AllCandidates", "GroupNext", "GroupPrevious"]);
 
 /** Whether the key makes text. */
 export const isText = (key) => [...key].length === 1;
@@ -55,11 +44,10 @@ export function symbolOf(character) {
 
 /** The symbol of a keyboard event, null when it has none. */
 export function symbolOfEvent({ key, code, location }) {
-  if (UNSENT.has(key)) return null;
   if (location === KeyboardEvent.DOM_KEY_LOCATION_NUMPAD && KEYPAD[key]) return KEYPAD[key];
   if (isText(key)) return symbolOf(key);
-  if (key === "AltGraph") return NAMED.AltGraph;
-  return (NAMED[key] && MODIFIERS[code]) || NAMED[key] || null;
+  const symbol = NAMED[key];  // locks have none: they have had their effect on the text already
+  return (symbol && key !== "AltGraph" && MODIFIERS[code]) || symbol || null;
 }
 
 /** The Latin letter or digit on the physical key, as shortcuts want it; null elsewhere. */
