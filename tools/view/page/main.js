@@ -38,7 +38,7 @@ let isViewOnly = false;
 let modes = SIZES;
 
 const send = (message) => connection.send(message);
-const connection = new Connection({ connected, message, lost, binary: (data) => screen.update(data) });
+const connection = new Connection({ connected, message, lost: show, binary: (data) => screen.update(data) });
 const screen = new Screen(canvas, (frame) => send({ t: "drawn", frame }), (text) => {
   console.error(text);
   connection.restart();
@@ -91,21 +91,16 @@ function connected() {
   send({ t: "logLevel", level: panel.level });
 }
 
-function lost(kind, text) {
-  show(kind, text);
-}
-
 const actions = {
   hello({ viewOnly, display }) {
     isViewOnly = cursor.isWatching = viewOnly;
     body.classList.toggle("view-only", viewOnly);
     document.title = `${display} – ruvoview`;
-    actions.state({ state: "live" });
     if (document.activeElement === body) focusField();
   },
   size: ({ width, height }) => screen.setSize(width, height),
   state({ state, text }) {
-    show(state, text || STATES[state]);
+    show(state, state === "live" || !text ? STATES[state] : `${STATES[state]} (${text})`);
     if (state === "live") setFollows(settings.follows);
   },
   cursor: (image) => cursor.set(image),
