@@ -19,7 +19,7 @@ export class Clipboard {
     addEventListener("focus", () => this.#arrive());
   }
 
-  /** The text as the desktop has it: it may have another agent now. */
+  /** The desktop may have another agent now. */
   forget() {
     this.#last = null;
   }

@@ -29,8 +29,6 @@ export class Connection {
     this.#handler = handler;
     addEventListener("hashchange", () => this.start());
     addEventListener("online", () => this.retryNow());
-    addEventListener("pagehide", () => this.#close());
-    addEventListener("pageshow", (event) => event.persisted && this.start());
     addEventListener("visibilitychange", () => document.hidden || this.retryNow());
   }
 

@@ -1,9 +1,8 @@
 /**
  * Turns what browsers tell about the keyboard into keys of the desktop.
  *
- * Keys that make a character go as that character, whatever layout made it. What input methods, dead
- * keys and phones make comes as text through the field, and is typed. Every key that went down is
- * known by its position, so that the same goes up.
+ * A key that makes a character goes as that, whatever layout made it. What input methods, dead keys
+ * and phones make comes as text in the field, and is typed. What went down at a position goes up.
  */
 
 import { KEY, isText, latinSymbol, symbolOf, symbolOfEvent } from "./keysyms.js";
@@ -30,7 +29,6 @@ export class Keyboard {
   #composing = false;
   #awaited = null;         // a key that waits for text, or for a paste
   #pasteTimer = 0;
-
   #chord = false;
 
   /** When false, nothing is sent. */
@@ -54,15 +52,13 @@ export class Keyboard {
       this.flush();
       this.#composing = true;
     });
-    on("compositionend", (event) => {
+    on("compositionend", () => {
       this.#composing = false;
       // The field has the text after this event; not every browser tells it again.
-      setTimeout(() => this.#takeText(event.data));
+      setTimeout(() => this.#takeText());
     });
     on("beforeinput", (event) => this.#beforeInput(event));
-    on("input", (event) => {
-      if (!event.isComposing && !this.#composing) this.#takeText(event.data);
-    });
+    on("input", () => this.#composing || this.#takeText());
     on("paste", (event) => {
       event.preventDefault();
       this.pasted(event);
@@ -80,11 +76,11 @@ export class Keyboard {
     else this.#armed.delete(name);
   }
 
-  /** Types text, and presses named keys and combinations such as "Control+Alt+Delete". */
   type(text) {
     for (const character of text) this.#stroke(symbolOf(character));
   }
 
+  /** Presses named keys and characters together, such as "Control+Alt+Delete". */
   press(combination) {
     const symbols = combination.split("+").map((name) => KEY[name] ?? symbolOf(name));
     const last = symbols.pop();
@@ -201,7 +197,7 @@ export class Keyboard {
     this.#modifiers.set(code, name);
     const names = [...this.#modifiers.values()];
     this.#chord = ["Control", "Alt", "Shift"].every((one) => names.includes(one));
-    if (code === "ControlLeft") {
+    if (name === "Control" && code === "ControlLeft") {
       this.#control = true;
       this.#controlTimer = setTimeout(() => this.flush(), CONTROL_PAUSE);
     } else {
@@ -283,17 +279,17 @@ export class Keyboard {
     this.#press(key.code, key.symbol);
   }
 
-  #takeText(fallback) {
-    const text = this.#field.value || fallback || "";
+  #takeText(fallback = "") {
+    const text = this.#field.value || fallback;
     this.#field.value = "";
     this.#deadKey = false;
     if (this.#awaited?.text) this.#awaited = null;
-    if (text) this.type(text);
+    this.type(text);
   }
 
   /** What phones tell instead of keys. */
   #beforeInput(event) {
-    if (event.isComposing || this.#composing) return;
+    if (this.#composing) return;
     const name = { insertLineBreak: "Enter", insertParagraph: "Enter", deleteContentBackward: "Backspace",
       deleteContentForward: "Delete" }[event.inputType];
     if (!name) return;

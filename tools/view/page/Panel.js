@@ -72,7 +72,7 @@ export class Panel {
   }
 
   #show() {
-    const { frames, rectangles, width, height } = this.#screen;
+    const { frames, rectangles } = this.#screen;
     const { bytes, latency } = this.#connection;
     const now = { time: performance.now(), frames, bytes, rectangles: { ...rectangles } };
     // A new connection begins at nothing.
@@ -83,8 +83,6 @@ export class Panel {
       updates: ((frames - then.frames) / seconds).toFixed(0),
       latency: latency === null ? "–" : `${latency.toFixed(1)} ms`,
       rate: `${size((bytes - then.bytes) / seconds)}/s`,
-      bytes: size(bytes),
-      size: `${width} × ${height}`,
       mode: this.stats.mode ?? "–",
       encodings: Object.entries(rectangles)
         .map(([name, count]) => [name, count - (then.rectangles[name] ?? 0)])

@@ -78,7 +78,6 @@ export class Touch {
   #press(state, button) {
     clearTimeout(this.#timer);
     this.#state = state;
-    if (button === RIGHT) navigator.vibrate?.(20);
     this.#put(this.#start, 0, button);
   }
 

@@ -3,7 +3,7 @@
 const range = (prefix, first, last, symbol) =>
   Object.fromEntries(Array.from({ length: last - first + 1 }, (_, i) => [prefix + (first + i), symbol + i]));
 
-/** By the physical key, for those that come in pairs. */
+/** By the side of the keyboard, for those that come in pairs. */
 const MODIFIERS = {
   ShiftLeft: 0xffe1, ShiftRight: 0xffe2, ControlLeft: 0xffe3, ControlRight: 0xffe4,
   AltLeft: 0xffe9, AltRight: 0xffea, MetaLeft: 0xffeb, MetaRight: 0xffec,
@@ -15,12 +15,9 @@ const NAMED = {
   Backspace: 0xff08, Tab: 0xff09, Clear: 0xff0b, Enter: 0xff0d, Pause: 0xff13, ScrollLock: 0xff14,
   Escape: 0xff1b, Home: 0xff50, ArrowLeft: 0xff51, ArrowUp: 0xff52, ArrowRight: 0xff53,
   ArrowDown: 0xff54, PageUp: 0xff55, PageDown: 0xff56, End: 0xff57, PrintScreen: 0xff61,
-  Insert: 0xff63, Undo: 0xff65, ContextMenu: 0xff67, Find: 0xff68, Cancel: 0xff69, Help: 0xff6a,
-  Delete: 0xffff, ...range("F", 1, 24, 0xffbe),
+  Insert: 0xff63, Undo: 0xff65, ContextMenu: 0xff67, Help: 0xff6a, Delete: 0xffff,
+  ...range("F", 1, 24, 0xffbe),
   NonConvert: 0xff22, Convert: 0xff23, HangulMode: 0xff31, HanjaMode: 0xff34,
-  AudioVolumeDown: 0x1008ff11, AudioVolumeMute: 0x1008ff12, AudioVolumeUp: 0x1008ff13,
-  MediaPlayPause: 0x1008ff14, MediaStop: 0x1008ff15, MediaTrackPrevious: 0x1008ff16,
-  MediaTrackNext: 0x1008ff17, BrowserBack: 0x1008ff26, BrowserForward: 0x1008ff27,
 };
 
 /** On the keypad. */
@@ -47,7 +44,7 @@ export function symbolOfEvent({ key, code, location }) {
   if (location === KeyboardEvent.DOM_KEY_LOCATION_NUMPAD && KEYPAD[key]) return KEYPAD[key];
   if (isText(key)) return symbolOf(key);
   const symbol = NAMED[key];  // locks have none: they have had their effect on the text already
-  return (symbol && key !== "AltGraph" && MODIFIERS[code]) || symbol || null;
+  return MODIFIERS[key + /(Left|Right)?$/.exec(code)[0]] || symbol || null;
 }
 
 /** The Latin letter or digit on the physical key, as shortcuts want it; null elsewhere. */
