@@ -43,7 +43,7 @@ class Firefox:
     async def run(self, expression):
         answer = await self.command("script.evaluate", expression=f"JSON.stringify({expression})",
                                     target={"context": self.context}, awaitPromise=True)
-        return json.loads(answer["result"]["value"])
+        return json.loads(answer["result"].get("value", "null"))
 
     async def keys(self, text):
         actions = [{"type": kind, "value": key} for key in text for kind in ("keyDown", "keyUp")]

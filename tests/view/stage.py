@@ -279,6 +279,13 @@ class Setting:
     def __init__(self, *options, server=None):
         """SERVER gives, for a directory, the arguments of the X server."""
         self.stack = contextlib.ExitStack()
+        try:
+            self.start(options, server)
+        except BaseException:
+            self.close()
+            raise
+
+    def start(self, options, server):
         self.directory = self.stack.enter_context(
             tempfile.TemporaryDirectory(prefix="view.", ignore_cleanup_errors=True))
         self.log = self.stack.enter_context(open(os.path.join(self.directory, "log"), "wb", buffering=0))

@@ -13,8 +13,9 @@ const PASTE_PAUSE = 50;
 
 const MODIFIERS = ["Shift", "Control", "Alt", "Meta", "AltGraph"];
 
-/** Text that is made with Option there has nothing to do with Alt. */
+/** Text that is made with Option has nothing to do with Alt. */
 const isMac = navigator.platform.startsWith("Mac");
+const isLevel3 = (name) => name === "AltGraph" || (isMac && name === "Alt");
 
 export class Keyboard {
   #field;
@@ -54,7 +55,7 @@ export class Keyboard {
     });
     on("compositionend", () => {
       this.#composing = false;
-      // The field has the text after this event; not every browser tells it again.
+      // The field has the text after this event.
       setTimeout(() => this.#takeText());
     });
     on("beforeinput", (event) => this.#beforeInput(event));
@@ -187,7 +188,7 @@ export class Keyboard {
       this.#release("ControlLeft");
     }
     if (event.repeat) return;
-    if (name === "AltGraph" || (isMac && name === "Alt")) {
+    if (isLevel3(name)) {
       this.#level3 = code;
       this.#modifiers.set(code, name);
       return;
@@ -237,8 +238,7 @@ export class Keyboard {
           if (code === "ControlLeft") this.#dropControl();
           this.#release(code);
         }
-      } else if (!codes.length && event.type !== "keyup" && name !== "AltGraph" &&
-          !(isMac && name === "Alt")) {
+      } else if (!codes.length && event.type !== "keyup" && !isLevel3(name)) {
         this.#modifiers.set(name, name);
         this.#press(name, KEY[name]);
       }
@@ -299,6 +299,6 @@ export class Keyboard {
 }
 
 function isPaste({ key, code, ctrlKey, metaKey, altKey, shiftKey }) {
-  return (!altKey && (ctrlKey || metaKey) && (key.toLowerCase() === "v" || code === "KeyV")) ||
-    (shiftKey && !ctrlKey && !altKey && key === "Insert");
+  if (altKey) return false;
+  return ctrlKey || metaKey ? code === "KeyV" || /^v$/i.test(key) : shiftKey && key === "Insert";
 }

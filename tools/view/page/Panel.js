@@ -23,8 +23,9 @@ export class Panel {
     this.#log = element.querySelector("#log");
     this.#level = element.querySelector("#log-level");
     this.#level.addEventListener("change", () => {
-      this.#filter();
-      chosen(this.level);
+      const { level } = this;
+      this.level = level;
+      chosen(level);
     });
     element.querySelector("#log-clear").addEventListener("click", () => this.#log.replaceChildren());
   }
@@ -35,7 +36,7 @@ export class Panel {
 
   set level(level) {
     this.#level.value = level;
-    this.#filter();
+    this.#log.className = `up-to-${level}`;
   }
 
   get isOpen() {
@@ -57,18 +58,12 @@ export class Panel {
     const make = (kind, textContent) => Object.assign(document.createElement(kind), { textContent });
     const line = make("li", "");
     line.className = level === 0 ? "error" : level > 30 ? "detail" : "";
-    line.dataset.level = level;
-    line.hidden = level > this.level;
     line.append(make("time", new Date().toTimeString().slice(0, 8)), " ", make("b", source), " ", text);
     const list = this.#log;
     const isAtEnd = list.scrollHeight - list.scrollTop - list.clientHeight < 20;
     list.append(line);
     if (list.childElementCount > MOST_LINES) list.firstElementChild.remove();
     if (isAtEnd) list.scrollTop = list.scrollHeight;
-  }
-
-  #filter() {
-    for (const line of this.#log.children) line.hidden = line.dataset.level > this.level;
   }
 
   #show() {

@@ -15,9 +15,8 @@ const NAMED = {
   Backspace: 0xff08, Tab: 0xff09, Clear: 0xff0b, Enter: 0xff0d, Pause: 0xff13, ScrollLock: 0xff14,
   Escape: 0xff1b, Home: 0xff50, ArrowLeft: 0xff51, ArrowUp: 0xff52, ArrowRight: 0xff53,
   ArrowDown: 0xff54, PageUp: 0xff55, PageDown: 0xff56, End: 0xff57, PrintScreen: 0xff61,
-  Insert: 0xff63, Undo: 0xff65, ContextMenu: 0xff67, Help: 0xff6a, Delete: 0xffff,
+  Insert: 0xff63, ContextMenu: 0xff67, Delete: 0xffff,
   ...range("F", 1, 24, 0xffbe),
-  NonConvert: 0xff22, Convert: 0xff23, HangulMode: 0xff31, HanjaMode: 0xff34,
 };
 
 /** On the keypad. */

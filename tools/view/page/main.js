@@ -77,11 +77,10 @@ function show(state, text = STATES[state]) {
 }
 
 function toast(text) {
-  const element = find("toast");
-  element.textContent = text;
-  element.hidden = false;
+  find("toast").textContent = text;
+  find("toast").hidden = false;
   clearTimeout(toast.timer);
-  toast.timer = setTimeout(() => (element.hidden = true), TOAST_TIME);
+  toast.timer = setTimeout(() => (find("toast").hidden = true), TOAST_TIME);
 }
 
 function connected() {
