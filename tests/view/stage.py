@@ -329,6 +329,15 @@ def dummy_server(directory):
   Option "AutoEnableDevices" "false"
   Option "AutoAddGPU" "false"
 EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "card"
+  Monitor "monitor0"
+  DefaultDepth 24
+  SubSection "Display"
+    Virtual 8192 8192
+  EndSubSection
+EndSection
 Section "Device"
   Identifier "card"
   Driver "dummy"
@@ -342,6 +351,7 @@ EndSection
   Identifier "monitor{index}"
   HorizSync 5-1000
   VertRefresh 5-200
+  Option "Enable" "true"
   Option "PreferredMode" "{size}"
   Option "Position" "{position}"
 EndSection
