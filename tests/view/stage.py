@@ -6,6 +6,7 @@ import http.server
 import os
 import pathlib
 import shutil
+import socket
 import struct
 import subprocess
 import sys
@@ -28,11 +29,24 @@ AGENT = os.environ.get("RUVOAGENT", str(ROOT / "build/release/ruvoagent"))
 # What the page sends is kept for those who want to see it.
 RECORD = """
 window.sent = [];
-const send = WebSocket.prototype.send;
-WebSocket.prototype.send = function(data) {
-  window.sent.push(JSON.parse(data));
-  window.lastSocket = this;
-  send.call(this, data);
+window.drawn = [];  // when, and the server's clock
+const clocks = new Map();
+window.WebSocket = class extends WebSocket {
+  constructor(...options) {
+    super(...options);
+    this.addEventListener("message", ({data}) => {
+      if (typeof data === "string") return;
+      const view = new DataView(data);
+      clocks.set(view.getUint32(4, true), view.getUint32(8, true));
+    });
+  }
+
+  send(data) {
+    const message = JSON.parse(data);
+    window.sent.push(message);
+    if (message.t === "drawn") window.drawn.push([performance.now(), clocks.get(message.frame)]);
+    super.send(data);
+  }
 };
 """
 
@@ -248,6 +262,40 @@ def difference(one, other):
 
 
 @contextlib.contextmanager
+def slow_line(port, rate):
+    """The address of a line to a port of this machine that takes RATE bytes a second from there."""
+    listener = socket.create_server(("127.0.0.1", 0))
+    ends = []
+
+    def pump(source, target, pause):
+        with contextlib.suppress(OSError):
+            while data := source.recv(16384):
+                time.sleep(len(data) * pause)
+                target.sendall(data)
+        for end in (source, target):
+            with contextlib.suppress(OSError):
+                end.shutdown(socket.SHUT_RDWR)
+
+    def accept():
+        with contextlib.suppress(OSError):
+            while True:
+                near = listener.accept()[0]
+                far = socket.create_connection(("127.0.0.1", port))
+                far.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
+                ends.extend((near, far))
+                threading.Thread(target=pump, args=(near, far, 0), daemon=True).start()
+                threading.Thread(target=pump, args=(far, near, 1 / rate), daemon=True).start()
+
+    threading.Thread(target=accept, daemon=True).start()
+    try:
+        yield "http://127.0.0.1:%d" % listener.getsockname()[1]
+    finally:
+        listener.close()
+        for end in ends:
+            end.close()
+
+
+@contextlib.contextmanager
 def web_server(page):
     """A page of somebody else on this machine."""
     class Handler(http.server.BaseHTTPRequestHandler):
@@ -297,8 +345,8 @@ class Setting:
         if not Setting.browser:
             Setting.browser = Browser()
 
-    def page(self):
-        page = Page(Setting.browser, self.view.address)
+    def page(self, address=None):
+        page = Page(Setting.browser, address or self.view.address)
         self.stack.callback(page.close)
         return page
 
