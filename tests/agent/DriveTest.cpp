@@ -75,7 +75,7 @@ std::string contentsOf(const std::string& path) {
 }
 
 TEST_F(DriveTest, RecordedSessions) {
-  const test::TempDir directory;
+  const support::TempDir directory;
   const std::string file = directory / "a.session";
   const auto shows = [&](const std::string& what) {
     const std::string text = run({"play-session", "--show", file});
@@ -144,7 +144,7 @@ TEST_F(DriveTest, ShowsAndMeasuresTheDesktop) {
 
 TEST_F(DriveTest, InterruptedVideosAreWhole) {
   if (std::system("command -v ffmpeg ffprobe >/dev/null") != 0) GTEST_SKIP() << "no ffmpeg";
-  const test::TempDir directory;
+  const support::TempDir directory;
   const std::string file = directory / "a.mp4";
   support::Program::Options options;
   options.environment = {{"DISPLAY", display()}};

@@ -142,7 +142,7 @@ TEST_F(HostTest, FailuresAreTold) {
 
 // An agent's user may have replaced it.
 TEST(HostConnection, MapsNoBufferBeyondItsSegment) {
-  const test::TempDir directory;
+  const support::TempDir directory;
   const std::string file = directory / "segment";
   std::ofstream(file) << std::string(65536, 'x');
   const auto buffer = [&](int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint32_t stride) {
@@ -165,7 +165,7 @@ TEST(HostConnection, MapsNoBufferBeyondItsSegment) {
                {buffer(0, least, 128, most, 128), false},
                {buffer(least, 0, most, 128, 0xffffffff), false}};
   for (const auto& c : cases) {
-    test::SocketPair pair;
+    support::SocketPair pair;
     host::AgentConnection connection(std::move(pair.ours), nullptr);
     pair.put(c.message);
     connection.processUntil([&] { return connection.pixelBuffer().stride != 0; }, 5000);

@@ -63,8 +63,8 @@ class Programs:
 
 
 class Desktop:
-    def __init__(self, directory, log):
-        """DIRECTORY takes the home of all programs and whatever they write."""
+    def __init__(self, directory, log, xserver=None):
+        """DIRECTORY takes the home of all programs and whatever they write. Ends the X server."""
         environment = {name: value for name, value in os.environ.items()
                        if name in ("PATH", "LANGUAGE", "TZ")}
         environment.update(
@@ -75,8 +75,8 @@ class Desktop:
             LIBGL_ALWAYS_SOFTWARE="1", GSK_RENDERER="cairo", MOZ_DISABLE_CONTENT_SANDBOX="1")
         self.programs = Programs(log, environment)
         self.log = log
-        self.xserver = ruvo.XServer(screen="%dx%dx24" % SIZE)
-        environment["DISPLAY"] = self.xserver.display
+        self.xserver = xserver or ruvo.XServer(screen="%dx%dx24" % SIZE)
+        self.display = environment["DISPLAY"] = self.xserver.display
         configuration = os.path.join(directory, "openbox.xml")
         with open(configuration, "w") as file:
             file.write(OPENBOX)

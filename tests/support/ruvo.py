@@ -38,11 +38,14 @@ def end(process, patience=5):
 
 
 class XServer:
-    """Xvfb, or Xorg with outputs that can change mode; on a free display number."""
+    """Xvfb, or Xorg with outputs that can change mode, or a command made for a directory; on a free
+    display number."""
 
-    def __init__(self, *options, screen="1024x768x24", dummy=False, reset=False):
+    def __init__(self, *options, screen="1024x768x24", dummy=False, reset=False, command=None):
         self.directory = tempfile.mkdtemp(prefix="ruvo-")
-        if dummy:
+        if command:
+            command = command(self.directory)
+        elif dummy:
             command = self._dummy()
         else:
             command = ["Xvfb", "-screen", "0", screen]

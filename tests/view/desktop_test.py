@@ -1,0 +1,300 @@
+"""What is on the desktop is on the page, and what is done on the page is done there."""
+
+import os
+import random
+import re
+import statistics
+import struct
+import unittest
+
+import stage
+from stage import until
+
+TEXT = "Grüße, 5 € an łódź, Жук & λ {x}[~@|\\]"
+
+# An endless picture that fills any line.
+FILM = r"""
+import random, sys, time
+while True:
+    rows = "\n".join("".join("\33[48;5;%dm%c" % (random.randrange(256), random.randrange(33, 126))
+                             for _ in range(150)) for _ in range(40))
+    sys.stdout.write("\33[H" + rows)
+    sys.stdout.flush()
+    time.sleep(0.03)
+"""
+
+
+def picture(width, height):
+    """A file for xwud: shades, noise and edges."""
+    chance = random.Random(1)
+    pixels = bytearray()
+    for y in range(height):
+        for x in range(width):
+            if y < height // 3:
+                pixels += bytes([x & 255, y & 255, x + y & 255, 0])
+            elif y < 2 * height // 3:
+                pixels += chance.randbytes(3) + b"\0"
+            else:
+                pixels += b"\xff\x30\x10\0" if (x // 3 + y // 5) % 2 else b"\0\0\0\0"
+    header = struct.pack(">25I", 101, 7, 2, 24, width, height, 0, 0, 32, 0, 32, 32, 4 * width, 4,
+                         0xff0000, 0xff00, 0xff, 8, 256, 0, width, height, 0, 0, 0)
+    return header + b"\0" + bytes(pixels)
+
+
+class Desktop(unittest.TestCase):
+    def setUp(self):
+        self.setting = stage.Setting()
+        self.addCleanup(self.setting.close)
+        self.screen = self.setting.screen
+
+    def xterm(self, *command):
+        """A terminal, the only window, that runs a command and has the focus."""
+        before = self.screen.active_window()
+        self.screen.programs.start(["xterm", "-u8", "-fa", "DejaVu Sans Mono", "-fs", "10", "-e", *command])
+        until(lambda: self.screen.active_window() not in ("", before), "the terminal")
+
+    def play_film(self):
+        path = os.path.join(self.setting.directory, "film.py")
+        with open(path, "w") as file:
+            file.write(FILM)
+        self.xterm("python3", path)
+
+    def stop_film(self):
+        self.screen.programs.stop(self.screen.programs.running[-1])
+
+    def assert_same_picture(self, page, seconds=10):
+        until(lambda: not stage.difference(page.canvas(), stage.screen_pixels(self.screen)) or None,
+              "equal pictures: " + str(stage.difference(page.canvas(), stage.screen_pixels(self.screen))),
+              seconds)
+
+    def test_picture_at_rest_is_exact(self):
+        page = self.setting.page().wait_for_picture()
+        self.assert_same_picture(page)
+        path = os.path.join(self.setting.directory, "picture.xwd")
+        with open(path, "wb") as file:
+            file.write(picture(900, 600))
+        self.screen.programs.start(["xwud", "-in", path])
+        until(self.screen.active_window, "the picture's window")
+        self.assert_same_picture(page)
+        # Much that moves and scrolls, and then rests.
+        self.xterm("sh", "-c", "seq 1 3000; for i in 1 2 3 4 5; do seq 1 40; sleep 0.05; done; "
+                   f"touch {self.setting.directory}/done; sleep 1000")
+        until(lambda: os.path.exists(self.setting.directory + "/done"), "the terminal's text")
+        self.assert_same_picture(page)
+
+    def test_typing(self):
+        typed = os.path.join(self.setting.directory, "typed")
+        self.xterm("sh", "-c", f'read -r line; echo "$line" > {typed}; sleep 1000')
+        page = self.setting.page().wait_for_picture()
+        page.click(400, 300)
+        page.type(TEXT + "\n")
+        until(lambda: os.path.exists(typed) and os.path.getsize(typed), "the text")
+        with open(typed) as file:
+            self.assertEqual(file.read(), TEXT + "\n")
+        self.assertEqual(self.screen.pressed_keys(), [])
+        # A key that is held when the page goes is held by nobody.
+        page.key("a", "KeyA", "a", kinds=["keyDown"])
+        until(self.screen.pressed_keys, "the key that is held")
+        page.open("about:blank")
+        until(lambda: not self.screen.pressed_keys(), "the key to be released")
+
+    def test_clipboard(self):
+        page = self.setting.page().wait_for_picture()
+        page.cdp("Browser.grantPermissions", permissions=["clipboardReadWrite", "clipboardSanitizedWrite"])
+        page.focus()
+        self.screen.own("clipboard", TEXT)
+        read = "return navigator.clipboard.readText()"
+        until(lambda: page.run(read) == TEXT, "the desktop's text in the browser")
+        page.run("return navigator.clipboard.writeText(arguments[0])", "Größe\n" * 1000)
+        page.cdp("Input.dispatchKeyEvent", type="keyDown", key="v", code="KeyV", modifiers=2,
+                 windowsVirtualKeyCode=86, commands=["paste"])
+        until(lambda: self.screen.selection("clipboard") == "Größe\n" * 1000, "the browser's text on the desktop")
+        kinds = [one["t"] for one in page.sent("clipboard", "key") if one.get("sym") != 0xffe3]
+        self.assertEqual(kinds[:2], ["clipboard", "key"], "the text comes before the key that pastes it")
+
+    def test_pointer_and_wheel(self):
+        events = os.path.join(self.setting.directory, "events")
+        with open(events, "wb") as file:
+            self.screen.programs.start(["xev", "-event", "button", "-event", "mouse"], stdout=file)
+        until(self.screen.active_window, "the window")
+
+        def seen():
+            with open(events) as file:
+                return re.findall(r"(ButtonPress|ButtonRelease|MotionNotify)[^\n]*\n[^\n]*root:\((\d+),(\d+)\),\n"
+                                  r"\s+state (\w+),(?: button (\d+))?", file.read())
+
+        def buttons():
+            return [kind[6] + button for kind, _, _, _, button in seen() if button]
+
+        page = self.setting.page().wait_for_picture()
+        page.click(300, 200)
+        page.click(300, 200, "right")
+        page.click(300, 200, "middle")
+        until(lambda: len(buttons()) >= 6, "the clicks")
+        self.assertEqual(buttons(), ["P1", "R1", "P3", "R3", "P2", "R2"])
+        self.assertEqual(seen()[-1][1:3], ("300", "200"), "a click is where it was made")
+        for x, y in ((0, 120), (0, -120), (120, 0), (-120, 0)):
+            page.mouse("mouseWheel", 300, 200, deltaX=x, deltaY=y)
+        until(lambda: len(buttons()) >= 14, "the wheel")
+        self.assertEqual(buttons()[6:], ["P5", "R5", "P4", "R4", "P7", "R7", "P6", "R6"])
+        page.mouse("mousePressed", 100, 100, button="left", clickCount=1)
+        for x in range(100, 700, 50):
+            page.mouse("mouseMoved", x, 150, button="left", buttons=1)
+        page.mouse("mouseReleased", 700, 150, button="left", clickCount=1)
+        until(lambda: buttons()[14:] == ["P1", "R1"], "the end of dragging")
+        dragged = [one for one in seen() if one[0] == "MotionNotify" and int(one[3], 16) & 0x100]
+        self.assertGreater(len(dragged), 2)
+        self.assertEqual(seen()[-1][1:3], ("700", "150"))
+
+    def test_touch(self):
+        events = os.path.join(self.setting.directory, "events")
+        with open(events, "wb") as file:
+            self.screen.programs.start(["xev", "-event", "button"], stdout=file)
+        until(self.screen.active_window, "the window")
+
+        def buttons():
+            with open(events) as file:
+                return " ".join(kind[0] + button for kind, button in re.findall(
+                    r"Button(Press|Release)[^\n]*\n[^\n]*\n[^\n]* button (\d+)", file.read()))
+
+        page = self.setting.page().wait_for_picture()
+        page.cdp("Emulation.setTouchEmulationEnabled", enabled=True, maxTouchPoints=2)
+
+        def touch(kind, *points):
+            page.cdp("Input.dispatchTouchEvent", type=kind,
+                     touchPoints=[{"x": x, "y": y, "id": i} for i, (x, y) in enumerate(points)])
+
+        touch("touchStart", (400, 300))
+        touch("touchEnd")
+        until(lambda: buttons() == "P1 R1", "a tap")
+        touch("touchStart", (400, 300))
+        until(lambda: buttons() == "P1 R1 P3", "a long press")
+        touch("touchEnd")
+        until(lambda: buttons() == "P1 R1 P3 R3", "its end")
+        touch("touchStart", (400, 400))
+        touch("touchMove", (400, 450))
+        touch("touchMove", (400, 500))
+        touch("touchEnd")
+        until(lambda: buttons() == "P1 R1 P3 R3 P1 R1", "dragging")
+        touch("touchStart", (400, 400))
+        touch("touchStart", (400, 400), (500, 400))
+        for y in range(400, 500, 10):
+            touch("touchMove", (400, y), (500, y))
+        touch("touchEnd")
+        until(lambda: buttons().startswith("P1 R1 P3 R3 P1 R1 P4 R4 P4 R4"), "two fingers that scroll")
+        scrolled = buttons()
+        before = page.run("return document.getElementById('desktop').clientWidth")
+        touch("touchStart", (400, 400))
+        touch("touchStart", (400, 400), (500, 400))
+        for x in range(0, 100, 10):
+            touch("touchMove", (400 - x, 400), (500 + x, 400))
+        touch("touchEnd")
+        self.assertGreater(page.run("return document.getElementById('desktop').clientWidth"), 1.5 * before)
+        self.assertEqual(buttons(), scrolled)
+
+    def test_as_large_as_the_window(self):
+        page = self.setting.page().wait_for_picture()
+        page.run("document.getElementById('follow').click()")
+        for width, height in ((1000, 700), (820, 600), (1100, 640)):
+            page.cdp("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1,
+                     mobile=False)
+            wanted = page.run("const {offsetWidth, offsetHeight} = document.getElementById('stage');"
+                              "return [offsetWidth, offsetHeight]")
+            until(lambda: list(stage.screen_pixels(self.screen)[:2]) == wanted, f"a desktop of {wanted}")
+            self.assert_same_picture(page)
+            self.assertEqual(page.run("const {clientWidth, clientHeight} = document.getElementById('desktop');"
+                                      "return [clientWidth, clientHeight]"), wanted)
+
+    def test_a_page_that_stalls_and_one_that_does_not(self):
+        stalled = self.setting.page().wait_for_picture()
+        stalled.run("const send = WebSocket.prototype.send; WebSocket.prototype.send = function(data) {"
+                    "  if (window.stalled && JSON.parse(data).t === 'drawn') window.held.push([this, data]);"
+                    "  else send.call(this, data);"
+                    "}; window.held = []; window.stalled = true;"
+                    "window.go = () => { window.stalled = false; held.forEach(([socket, data]) => send.call(socket, data)); }")
+        page = self.setting.page().wait_for_picture()
+        self.play_film()
+        drawn = len(page.sent("drawn"))
+        until(lambda: len(page.sent("drawn")) > drawn + 10, "updates for the page that draws", 60)
+        memory = memory_of(self.setting.view.process.pid)
+        drawn = len(page.sent("drawn"))
+        until(lambda: len(page.sent("drawn")) > drawn + 30, "more of them", 90)
+        self.assertLess(memory_of(self.setting.view.process.pid), memory + 8000, "KB")
+        self.assertLess(stalled.show().run("return held.length"), 20)
+        self.stop_film()
+        self.assert_same_picture(page.show())
+        stalled.show().run("go()")
+        self.assert_same_picture(stalled)
+
+    def test_a_full_line_gives_fewer_updates_and_none_that_are_old(self):
+        with stage.slow_line(self.setting.view.port, 1 << 20) as line:
+            page = self.setting.page(self.setting.view.address.replace(self.setting.view.origin, line))
+            page.wait_for_picture()
+            self.play_film()
+            until(lambda: page.run("return drawn.length") > 25, "updates", 60)
+            drawn = page.run("return drawn")
+            self.stop_film()
+            self.assert_same_picture(page, 30)
+        delay = min(when - clock for when, clock in drawn)
+        ages = [when - clock - delay for when, clock in drawn[-15:]]
+        between = [after[0] - before[0] for before, after in zip(drawn[-15:], drawn[-14:])]
+        self.assertLess(statistics.median(ages), 2.5 * statistics.median(between) + 200, "ms")
+
+    def test_typing_on_a_real_keyboard(self):
+        """The whole way: another screen with a keyboard, the browser there, the terminal here."""
+        typed = os.path.join(self.setting.directory, "typed")
+        self.xterm("sh", "-c", f'read -r line; echo "$line" > {typed}; sleep 1000')
+        with open(os.path.join(self.setting.directory, "keyboard.log"), "wb") as log:
+            keyboard = stage.desktop.Desktop(os.path.join(self.setting.directory), log)
+            self.addCleanup(keyboard.close)
+            browser = stage.Browser(keyboard.display)
+            self.addCleanup(browser.close)
+            page = stage.Page(browser, self.setting.view.address)
+            page.wait_for_picture()
+            keyboard.layout("de")
+            keyboard.run("xdotool", "mousemove", "600", "500", "click", "1")
+            until(lambda: page.run("return document.activeElement.id === 'keys'"), "the focus")
+            # Keycodes: ü, y on the key of z, AltGr with e and q, ´ and e, ^ and o, ^ and x, Shift with
+            # ` and a, Multi_key with o and e.
+            keyboard.run("xdotool", "key", "34", "key", "29", "keydown", "108", "key", "26", "key", "24",
+                         "keyup", "108", "key", "21", "key", "26", "key", "49", "key", "32", "key", "49",
+                         "key", "53", "keydown", "50", "key", "21", "keyup", "50", "key", "38",
+                         "key", "135", "key", "32", "key", "26", "key", "36")
+            until(lambda: os.path.exists(typed) and os.path.getsize(typed), "the text")
+            with open(typed) as file:
+                self.assertEqual(file.read(), "üz€@éô^xàœ\n")
+            self.assertEqual(self.screen.pressed_keys(), [])
+
+
+class ViewOnly(unittest.TestCase):
+    def test_nothing_is_passed_on(self):
+        setting = stage.Setting("--view-only")
+        self.addCleanup(setting.close)
+        page = setting.page().wait_for_picture()
+        self.assertIn("view only", page.status())
+        page.click(300, 200)
+        page.type("a")
+        self.assertEqual(page.sent("key", "pointer"), [])
+        self.assertFalse(page.run("return document.getElementById('keys-button').checkVisibility()"))
+
+
+class Monitors(unittest.TestCase):
+    def test_choice(self):
+        setting = stage.Setting(server=stage.dummy_server)
+        self.addCleanup(setting.close)
+        page = setting.page().wait_for_picture()
+
+        def choose(number):
+            page.run("document.querySelectorAll('#monitors input')[arguments[0]].click()", number)
+
+        until(lambda: page.run("return document.querySelectorAll('#monitors input').length") == 2, "two monitors")
+        self.assertEqual(page.canvas()[:2], (1824, 768))
+        choose(0)
+        until(lambda: page.canvas()[:2] == (800, 600), "the second monitor alone")
+        choose(0)
+        until(lambda: page.canvas()[:2] == (1824, 768), "both")
+
+
+def memory_of(pid):
+    with open(f"/proc/{pid}/status") as file:
+        return int(re.search(r"VmRSS:\s+(\d+)", file.read())[1])

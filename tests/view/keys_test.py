@@ -1,0 +1,143 @@
+"""What the page makes of keyboards: sequences as browsers of all systems send them."""
+
+import unittest
+
+import stage
+
+CONTROL = {"key": "Control", "code": "ControlLeft"}
+ALT_GR = {"key": "AltGraph", "code": "AltRight", "location": 2}
+ALT_RIGHT = {"key": "Alt", "code": "AltRight", "location": 2}
+
+
+def down(key, code, **options):
+    return ["keydown", {"key": key, "code": code, **options}]
+
+
+def up(key, code, **options):
+    return ["keyup", {"key": key, "code": code, **options}]
+
+
+def with_alt_gr(**options):
+    return {"modifierAltGraph": True, **options}
+
+
+# Name, events, keys of the desktop.
+SEQUENCES = [
+    ("a character goes as itself, and up as it went down",
+     [down("z", "KeyY"), up("Z", "KeyY", shiftKey=True)], "+z -z"),
+    ("keys that repeat",
+     [down("a", "KeyA"), down("a", "KeyA", repeat=True), up("a", "KeyA")], "+a +a -a"),
+    ("characters beyond Latin-1",
+     [down("ü", "BracketLeft"), up("ü", "BracketLeft"), down("λ", "KeyL"), up("λ", "KeyL")],
+     "+ü -ü +λ -λ"),
+    ("AltGr on Windows brings a Control along",
+     [["keydown", {**CONTROL, "ctrlKey": True}],
+      ["keydown", with_alt_gr(**ALT_GR, ctrlKey=True, altKey=True)],
+      down("€", "KeyE", **with_alt_gr(ctrlKey=True, altKey=True)),
+      up("€", "KeyE", **with_alt_gr(ctrlKey=True, altKey=True)),
+      ["keyup", with_alt_gr(**CONTROL, altKey=True)],
+      ["keyup", ALT_GR]], "+€ -€"),
+    ("AltGr that repeats while it is held brings a Control each time",
+     [["keydown", {**CONTROL, "ctrlKey": True}],
+      ["keydown", with_alt_gr(**ALT_GR, ctrlKey=True, altKey=True)],
+      ["keydown", {**CONTROL, "ctrlKey": True}],
+      ["keydown", with_alt_gr(**ALT_GR, repeat=True, ctrlKey=True, altKey=True)],
+      down("@", "KeyQ", **with_alt_gr(ctrlKey=True, altKey=True)), up("@", "KeyQ", **with_alt_gr()),
+      ["keyup", with_alt_gr(**CONTROL)], ["keyup", ALT_GR],
+      down("a", "KeyA"), up("a", "KeyA")], "+@ -@ +a -a"),
+    ("AltGr that is only known as Control and Alt",
+     [["keydown", {**CONTROL, "ctrlKey": True}], ["keydown", {**ALT_RIGHT, "ctrlKey": True, "altKey": True}],
+      down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
+      down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
+      ["keyup", {**CONTROL, "altKey": True}], ["keyup", ALT_RIGHT]],
+     "+€ -€ +€ -€"),
+    ("AltGr that goes up as another key leaves no Alt",
+     [["keydown", with_alt_gr(**ALT_GR)], down("@", "KeyQ", **with_alt_gr()),
+      up("@", "KeyQ", **with_alt_gr()), ["keyup", ALT_RIGHT], down("a", "KeyA"), up("a", "KeyA")],
+     "+@ -@ +a -a"),
+    ("an Alt that came after AltGr and never goes up",
+     [["keydown", with_alt_gr(**ALT_GR)], ["keyup", ALT_GR],
+      down("Alt", "AltLeft", altKey=True), down("a", "KeyA"), up("a", "KeyA")], "+Alt -Alt +a -a"),
+    ("AltGr with a key that makes no text",
+     [["keydown", with_alt_gr(**ALT_GR)], down("ArrowLeft", "ArrowLeft", **with_alt_gr()),
+      up("ArrowLeft", "ArrowLeft", **with_alt_gr()), ["keyup", ALT_GR]], "+AltGr +Left -Left -AltGr"),
+    ("a modifier whose release went elsewhere",
+     [down("Shift", "ShiftLeft", shiftKey=True), down("a", "KeyA"), up("a", "KeyA")],
+     "+Shift -Shift +a -a"),
+    ("a modifier that was down before",
+     [down("c", "KeyC", ctrlKey=True), up("c", "KeyC", ctrlKey=True), ["keyup", CONTROL]],
+     "+Control +c -c -Control"),
+    ("Control right before a key does not wait for AltGr",
+     [["keydown", {**CONTROL, "ctrlKey": True}], down("c", "KeyC", ctrlKey=True),
+      up("c", "KeyC", ctrlKey=True), ["keyup", CONTROL]], "+Control +c -c -Control"),
+    ("shortcuts of a layout without Latin letters",
+     [["keydown", {**CONTROL, "ctrlKey": True}], down("с", "KeyC", ctrlKey=True),
+      up("с", "KeyC", ctrlKey=True), ["keyup", CONTROL], down("с", "KeyC"), up("с", "KeyC")],
+     "+Control +c -c -Control +с -с"),
+    ("a dead key and a letter, composed by the key itself",
+     [down("Dead", "BracketRight"), up("Dead", "BracketRight"), down("é", "KeyE"),
+      ["input", {"inputType": "insertText", "data": "é", "field": "é"}], up("é", "KeyE")], "+é -é"),
+    ("a dead key and a letter that do not compose",
+     [down("Dead", "BracketRight"), up("Dead", "BracketRight"), down("x", "KeyX"),
+      ["input", {"inputType": "insertText", "data": "^x", "field": "^x"}], up("x", "KeyX")],
+     "+^ -^ +x -x"),
+    ("a dead key whose letter the browser does not put in the field",
+     [down("Dead", "BracketRight"), up("Dead", "BracketRight"), down("ê", "KeyE"), up("ê", "KeyE"),
+      down("a", "KeyA"), up("a", "KeyA")], "+ê -ê +a -a"),
+    ("a dead key that composes",
+     [down("Dead", "BracketRight"), ["compositionstart", {"data": ""}],
+      ["compositionupdate", {"data": "´"}], up("Dead", "BracketRight", isComposing=True),
+      down("é", "KeyE", isComposing=True, keyCode=229),
+      ["compositionend", {"data": "é", "field": "é"}], up("é", "KeyE")], "+é -é"),
+    ("an input method", [down("Process", "KeyN", keyCode=229, isComposing=True),
+                         ["compositionstart", {"data": ""}], ["compositionupdate", {"data": "に"}],
+                         ["input", {"inputType": "insertCompositionText", "data": "に", "field": "に",
+                                    "isComposing": True}],
+                         ["compositionend", {"data": "日本", "field": "日本"}]], "+日 -日 +本 -本"),
+    ("a phone without keys",
+     [down("Unidentified", "", keyCode=229),
+      ["input", {"inputType": "insertText", "data": "ok", "field": "ok"}],
+      ["beforeinput", {"inputType": "insertLineBreak"}],
+      ["beforeinput", {"inputType": "deleteContentBackward"}]],
+     "+o -o +k -k +Return -Return +BackSpace -BackSpace"),
+    ("modifiers that change their places, and the right ones",
+     [down("Control", "AltLeft", ctrlKey=True), up("Control", "AltLeft"),
+      down("Control", "CapsLock", ctrlKey=True), up("Control", "CapsLock"),
+      down("Shift", "ShiftRight", shiftKey=True), up("Shift", "ShiftRight")],
+     "+Control -Control +Control -Control +ShiftRight -ShiftRight"),
+    ("keys whose release is not told while Meta is held",
+     [down("Meta", "MetaLeft", metaKey=True), down("c", "KeyC", metaKey=True), ["keyup", {"key": "Meta", "code": "MetaLeft"}]],
+     "+Super +c -Super -c"),
+]
+
+
+class Keys(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.setting = stage.Setting()
+        cls.addClassCleanup(cls.setting.close)
+        cls.page = cls.setting.page().wait_for_picture()
+
+    def setUp(self):
+        self.page.focus()
+        self.page.forget_sent()
+
+    def test_sequences(self):
+        for name, events, keys in SEQUENCES:
+            with self.subTest(name):
+                self.page.forget_sent()
+                self.page.events(*events)
+                # The text of a composition is read one turn later.
+                self.page.run("return new Promise((resolve) => setTimeout(resolve, 5))")
+                self.assertEqual(self.page.keys_sent(), keys)
+            self.page.run("document.getElementById('keys').blur()")
+            self.page.focus()
+
+    def test_keys_go_up_when_the_focus_leaves(self):
+        self.page.events(down("Shift", "ShiftLeft", shiftKey=True), down("A", "KeyA", shiftKey=True))
+        self.page.run("document.getElementById('keys').blur()")
+        self.assertIn({"t": "release"}, self.page.sent())
+        self.page.focus()
+        self.page.forget_sent()
+        self.page.events(up("A", "KeyA", shiftKey=False), up("Shift", "ShiftLeft"))
+        self.assertEqual(self.page.keys_sent(), "", "what went up already goes up again")

@@ -1,0 +1,94 @@
+"""What comes and goes: the agent, the X server, ruvoview, tokens, pages of others."""
+
+import os
+import signal
+import subprocess
+import unittest
+
+import stage
+from stage import until
+
+PROBE = """<script>
+const answers = {};
+const done = (name, text) => { answers[name] = text; window.answers = answers; };
+const socket = new WebSocket("ws://127.0.0.1:PORT/desktop", "ruvo-view-1");
+socket.onopen = () => done("socket", "open");
+socket.onclose = () => done("socket", "refused");
+fetch("http://127.0.0.1:PORT/session", {method: "POST", body: "TOKEN", credentials: "include"})
+  .then((answer) => done("session", "ok " + answer.status), () => done("session", "refused"));
+</script>"""
+
+
+class Life(unittest.TestCase):
+    def setUp(self):
+        self.token = None
+
+    def start(self, *options):
+        setting = stage.Setting(*options)
+        self.addCleanup(setting.close)
+        return setting
+
+    def assert_comes_back(self, setting, page):
+        page.wait_for_state("live")
+        until(lambda: not stage.difference(page.canvas(), stage.screen_pixels(setting.screen)) or None,
+              "the picture")
+
+    def test_agent_and_display_and_server_go(self):
+        token = os.path.join(stage.ROOT, "build", f"view-token.{os.getpid()}")
+        self.addCleanup(lambda: os.path.exists(token) and os.unlink(token))
+        setting = self.start("--token-file", token)
+        page = setting.page().wait_for_picture()
+        page.run("window.states = []; new MutationObserver(() => states.push(document.body.dataset.state + ': ' +"
+                 " document.getElementById('status').textContent)).observe(document.body,"
+                 " {attributes: true, attributeFilter: ['data-state']})")
+
+        def said():
+            return " ".join(page.run("return states.splice(0)"))
+
+        os.kill(until(setting.view.agent_pid, "the agent"), signal.SIGKILL)
+        until(lambda: "no-agent" in page.run("return states.join()"), "the page to say it")
+        self.assert_comes_back(setting, page)
+        self.assertIn("agent", said())
+
+        setting.restart_display(lambda: page.wait_for_state("no-display"))
+        self.assert_comes_back(setting, page)
+        self.assertIn("isplay", said())
+
+        setting.view.process.kill()
+        setting.view.process.wait()
+        page.wait_for_state("server")
+        self.assertIn("Trying again", page.status())
+        setting.view = stage.View(setting.screen, "--token-file", token, listen=f"127.0.0.1:{setting.view.port}")
+        self.assert_comes_back(setting, page)
+
+    def test_server_with_another_token(self):
+        setting = self.start()
+        page = setting.page().wait_for_picture()
+        self.assertNotIn("#", page.driver.current_url, "the token is not to be seen")
+        self.assertEqual(page.run("return document.cookie"), "")
+        self.assertEqual(setting.view.close(), 0)
+        page.wait_for_state("server")
+        setting.view = stage.View(setting.screen, listen=f"127.0.0.1:{setting.view.port}")
+        page.wait_for_state("session")
+        self.assertIn("Open the address", page.status())
+        page.run("location.hash = arguments[0]", setting.view.address.split("#")[1])
+        self.assert_comes_back(setting, page)
+
+    def test_strangers(self):
+        setting = self.start()
+        wrong = stage.Page(setting.browser, setting.view.origin + "/#wrong")
+        self.addCleanup(wrong.close)
+        wrong.wait_for_state("session")
+        # A page that is let in stays so in its browser; the same browser's other pages do not gain by it.
+        page = setting.page().wait_for_picture()
+        token = setting.view.address.split("#")[1]
+        with stage.web_server(PROBE.replace("PORT", str(setting.view.port)).replace("TOKEN", token)) as address:
+            foreign = stage.Page(setting.browser, address)
+            self.addCleanup(foreign.close)
+            answers = until(lambda: foreign.run("return window.answers && answers.socket && answers.session && "
+                                                "answers"), "the stranger's attempts")
+        self.assertEqual(answers, {"socket": "refused", "session": "refused"})
+        self.assertEqual(page.show().state(), "live")
+        violations = [entry["message"] for entry in page.driver.get_log("browser")
+                      if "Content Security Policy" in entry["message"]]
+        self.assertEqual(violations, [])

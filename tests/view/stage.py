@@ -1,0 +1,411 @@
+"""A desktop, ruvoview on it, and a browser that shows its page."""
+
+import base64
+import contextlib
+import http.server
+import os
+import pathlib
+import shutil
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+from selenium import webdriver
+from selenium.webdriver.chrome.options import Options
+from selenium.webdriver.chrome.service import Service
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.append(str(ROOT / "tests" / "apps"))
+sys.dont_write_bytecode = True
+import desktop  # noqa: E402
+
+VIEW = os.environ.get("RUVOVIEW", str(ROOT / "build/release/ruvoview"))
+AGENT = os.environ.get("RUVOAGENT", str(ROOT / "build/release/ruvoagent"))
+
+# What the page sends is kept for those who want to see it.
+RECORD = """
+window.sent = [];
+window.drawn = [];  // when, and the server's clock
+const clocks = new Map();
+window.WebSocket = class extends WebSocket {
+  constructor(...options) {
+    super(...options);
+    this.addEventListener("message", ({data}) => {
+      if (typeof data === "string") return;
+      const view = new DataView(data);
+      clocks.set(view.getUint32(4, true), view.getUint32(8, true));
+    });
+  }
+
+  send(data) {
+    const message = JSON.parse(data);
+    window.sent.push(message);
+    if (message.t === "drawn") window.drawn.push([performance.now(), clocks.get(message.frame)]);
+    super.send(data);
+  }
+};
+"""
+
+CANVAS = """
+const canvas = document.getElementById("desktop");
+const {data} = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+let text = "";
+for (let at = 0; at < data.length; at += 32768) {
+  text += String.fromCharCode.apply(null, data.subarray(at, at + 32768));
+}
+return [canvas.width, canvas.height, btoa(text)];
+"""
+
+
+def until(condition, what, seconds=20):
+    return desktop.Desktop.until(condition, what, seconds)
+
+
+class View:
+    """A running ruvoview."""
+
+    def __init__(self, screen, *options, listen="127.0.0.1:0", program=None):
+        self.process = screen.programs.start(
+            [program or VIEW, "--display", screen.display, "--agent", AGENT, "--listen", listen, *options],
+            stdout=subprocess.PIPE)
+        self.address = self.process.stdout.readline().decode().strip()
+        if not self.address.startswith("http"):
+            raise RuntimeError(f"ruvoview does not start: {self.address!r}")
+        self.origin = self.address.split("/#")[0]
+        self.port = int(self.origin.rsplit(":", 1)[1])
+
+    def agent_pid(self):
+        children = subprocess.run(["pgrep", "-P", str(self.process.pid), "-x", "ruvoagent"],
+                                  stdout=subprocess.PIPE, text=True).stdout.split()
+        return int(children[0]) if children else None
+
+    def close(self):
+        self.process.terminate()
+        self.process.stdout.close()
+        return self.process.wait(20)
+
+
+class Browser:
+    """A chromium with a profile of its own; each page is a tab."""
+
+    def __init__(self, display=None):
+        self.profile = tempfile.mkdtemp(prefix="view-browser.")
+        options = Options()
+        options.binary_location = shutil.which("chromium")
+        for argument in ("--no-first-run", "--disable-gpu", "--disable-background-networking",
+                         "--window-size=1300,900", "--user-data-dir=" + self.profile,
+                         "--disable-renderer-backgrounding",
+                         "--disable-background-timer-throttling",
+                         "--disable-backgrounding-occluded-windows"):
+            options.add_argument(argument)
+        if not display:
+            options.add_argument("--headless=new")
+        if os.geteuid() == 0:
+            options.add_argument("--no-sandbox")
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        environment = {**os.environ, "HOME": self.profile}
+        if display:
+            environment["DISPLAY"] = display
+        self.driver = webdriver.Chrome(
+            service=Service(shutil.which("chromedriver"), env=environment), options=options)
+        self.driver.set_script_timeout(30)
+
+    def close(self):
+        with contextlib.suppress(Exception):
+            self.driver.quit()
+        shutil.rmtree(self.profile, ignore_errors=True)
+
+
+class Page:
+    """A tab of the browser."""
+
+    def __init__(self, browser, address):
+        self.driver = browser.driver
+        self.driver.switch_to.new_window("tab")
+        self.handle = self.driver.current_window_handle
+        self.cdp("Page.addScriptToEvaluateOnNewDocument", source=RECORD)
+        self.open(address)
+
+    def open(self, address):
+        self.show()
+        # As if its window were the one that is used.
+        self.cdp("Emulation.setFocusEmulationEnabled", enabled=True)
+        self.driver.get(address)
+
+    def show(self):
+        self.driver.switch_to.window(self.handle)
+        return self
+
+    def close(self):
+        self.show()
+        self.driver.close()
+        self.driver.switch_to.window(self.driver.window_handles[0])
+
+    def cdp(self, command, **arguments):
+        return self.driver.execute_cdp_cmd(command, arguments)
+
+    def run(self, script, *arguments):
+        return self.driver.execute_script(script, *arguments)
+
+    def status(self):
+        return self.run("return document.getElementById('status').textContent")
+
+    def state(self):
+        return self.run("return document.body.dataset.state")
+
+    def wait_for_state(self, state, seconds=30):
+        until(lambda: self.state() == state, f"the page to be {state} (it is {self.state()})", seconds)
+        return self
+
+    def wait_for_picture(self):
+        self.wait_for_state("live")
+        until(lambda: any(one["t"] == "drawn" for one in self.sent()), "the first picture")
+        return self
+
+    def sent(self, *kinds):
+        return [one for one in self.run("return window.sent || []") if not kinds or one["t"] in kinds]
+
+    def forget_sent(self):
+        self.run("window.sent = []")
+
+    def keys_sent(self):
+        """The keys as text: +symbol and -symbol in their order, characters as such."""
+        return " ".join(("+" if one["down"] else "-") + name_of(one["sym"]) for one in self.sent("key"))
+
+    def canvas(self):
+        """Width, height, and the rows as red, green, blue and 255."""
+        width, height, data = self.run(CANVAS)
+        return width, height, base64.b64decode(data)
+
+    def mouse(self, kind, x, y, **arguments):
+        """Where the desktop has x, y."""
+        left, top, scale = self.run(
+            "const canvas = document.getElementById('desktop');"
+            "const {left, top, width} = canvas.getBoundingClientRect();"
+            "return [left, top, width / canvas.width]")
+        self.cdp("Input.dispatchMouseEvent", type=kind, x=left + (x + 0.5) * scale,
+                 y=top + (y + 0.5) * scale, **arguments)
+
+    def click(self, x, y, button="left"):
+        for kind in ("mouseMoved", "mousePressed", "mouseReleased"):
+            self.mouse(kind, x, y, button="none" if kind == "mouseMoved" else button,
+                       clickCount=0 if kind == "mouseMoved" else 1)
+
+    def focus(self):
+        self.run("document.getElementById('keys').focus()")
+
+    def key(self, key, code, text=None, modifiers=0, kinds=("keyDown", "keyUp")):
+        """A key as the keyboard's driver tells it to the browser."""
+        for kind in kinds:
+            self.cdp("Input.dispatchKeyEvent", type=kind if text or kind == "keyUp" else "rawKeyDown",
+                     key=key, code=code, modifiers=modifiers,
+                     windowsVirtualKeyCode=ord(key.upper()) if len(key) == 1 and key.isascii() else 0,
+                     **({"text": text} if text and kind == "keyDown" else {}))
+
+    def type(self, text):
+        for character in text:
+            if character == "\n":
+                self.key("Enter", "Enter", "\r")
+            else:
+                self.key(character, "", character)
+
+    def events(self, *events):
+        """Events as a browser on another system sends them: (type, properties)."""
+        self.run("""
+            const field = document.getElementById("keys");
+            for (const [type, options] of arguments[0]) {
+              const kind = type.startsWith("key") ? KeyboardEvent :
+                type.startsWith("composition") ? CompositionEvent : InputEvent;
+              const event = new kind(type, {bubbles: true, cancelable: true, ...options});
+              if (options.field !== undefined) field.value = options.field;
+              field.dispatchEvent(event);
+            }""", events)
+
+
+def name_of(symbol):
+    names = {0xffe1: "Shift", 0xffe2: "ShiftRight", 0xffe3: "Control", 0xffe4: "ControlRight",
+             0xffe9: "Alt", 0xffea: "AltRight", 0xffeb: "Super", 0xfe03: "AltGr", 0xff0d: "Return",
+             0xff09: "Tab", 0xff08: "BackSpace", 0xff1b: "Escape", 0xffff: "Delete", 0xff51: "Left",
+             0x20: "space"}
+    if symbol in names:
+        return names[symbol]
+    return chr(symbol & 0xffffff) if symbol < 0x100 or symbol >= 0x1000000 else hex(symbol)
+
+
+def screen_pixels(screen):
+    """What the X server shows, as Page.canvas() tells it."""
+    data = screen.run("xwd", "-silent", "-root", "-display", screen.display)
+    header = struct.unpack_from(">25I", data)
+    width, height, stride = header[4], header[5], header[12]
+    begin = header[0] + header[19] * 12
+    assert header[11] == 32 and header[7] == 0 and stride == 4 * width, "a format that is not expected"
+    pixels = bytearray(data[begin:begin + stride * height])
+    pixels[0::4], pixels[2::4] = pixels[2::4], pixels[0::4]
+    pixels[3::4] = b"\xff" * (width * height)
+    return width, height, bytes(pixels)
+
+
+def difference(one, other):
+    """None when two pictures are equal, else what is not."""
+    if one[:2] != other[:2]:
+        return f"{one[0]}x{one[1]} instead of {other[0]}x{other[1]}"
+    if one[2] == other[2]:
+        return None
+    wrong = [at for at in range(0, len(one[2]), 4) if one[2][at:at + 4] != other[2][at:at + 4]]
+    y, x = divmod(wrong[0] // 4, one[0])
+    return (f"{len(wrong)} pixels, the first at {x},{y}: {one[2][wrong[0]:wrong[0] + 3].hex()} "
+            f"instead of {other[2][wrong[0]:wrong[0] + 3].hex()}")
+
+
+@contextlib.contextmanager
+def slow_line(port, rate):
+    """The address of a line to a port of this machine that takes RATE bytes a second from there."""
+    listener = socket.create_server(("127.0.0.1", 0))
+    ends = []
+
+    def pump(source, target, pause):
+        with contextlib.suppress(OSError):
+            while data := source.recv(16384):
+                time.sleep(len(data) * pause)
+                target.sendall(data)
+        for end in (source, target):
+            with contextlib.suppress(OSError):
+                end.shutdown(socket.SHUT_RDWR)
+
+    def accept():
+        with contextlib.suppress(OSError):
+            while True:
+                near = listener.accept()[0]
+                far = socket.create_connection(("127.0.0.1", port))
+                far.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
+                ends.extend((near, far))
+                threading.Thread(target=pump, args=(near, far, 0), daemon=True).start()
+                threading.Thread(target=pump, args=(far, near, 1 / rate), daemon=True).start()
+
+    threading.Thread(target=accept, daemon=True).start()
+    try:
+        yield "http://127.0.0.1:%d" % listener.getsockname()[1]
+    finally:
+        listener.close()
+        for end in ends:
+            end.close()
+
+
+@contextlib.contextmanager
+def web_server(page):
+    """A page of somebody else on this machine."""
+    class Handler(http.server.BaseHTTPRequestHandler):
+        def do_GET(self):
+            self.send_response(200)
+            self.send_header("Content-Type", "text/html")
+            self.end_headers()
+            self.wfile.write(page.encode())
+
+        def log_message(self, *arguments):
+            pass
+
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+    thread = threading.Thread(target=server.serve_forever)
+    thread.start()
+    try:
+        yield f"http://127.0.0.1:{server.server_port}/"
+    finally:
+        server.shutdown()
+        thread.join()
+        server.server_close()
+
+
+class Setting:
+    """All of it together."""
+
+    browser = None
+
+    def __init__(self, *options, server=None):
+        """SERVER gives, for a directory, the command of the X server."""
+        self.stack = contextlib.ExitStack()
+        try:
+            self.start(options, server)
+        except BaseException:
+            self.close()
+            raise
+
+    def start(self, options, server):
+        self.directory = self.stack.enter_context(
+            tempfile.TemporaryDirectory(prefix="view.", ignore_cleanup_errors=True))
+        self.log = self.stack.enter_context(open(os.path.join(self.directory, "log"), "wb", buffering=0))
+        xserver = desktop.ruvo.XServer(command=server) if server else None
+        self.screen = desktop.Desktop(self.directory, self.log, xserver)
+        self.stack.callback(lambda: self.screen.close())
+        self.view = View(self.screen, *options)
+        self.stack.callback(self.end_view)
+        if not Setting.browser:
+            Setting.browser = Browser()
+
+    def page(self, address=None):
+        page = Page(Setting.browser, address or self.view.address)
+        self.stack.callback(page.close)
+        return page
+
+    def restart_display(self, between):
+        """Kills the X server and, after between(), starts another in its place."""
+        number = self.screen.display[1:]
+        self.screen.xserver.process.kill()
+        self.screen.xserver.process.wait()
+        between()
+        for path in (f"/tmp/.X{number}-lock", f"/tmp/.X11-unix/X{number}"):
+            with contextlib.suppress(FileNotFoundError):
+                os.unlink(path)
+        self.screen.programs.start(
+            ["Xvfb", self.screen.display, "-screen", "0", "1024x700x24", "-noreset", "-nolisten", "tcp"])
+
+    def end_view(self):
+        if self.view.process.poll() is None:
+            self.view.close()
+
+    def close(self):
+        self.stack.close()
+
+
+def dummy_server(directory):
+    """An X server with two monitors, 1024x768 and 800x600."""
+    sections = """Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "AutoEnableDevices" "false"
+  Option "AutoAddGPU" "false"
+EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "card"
+  Monitor "monitor0"
+  DefaultDepth 24
+  SubSection "Display"
+    Virtual 8192 8192
+  EndSubSection
+EndSection
+Section "Device"
+  Identifier "card"
+  Driver "dummy"
+  VideoRam 270000
+  Option "Monitor-DUMMY0" "monitor0"
+  Option "Monitor-DUMMY1" "monitor1"
+EndSection
+"""
+    for index, (size, position) in enumerate((("1024x768", "0 0"), ("800x600", "1024 0"))):
+        sections += f"""Section "Monitor"
+  Identifier "monitor{index}"
+  HorizSync 5-1000
+  VertRefresh 5-200
+  Option "Enable" "true"
+  Option "PreferredMode" "{size}"
+  Option "Position" "{position}"
+EndSection
+"""
+    path = os.path.join(directory, "xorg.conf")
+    with open(path, "w") as file:
+        file.write(sections)
+    return ["/usr/lib/xorg/Xorg", "-config", path, "-configdir", directory + "/none", "-logfile",
+            directory + "/xorg.log", "-novtswitch", "-sharevts"]

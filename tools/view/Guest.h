@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Channel.h"
+#include "Secrets.h"
+
+namespace view {
+
+// Who takes the messages of one page.
+class Guest {
+ public:
+  virtual ~Guest() = default;
+
+  virtual void received(const std::string& text) = 0;
+  // All that was queued has gone to the socket.
+  virtual void drained() = 0;
+};
+
+// Somebody who wants to see the desktop. The channel outlives the guest.
+using Admit = std::function<std::unique_ptr<Guest>(Channel& channel, Secrets::Access access)>;
+
+}  // namespace view

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "Channel.h"
+#include "Guest.h"
+#include "Replica.h"
+#include "Secrets.h"
+
+namespace view {
+
+class Desktop;
+
+// One page: what it asks for, and what it is shown, at its own pace.
+class Viewer : public Guest {
+ public:
+  // Neither is owned; the desktop may go first and then says so.
+  Viewer(Desktop& desktop, Channel& channel, bool viewOnly);
+  ~Viewer() override;
+  Viewer(const Viewer&) = delete;
+  Viewer& operator=(const Viewer&) = delete;
+
+  void received(const std::string& text) override;
+  void drained() override {}
+
+  // A JSON object for the page. One that can be done without is left out when the page is slow.
+  void tell(const nlohmann::json& message, bool needed = true);
+  void close(uint16_t code, const std::string& reason) { channel_.close(code, reason); }
+  void desktopGone() { desktop_ = nullptr; }
+
+  bool isViewOnly() const { return viewOnly_; }
+  int logLevel() const { return logLevel_; }
+
+  // There is another frame, of another size; null for none.
+  void setFrame(const Frame* frame);
+  void changed(const Rect& area);
+  // Whether the page has drawn enough of what it got to be given more.
+  bool isReady() const;
+  // Sends what the page can take now.
+  void sendFrame(Workers& workers, bool moving, int64_t nowMs);
+  int msUntilRest(int64_t nowMs) const;
+  // Figures of what was sent, if there was something since the last time.
+  void tellStatistics(const std::string& mode);
+
+ private:
+  struct Sent {
+    uint32_t number;
+    int64_t ms;
+  };
+
+  // Whether the page keeps within the rate that pages keep within.
+  bool isTooFast(size_t bytes);
+  void reject(uint16_t code, const std::string& why);
+  void handle(const std::string& type, const nlohmann::json& message);
+  void key(const nlohmann::json& message);
+  void pointer(const nlohmann::json& message);
+  void releaseAll();
+
+  Desktop* desktop_;
+  Channel& channel_;
+  const bool viewOnly_;
+  bool rejected_ = false;
+  int logLevel_ = -1;
+
+  std::set<uint32_t> keys_;
+  uint32_t buttons_ = 0;
+  int32_t x_ = 0, y_ = 0;
+
+  std::optional<Replica> replica_;
+  uint32_t frameNumber_ = 0;
+  std::deque<Sent> undrawn_;
+  std::map<std::string, uint64_t> encodings_;
+  uint64_t bytes_ = 0, bytesTold_ = 0;
+
+  double messageCredit_, byteCredit_;
+  int64_t creditMs_;
+};
+
+}  // namespace view
