@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
 """Every way out: status, keys and buttons, auto-repeat, segments, lock files."""
 
-import os
 import resource
 import signal
-import subprocess
 import time
 import unittest
 
@@ -21,8 +19,8 @@ class WaysOut(unittest.TestCase):
         self.xserver = desk.XServer()
         self.addCleanup(lambda: self.xserver.close(abruptly=True))
 
-    def agent(self):
-        agent = desk.Agent(self.xserver, "EnableClipboard=1")
+    def agent(self, **options):
+        agent = desk.Agent(self.xserver, "EnableClipboard=1", **options)
         self.addCleanup(agent.close)
         agent.expect("init")
         agent.start()
@@ -80,19 +78,6 @@ class WaysOut(unittest.TestCase):
 
 
 class FailedStart(unittest.TestCase):
-    def fails(self, *arguments, environment=None, status=1, **options):
-        result = subprocess.run([desk.AGENT, *arguments], timeout=20, check=False, text=True,
-                                capture_output=True, env=dict(os.environ, **(environment or {})),
-                                **options)
-        self.assertEqual(result.returncode, status, result)
-        self.assertTrue(result.stderr.strip() or result.stdout.strip(), result)
-
-    def test_arguments_and_display(self):
-        self.fails()
-        self.fails("nonsense", "0")
-        self.fails("user", "-dummy", "NoSuchParameter=1")
-        self.fails("user", "-dummy", environment={"DISPLAY": ":9999"})
-
     def test_few_descriptors_and_little_memory(self):
         xserver = desk.XServer()
         self.addCleanup(xserver.close)
