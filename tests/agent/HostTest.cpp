@@ -147,10 +147,11 @@ TEST(HostConnection, MapsNoBufferBeyondItsSegment) {
   std::ofstream(file) << std::string(65536, 'x');
   const auto buffer = [&](int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint32_t stride) {
     const std::string format("\x20\x18\0\1\0\xff\0\xff\0\xff\0\0\x10\x08\0\0", 16);
-    std::string body = test::shortString("setPixelBuffer") + format;
-    for (const int32_t edge : {x1, y1, x2, y2}) body += test::u32(static_cast<uint32_t>(edge));
-    return test::framed(body + test::u32(stride) + std::string("\1\0", 2) + test::u32(65536) +
-                        test::longString(file) + '\1' + std::string(8, '\0'));
+    std::string body = support::shortString("setPixelBuffer") + format;
+    for (const int32_t edge : {x1, y1, x2, y2}) body += support::u32(static_cast<uint32_t>(edge));
+    return support::framed(body + support::u32(stride) + std::string("\1\0", 2) +
+                           support::u32(65536) + support::longString(file) + '\1' +
+                           std::string(8, '\0'));
   };
   const int32_t least = std::numeric_limits<int32_t>::min();
   const int32_t most = std::numeric_limits<int32_t>::max();

@@ -1,9 +1,7 @@
 // Where the program's log lines go.
 
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 
 #include "agent/RawAgent.h"
 #include "agent/SharedDisplay.h"
@@ -19,31 +17,6 @@ std::string setParam(const std::string& name, const std::string& value, uint32_t
 }
 
 class LogTest : public SharedDisplay {};
-
-TEST_F(LogTest, LinesOnStandardErrorHaveTheirFormat) {
-  const struct {
-    Agent::Parameters parameters;
-    const char* pattern;
-  } cases[] = {
-      {{{"Log", "AgentAppX11:stderr:30"}},
-       R"(<14> \d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \S+ ruvoagent\[\d+\]: AgentAppX11: Got signal SIGTERM\n)"},
-      {{{"CompactLog", "1"}, {"Log", "AgentAppX11:stderr:30"}},
-       R"(\d\d:\d\d:\d\d\.\d{3} AgentAppX11: Got signal SIGTERM\n)"},
-      {{{"Log", "AgentAppX11:stderr:29"}}, ""},
-      {{{"Log", "*:stderr:-1,AgentAppX11:nowhere:30,*::1,*:stderr:0x1f,*:ipc:30"}},
-       "Failed to parse log param element: '\\*:stderr:-1'\n"
-       "No LogDest found: 'nowhere'\n"
-       "No LogDest found: ''\n"
-       "Failed to parse log param element: '\\*:stderr:0x1f'\n"},
-  };
-  for (const auto& c : cases) {
-    RawAgent agent(display(), c.parameters);
-    agent.sync();
-    agent.signal(SIGTERM);
-    EXPECT_EQ(agent.exitStatus(), 0);
-    EXPECT_TRUE(std::regex_match(agent.errors(), std::regex(c.pattern))) << agent.errors();
-  }
-}
 
 TEST_F(LogTest, TheServerChoosesLevels) {
   RawAgent agent(display());

@@ -19,13 +19,14 @@ SLOW = float(os.environ.get("HOSTILE_SLOW", "1"))  # how much slower than a rele
 class Case(unittest.TestCase):
     """A desktop with a witness of keys, and an agent that captures it and owns a text."""
 
+    parameters = ("EnableClipboard=1",)
     dummy = False
 
     def setUp(self):
         self.xserver = desk.XServer(dummy=self.dummy)
         self.addCleanup(self.xserver.close)
         self.witness = self.neighbour("witness")
-        self.agent = desk.Agent(self.xserver, "EnableClipboard=1")
+        self.agent = desk.Agent(self.xserver, *self.parameters)
         self.addCleanup(self.agent.close)
         self.agent.expect("init")
         self.agent.start()

@@ -5,7 +5,6 @@ import os
 import random
 import resource
 import signal
-import subprocess
 import time
 import unittest
 
@@ -110,19 +109,6 @@ class WaysOut(unittest.TestCase):
 
 
 class FailedStart(unittest.TestCase):
-    def fails(self, *arguments, environment=None, status=1, **options):
-        result = subprocess.run([desk.AGENT, *arguments], timeout=20, check=False, text=True,
-                                capture_output=True, env=dict(os.environ, **(environment or {})),
-                                **options)
-        self.assertEqual(result.returncode, status, result)
-        self.assertTrue(result.stderr.strip() or result.stdout.strip(), result)
-
-    def test_arguments_and_display(self):
-        self.fails()
-        self.fails("nonsense", "0")
-        self.fails("user", "-dummy", "NoSuchParameter=1")
-        self.fails("user", "-dummy", environment={"DISPLAY": ":9999"})
-
     def test_few_descriptors_and_little_memory(self):
         xserver = desk.XServer()
         self.addCleanup(xserver.close)

@@ -1,4 +1,4 @@
-#include "x11/TXFixture.h"
+#include "x11/InputFixture.h"
 
 #include "svr/input/InputQueue.h"
 
@@ -6,20 +6,15 @@
 #include <X11/keysym.h>
 
 #include <optional>
-#include <set>
 
 #include "plat/timer/TimerManager.h"
-#include "support/InputWitness.h"
 #include "support/ManualClock.h"
 #include "svr/input/SKeyboardX11.h"
 #include "svr/input/SPointerX11.h"
-#include "tx/XResources.h"
 
 namespace {
 
-using Strings = std::vector<std::string>;
-
-class InputQueueTest : public TXFixture, private svr::SPointerX11Callback {
+class InputQueueTest : public InputFixture, private svr::SPointerX11Callback {
  protected:
   // Everything that a viewer's input goes through.
   struct Input {
@@ -31,9 +26,7 @@ class InputQueueTest : public TXFixture, private svr::SPointerX11Callback {
   };
 
   void SetUp() override {
-    start("200x100x24");
-    server().run({"setxkbmap", "-option", "", "-layout", "us"});
-    witness_ = std::make_unique<support::InputWitness>(server().display());
+    begin("200x100x24");
     renew();
     input_->queue.keyEvent('x', true);  // Later the core keyboard does not change any more.
     input_->queue.keyEvent('x', false);
@@ -42,8 +35,7 @@ class InputQueueTest : public TXFixture, private svr::SPointerX11Callback {
   }
   void TearDown() override {
     input_.reset();
-    witness_.reset();
-    TXFixture::TearDown();
+    InputFixture::TearDown();
   }
   void renew() {
     input_.reset();
@@ -72,26 +64,7 @@ class InputQueueTest : public TXFixture, private svr::SPointerX11Callback {
     after(ms);
     return witness_->text();
   }
-  Strings take() {
-    XSync(display(), False);
-    return witness_->take();
-  }
-  // Leaves so many keycodes without a symbol.
-  void leaveSpare(int number) {
-    KeySym symbol = XK_F35;
-    for (int keycode = 255; keycode >= 8; --keycode) {
-      int width = 0;
-      const tx::XMemory<KeySym> row(
-          XGetKeyboardMapping(client(), static_cast<KeyCode>(keycode), 1, &width));
-      if (std::count(row.get(), row.get() + width, NoSymbol) != width || number-- > 0) continue;
-      XChangeKeyboardMapping(client(), keycode, 1, &symbol, 1);
-    }
-    XSync(client(), False);
-    take();
-  }
-
   support::ManualClock clock_;
-  std::unique_ptr<support::InputWitness> witness_;
   std::optional<Input> input_;
 };
 

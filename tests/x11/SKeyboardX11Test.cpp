@@ -1,8 +1,7 @@
-#include "x11/TXFixture.h"
+#include "x11/InputFixture.h"
 
 #include "svr/input/SKeyboardX11.h"
 
-#include <X11/XF86keysym.h>
 #include <X11/XKBlib.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
@@ -13,9 +12,7 @@
 
 #include "plat/Exception.h"
 #include "plat/timer/TimerManager.h"
-#include "support/InputWitness.h"
 #include "support/ManualClock.h"
-#include "tx/XResources.h"
 
 // Declared in a header that goes with no other.
 extern "C" void (*XESetBeforeFlush(Display*, int,
@@ -24,40 +21,28 @@ extern "C" void (*XESetBeforeFlush(Display*, int,
 
 namespace {
 
-using Strings = std::vector<std::string>;
-
 constexpr uint32_t kEuro = 0x20ac;
 constexpr uint32_t kGrin = 0x101f600;  // U+1F600
 constexpr uint32_t kCyrillicA = 0x6c1;
 
-class SKeyboardX11Test : public TXFixture {
+class SKeyboardX11Test : public InputFixture {
  protected:
   void TearDown() override {
     keyboard_.reset();
-    witness_.reset();
-    TXFixture::TearDown();
+    InputFixture::TearDown();
   }
 
   void begin() {
-    start("64x64x24");
-    load("us");
-    witness_ = std::make_unique<support::InputWitness>(server().display());
+    InputFixture::begin("64x64x24");
     keyboard_.emplace();
     take();
     log_.clear();
-  }
-  void load(const std::string& layout) {
-    server().run({"setxkbmap", "-option", "", "-layout", layout});
   }
   void press(uint32_t keysym) { keyboard_->keyEvent(keysym, true, true); }
   void release(uint32_t keysym) { keyboard_->keyEvent(keysym, false, true); }
   void tap(uint32_t keysym) {
     press(keysym);
     release(keysym);
-  }
-  Strings take() {
-    XSync(display(), False);
-    return witness_->take();
   }
   Strings tapped(uint32_t keysym) {
     tap(keysym);
@@ -75,27 +60,6 @@ class SKeyboardX11Test : public TXFixture {
     XGetKeyboardControl(client(), &state);
     return state.global_auto_repeat;
   }
-  std::set<int> spareKeycodes() {
-    std::set<int> spare;
-    for (int keycode = 8; keycode < 256; ++keycode) {
-      int width = 0;
-      const tx::XMemory<KeySym> map(
-          XGetKeyboardMapping(client(), static_cast<KeyCode>(keycode), 1, &width));
-      if (std::count(map.get(), map.get() + width, NoSymbol) == width) spare.insert(keycode);
-    }
-    return spare;
-  }
-  void fillMap() {
-    KeySym symbol = XF86XK_Launch0;
-    for (const int keycode : spareKeycodes()) {
-      XChangeKeyboardMapping(client(), keycode, 1, &symbol, 1);
-    }
-    XSync(client(), False);
-    take();
-    dispatchAll();
-  }
-
-  std::unique_ptr<support::InputWitness> witness_;
   std::optional<svr::SKeyboardX11> keyboard_;
 };
 
@@ -125,7 +89,8 @@ TEST_F(SKeyboardX11Test, UnknownSymbolsGetSpareKeys) {
   EXPECT_EQ(typed({kEuro, kGrin}), "€😀");
   EXPECT_EQ(log_.count("Added unknown"), 5);
 
-  fillMap();
+  leaveSpare(0);
+  dispatchAll();
   EXPECT_EQ(tapped(kCyrillicA), Strings{});
   EXPECT_TRUE(
       log_.has("Keyboard mapping full - ignoring unknown keysym 0x6c1", 30, "SKeyboardX11"));

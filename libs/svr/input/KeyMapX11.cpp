@@ -113,8 +113,8 @@ void KeyMapX11::handleEvent(const XEvent& event) {
 }
 
 // A group or map that was switched before the viewer's key may have its event still in the queue.
-// Events stay there for everybody: what is seen now is seen again in its turn. XCheckIfEvent() would
-// flush the keys before this one, a packet for each.
+// Events stay there for everybody: what is seen now is seen again in its turn. XCheckIfEvent()
+// would flush the keys before this one, a packet for each.
 void KeyMapX11::lookAhead() {
   Display* display = tx::TXDisplay::display();
   std::vector<XEvent> queued;
