@@ -7,6 +7,8 @@
 struct CallCounts {
   std::atomic<uint64_t> selects;
   std::atomic<uint64_t> zeroSelects;  // with a timeout of 0
-  // Xlib waits for a reply with poll(); nothing else in the agent calls it after the start.
+  // Xlib waits with poll(): for a reply, or for room for requests (and then for a reply, too).
   std::atomic<uint64_t> roundTrips;
+  // Those above, and what reads and writes.
+  std::atomic<uint64_t> calls;
 };

@@ -6,6 +6,8 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -40,6 +42,7 @@ extern "C" int select(int nfds, fd_set* reads, fd_set* writes, fd_set* exception
                       timeval* timeout) noexcept(noexcept(::select(0, nullptr, nullptr, nullptr,
                                                                    nullptr))) {
   static const auto real = next<int (*)(int, fd_set*, fd_set*, fd_set*, timeval*)>("select");
+  ++counts().calls;
   ++counts().selects;
   if (timeout && timeout->tv_sec == 0 && timeout->tv_usec == 0) ++counts().zeroSelects;
   return real(nfds, reads, writes, exceptions, timeout);
@@ -47,6 +50,23 @@ extern "C" int select(int nfds, fd_set* reads, fd_set* writes, fd_set* exception
 
 extern "C" int poll(pollfd* fds, nfds_t count, int timeoutMs) {
   static const auto real = next<int (*)(pollfd*, nfds_t, int)>("poll");
-  ++counts().roundTrips;
+  ++counts().calls;
+  if (count == 1 && fds->events == POLLIN) ++counts().roundTrips;
   return real(fds, count, timeoutMs);
 }
+
+// The rest is only counted.
+#define COUNTED(result, name, parameters, arguments)            \
+  extern "C" result name parameters {                           \
+    static const auto real = next<result(*) parameters>(#name); \
+    ++counts().calls;                                           \
+    return real arguments;                                      \
+  }
+
+COUNTED(ssize_t, read, (int fd, void* to, size_t length), (fd, to, length))
+COUNTED(ssize_t, recv, (int fd, void* to, size_t length, int flags), (fd, to, length, flags))
+COUNTED(ssize_t, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags))
+COUNTED(ssize_t, write, (int fd, const void* from, size_t length), (fd, from, length))
+COUNTED(ssize_t, writev, (int fd, const iovec* parts, int count), (fd, parts, count))
+COUNTED(ssize_t, send, (int fd, const void* from, size_t length, int flags),
+        (fd, from, length, flags))

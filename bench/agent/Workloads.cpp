@@ -11,7 +11,7 @@ namespace bench {
 
 namespace {
 
-constexpr int kVideoWidth = 960, kVideoHeight = 540;
+constexpr int kVideoWidth = 640, kVideoHeight = 360;
 constexpr int kGlyphWidth = 8, kGlyphHeight = 16;
 
 }  // namespace
@@ -76,7 +76,7 @@ std::vector<Workload> Painter::workloads() {
   return {
       {"idle", 0, [](int) {}},
       {"caret", 2, [this](int) { dab(100, 100, 2, kGlyphHeight); }},
-      {"typing", 10,
+      {"typing", 15,
        [this](int step) {
          dab(100 + step % 80 * kGlyphWidth, 100 + step / 80 % 30 * kGlyphHeight, kGlyphWidth,
              kGlyphHeight);
@@ -90,7 +90,8 @@ std::vector<Workload> Painter::workloads() {
                kGlyphHeight);
          }
        }},
-      {"video 960x540", 25, [this](int step) { image(step); }},
+      {"video", 30, [this](int step) { image(step); }},
+      {"full screen", 30, [this](int) { dab(0, 0, 1920, 1080); }},
   };
 }
 

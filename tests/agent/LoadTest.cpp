@@ -29,10 +29,11 @@ int64_t usedBy(pid_t pid) {
 
 TEST(IdleTest, AgentSleepsWhileNothingHappens) {
   const auto server = support::XServer::xvfb("641x480x24");
-  Agent agent(server->display(), {{"CaptureMethod", "2"}, {"PollCursorTime", "0"}});
+  Agent agent(server->display());
   agent.start();
   agent.connection->fbUpdateRequest();
   agent.sync();
+  agent.waitFor([] { return false; }, 2000);
   // As root the agent looks for the desktop's owner every five seconds: one of three is free of it.
   int64_t fewest = INT64_MAX, least = INT64_MAX;
   for (int i = 0; i < 3; ++i) {
