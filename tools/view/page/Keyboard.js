@@ -50,20 +50,22 @@ export class Keyboard {
     on("keydown", (event) => this.#down(event));
     on("keyup", (event) => this.#up(event));
     on("compositionstart", () => {
+      this.#settle();
       this.flush();
       this.#composing = true;
     });
     on("compositionend", () => {
       this.#composing = false;
-      // The field has the text after this event.
-      setTimeout(() => this.#takeText());
+      // The field has the text after this event: then, or before the next key.
+      this.#awaited = { text: "" };
+      setTimeout(() => this.#awaited?.text === "" && this.#takeText());
     });
     on("beforeinput", (event) => this.#beforeInput(event));
     on("input", () => this.#composing || this.#takeText());
     on("paste", (event) => {
       event.preventDefault();
       this.pasted(event);
-      this.#pressAwaited();
+      this.#settle();
     });
     field.addEventListener("blur", () => this.releaseAll());
     for (const name of ["blur", "pagehide", "visibilitychange"]) {
@@ -120,6 +122,7 @@ export class Keyboard {
 
   #down(event) {
     const code = event.code || event.key;
+    this.#settle();
     if (event.isComposing || ["Process", "Unidentified"].includes(event.key) || event.keyCode === 229) return;
     if (event.key === "Dead") {
       this.#deadKey = true;
@@ -146,7 +149,7 @@ export class Keyboard {
       // Lets the paste come, which brings the text of the clipboard, and then the key.
       if (event.repeat) return;
       this.#awaited = { code, symbol };
-      this.#pasteTimer = setTimeout(() => this.#pressAwaited(), PASTE_PAUSE);
+      this.#pasteTimer = setTimeout(() => this.#settle(), PASTE_PAUSE);
       return;
     }
     event.preventDefault();
@@ -162,10 +165,7 @@ export class Keyboard {
 
   #up(event) {
     const code = event.code || event.key;
-    if (this.#awaited?.code === code) {
-      if (this.#awaited.text) this.#takeText(this.#awaited.text);
-      else this.#pressAwaited();
-    }
+    if (this.#awaited?.code === code) this.#settle();
     if (code === "ControlLeft") this.flush();
     if (this.#level3 === code) this.#level3 = null;
     if (!event.isComposing) event.preventDefault();
@@ -271,19 +271,20 @@ export class Keyboard {
     if (armed.length) this.disarmed();
   }
 
-  #pressAwaited() {
+  /** What is waited for does not come any more, or must not be overtaken. */
+  #settle() {
     clearTimeout(this.#pasteTimer);
-    const key = this.#awaited;
-    if (!key?.symbol) return;
+    const { code, symbol, text } = this.#awaited ?? {};
+    if (text !== undefined) this.#takeText(text);
     this.#awaited = null;
-    this.#press(key.code, key.symbol);
+    if (symbol) this.#press(code, symbol);
   }
 
   #takeText(fallback = "") {
     const text = this.#field.value || fallback;
     this.#field.value = "";
     this.#deadKey = false;
-    if (this.#awaited?.text) this.#awaited = null;
+    this.#awaited = null;
     this.type(text);
   }
 
