@@ -370,6 +370,11 @@ class Setting:
         self.stack.close()
 
 
+def lasting_server(_):
+    """An X server with a number that nobody takes while it is dead: the free ones are low."""
+    return ["Xvfb", f":{5000 + os.getpid() % 20000}", "-screen", "0", "1280x800x24"]
+
+
 def dummy_server(directory):
     """An X server with two monitors, 1024x768 and 800x600."""
     sections = """Section "ServerFlags"
