@@ -51,7 +51,6 @@ export class Connection {
     this.#connect();
   }
 
-  /** Gives the line up and makes a new one. */
   restart() {
     this.#close();
     this.#again("The connection was lost.");

@@ -40,7 +40,7 @@ export class Cursor {
   moveTo(x, y, isElsewhere) {
     this.#place = [x, y];
     this.#isElsewhere = isElsewhere;
-    if (isElsewhere || this.#isTooBig || !this.#image.hidden) this.draw();
+    this.draw();
   }
 
   /** Puts the drawn one in its place. */

@@ -94,11 +94,11 @@ export class Keyboard {
 
   /** Everything goes up, here and there. */
   releaseAll() {
+    if (this.enabled) this.#settle();
     this.#dropControl();
-    clearTimeout(this.#pasteTimer);
     this.#pressed.clear();
     this.#modifiers.clear();
-    this.#level3 = this.#awaited = null;
+    this.#level3 = null;
     this.#deadKey = this.#chord = this.#composing = false;
     this.#field.value = "";
     if (this.enabled) this.released();
@@ -114,6 +114,7 @@ export class Keyboard {
   /** Before a button or the wheel: what is held counts. */
   prepare(event) {
     if (!this.enabled) return;
+    this.#settle();
     this.flush();
     this.#matchModifiers(event);
     this.#pressLevel3();
@@ -138,7 +139,7 @@ export class Keyboard {
     this.#chord = false;
     const text = isText(event.key);
     if (this.#deadKey && text) {
-      // The field gets the composed text; a browser that has none lets the key itself stand.
+      // The field gets the composed text; else the key itself stands.
       this.#awaited = { code, text: event.key };
       return;
     }
@@ -146,7 +147,7 @@ export class Keyboard {
     let symbol = symbolOfEvent(event);
     if (symbol === null) return;
     if (isPaste(event)) {
-      // Lets the paste come, which brings the text of the clipboard, and then the key.
+      // Lets the paste come, which brings the clipboard's text, and then the key.
       if (event.repeat) return;
       this.#awaited = { code, symbol };
       this.#pasteTimer = setTimeout(() => this.#settle(), PASTE_PAUSE);
@@ -271,7 +272,7 @@ export class Keyboard {
     if (armed.length) this.disarmed();
   }
 
-  /** What is waited for does not come any more, or must not be overtaken. */
+  /** What is waited for comes no more, or must not be overtaken. */
   #settle() {
     clearTimeout(this.#pasteTimer);
     const { code, symbol, text } = this.#awaited ?? {};
