@@ -43,7 +43,6 @@ export class Cursor {
     this.draw();
   }
 
-  /** Puts the drawn one in its place. */
   draw() {
     const isDrawn = this.#hasImage && (this.#isTooBig || this.isWatching || this.#isElsewhere);
     this.#image.hidden = !isDrawn;

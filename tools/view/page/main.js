@@ -12,7 +12,7 @@ import { View } from "./View.js";
 
 const SIZES = [[800, 600], [1024, 768], [1280, 720], [1280, 800], [1600, 900], [1920, 1080]];
 const KEYS = ["Control+Alt+Delete", "Alt+Tab", "Alt+F4", "Meta", "Control+w", "Control+t", "Control+n",
-  "Control+Tab", "Control+Shift+t", "Escape", "Tab", "F11", "PrintScreen", "ContextMenu",
+  "Control+Tab", "Escape", "Tab", "F11", "PrintScreen", "ContextMenu",
   "Delete"];
 const STATES = {
   connecting: "Connecting …",
