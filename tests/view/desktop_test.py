@@ -62,7 +62,7 @@ class Desktop(unittest.TestCase):
     def stop_film(self):
         self.screen.programs.stop(self.screen.programs.running[-1])
 
-    def assert_same_picture(self, page, seconds=10):
+    def assert_same_picture(self, page, seconds=60):
         until(lambda: not stage.difference(page.canvas(), stage.screen_pixels(self.screen)) or None,
               "equal pictures: " + str(stage.difference(page.canvas(), stage.screen_pixels(self.screen))),
               seconds)
@@ -215,7 +215,7 @@ class Desktop(unittest.TestCase):
         page = self.setting.page().wait_for_picture()
         self.play_film()
         drawn = len(page.sent("drawn"))
-        until(lambda: len(page.sent("drawn")) > drawn + 10, "updates for the page that draws", 60)
+        until(lambda: len(page.sent("drawn")) > drawn + 10, "updates for the page that draws")
         memory = memory_of(self.setting.view.process.pid)
         drawn = len(page.sent("drawn"))
         until(lambda: len(page.sent("drawn")) > drawn + 30, "more of them", 90)
@@ -231,10 +231,10 @@ class Desktop(unittest.TestCase):
             page = self.setting.page(self.setting.view.address.replace(self.setting.view.origin, line))
             page.wait_for_picture()
             self.play_film()
-            until(lambda: page.run("return drawn.length") > 25, "updates", 60)
+            until(lambda: page.run("return drawn.length") > 25, "updates")
             drawn = page.run("return drawn")
             self.stop_film()
-            self.assert_same_picture(page, 30)
+            self.assert_same_picture(page)
         delay = min(when - clock for when, clock in drawn)
         ages = [when - clock - delay for when, clock in drawn[-15:]]
         between = [after[0] - before[0] for before, after in zip(drawn[-15:], drawn[-14:])]

@@ -2,7 +2,6 @@
 
 import os
 import signal
-import subprocess
 import unittest
 
 import stage
@@ -20,11 +19,8 @@ fetch("http://127.0.0.1:PORT/session", {method: "POST", body: "TOKEN", credentia
 
 
 class Life(unittest.TestCase):
-    def setUp(self):
-        self.token = None
-
-    def start(self, *options):
-        setting = stage.Setting(*options)
+    def start(self, *options, **arguments):
+        setting = stage.Setting(*options, **arguments)
         self.addCleanup(setting.close)
         return setting
 
@@ -36,7 +32,7 @@ class Life(unittest.TestCase):
     def test_agent_and_display_and_server_go(self):
         token = os.path.join(stage.ROOT, "build", f"view-token.{os.getpid()}")
         self.addCleanup(lambda: os.path.exists(token) and os.unlink(token))
-        setting = self.start("--token-file", token)
+        setting = self.start("--token-file", token, server=stage.lasting_server)
         page = setting.page().wait_for_picture()
         page.run("window.states = []; new MutationObserver(() => states.push(document.body.dataset.state + ': ' +"
                  " document.getElementById('status').textContent)).observe(document.body,"

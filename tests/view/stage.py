@@ -61,7 +61,7 @@ return [canvas.width, canvas.height, btoa(text)];
 """
 
 
-def until(condition, what, seconds=20):
+def until(condition, what, seconds=60):
     return desktop.Desktop.until(condition, what, seconds)
 
 
@@ -157,7 +157,7 @@ class Page:
     def state(self):
         return self.run("return document.body.dataset.state")
 
-    def wait_for_state(self, state, seconds=30):
+    def wait_for_state(self, state, seconds=60):
         until(lambda: self.state() == state, f"the page to be {state} (it is {self.state()})", seconds)
         return self
 
@@ -238,7 +238,8 @@ def name_of(symbol):
 
 def screen_pixels(screen):
     """What the X server shows, as Page.canvas() tells it."""
-    data = screen.run("xwd", "-silent", "-root", "-display", screen.display)
+    # A screen that changes its size meanwhile gives nothing.
+    data = until(lambda: screen.run("xwd", "-silent", "-root", "-display", screen.display), "a picture")
     header = struct.unpack_from(">25I", data)
     width, height, stride = header[4], header[5], header[12]
     begin = header[0] + header[19] * 12
@@ -368,6 +369,11 @@ class Setting:
 
     def close(self):
         self.stack.close()
+
+
+def lasting_server(_):
+    """An X server with a number that nobody takes while it is dead: the free ones are low."""
+    return ["Xvfb", f":{5000 + os.getpid() % 20000}", "-screen", "0", "1280x800x24"]
 
 
 def dummy_server(directory):

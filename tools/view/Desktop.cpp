@@ -102,7 +102,10 @@ void Desktop::startAgent() {
   ruvohost::Launch launch;
   launch.agent = options_.agent;
   launch.display = display_;
-  launch.parameters = options_.parameters;
+  // Pages that only look get no text, and give none.
+  if (!options_.viewOnly) launch.parameters.emplace_back("EnableClipboard", "1");
+  launch.parameters.insert(launch.parameters.end(), options_.parameters.begin(),
+                           options_.parameters.end());
   launch.environment = environment_;
   launch.standardOutput = 2;  // ours is for the address
   try {

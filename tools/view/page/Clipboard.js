@@ -56,7 +56,7 @@ export class Clipboard {
       const { state } = await navigator.permissions.query({ name: "clipboard-read" });
       if (state === "granted") await this.read();
     } catch {
-      // A browser without this permission asks at each paste.
+      // Such a browser asks at each paste.
     }
   }
 

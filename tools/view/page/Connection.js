@@ -22,8 +22,8 @@ export class Connection {
   latency = null;
 
   /**
-   * The handler has connected(), message(object), binary(buffer) and lost(kind, text), where kind is
-   * "server" (not reachable; it is tried again) or "session" (not allowed; a new address is needed).
+   * The handler has connected(), message(object), binary(buffer) and lost(kind, text) with the kind
+   * "server" (not reachable, tried again) or "session" (not allowed, a new address is needed).
    */
   constructor(handler) {
     this.#handler = handler;
@@ -51,7 +51,6 @@ export class Connection {
     this.#connect();
   }
 
-  /** Gives the line up and makes a new one. */
   restart() {
     this.#close();
     this.#again("The connection was lost.");
@@ -61,7 +60,7 @@ export class Connection {
     return this.#socket?.readyState === WebSocket.OPEN;
   }
 
-  /** Bytes that the line has not taken yet. */
+  /** Bytes not on the line yet. */
   get waiting() {
     return this.#socket?.bufferedAmount ?? 0;
   }
@@ -85,7 +84,7 @@ export class Connection {
     if (isAllowed === null) return this.#again("The server can't be reached.");
     if (!isAllowed) {
       this.#handler.lost("session",
-        "This page isn't allowed in (any more). Open the address that ruvoview prints when it starts.");
+        "This page isn't let in (any more). Open the address that ruvoview prints.");
       return this.#later(LONGEST_PAUSE);
     }
     const socket = new WebSocket(new URL("desktop", location.href.replace("http", "ws")), PROTOCOL);

@@ -40,10 +40,9 @@ export class Cursor {
   moveTo(x, y, isElsewhere) {
     this.#place = [x, y];
     this.#isElsewhere = isElsewhere;
-    if (isElsewhere || this.#isTooBig || !this.#image.hidden) this.draw();
+    this.draw();
   }
 
-  /** Puts the drawn one in its place. */
   draw() {
     const isDrawn = this.#hasImage && (this.#isTooBig || this.isWatching || this.#isElsewhere);
     this.#image.hidden = !isDrawn;

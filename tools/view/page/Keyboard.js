@@ -50,20 +50,22 @@ export class Keyboard {
     on("keydown", (event) => this.#down(event));
     on("keyup", (event) => this.#up(event));
     on("compositionstart", () => {
+      this.#settle();
       this.flush();
       this.#composing = true;
     });
     on("compositionend", () => {
       this.#composing = false;
-      // The field has the text after this event.
-      setTimeout(() => this.#takeText());
+      // The field has the text after this event: then, or before the next key.
+      this.#awaited = { text: "" };
+      setTimeout(() => this.#awaited?.text === "" && this.#takeText());
     });
     on("beforeinput", (event) => this.#beforeInput(event));
     on("input", () => this.#composing || this.#takeText());
     on("paste", (event) => {
       event.preventDefault();
       this.pasted(event);
-      this.#pressAwaited();
+      this.#settle();
     });
     field.addEventListener("blur", () => this.releaseAll());
     for (const name of ["blur", "pagehide", "visibilitychange"]) {
@@ -92,11 +94,11 @@ export class Keyboard {
 
   /** Everything goes up, here and there. */
   releaseAll() {
+    if (this.enabled) this.#settle();
     this.#dropControl();
-    clearTimeout(this.#pasteTimer);
     this.#pressed.clear();
     this.#modifiers.clear();
-    this.#level3 = this.#awaited = null;
+    this.#level3 = null;
     this.#deadKey = this.#chord = this.#composing = false;
     this.#field.value = "";
     if (this.enabled) this.released();
@@ -112,6 +114,7 @@ export class Keyboard {
   /** Before a button or the wheel: what is held counts. */
   prepare(event) {
     if (!this.enabled) return;
+    this.#settle();
     this.flush();
     this.#matchModifiers(event);
     this.#pressLevel3();
@@ -120,6 +123,7 @@ export class Keyboard {
 
   #down(event) {
     const code = event.code || event.key;
+    this.#settle();
     if (event.isComposing || ["Process", "Unidentified"].includes(event.key) || event.keyCode === 229) return;
     if (event.key === "Dead") {
       this.#deadKey = true;
@@ -135,7 +139,7 @@ export class Keyboard {
     this.#chord = false;
     const text = isText(event.key);
     if (this.#deadKey && text) {
-      // The field gets the composed text; a browser that has none lets the key itself stand.
+      // The field gets the composed text; else the key itself stands.
       this.#awaited = { code, text: event.key };
       return;
     }
@@ -143,10 +147,10 @@ export class Keyboard {
     let symbol = symbolOfEvent(event);
     if (symbol === null) return;
     if (isPaste(event)) {
-      // Lets the paste come, which brings the text of the clipboard, and then the key.
+      // Lets the paste come, which brings the clipboard's text, and then the key.
       if (event.repeat) return;
       this.#awaited = { code, symbol };
-      this.#pasteTimer = setTimeout(() => this.#pressAwaited(), PASTE_PAUSE);
+      this.#pasteTimer = setTimeout(() => this.#settle(), PASTE_PAUSE);
       return;
     }
     event.preventDefault();
@@ -162,10 +166,7 @@ export class Keyboard {
 
   #up(event) {
     const code = event.code || event.key;
-    if (this.#awaited?.code === code) {
-      if (this.#awaited.text) this.#takeText(this.#awaited.text);
-      else this.#pressAwaited();
-    }
+    if (this.#awaited?.code === code) this.#settle();
     if (code === "ControlLeft") this.flush();
     if (this.#level3 === code) this.#level3 = null;
     if (!event.isComposing) event.preventDefault();
@@ -271,19 +272,20 @@ export class Keyboard {
     if (armed.length) this.disarmed();
   }
 
-  #pressAwaited() {
+  /** What is waited for comes no more, or must not be overtaken. */
+  #settle() {
     clearTimeout(this.#pasteTimer);
-    const key = this.#awaited;
-    if (!key?.symbol) return;
+    const { code, symbol, text } = this.#awaited ?? {};
+    if (text !== undefined) this.#takeText(text);
     this.#awaited = null;
-    this.#press(key.code, key.symbol);
+    if (symbol) this.#press(code, symbol);
   }
 
   #takeText(fallback = "") {
     const text = this.#field.value || fallback;
     this.#field.value = "";
     this.#deadKey = false;
-    if (this.#awaited?.text) this.#awaited = null;
+    this.#awaited = null;
     this.type(text);
   }
 

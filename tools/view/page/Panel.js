@@ -56,7 +56,7 @@ export class Panel {
 
   addLine({ level, source, text }) {
     const make = (kind, textContent) => Object.assign(document.createElement(kind), { textContent });
-    const line = make("li", "");
+    const line = make("li");
     line.className = level === 0 ? "error" : level > 30 ? "detail" : "";
     line.append(make("time", new Date().toTimeString().slice(0, 8)), " ", make("b", source), " ", text);
     const list = this.#log;

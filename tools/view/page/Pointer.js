@@ -32,7 +32,7 @@ export class Pointer {
   /** Where the pointer was seen, in the desktop. */
   seen = () => {};
 
-  /** send(x, y, buttons) passes it on; waiting() tells the bytes that the line has not taken. */
+  /** send(x, y, buttons) passes it on; waiting() tells the bytes that are not on the line. */
   constructor(canvas, send, waiting) {
     this.#canvas = canvas;
     this.#send = send;

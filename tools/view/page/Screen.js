@@ -15,7 +15,7 @@ export class Screen {
   #generation = 0;
   #unsaid = [];
 
-  /** Since the last reset: frames, and rectangles by encoding. */
+  /** Since the last reset; rectangles by encoding. */
   frames = 0;
   rectangles = {};
   /** Called after the canvas has taken another size. */

@@ -10,16 +10,15 @@ import { Screen } from "./Screen.js";
 import { Touch } from "./Touch.js";
 import { View } from "./View.js";
 
-const SIZES = [[800, 600], [1024, 768], [1280, 720], [1280, 800], [1440, 900], [1600, 900], [1920, 1080]];
+const SIZES = [[800, 600], [1024, 768], [1280, 720], [1280, 800], [1600, 900], [1920, 1080]];
 const KEYS = ["Control+Alt+Delete", "Alt+Tab", "Alt+F4", "Meta", "Control+w", "Control+t", "Control+n",
-  "Control+Tab", "Control+Shift+t", "Control+Alt+F1", "Escape", "Tab", "F11", "PrintScreen", "ContextMenu",
+  "Control+Tab", "Escape", "Tab", "F11", "PrintScreen", "ContextMenu",
   "Delete"];
 const STATES = {
   connecting: "Connecting …",
   live: "Live",
   "no-agent": "The agent is gone. It is being started again.",
   "no-display": "The display is gone. Waiting for it.",
-  "capture-broken": "Live. The display reports changes incompletely, so the agent compares pixels.",
 };
 const TOAST_TIME = 6000;
 
@@ -31,11 +30,8 @@ const on = (target, name, handler) => target.addEventListener(name, handler);
 const canvas = find("desktop");
 const field = find("keys");
 const { body } = document;
-const settings = {
-  mode: "fit", follows: false, panel: false, level: 30, ...JSON.parse(localStorage.view ?? "{}"),
-};
+const settings = { mode: "fit", follows: false, panel: false, level: 30, ...JSON.parse(localStorage.view ?? "{}") };
 let isViewOnly = false;
-let modes = SIZES;
 
 const send = (message) => connection.send(message);
 const connection = new Connection({ connected, message, lost: show, binary: (data) => screen.update(data) });
@@ -66,7 +62,7 @@ function keep(changes) {
 /* What the server says. */
 
 function show(state, text = STATES[state]) {
-  const isLive = state === "live" || state === "capture-broken";
+  const isLive = state === "live";
   body.dataset.state = state;
   find("status").textContent = isLive && isViewOnly ? `${text} (view only)` : text;
   find("notice").hidden = isLive;
@@ -106,10 +102,6 @@ const actions = {
   cursorPos: ({ x, y }) => cursor.moveTo(x, y, true),
   clipboard: ({ text }) => clipboard.take(text),
   bell: () => find("bar").animate([{ backgroundColor: "var(--accent)" }, {}], 400),
-  modes(list) {
-    if (list.modes.length) ({ modes } = list);
-    showSizes();
-  },
   monitors: ({ list, selected }) => showMonitors(list, selected),
   log: (line) => panel.addLine(line),
   stats: (stats) => (panel.stats = stats),
@@ -176,7 +168,7 @@ on(find("retry"), "click", () => connection.retryNow());
 
 function showSizes() {
   const current = `${screen.width} × ${screen.height}`;
-  const texts = new Set([...modes.map((size) => size.join(" × ")), current]);
+  const texts = new Set([...SIZES.map((size) => size.join(" × ")), current]);
   find("size").replaceChildren(...[...texts].map((text) => new Option(text)));
   find("size").value = current;
 }
@@ -209,7 +201,7 @@ function showMonitors(list, selected) {
   box.lastElementChild.replaceChildren(...list.map(({ id, name, width, height, primary }) => {
     const checked = !selected.length || selected.includes(id);
     const input = make("input", { type: "checkbox", value: id, checked });
-    const label = make("label", {});
+    const label = make("label");
     label.append(input, ` ${name} (${width} × ${height}${primary ? ", primary" : ""})`);
     return label;
   }));
@@ -245,7 +237,7 @@ on(find("full-screen"), "click", async () => {
   if (document.fullscreenElement) return document.exitFullscreen();
   await document.documentElement.requestFullscreen();
   focusField();
-  // Where there is this, Escape, Alt+Tab and their like go to the desktop, too.
+  // Then Escape, Alt+Tab and their like go to the desktop, too.
   await navigator.keyboard?.lock?.().catch(() => {});
 });
 on(document, "fullscreenchange", () => body.classList.toggle("full", Boolean(document.fullscreenElement)));
