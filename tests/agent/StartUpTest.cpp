@@ -89,6 +89,10 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
        1,
        "Bad argument '-PollInterval'.  Run with -help for usage.\n",
        usage},
+      {{"user", "-dummy", "-Locale=de_DE", "-PollInterval", "0"},
+       1,
+       "Ungültiges Argument „-PollInterval“.  Zur Anzeige der Verwendung mit -help ausführen.\n",
+       "ruvoagent " RUVO_VERSION "\nVerwendung: "},
       {{"user", "-dummy", "-Monitor=\xFF"}, 1, "Bad UTF-8 string for Monitor\n", ""},
       {{"user", "-dummy"}, 1, "unable to open display \":9999\"\n", ""},
   };

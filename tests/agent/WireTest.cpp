@@ -69,6 +69,10 @@ TEST_F(WireTest, EveryMessageIsReadOrLeftBehind) {
       {message(std::string(255, 'n')), {{"badMsg", shortString(std::string(255, 'n'))}}, {}},
       {inFramesOf(32767, shortString("large") + large), {{"badMsg", shortString("large")}}, {}},
       {inFramesOf(1, keyEvent) + inFramesOf(3, keyUp), {}, {}},
+      {inFramesOf(1, shortString("setParams") + parameter("Monitor", "1", 10) +
+                         parameter("Monitor", "", 0)),
+       {},
+       {}},
       {inFramesOf(32767, shortString("clientCutText") + longString(large)), {}, {}},
       {"\x80" + std::string(1, '\0'), {}, {endOfMsg}},
       {support::framed("\5ab"), {}, {endOfMsg}},

@@ -64,6 +64,19 @@ TEST(FramedOut, IntegersAreNotSplitAndFlushDeliversWhatIsThere) {
   EXPECT_EQ(framesOf(mem), "32764 4 1!");
 }
 
+TEST(FramedIn, MessageEndsInsideAnItem) {
+  const std::string bytes = framed("abc", {2}) + framed("x");
+  MemInStream mem(bytes.data(), bytes.size());
+  InStreamV4 in(&mem);
+  in.startMsg();
+  EXPECT_EQ(thrownBy([&] { in.readU32(); }), "EndOfMsg: End of message");
+  EXPECT_EQ(in.readU8(), 'a') << "the failed read must consume nothing";
+  in.skipToEndOfMsg();
+  in.endMsg();
+  in.startMsg();
+  EXPECT_EQ(in.readU8(), 'x');
+}
+
 TEST(FramedIn, MessagesThatHaveNotArrived) {
   const std::string first = framed("some bytes", {0, 3, 3, 7});
   support::DripStream drip(first + framed(std::string(5000, 's'), {100, 100, 4000}) + framed("t"));

@@ -3,11 +3,16 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+
+#include "plat/FileDescriptor.h"
 
 namespace support {
 
@@ -113,10 +118,16 @@ void XServer::stop(bool abruptly) {
   if (abruptly) program_->signal(SIGKILL);
   program_->end();
   if (!abruptly) return;
-  // A killed server leaves its lock and its socket.
+  // A killed server leaves its socket. If somebody answers there, another has taken the number
+  // since.
+  const std::string path = "/tmp/.X11-unix/X" + display_.substr(1);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::copy(path.begin(), path.end(), address.sun_path);
+  const plat::FileDescriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (::connect(probe.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return;
   std::error_code ignored;
-  std::filesystem::remove("/tmp/.X" + display_.substr(1) + "-lock", ignored);
-  std::filesystem::remove("/tmp/.X11-unix/X" + display_.substr(1), ignored);
+  std::filesystem::remove(path, ignored);
 }
 
 XConnection XServer::connect() const {

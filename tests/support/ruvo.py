@@ -85,10 +85,16 @@ class XServer:
         if abruptly:
             self.process.kill()
         end(self.process)
-        for path in (f"/tmp/.X{self.number}-lock", f"/tmp/.X11-unix/X{self.number}"):
-            if abruptly and os.path.exists(path):
-                os.unlink(path)
+        if abruptly:
+            self._remove_traces()
         shutil.rmtree(self.directory, ignore_errors=True)
+
+    def _remove_traces(self):
+        """What a killed X server leaves, unless another has taken its number since."""
+        path = f"/tmp/.X11-unix/X{self.number}"
+        with socket.socket(socket.AF_UNIX) as probe, contextlib.suppress(OSError):
+            if probe.connect_ex(path) != 0:
+                os.unlink(path)
 
 
 @contextlib.contextmanager

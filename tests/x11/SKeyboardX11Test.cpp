@@ -14,11 +14,6 @@
 #include "plat/timer/TimerManager.h"
 #include "support/ManualClock.h"
 
-// Declared in a header that goes with no other.
-extern "C" void (*XESetBeforeFlush(Display*, int,
-                                   void (*)(Display*, XExtCodes*, const char*,
-                                            long)))(Display*, XExtCodes*, const char*, long);
-
 namespace {
 
 constexpr uint32_t kEuro = 0x20ac;
@@ -151,23 +146,6 @@ TEST_F(SKeyboardX11Test, LocksAtTheKeyboard) {
   XkbStateRec state;
   XkbGetState(client(), XkbUseCoreKbd, &state);
   EXPECT_EQ(state.locked_mods, unsigned{Mod2Mask}) << "Num Lock alone";
-}
-
-// A server's burst is one packet, whatever waits to be handled.
-TEST_F(SKeyboardX11Test, KeysGoOutTogether) {
-  begin();
-  press(XK_Control_L);
-  take();
-  tap('b');  // has the map read again
-  take();
-  ASSERT_GT(XPending(display()), 0);
-  static int flushes;
-  flushes = 0;
-  XESetBeforeFlush(display(), XAddExtension(display())->extension,
-                   [](Display*, XExtCodes*, const char*, long) { ++flushes; });
-  for (int i = 0; i < 20; ++i) tap('a');
-  EXPECT_EQ(flushes, 0);
-  EXPECT_EQ(take().size(), 40u);
 }
 
 TEST_F(SKeyboardX11Test, AutoRepeatRestsWhileKeysAreHeld) {

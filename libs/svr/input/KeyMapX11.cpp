@@ -113,21 +113,18 @@ void KeyMapX11::handleEvent(const XEvent& event) {
 }
 
 // A group or map that was switched before the viewer's key may have its event still in the queue.
-// Events stay there for everybody: what is seen now is seen again in its turn. XCheckIfEvent()
-// would flush the keys before this one, a packet for each.
+// Events stay there for everybody: what is seen now is seen again in its turn.
 void KeyMapX11::lookAhead() {
   Display* display = tx::TXDisplay::display();
-  std::vector<XEvent> queued;
-  // What is there already, then what has arrived.
-  for (int round = 0; round < 2; ++round) {
-    for (int count = XEventsQueued(display, QueuedAfterReading); count > 0; --count) {
-      XNextEvent(display, &queued.emplace_back());
-      handleEvent(queued.back());
-    }
-  }
-  for (auto event = queued.rbegin(); event != queued.rend(); ++event) {
-    XPutBackEvent(display, &*event);
-  }
+  if (XEventsQueued(display, QueuedAfterReading) == 0) return;
+  XEvent event;
+  XCheckIfEvent(
+      display, &event,
+      [](Display*, XEvent* queued, XPointer self) -> Bool {
+        reinterpret_cast<KeyMapX11*>(self)->handleEvent(*queued);
+        return False;
+      },
+      reinterpret_cast<XPointer>(this));
 }
 
 void KeyMapX11::follow() {
