@@ -136,7 +136,7 @@ void times(const std::string& agent, const std::string& floor) {
   const std::vector<double> goals{0.1, 0.6, 0.8, 0.9, 0.9, 0.9};
   const std::vector<Workload> list = ours.painter.workloads();
   for (size_t i = 0; i < list.size(); ++i) {
-    const double seconds = list[i].perSecond < 10 ? 3 : 1.5;
+    const double seconds = list[i].perSecond < 10 ? 2 : 1.5;
     std::vector<double> a, b;
     for (int repetition = 0; repetition < kRepetitions; ++repetition) {
       a.push_back(load(ours, i, seconds));
@@ -147,7 +147,7 @@ void times(const std::string& agent, const std::string& floor) {
   std::vector<double> middle[2], late[2];
   for (int repetition = 0; repetition < kRepetitions; ++repetition) {
     for (Side* side : {&ours, &theirs}) {
-      const std::vector<double> all = latencies(side->painter, side->subject, 100);
+      const std::vector<double> all = latencies(side->painter, side->subject, 60);
       middle[side == &theirs].push_back(median(all));
       late[side == &theirs].push_back(percentile(all, 0.99));
     }
