@@ -114,10 +114,10 @@ Calls countCalls(Side& side, double seconds) {
   const Workload video = side.painter.workloads()[4];
   // The pointer comes to rest.
   run(side, video, 2.5);
-  const uint64_t updates = side.subject.updates(), trips = counts.roundTrips,
-                 selects = counts.selects, all = counts.calls;
+  const int updates = side.subject.count("fbUpdate");
+  const uint64_t trips = counts.roundTrips, selects = counts.selects, all = counts.calls;
   run(side, video, seconds);
-  const double per = double(std::max<uint64_t>(side.subject.updates() - updates, 1));
+  const double per = std::max(side.subject.count("fbUpdate") - updates, 1);
   return {double(counts.roundTrips - trips) / per, double(counts.selects - selects) / per,
           double(counts.calls - all) / per};
 }
@@ -136,7 +136,7 @@ void times(const std::string& agent, const std::string& floor) {
   const std::vector<double> goals{0.1, 0.6, 0.8, 0.9, 0.9, 0.9};
   const std::vector<Workload> list = ours.painter.workloads();
   for (size_t i = 0; i < list.size(); ++i) {
-    const double seconds = list[i].perSecond < 10 ? 3 : 1.5;
+    const double seconds = list[i].perSecond < 10 ? 2 : 1.5;
     std::vector<double> a, b;
     for (int repetition = 0; repetition < kRepetitions; ++repetition) {
       a.push_back(load(ours, i, seconds));
@@ -147,7 +147,7 @@ void times(const std::string& agent, const std::string& floor) {
   std::vector<double> middle[2], late[2];
   for (int repetition = 0; repetition < kRepetitions; ++repetition) {
     for (Side* side : {&ours, &theirs}) {
-      const std::vector<double> all = latencies(side->painter, side->subject, 100);
+      const std::vector<double> all = latencies(side->painter, side->subject, 60);
       middle[side == &theirs].push_back(median(all));
       late[side == &theirs].push_back(percentile(all, 0.99));
     }
