@@ -144,3 +144,27 @@ class Keys(unittest.TestCase):
         self.page.forget_sent()
         self.page.events(up("A", "KeyA", shiftKey=False), up("Shift", "ShiftLeft"))
         self.assertEqual(self.page.keys_sent(), "", "what went up already goes up again")
+
+    def test_menu(self):
+        def click(group, text):
+            self.page.run("[...document.querySelectorAll('#' + arguments[0] + ' button')]"
+                          ".find((button) => button.textContent === arguments[1]).click()", group, text)
+
+        click("press", "Ctrl+Alt+Del")
+        self.assertEqual(self.page.keys_sent(), "+Control +Alt +Delete -Delete -Alt -Control")
+        self.page.forget_sent()
+        click("arm", "Ctrl")
+        self.page.events(down("c", "KeyC"), up("c", "KeyC"), down("c", "KeyC"), up("c", "KeyC"))
+        self.assertEqual(self.page.keys_sent(), "+Control +c -c -Control +c -c")
+
+    def test_keyboard_can_leave_the_desktop(self):
+        flags = {}
+        for key, code, flag in (("Control", "ControlLeft", "ctrlKey"), ("Alt", "AltLeft", "altKey"),
+                                ("Shift", "ShiftLeft", "shiftKey")):
+            flags[flag] = True
+            self.page.events(down(key, code, **flags))
+        for key, code, flag in (("Shift", "ShiftLeft", "shiftKey"), ("Alt", "AltLeft", "altKey"),
+                                ("Control", "ControlLeft", "ctrlKey")):
+            del flags[flag]
+            self.page.events(up(key, code, **flags))
+        self.assertEqual(self.page.run("return document.activeElement.id"), "keys-button")
