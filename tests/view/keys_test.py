@@ -46,7 +46,8 @@ SEQUENCES = [
       ["keyup", with_alt_gr(**CONTROL)], ["keyup", ALT_GR],
       down("a", "KeyA"), up("a", "KeyA")], "+@ -@ +a -a"),
     ("AltGr that is only known as Control and Alt",
-     [["keydown", {**CONTROL, "ctrlKey": True}], ["keydown", {**ALT_RIGHT, "ctrlKey": True, "altKey": True}],
+     [["keydown", {**CONTROL, "ctrlKey": True}],
+      ["keydown", {**ALT_RIGHT, "ctrlKey": True, "altKey": True}],
       down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
       down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
       ["keyup", {**CONTROL, "altKey": True}], ["keyup", ALT_RIGHT]],
@@ -109,7 +110,8 @@ SEQUENCES = [
       down("Shift", "ShiftRight", shiftKey=True), up("Shift", "ShiftRight")],
      "+Control -Control +Control -Control +ShiftRight -ShiftRight"),
     ("keys whose release is not told while Meta is held",
-     [down("Meta", "MetaLeft", metaKey=True), down("c", "KeyC", metaKey=True), ["keyup", {"key": "Meta", "code": "MetaLeft"}]],
+     [down("Meta", "MetaLeft", metaKey=True), down("c", "KeyC", metaKey=True),
+      up("Meta", "MetaLeft")],
      "+Super +c -Super -c"),
 ]
 
@@ -137,7 +139,8 @@ class Keys(unittest.TestCase):
             self.page.focus()
 
     def test_keys_go_up_when_the_focus_leaves(self):
-        self.page.events(down("Shift", "ShiftLeft", shiftKey=True), down("A", "KeyA", shiftKey=True))
+        self.page.events(down("Shift", "ShiftLeft", shiftKey=True),
+                         down("A", "KeyA", shiftKey=True))
         self.page.run("document.getElementById('keys').blur()")
         self.assertIn({"t": "release"}, self.page.sent())
         self.page.focus()
@@ -148,7 +151,8 @@ class Keys(unittest.TestCase):
     def test_menu(self):
         def click(group, text):
             self.page.run("[...document.querySelectorAll('#' + arguments[0] + ' button')]"
-                          ".find((button) => button.textContent === arguments[1]).click()", group, text)
+                          ".find((button) => button.textContent === arguments[1]).click()",
+                          group, text)
 
         click("press", "Ctrl+Alt+Del")
         self.assertEqual(self.page.keys_sent(), "+Control +Alt +Delete -Delete -Alt -Control")

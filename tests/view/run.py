@@ -31,8 +31,8 @@ import stage  # noqa: E402
 
 try:
     program = unittest.main(
-        module=None, argv=[sys.argv[0], "discover", "-s", sys.path[0], "-p", "*_test.py", *sys.argv[1:]],
-        exit=False)
+        module=None, exit=False,
+        argv=[sys.argv[0], "discover", "-s", sys.path[0], "-p", "*_test.py", *sys.argv[1:]])
 finally:
     if stage.Setting.browser:
         stage.Setting.browser.close()
