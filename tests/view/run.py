@@ -27,6 +27,9 @@ if package := missing():
           file=sys.stderr)
     sys.exit(77)
 
+if not shutil.which("firefox-esr"):
+    print("!!! SKIPPED: the page in Firefox, because firefox-esr is not installed !!!", file=sys.stderr)
+
 import stage  # noqa: E402
 
 try:
