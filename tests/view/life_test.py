@@ -19,6 +19,10 @@ fetch("http://127.0.0.1:PORT/session", {method: "POST", body: "TOKEN", credentia
 
 
 class Life(unittest.TestCase):
+    def test_page_is_small(self):
+        files = (stage.ROOT / "tools/view/page").iterdir()
+        self.assertLess(sum(file.stat().st_size for file in files), 60000)
+
     def start(self, *options, **arguments):
         setting = stage.Setting(*options, **arguments)
         self.addCleanup(setting.close)
