@@ -55,8 +55,7 @@ class Life(unittest.TestCase):
         self.assert_comes_back(setting, page)
         self.assertIn("isplay", said())
 
-        setting.view.process.kill()
-        setting.view.process.wait()
+        setting.view.kill()
         page.wait_for_state("server")
         self.assertIn("Trying again", page.status())
         setting.view = stage.View(setting.screen, "--token-file", token,

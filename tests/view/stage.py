@@ -83,6 +83,11 @@ class View:
                                   stdout=subprocess.PIPE, text=True).stdout.split()
         return int(children[0]) if children else None
 
+    def kill(self):
+        self.process.kill()
+        self.process.stdout.close()
+        self.process.wait()
+
     def close(self):
         self.process.terminate()
         self.process.stdout.close()
