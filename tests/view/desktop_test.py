@@ -50,7 +50,8 @@ class Desktop(unittest.TestCase):
     def xterm(self, *command):
         """A terminal, the only window, that runs a command and has the focus."""
         before = self.screen.active_window()
-        self.screen.programs.start(["xterm", "-u8", "-fa", "DejaVu Sans Mono", "-fs", "10", "-e", *command])
+        self.screen.programs.start(
+            ["xterm", "-u8", "-fa", "DejaVu Sans Mono", "-fs", "10", "-e", *command])
         until(lambda: self.screen.active_window() not in ("", before), "the terminal")
 
     def play_film(self):
@@ -62,10 +63,8 @@ class Desktop(unittest.TestCase):
     def stop_film(self):
         self.screen.programs.stop(self.screen.programs.running[-1])
 
-    def assert_same_picture(self, page, seconds=60):
-        until(lambda: not stage.difference(page.canvas(), stage.screen_pixels(self.screen)) or None,
-              "equal pictures: " + str(stage.difference(page.canvas(), stage.screen_pixels(self.screen))),
-              seconds)
+    def assert_same_picture(self, page):
+        stage.wait_for_same_picture(page, self.screen)
 
     def test_picture_at_rest_is_exact(self):
         page = self.setting.page().wait_for_picture()
@@ -100,7 +99,8 @@ class Desktop(unittest.TestCase):
 
     def test_clipboard(self):
         page = self.setting.page().wait_for_picture()
-        page.cdp("Browser.grantPermissions", permissions=["clipboardReadWrite", "clipboardSanitizedWrite"])
+        page.cdp("Browser.grantPermissions",
+                 permissions=["clipboardReadWrite", "clipboardSanitizedWrite"])
         page.focus()
         self.screen.own("clipboard", TEXT)
         read = "return navigator.clipboard.readText()"
@@ -108,9 +108,10 @@ class Desktop(unittest.TestCase):
         page.run("return navigator.clipboard.writeText(arguments[0])", "Größe\n" * 1000)
         page.cdp("Input.dispatchKeyEvent", type="keyDown", key="v", code="KeyV", modifiers=2,
                  windowsVirtualKeyCode=86, commands=["paste"])
-        until(lambda: self.screen.selection("clipboard") == "Größe\n" * 1000, "the browser's text on the desktop")
+        until(lambda: self.screen.selection("clipboard") == "Größe\n" * 1000,
+              "the browser's text on the desktop")
         kinds = [one["t"] for one in page.sent("clipboard", "key") if one.get("sym") != 0xffe3]
-        self.assertEqual(kinds[:2], ["clipboard", "key"], "the text comes before the key that pastes it")
+        self.assertEqual(kinds[:2], ["clipboard", "key"], "the text before the key that pastes it")
 
     def test_pointer_and_wheel(self):
         events = os.path.join(self.setting.directory, "events")
@@ -120,7 +121,8 @@ class Desktop(unittest.TestCase):
 
         def seen():
             with open(events) as file:
-                return re.findall(r"(ButtonPress|ButtonRelease|MotionNotify)[^\n]*\n[^\n]*root:\((\d+),(\d+)\),\n"
+                return re.findall(r"(ButtonPress|ButtonRelease|MotionNotify)[^\n]*\n"
+                                  r"[^\n]*root:\((\d+),(\d+)\),\n"
                                   r"\s+state (\w+),(?: button (\d+))?", file.read())
 
         def buttons():
@@ -181,37 +183,44 @@ class Desktop(unittest.TestCase):
         for y in range(400, 500, 10):
             touch("touchMove", (400, y), (500, y))
         touch("touchEnd")
-        until(lambda: buttons().startswith("P1 R1 P3 R3 P1 R1 P4 R4 P4 R4"), "two fingers that scroll")
+        until(lambda: buttons().startswith("P1 R1 P3 R3 P1 R1 P4 R4 P4 R4"), "two that scroll")
         scrolled = buttons()
-        before = page.run("return document.getElementById('desktop').clientWidth")
+        width = "return document.getElementById('desktop').clientWidth"
+        before = page.run(width)
         touch("touchStart", (400, 400))
         touch("touchStart", (400, 400), (500, 400))
         for x in range(0, 100, 10):
             touch("touchMove", (400 - x, 400), (500 + x, 400))
         touch("touchEnd")
-        self.assertGreater(page.run("return document.getElementById('desktop').clientWidth"), 1.5 * before)
+        self.assertGreater(page.run(width), 1.5 * before)
         self.assertEqual(buttons(), scrolled)
 
     def test_as_large_as_the_window(self):
         page = self.setting.page().wait_for_picture()
         page.run("document.getElementById('follow').click()")
         for width, height in ((1000, 700), (820, 600), (1100, 640)):
-            page.cdp("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1,
-                     mobile=False)
-            wanted = page.run("const {offsetWidth, offsetHeight} = document.getElementById('stage');"
-                              "return [offsetWidth, offsetHeight]")
-            until(lambda: list(stage.screen_pixels(self.screen)[:2]) == wanted, f"a desktop of {wanted}")
+            page.cdp("Emulation.setDeviceMetricsOverride", width=width, height=height,
+                     deviceScaleFactor=1, mobile=False)
+            size = ("const {offsetWidth, offsetHeight} = document.getElementById(arguments[0]);"
+                    "return [offsetWidth, offsetHeight]")
+            wanted = page.run(size, "stage")
+            until(lambda: list(stage.screen_pixels(self.screen)[:2]) == wanted, f"{wanted}")
             self.assert_same_picture(page)
-            self.assertEqual(page.run("const {clientWidth, clientHeight} = document.getElementById('desktop');"
-                                      "return [clientWidth, clientHeight]"), wanted)
+            self.assertEqual(page.run(size, "desktop"), wanted)
 
     def test_a_page_that_stalls_and_one_that_does_not(self):
         stalled = self.setting.page().wait_for_picture()
-        stalled.run("const send = WebSocket.prototype.send; WebSocket.prototype.send = function(data) {"
-                    "  if (window.stalled && JSON.parse(data).t === 'drawn') window.held.push([this, data]);"
-                    "  else send.call(this, data);"
-                    "}; window.held = []; window.stalled = true;"
-                    "window.go = () => { window.stalled = false; held.forEach(([socket, data]) => send.call(socket, data)); }")
+        stalled.run("""
+            const {send} = WebSocket.prototype;
+            window.held = [];
+            WebSocket.prototype.send = function(data) {
+              if (JSON.parse(data).t === "drawn") held.push([this, data]);
+              else send.call(this, data);
+            };
+            window.go = () => {
+              WebSocket.prototype.send = send;
+              for (const [socket, data] of held) send.call(socket, data);
+            };""")
         page = self.setting.page().wait_for_picture()
         self.play_film()
         drawn = len(page.sent("drawn"))
@@ -220,7 +229,7 @@ class Desktop(unittest.TestCase):
         drawn = len(page.sent("drawn"))
         until(lambda: len(page.sent("drawn")) > drawn + 30, "more of them", 90)
         self.assertLess(memory_of(self.setting.view.process.pid), memory + 8000, "KB")
-        self.assertLess(stalled.show().run("return held.length"), 20)
+        self.assertIn(stalled.show().run("return held.length"), range(1, 20))
         self.stop_film()
         self.assert_same_picture(page.show())
         stalled.show().run("go()")
@@ -228,7 +237,8 @@ class Desktop(unittest.TestCase):
 
     def test_a_full_line_gives_fewer_updates_and_none_that_are_old(self):
         with stage.slow_line(self.setting.view.port, 1 << 20) as line:
-            page = self.setting.page(self.setting.view.address.replace(self.setting.view.origin, line))
+            view = self.setting.view
+            page = self.setting.page(view.address.replace(view.origin, line))
             page.wait_for_picture()
             self.play_film()
             until(lambda: page.run("return drawn.length") > 25, "updates")
@@ -254,12 +264,11 @@ class Desktop(unittest.TestCase):
             keyboard.layout("de")
             keyboard.run("xdotool", "mousemove", "600", "500", "click", "1")
             until(lambda: page.run("return document.activeElement.id === 'keys'"), "the focus")
-            # Keycodes: ü, y on the key of z, AltGr with e and q, ´ and e, ^ and o, ^ and x, Shift with
-            # ` and a, Multi_key with o and e.
-            keyboard.run("xdotool", "key", "34", "key", "29", "keydown", "108", "key", "26", "key", "24",
-                         "keyup", "108", "key", "21", "key", "26", "key", "49", "key", "32", "key", "49",
-                         "key", "53", "keydown", "50", "key", "21", "keyup", "50", "key", "38",
-                         "key", "135", "key", "32", "key", "26", "key", "36")
+            # Keycodes: ü, y on the key of z, AltGr with e and q, ´ and e, ^ and o, ^ and x, Shift
+            # with ` and a, Multi_key with o and e.
+            keyboard.run("xdotool", *"key 34 key 29 keydown 108 key 26 key 24 keyup 108 key 21 key 26 "
+                         "key 49 key 32 key 49 key 53 keydown 50 key 21 keyup 50 key 38 key 135 "
+                         "key 32 key 26 key 36".split())
             until(lambda: os.path.exists(typed) and os.path.getsize(typed), "the text")
             with open(typed) as file:
                 self.assertEqual(file.read(), "üz€@éô^xàœ\n")
@@ -275,7 +284,7 @@ class ViewOnly(unittest.TestCase):
         page.click(300, 200)
         page.type("a")
         self.assertEqual(page.sent("key", "pointer"), [])
-        self.assertFalse(page.run("return document.getElementById('keys-button').checkVisibility()"))
+        self.assertFalse(page.run("return document.querySelector('#keys-button').checkVisibility()"))
 
 
 class Monitors(unittest.TestCase):
@@ -287,7 +296,8 @@ class Monitors(unittest.TestCase):
         def choose(number):
             page.run("document.querySelectorAll('#monitors input')[arguments[0]].click()", number)
 
-        until(lambda: page.run("return document.querySelectorAll('#monitors input').length") == 2, "two monitors")
+        count = "return document.querySelectorAll('#monitors input').length"
+        until(lambda: page.run(count) == 2, "two monitors")
         self.assertEqual(page.canvas()[:2], (1824, 768))
         choose(0)
         until(lambda: page.canvas()[:2] == (800, 600), "the second monitor alone")

@@ -38,7 +38,8 @@ class Firefox:
     async def open(self, address):
         await self.command("session.new", capabilities={})
         self.context = (await self.command("browsingContext.getTree"))["contexts"][0]["context"]
-        await self.command("browsingContext.navigate", context=self.context, url=address, wait="complete")
+        await self.command("browsingContext.navigate", context=self.context, url=address,
+                           wait="complete")
 
     async def run(self, expression):
         answer = await self.command("script.evaluate", expression=f"JSON.stringify({expression})",

@@ -46,7 +46,8 @@ SEQUENCES = [
       ["keyup", with_alt_gr(**CONTROL)], ["keyup", ALT_GR],
       down("a", "KeyA"), up("a", "KeyA")], "+@ -@ +a -a"),
     ("AltGr that is only known as Control and Alt",
-     [["keydown", {**CONTROL, "ctrlKey": True}], ["keydown", {**ALT_RIGHT, "ctrlKey": True, "altKey": True}],
+     [["keydown", {**CONTROL, "ctrlKey": True}],
+      ["keydown", {**ALT_RIGHT, "ctrlKey": True, "altKey": True}],
       down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
       down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
       ["keyup", {**CONTROL, "altKey": True}], ["keyup", ALT_RIGHT]],
@@ -109,7 +110,8 @@ SEQUENCES = [
       down("Shift", "ShiftRight", shiftKey=True), up("Shift", "ShiftRight")],
      "+Control -Control +Control -Control +ShiftRight -ShiftRight"),
     ("keys whose release is not told while Meta is held",
-     [down("Meta", "MetaLeft", metaKey=True), down("c", "KeyC", metaKey=True), ["keyup", {"key": "Meta", "code": "MetaLeft"}]],
+     [down("Meta", "MetaLeft", metaKey=True), down("c", "KeyC", metaKey=True),
+      up("Meta", "MetaLeft")],
      "+Super +c -Super -c"),
 ]
 
@@ -137,10 +139,36 @@ class Keys(unittest.TestCase):
             self.page.focus()
 
     def test_keys_go_up_when_the_focus_leaves(self):
-        self.page.events(down("Shift", "ShiftLeft", shiftKey=True), down("A", "KeyA", shiftKey=True))
+        self.page.events(down("Shift", "ShiftLeft", shiftKey=True),
+                         down("A", "KeyA", shiftKey=True))
         self.page.run("document.getElementById('keys').blur()")
         self.assertIn({"t": "release"}, self.page.sent())
         self.page.focus()
         self.page.forget_sent()
         self.page.events(up("A", "KeyA", shiftKey=False), up("Shift", "ShiftLeft"))
         self.assertEqual(self.page.keys_sent(), "", "what went up already goes up again")
+
+    def test_menu(self):
+        def click(group, text):
+            self.page.run("[...document.querySelectorAll('#' + arguments[0] + ' button')]"
+                          ".find((button) => button.textContent === arguments[1]).click()",
+                          group, text)
+
+        click("press", "Ctrl+Alt+Del")
+        self.assertEqual(self.page.keys_sent(), "+Control +Alt +Delete -Delete -Alt -Control")
+        self.page.forget_sent()
+        click("arm", "Ctrl")
+        self.page.events(down("c", "KeyC"), up("c", "KeyC"), down("c", "KeyC"), up("c", "KeyC"))
+        self.assertEqual(self.page.keys_sent(), "+Control +c -c -Control +c -c")
+
+    def test_keyboard_can_leave_the_desktop(self):
+        flags = {}
+        for key, code, flag in (("Control", "ControlLeft", "ctrlKey"), ("Alt", "AltLeft", "altKey"),
+                                ("Shift", "ShiftLeft", "shiftKey")):
+            flags[flag] = True
+            self.page.events(down(key, code, **flags))
+        for key, code, flag in (("Shift", "ShiftLeft", "shiftKey"), ("Alt", "AltLeft", "altKey"),
+                                ("Control", "ControlLeft", "ctrlKey")):
+            del flags[flag]
+            self.page.events(up(key, code, **flags))
+        self.assertEqual(self.page.run("return document.activeElement.id"), "keys-button")

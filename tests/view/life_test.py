@@ -19,6 +19,10 @@ fetch("http://127.0.0.1:PORT/session", {method: "POST", body: "TOKEN", credentia
 
 
 class Life(unittest.TestCase):
+    def test_page_is_small(self):
+        files = (stage.ROOT / "tools/view/page").iterdir()
+        self.assertLess(sum(file.stat().st_size for file in files), 60000)
+
     def start(self, *options, **arguments):
         setting = stage.Setting(*options, **arguments)
         self.addCleanup(setting.close)
@@ -26,17 +30,18 @@ class Life(unittest.TestCase):
 
     def assert_comes_back(self, setting, page):
         page.wait_for_state("live")
-        until(lambda: not stage.difference(page.canvas(), stage.screen_pixels(setting.screen)) or None,
-              "the picture")
+        stage.wait_for_same_picture(page, setting.screen)
 
     def test_agent_and_display_and_server_go(self):
         token = os.path.join(stage.ROOT, "build", f"view-token.{os.getpid()}")
         self.addCleanup(lambda: os.path.exists(token) and os.unlink(token))
         setting = self.start("--token-file", token, server=stage.lasting_server)
         page = setting.page().wait_for_picture()
-        page.run("window.states = []; new MutationObserver(() => states.push(document.body.dataset.state + ': ' +"
-                 " document.getElementById('status').textContent)).observe(document.body,"
-                 " {attributes: true, attributeFilter: ['data-state']})")
+        page.run("""
+            const {body} = document;
+            const note = () => states.push(body.dataset.state + document.querySelector("#status").value);
+            window.states = [];
+            new MutationObserver(note).observe(body, {attributeFilter: ["data-state"]});""")
 
         def said():
             return " ".join(page.run("return states.splice(0)"))
@@ -50,11 +55,11 @@ class Life(unittest.TestCase):
         self.assert_comes_back(setting, page)
         self.assertIn("isplay", said())
 
-        setting.view.process.kill()
-        setting.view.process.wait()
+        setting.view.kill()
         page.wait_for_state("server")
         self.assertIn("Trying again", page.status())
-        setting.view = stage.View(setting.screen, "--token-file", token, listen=f"127.0.0.1:{setting.view.port}")
+        setting.view = stage.View(setting.screen, "--token-file", token,
+                                  listen=f"127.0.0.1:{setting.view.port}")
         self.assert_comes_back(setting, page)
 
     def test_server_with_another_token(self):
@@ -75,14 +80,15 @@ class Life(unittest.TestCase):
         wrong = stage.Page(setting.browser, setting.view.origin + "/#wrong")
         self.addCleanup(wrong.close)
         wrong.wait_for_state("session")
-        # A page that is let in stays so in its browser; the same browser's other pages do not gain by it.
+        # What a browser's one page may, its others may not.
         page = setting.page().wait_for_picture()
         token = setting.view.address.split("#")[1]
-        with stage.web_server(PROBE.replace("PORT", str(setting.view.port)).replace("TOKEN", token)) as address:
+        probe = PROBE.replace("PORT", str(setting.view.port)).replace("TOKEN", token)
+        with stage.web_server(probe) as address:
             foreign = stage.Page(setting.browser, address)
             self.addCleanup(foreign.close)
-            answers = until(lambda: foreign.run("return window.answers && answers.socket && answers.session && "
-                                                "answers"), "the stranger's attempts")
+            answers = until(lambda: foreign.run("return window.answers?.socket && answers.session &&"
+                                                " answers"), "the stranger's attempts")
         self.assertEqual(answers, {"socket": "refused", "session": "refused"})
         self.assertEqual(page.show().state(), "live")
         violations = [entry["message"] for entry in page.driver.get_log("browser")

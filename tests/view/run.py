@@ -27,12 +27,15 @@ if package := missing():
           file=sys.stderr)
     sys.exit(77)
 
+if not shutil.which("firefox-esr"):
+    print("!!! SKIPPED: the page in Firefox, because firefox-esr is not installed !!!", file=sys.stderr)
+
 import stage  # noqa: E402
 
 try:
     program = unittest.main(
-        module=None, argv=[sys.argv[0], "discover", "-s", sys.path[0], "-p", "*_test.py", *sys.argv[1:]],
-        exit=False)
+        module=None, exit=False,
+        argv=[sys.argv[0], "discover", "-s", sys.path[0], "-p", "*_test.py", *sys.argv[1:]])
 finally:
     if stage.Setting.browser:
         stage.Setting.browser.close()

@@ -68,9 +68,9 @@ def until(condition, what, seconds=60):
 class View:
     """A running ruvoview."""
 
-    def __init__(self, screen, *options, listen="127.0.0.1:0", program=None):
+    def __init__(self, screen, *options, listen="127.0.0.1:0"):
         self.process = screen.programs.start(
-            [program or VIEW, "--display", screen.display, "--agent", AGENT, "--listen", listen, *options],
+            [VIEW, "--display", screen.display, "--agent", AGENT, "--listen", listen, *options],
             stdout=subprocess.PIPE)
         self.address = self.process.stdout.readline().decode().strip()
         if not self.address.startswith("http"):
@@ -82,6 +82,11 @@ class View:
         children = subprocess.run(["pgrep", "-P", str(self.process.pid), "-x", "ruvoagent"],
                                   stdout=subprocess.PIPE, text=True).stdout.split()
         return int(children[0]) if children else None
+
+    def kill(self):
+        self.process.kill()
+        self.process.stdout.close()
+        self.process.wait()
 
     def close(self):
         self.process.terminate()
@@ -158,7 +163,7 @@ class Page:
         return self.run("return document.body.dataset.state")
 
     def wait_for_state(self, state, seconds=60):
-        until(lambda: self.state() == state, f"the page to be {state} (it is {self.state()})", seconds)
+        until(lambda: self.state() == state, "the page to be " + state, seconds)
         return self
 
     def wait_for_picture(self):
@@ -167,14 +172,16 @@ class Page:
         return self
 
     def sent(self, *kinds):
-        return [one for one in self.run("return window.sent || []") if not kinds or one["t"] in kinds]
+        sent = self.run("return window.sent || []")
+        return [one for one in sent if not kinds or one["t"] in kinds]
 
     def forget_sent(self):
         self.run("window.sent = []")
 
     def keys_sent(self):
         """The keys as text: +symbol and -symbol in their order, characters as such."""
-        return " ".join(("+" if one["down"] else "-") + name_of(one["sym"]) for one in self.sent("key"))
+        return " ".join(("+" if one["down"] else "-") + name_of(one["sym"])
+                        for one in self.sent("key"))
 
     def canvas(self):
         """Width, height, and the rows as red, green, blue and 255."""
@@ -201,9 +208,10 @@ class Page:
     def key(self, key, code, text=None, modifiers=0, kinds=("keyDown", "keyUp")):
         """A key as the keyboard's driver tells it to the browser."""
         for kind in kinds:
-            self.cdp("Input.dispatchKeyEvent", type=kind if text or kind == "keyUp" else "rawKeyDown",
+            self.cdp("Input.dispatchKeyEvent",
+                     type=kind if text or kind == "keyUp" else "rawKeyDown",
                      key=key, code=code, modifiers=modifiers,
-                     windowsVirtualKeyCode=ord(key.upper()) if len(key) == 1 and key.isascii() else 0,
+                     windowsVirtualKeyCode=ord(key.upper()) if key.isascii() and key[1:] == "" else 0,
                      **({"text": text} if text and kind == "keyDown" else {}))
 
     def type(self, text):
@@ -239,11 +247,12 @@ def name_of(symbol):
 def screen_pixels(screen):
     """What the X server shows, as Page.canvas() tells it."""
     # A screen that changes its size meanwhile gives nothing.
-    data = until(lambda: screen.run("xwd", "-silent", "-root", "-display", screen.display), "a picture")
+    command = ("xwd", "-silent", "-root", "-display", screen.display)
+    data = until(lambda: screen.run(*command), "a picture")
     header = struct.unpack_from(">25I", data)
     width, height, stride = header[4], header[5], header[12]
     begin = header[0] + header[19] * 12
-    assert header[11] == 32 and header[7] == 0 and stride == 4 * width, "a format that is not expected"
+    assert header[11] == 32 and header[7] == 0 and stride == 4 * width, "another format"
     pixels = bytearray(data[begin:begin + stride * height])
     pixels[0::4], pixels[2::4] = pixels[2::4], pixels[0::4]
     pixels[3::4] = b"\xff" * (width * height)
@@ -260,6 +269,20 @@ def difference(one, other):
     y, x = divmod(wrong[0] // 4, one[0])
     return (f"{len(wrong)} pixels, the first at {x},{y}: {one[2][wrong[0]:wrong[0] + 3].hex()} "
             f"instead of {other[2][wrong[0]:wrong[0] + 3].hex()}")
+
+
+def wait_for_same_picture(page, screen):
+    """Until the page shows what the X server does."""
+    wrong = []
+
+    def are_same():
+        wrong[:] = [difference(page.canvas(), screen_pixels(screen))]
+        return wrong == [None]
+
+    try:
+        until(are_same, "equal pictures")
+    except TimeoutError:
+        raise AssertionError(f"the page shows another picture: {wrong[0]}") from None
 
 
 @contextlib.contextmanager
@@ -337,7 +360,8 @@ class Setting:
     def start(self, options, server):
         self.directory = self.stack.enter_context(
             tempfile.TemporaryDirectory(prefix="view.", ignore_cleanup_errors=True))
-        self.log = self.stack.enter_context(open(os.path.join(self.directory, "log"), "wb", buffering=0))
+        self.log = self.stack.enter_context(
+            open(os.path.join(self.directory, "log"), "wb", buffering=0))
         xserver = desktop.ruvo.XServer(command=server) if server else None
         self.screen = desktop.Desktop(self.directory, self.log, xserver)
         self.stack.callback(lambda: self.screen.close())
@@ -361,7 +385,8 @@ class Setting:
             with contextlib.suppress(FileNotFoundError):
                 os.unlink(path)
         self.screen.programs.start(
-            ["Xvfb", self.screen.display, "-screen", "0", "1024x700x24", "-noreset", "-nolisten", "tcp"])
+            ["Xvfb", self.screen.display, "-screen", "0", "1024x700x24", "-noreset",
+             "-nolisten", "tcp"])
 
     def end_view(self):
         if self.view.process.poll() is None:
