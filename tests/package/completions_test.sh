@@ -32,6 +32,12 @@ bash_offers ruvodrive --display :1 sh | expect bash shot
 bash_offers ruvodrive shot --c | expect bash --cursor
 bash_offers ruvodrive --param Upd | expect bash UpdatePeriod= UpdateBatchDelay=
 
+# shellcheck source=/dev/null
+source "$share/bash-completion/completions/ruvoview"
+COMP_WORDS=(ruvoview --v) COMP_CWORD=1
+_ruvoview
+printf '%s\n' "${COMPREPLY[@]}" | expect bash --view-only
+
 fish_file=$share/fish/vendor_completions.d/ruvodrive.fish
 fish_offers() { fish --no-config -c "source '$fish_file'; complete -C '$1'" | cut -f1; }
 fish_offers 'ruvodrive ' | expect fish shot watch
