@@ -1,4 +1,4 @@
-# What "cmake --install" puts where. Components: agent, tools, dev.
+# What "cmake --install" puts where. Components: agent, tools, view, dev.
 
 include(CMakePackageConfigHelpers)
 
@@ -23,6 +23,24 @@ function(ruvo_install_documents component package)
   list(TRANSFORM documents PREPEND ${PROJECT_SOURCE_DIR}/)
   install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package}
           COMPONENT ${component})
+endfunction()
+
+# ruvo_install_completions(COMPONENT PROGRAM)
+function(ruvo_install_completions component program)
+  # Debian's zsh looks for packages' completions in a place of its own.
+  set(zsh_functions site-functions)
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND EXISTS /etc/debian_version)
+    set(zsh_functions vendor-completions)
+  endif()
+  set(folder ${ruvo_package_dir}/completions)
+  install(FILES ${folder}/${program}.bash
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions RENAME ${program}
+          COMPONENT ${component})
+  install(FILES ${folder}/${program}.zsh
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/${zsh_functions} RENAME _${program}
+          COMPONENT ${component})
+  install(FILES ${folder}/${program}.fish
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d COMPONENT ${component})
 endfunction()
 
 if(TARGET ruvoagent)
@@ -52,19 +70,20 @@ if(TARGET ruvodrive)
   install(FILES ${ruvo_package_dir}/systemd/desktop.conf
           DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/ruvo-tools/examples COMPONENT tools)
 
-  # Debian's zsh looks for packages' completions in a place of its own.
-  set(zsh_functions site-functions)
-  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND EXISTS /etc/debian_version)
-    set(zsh_functions vendor-completions)
-  endif()
-  install(FILES ${ruvo_package_dir}/completions/ruvodrive.bash
-          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions RENAME ruvodrive
-          COMPONENT tools)
-  install(FILES ${ruvo_package_dir}/completions/ruvodrive.zsh
-          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/${zsh_functions} RENAME _ruvodrive
-          COMPONENT tools)
-  install(FILES ${ruvo_package_dir}/completions/ruvodrive.fish
-          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d COMPONENT tools)
+  ruvo_install_completions(tools ruvodrive)
+endif()
+
+if(TARGET ruvoview)
+  install(TARGETS ruvoview DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT view)
+  ruvo_install_page(view ruvoview 1)
+  ruvo_install_documents(view ruvo-view CHANGELOG.md THIRD-PARTY-NOTICES docs/fleet.md)
+  configure_file(${ruvo_package_dir}/systemd/ruvoview@.service.in
+                 ${PROJECT_BINARY_DIR}/packaging/ruvoview@.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/packaging/ruvoview@.service
+          DESTINATION lib/systemd/system COMPONENT view)
+  install(FILES ${ruvo_package_dir}/systemd/view.conf ${ruvo_package_dir}/Containerfile
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/ruvo-view/examples COMPONENT view)
+  ruvo_install_completions(view ruvoview)
 endif()
 
 if(TARGET ruvohost)

@@ -18,6 +18,9 @@ endif()
 if(TARGET ruvodrive)
   list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
+if(TARGET ruvoview)
+  list(APPEND CPACK_COMPONENTS_ALL view)
+endif()
 if(RUVO_HOST)
   list(APPEND CPACK_COMPONENTS_ALL dev)
 endif()
@@ -47,6 +50,15 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "ruvoagent (= ${PROJECT_VERSION}-1)")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "xvfb")
 # Programs that some commands ask.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "ffmpeg, x11-utils, x11-xserver-utils")
+
+set(CPACK_DEBIAN_VIEW_PACKAGE_NAME ruvo-view)
+set(CPACK_DEBIAN_VIEW_PACKAGE_SECTION x11)
+set(CPACK_COMPONENT_VIEW_DESCRIPTION "show a desktop live in a browser
+ruvoview starts a desktop agent in an X11 desktop, or an X server and a
+session of its own, and serves one page that shows the desktop and passes
+keys, pointer, touch and the clipboard back.")
+set(CPACK_DEBIAN_VIEW_PACKAGE_DEPENDS "ruvoagent (= ${PROJECT_VERSION}-1)")
+set(CPACK_DEBIAN_VIEW_PACKAGE_RECOMMENDS "xvfb, openbox")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libruvohost-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)

@@ -25,3 +25,6 @@ string(CONCAT CMAKE_EXE_LINKER_FLAGS_INIT "-m32 -L${i386_libraries} -Wl,--disabl
 set(CMAKE_LIBRARY_PATH ${i386_libraries})
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${i386_root})
 set(ENV{PKG_CONFIG_LIBDIR} ${i386_libraries}/pkgconfig:/usr/share/pkgconfig)
+
+# It is the agent that is wanted as a 32-bit program.
+set(RUVO_VIEW OFF CACHE BOOL "Build ruvoview")

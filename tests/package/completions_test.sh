@@ -34,6 +34,12 @@ bash_offers ruvodrive clip get --c | expect bash --clipboard
 bash_offers ruvodrive record-session a.session ty | expect bash type
 bash_offers ruvodrive --param Upd | expect bash UpdatePeriod= UpdateBatchDelay=
 
+# shellcheck source=/dev/null
+source "$share/bash-completion/completions/ruvoview"
+COMP_WORDS=(ruvoview --v) COMP_CWORD=1
+_ruvoview
+printf '%s\n' "${COMPREPLY[@]}" | expect bash --view-only
+
 fish_file=$share/fish/vendor_completions.d/ruvodrive.fish
 fish_offers() { fish --no-config -c "source '$fish_file'; complete -C '$1'" | cut -f1; }
 fish_offers 'ruvodrive ' | expect fish shot watch

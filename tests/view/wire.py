@@ -1,10 +1,11 @@
 #!/usr/bin/python3
 """ruvoview against those who do not keep to its protocol, and its command line.
 
-Status 0 when all is right, 77 when python3-aiohttp or Xvfb is not there.
+Status 0 when all is right, 77 when python3-aiohttp, python3-pil or Xvfb is not there.
 """
 
 import asyncio
+import io
 import json
 import os
 import pathlib
@@ -19,6 +20,7 @@ import unittest
 
 try:
     import aiohttp
+    from PIL import Image, ImageChops
 except ImportError:
     aiohttp = None
 
@@ -36,6 +38,9 @@ class View:
         self.process = subprocess.Popen([VIEW, *arguments, "--agent", AGENT, *options],
                                         stdout=subprocess.PIPE, stderr=self.errors, **popen)
         self.address = self.process.stdout.readline().decode().strip()
+        if "#" not in self.address:
+            self.end()
+            raise RuntimeError(f"ruvoview does not start: {self.address!r}")
         self.base, self.token = self.address.split("#")
 
     def log(self):
@@ -47,6 +52,14 @@ class View:
         rest = self.process.stdout.read()
         self.process.stdout.close()
         return self.process.wait(WAIT), rest
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.end()
+        self.errors.close()
 
 
 class Client:
@@ -85,6 +98,17 @@ async def first_frame(socket):
             if message.data[1] & 1:
                 return told, struct.unpack_from("<I", message.data, 4)[0]
         else:
+            raise AssertionError(f"closed with {socket.close_code}")
+
+
+async def answered(socket, number):
+    """Reads until the answer to a ping."""
+    while True:
+        message = await socket.receive(WAIT)
+        if message.type == aiohttp.WSMsgType.TEXT:
+            if json.loads(message.data) == {"t": "pong", "n": number}:
+                return
+        elif message.type != aiohttp.WSMsgType.BINARY:
             raise AssertionError(f"closed with {socket.close_code}")
 
 
@@ -174,47 +198,98 @@ class Wire(unittest.TestCase):
                 await good.send_str('{"t":"pointer","x":-5,"y":100000,"buttons":0}')
                 await good.send_str('{"t":"drawn","frame":77777}')
                 await good.send_str('{"t":"ping","n":9}')
-                while (await good.receive_json(timeout=WAIT)) != {"t": "pong", "n": 9}:
-                    pass
+                await answered(good, 9)
         asyncio.run(run())
 
-    def test_keys_of_a_page_that_leaves_go_up(self):
-        display, authority = self.display()
-        watcher = subprocess.Popen(
-            ["xinput", "test-xi2", "--root"], stdout=subprocess.PIPE, text=True,
-            env={**os.environ, "DISPLAY": display, "XAUTHORITY": authority}) \
-            if shutil.which("xinput") else None
-        if not watcher:
-            self.skipTest("xinput is not installed")
 
-        async def run():
-            async with Client(self.view) as client:
-                await client.enter(self.view.token)
+class Picture:
+    """The canvas of a page, drawn as the protocol says."""
+
+    def __init__(self):
+        self.image = None
+        self.encodings = set()
+
+    def text(self, told):
+        if told["t"] == "size":
+            self.image = Image.new("RGB", (told["width"], told["height"]))
+
+    def draw(self, data):
+        count, frame = struct.unpack_from("<HI", data, 2)
+        at = 16
+        for _ in range(count):
+            x, y, width, height, encoding, length = struct.unpack_from("<HHHHBxxxI", data, at)
+            piece = data[at + 16:at + 16 + length]
+            at += 16 + length
+            self.encodings.add(encoding)
+            box = (x, y, x + width, y + height)
+            if encoding == 0:
+                self.image.paste((piece[2], piece[1], piece[0]), box)
+            elif encoding == 1:
+                from_x, from_y = struct.unpack("<HH", piece)
+                self.image.paste(self.image.crop((from_x, from_y, from_x + width, from_y + height)),
+                                 box)
+            elif encoding == 4:
+                self.image.paste(Image.frombytes("RGBA", (width, height), piece).convert("RGB"), box)
+            else:
+                part = Image.open(io.BytesIO(piece))
+                assert part.size == (width, height)
+                self.image.paste(part.convert("RGB"), box)
+        assert at == len(data)
+        return frame if data[1] & 1 else None
+
+
+class Pixels(unittest.TestCase):
+    # Text that scrolls, a picture that moves, then rest.
+    SCRIPT = """
+        for i in $(seq 40); do seq -f "line %%g of a text that scrolls" $((i * 7)) $((i * 7 + 3)); sleep 0.02; done
+        for i in $(seq 6); do
+          xsetroot -bitmap /usr/include/X11/bitmaps/woman -fg \\#$i$i$i$i$i$i; sleep 0.03
+        done
+        seq -f "and line %%g" 3000; touch %s; sleep 1000"""
+
+    def test_after_rest_each_page_shows_the_desktop_exactly(self):
+        with tempfile.TemporaryDirectory() as folder, View(
+                "--", "xterm", "-geometry", "90x40+40+20", "-e", self.SCRIPT % (folder + "/done"),
+                arguments=("--new", "800x600")) as view:
+            fast, slow = Picture(), Picture()
+
+            async def page(client, picture, seconds):
                 socket = await client.desktop()
-                await first_frame(socket)
-                await socket.send_str('{"t":"key","sym":65505,"down":true}')
-                await socket.send_str('{"t":"ping","n":1}')
-                while (await socket.receive()).data != '{"n":1,"t":"pong"}':
-                    pass
-        try:
-            for line in watcher.stdout:
-                if "KeyboardClass" in line or "XITouchClass" in line:
-                    break
-            asyncio.run(run())
-            seen = []
-            for line in watcher.stdout:
-                if "RawKey" in line:
-                    seen.append("press" if "Press" in line else "release")
-                if seen == ["press", "release"]:
-                    break
-        finally:
-            watcher.kill()
-            watcher.wait()
-            watcher.stdout.close()
+                while True:
+                    # Rest: nothing came for a while after the last drawing.
+                    try:
+                        message = await socket.receive(1.5)
+                    except asyncio.TimeoutError:
+                        if os.path.exists(folder + "/done"):
+                            return
+                        continue
+                    if message.type == aiohttp.WSMsgType.TEXT:
+                        picture.text(json.loads(message.data))
+                        continue
+                    frame = picture.draw(message.data)
+                    if frame:
+                        await asyncio.sleep(seconds)
+                        await socket.send_json({"t": "drawn", "frame": frame})
 
-    def display(self):
-        line = next(line for line in self.view.log().splitlines() if "XAUTHORITY=" in line)
-        return line.split("display ")[1].split(",")[0], line.split("XAUTHORITY=")[1]
+            async def run():
+                async with Client(view) as client:
+                    await client.enter(view.token)
+                    await asyncio.gather(page(client, fast, 0), page(client, slow, 0.15))
+            asyncio.run(asyncio.wait_for(run(), WAIT))
+
+            line = next(line for line in view.log().splitlines() if "XAUTHORITY=" in line)
+            dump = subprocess.run(
+                ["xwd", "-root", "-silent"], capture_output=True, check=True,
+                env={**os.environ, "DISPLAY": line.split("display ")[1].split(",")[0],
+                     "XAUTHORITY": line.split("XAUTHORITY=")[1]}).stdout
+            header, width, height, stride, colours = (
+                struct.unpack_from(">I", dump, at)[0] for at in (0, 16, 20, 48, 76))
+            real = Image.frombuffer("RGB", (width, height), dump[header + 12 * colours:], "raw",
+                                    "BGRX", stride, 1)
+            for picture in (fast, slow):
+                wrong = ImageChops.difference(picture.image, real).getbbox()
+                self.assertIsNone(wrong, f"{picture.encodings}")
+            self.assertIn(1, fast.encodings, "scrolled text should come as copies")
 
 
 class Program(unittest.TestCase):
@@ -300,7 +375,7 @@ class Program(unittest.TestCase):
 
 if __name__ == "__main__":
     if not aiohttp or not shutil.which("Xvfb"):
-        print("!!! SKIPPED: ruvoview's wire, because python3-aiohttp or xvfb is not installed !!!",
+        print("!!! SKIPPED: ruvoview's wire, because python3-aiohttp, python3-pil or xvfb is not installed !!!",
               file=sys.stderr)
         sys.exit(77)
     unittest.main()

@@ -172,11 +172,8 @@ class Connection final : public Channel, public std::enable_shared_from_this<Con
 
   void messageRead(error_code error) {
     if (error) {
-      if (error == websocket::error::message_too_big) {
-        log("closed a page: its message is too big");
-      } else if (error.category() ==
-                     make_error_code(websocket::error::message_too_big).category() &&
-                 error != websocket::error::closed) {
+      const bool isFault = error.category() == make_error_code(websocket::error::closed).category();
+      if (isFault && error != websocket::error::closed && !closing_) {
         log("closed a page: " + error.message());
       }
       end();

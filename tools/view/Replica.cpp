@@ -1,7 +1,9 @@
 #include "Replica.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <cstring>
 #include <unordered_map>
 #include <utility>
 
@@ -12,9 +14,10 @@ namespace {
 constexpr int kCell = Frame::kCellWidth;
 constexpr int kRows = Frame::kTileRows;
 
+constexpr size_t kRawArea = 400;  // a glyph: a page draws it at once
+
 // Pieces are no larger than this, in pixels: several are encoded at a time, and a page can show the
 // first while the next comes.
-constexpr size_t kRawArea = 416;  // a glyph: drawn at once
 constexpr int kMaxArea = 256 * 1024;
 // Of a picture that is new: beyond it, it comes lossy first.
 constexpr size_t kLossyFirst = 64 * 1024;
@@ -22,13 +25,37 @@ constexpr size_t kLossyFirst = 64 * 1024;
 constexpr size_t kRestBudget = 384 * 1024;
 // Fewer tiles of another kind between two are taken along.
 constexpr int kShortRun = 8;
+constexpr size_t kFilmColours = 20;
 // Rows that make a copy worth looking for.
 constexpr int kMinCopyRows = 48;
+// Rows that are taken together, and how many such places must agree.
+constexpr size_t kWindow = 24;
+constexpr int kMinVotes = 4;
+constexpr uint64_t kFactor = 0x9e3779b97f4a7c15;
 // Work beyond this is shared with other threads.
 constexpr size_t kManyPixels = 96 * 1024;
 
 size_t areaOf(const Rect& rect) {
   return static_cast<size_t>(rect.width()) * static_cast<size_t>(rect.height());
+}
+
+// Smooth parts of a film have few colours, too, but more than what is drawn mostly has.
+bool mayBeFilm(const Pixels& pixels) {
+  std::array<uint32_t, kFilmColours> colours{};
+  size_t count = 0;
+  for (int y = 0; y < pixels.height; y += 2) {
+    const uint8_t* row = pixels.row(y);
+    for (int x = 0; x < pixels.width; ++x) {
+      uint32_t colour;
+      std::memcpy(&colour, row + static_cast<size_t>(x) * 4, sizeof colour);
+      colour &= 0xffffff;
+      const auto end = colours.begin() + static_cast<ptrdiff_t>(count);
+      if (std::find(colours.begin(), end, colour) != end) continue;
+      if (count == colours.size()) return true;
+      colours[count++] = colour;
+    }
+  }
+  return false;
 }
 
 std::vector<uint8_t> copyFrom(int x, int y) {
@@ -57,7 +84,12 @@ void Replica::changed(const Rect& area) {
   for (int row = top; row < bottom; ++row) {
     for (int column = left; column < right; ++column) dirty_[tileIndex(column, row)] = 1;
   }
-  if (left < right && top < bottom) anyDirty_ = true;
+  if (left >= right || top >= bottom) return;
+  anyDirty_ = true;
+  changedArea_ = changedArea_.isEmpty()
+                     ? area
+                     : Rect{std::min(changedArea_.x1, area.x1), std::min(changedArea_.y1, area.y1),
+                            std::max(changedArea_.x2, area.x2), std::max(changedArea_.y2, area.y2)};
 }
 
 bool Replica::isBehind(int64_t nowMs) const {
@@ -78,33 +110,64 @@ int Replica::msUntilRest(int64_t nowMs) const {
   return static_cast<int>(next);
 }
 
-Rect Replica::pixels(const Group& group) const {
-  return {group.left * kCell, group.top, std::min(group.right * kCell, frame_.width()),
-          group.bottom};
+Rect Replica::rectOf(const Group& group) const {
+  Rect rect{group.left * kCell, group.top, std::min(group.right * kCell, frame_.width()),
+            group.bottom};
+  if (!group.whole) {
+    rect.x1 = std::max(rect.x1, changedArea_.x1);
+    rect.x2 = std::min(rect.x2, changedArea_.x2);
+  }
+  return rect;
 }
 
-// The distance that most rows of these columns have moved by: a row that is unlike all others tells
-// where it was.
-std::optional<int> Replica::findShift(const std::vector<int>& columns) const {
+// The distance that most of these columns' rows have moved by. Single rows of text look alike, so
+// that each is taken together with those below it: one that is unlike all others tells where it
+// was.
+std::optional<int> Replica::findShift(int first, int last) const {
+  const int height = frame_.height();
+  if (height <= static_cast<int>(kWindow)) return std::nullopt;
+  const auto mix = [](uint64_t sum, uint64_t value) {
+    return sum * kFactor + (value ^ value >> 29);
+  };
+  std::vector<uint64_t> was(static_cast<size_t>(height)), is(was.size());
+  for (int y = 0; y < height; ++y) {
+    uint64_t before = 0, now = 0;
+    for (int column = first; column < last; ++column) {
+      before = mix(before, have_[frame_.index(column, y)] & ~uint64_t{1});
+      now = mix(now, frame_.hash(column, y));
+    }
+    was[static_cast<size_t>(y)] = before;
+    is[static_cast<size_t>(y)] = now;
+  }
+  uint64_t power = 1;
+  for (size_t i = 0; i < kWindow; ++i) power *= kFactor;
+  const auto join = [power, mix](std::vector<uint64_t>& rows) {
+    std::vector<uint64_t> windows;
+    uint64_t sum = 0;
+    for (size_t y = 0; y < rows.size(); ++y) {
+      const uint64_t gone = y < kWindow ? 0 : rows[y - kWindow];
+      sum = mix(sum, rows[y]) - (y < kWindow ? 0 : (gone ^ gone >> 29) * power);
+      if (y + 1 >= kWindow) windows.push_back(sum);
+    }
+    rows = std::move(windows);
+  };
+  join(was);
+  join(is);
+
+  std::unordered_map<uint64_t, int> places;
+  for (size_t y = 0; y < was.size(); ++y) {
+    const auto [known, isNew] = places.try_emplace(was[y], static_cast<int>(y));
+    if (!isNew) known->second = -1;
+  }
   std::unordered_map<int, int> votes;
-  std::unordered_map<uint64_t, int> rows;
-  for (const int column : columns) {
-    rows.clear();
-    for (int y = 0; y < frame_.height(); ++y) {
-      const uint64_t hash = have_[frame_.index(column, y)] & ~uint64_t{1};
-      if (hash == 0) continue;
-      const auto [known, isNew] = rows.try_emplace(hash, y);
-      if (!isNew) known->second = -1;
-    }
-    for (int y = 0; y < frame_.height(); ++y) {
-      if (!differs(column, y)) continue;
-      const auto found = rows.find(frame_.hash(column, y));
-      if (found != rows.end() && found->second >= 0) ++votes[found->second - y];
-    }
+  for (size_t y = 0; y < is.size(); ++y) {
+    if (is[y] == was[y]) continue;
+    const auto found = places.find(is[y]);
+    if (found != places.end() && found->second >= 0) ++votes[found->second - static_cast<int>(y)];
   }
   const auto best = std::max_element(
-      votes.begin(), votes.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
-  if (best == votes.end() || best->second < 4) return std::nullopt;
+      votes.begin(), votes.end(), [](const auto& x, const auto& y) { return x.second < y.second; });
+  if (best == votes.end() || best->second < kMinVotes || best->first == 0) return std::nullopt;
   return best->first;
 }
 
@@ -114,11 +177,13 @@ bool Replica::copyColumns(int first, int last, int shift, std::vector<Piece>& pi
   // From the first to the last row that has come from there.
   int top = height, bottom = 0;
   for (int y = std::max(0, -shift); y < height - std::max(0, shift); ++y) {
-    int came = 0;
+    int other = 0, came = 0;
     for (int column = first; column < last; ++column) {
-      if (differs(column, y) && old(column, y + shift) == frame_.hash(column, y)) ++came;
+      if (!differs(column, y)) continue;
+      ++other;
+      if (old(column, y + shift) == frame_.hash(column, y)) ++came;
     }
-    if (came * 2 <= last - first) continue;
+    if (came == 0 || came * 2 < other) continue;
     top = std::min(top, y);
     bottom = y + 1;
   }
@@ -141,7 +206,7 @@ bool Replica::copyColumns(int first, int last, int shift, std::vector<Piece>& pi
   } else {
     for (int y = bottom - 1; y >= top; --y) move(y);
   }
-  const Rect rect = pixels({Kind::kNone, first, last, top, bottom, 0});
+  const Rect rect = rectOf({Kind::kNone, first, last, top, bottom, 0, true});
   changed(rect);
   if (anyLossy_) {
     for (int row = top / kRows; row <= (bottom - 1) / kRows; ++row) {
@@ -169,14 +234,10 @@ void Replica::findCopies(std::vector<Piece>& pieces) {
     }
     int last = first;
     while (last < columns_ && tall[static_cast<size_t>(last)]) ++last;
-    std::vector<int> samples;
-    for (int part = 1; part <= 3; ++part) {
-      const int column = first + (last - first) * part / 4;
-      if (samples.empty() || samples.back() != column) samples.push_back(column);
-    }
-    if (const std::optional<int> shift = findShift(samples); shift && *shift != 0) {
-      // At the sides of what was scrolled something else may stand.
-      if (!copyColumns(first, last, *shift, pieces)) {
+    // At the sides of what was scrolled something else may stand.
+    const int side = last - first > 2 ? 1 : 0;
+    if (const std::optional<int> shift = findShift(first + side, last - side)) {
+      if (!copyColumns(first, last, *shift, pieces) && side > 0) {
         copyColumns(first + 1, last - 1, *shift, pieces);
       }
     }
@@ -184,9 +245,9 @@ void Replica::findCopies(std::vector<Piece>& pieces) {
   }
 }
 
-void Replica::findNeeds(int64_t nowMs) {
+void Replica::findNeeds(bool copied, int64_t nowMs) {
   size_t pictures = 0, rested = 0;
-  bool dirtyLeft = false, lossyLeft = false;
+  bool lossyLeft = false;
   std::vector<uint8_t> scratch;
   for (int row = 0; row < tileRows_; ++row) {
     const int top = row * kRows;
@@ -219,6 +280,7 @@ void Replica::findNeeds(int64_t nowMs) {
       lossy_[index] = stays;
       lossyLeft = lossyLeft || stays;
       if (need.bottom == 0) continue;
+      need.whole = rests || copied;
       const int x = column * kCell;
       const Pixels pixels =
           pixelsOf(frame_.framebuffer(),
@@ -231,7 +293,9 @@ void Replica::findNeeds(int64_t nowMs) {
           break;
         }
         case Content::kFewColours:
-          need.kind = Kind::kFew;
+          need.kind = !rests && frame_.keepsChanging(column, top, nowMs) && mayBeFilm(pixels)
+                          ? Kind::kLossy
+                          : Kind::kFew;
           break;
         case Content::kManyColours: {
           const size_t area =
@@ -261,7 +325,7 @@ void Replica::findNeeds(int64_t nowMs) {
       if (need.kind == Kind::kMany) need.kind = Kind::kLossy;
     }
   }
-  anyDirty_ = dirtyLeft;
+  anyDirty_ = false;
   anyLossy_ = lossyLeft;
 }
 
@@ -299,7 +363,7 @@ void Replica::joinRow(int tileRow, bool lossy, std::vector<Group>& open, std::ve
       ++column;
       continue;
     }
-    Group group{need.kind, column, column, frame_.height(), 0, need.colour};
+    Group group{need.kind, column, column, frame_.height(), 0, need.colour, false};
     while (column < columns_) {
       Need& each = needs_[tileIndex(column, tileRow)];
       if (each.kind != group.kind) break;
@@ -308,6 +372,7 @@ void Replica::joinRow(int tileRow, bool lossy, std::vector<Group>& open, std::ve
       if (each.bottom > 0) {  // a bridged one may have nothing of its own
         group.top = std::min(group.top, each.top);
         group.bottom = std::max(group.bottom, each.bottom);
+        group.whole = group.whole || each.whole;
       }
       ++column;
     }
@@ -328,6 +393,7 @@ void Replica::joinRow(int tileRow, bool lossy, std::vector<Group>& open, std::ve
       group.left = left;
       group.right = right;
       group.top = above.top;
+      group.whole = group.whole || above.whole;
       above.bottom = -1;  // goes on in this one
       break;
     }
@@ -368,11 +434,12 @@ std::vector<Piece> Replica::next(Workers& workers, int quality, bool moving, int
   std::vector<Piece> pieces;
   if (anyDirty_) findCopies(pieces);
   const size_t copies = pieces.size();
-  findNeeds(nowMs);
+  findNeeds(copies > 0, nowMs);
   smooth();
   size_t work = 0;
   for (const Group& each : group()) {
-    const Rect rect = pixels(each);
+    const Rect rect = rectOf(each);
+    if (rect.isEmpty()) continue;
     const Encoding encoding = each.kind == Kind::kSolid   ? Encoding::kSolid
                               : each.kind == Kind::kLossy ? Encoding::kJpeg
                               : areaOf(rect) <= kRawArea  ? Encoding::kRaw
@@ -380,6 +447,7 @@ std::vector<Piece> Replica::next(Workers& workers, int quality, bool moving, int
     if (encoding != Encoding::kSolid) work += areaOf(rect);
     pieces.push_back({rect, encoding, {}});
   }
+  changedArea_ = {};
   workers.run(pieces.size() - copies, work > kManyPixels, [&](size_t i) {
     Piece& piece = pieces[copies + i];
     std::vector<uint8_t> scratch;

@@ -36,12 +36,14 @@ class Replica {
     Kind kind = Kind::kNone;
     int top = 0, bottom = 0;
     uint32_t colour = 0;  // of a solid one
+    bool whole = false;   // may differ beyond what the agent says has changed
   };
   struct Group {
     Kind kind;
     int left, right;  // columns
     int top, bottom;  // pixels
     uint32_t colour;
+    bool whole;
   };
 
   size_t tileIndex(int column, int tileRow) const {
@@ -51,13 +53,13 @@ class Replica {
   bool differs(int column, int y) const {
     return (have_[frame_.index(column, y)] & ~uint64_t{1}) != frame_.hash(column, y);
   }
-  Rect pixels(const Group& group) const;
+  Rect rectOf(const Group& group) const;
 
   void findCopies(std::vector<Piece>& pieces);
-  std::optional<int> findShift(const std::vector<int>& columns) const;
+  std::optional<int> findShift(int first, int last) const;
   bool copyColumns(int first, int last, int shift, std::vector<Piece>& pieces);
 
-  void findNeeds(int64_t nowMs);
+  void findNeeds(bool copied, int64_t nowMs);
   void smooth();
   std::vector<Group> group();
   void joinRow(int tileRow, bool lossy, std::vector<Group>& open, std::vector<Group>& done);
@@ -69,6 +71,7 @@ class Replica {
   std::vector<uint8_t> dirty_, lossy_;  // of tiles
   std::vector<Need> needs_;
   bool anyDirty_ = false, anyLossy_ = false;
+  Rect changedArea_;  // around all that has changed since the last frame
 };
 
 }  // namespace view

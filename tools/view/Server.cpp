@@ -4,7 +4,9 @@
 #include <unistd.h>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/v6_only.hpp>
+#include <chrono>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 #include "Connection.h"
@@ -18,6 +20,7 @@ using boost::system::error_code;
 namespace {
 
 constexpr int kMaxConnections = 128;
+constexpr std::chrono::milliseconds kPause{200};
 
 std::runtime_error failure(const std::string& what, const error_code& error) {
   return std::runtime_error(what + ": " + error.message());
@@ -31,7 +34,8 @@ Server::Server(asio::io_context& loop, const Options& options, Admit admit)
       admit_(std::move(admit)),
       secrets_(options.tokenFile),
       tcp_(loop),
-      local_(loop) {
+      local_(loop),
+      pause_(loop) {
   if (options.usesTls()) {
     tls_.emplace(asio::ssl::context::tls_server);
     tls_->set_options(asio::ssl::context::default_workarounds | asio::ssl::context::no_sslv2 |
@@ -106,13 +110,19 @@ template <typename Acceptor>
 void Server::accept(Acceptor& acceptor) {
   acceptor.async_accept([this, &acceptor](error_code error, auto socket) {
     if (error == asio::error::operation_aborted) return;
-    if (!error) {
-      if constexpr (std::is_same_v<Acceptor, asio::ip::tcp::acceptor>) {
-        error_code ignored;
-        socket.set_option(asio::ip::tcp::no_delay(true), ignored);
-      }
-      serve(std::move(socket));
+    if (error) {
+      // No descriptors are left, say: until some are.
+      pause_.expires_after(kPause);
+      pause_.async_wait([this, &acceptor](error_code cancelled) {
+        if (!cancelled) accept(acceptor);
+      });
+      return;
     }
+    if constexpr (std::is_same_v<Acceptor, asio::ip::tcp::acceptor>) {
+      error_code ignored;
+      socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    }
+    serve(std::move(socket));
     accept(acceptor);
   });
 }

@@ -5,6 +5,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/ssl/context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -45,6 +46,7 @@ class Server {
   std::optional<boost::asio::ssl::context> tls_;
   boost::asio::ip::tcp::acceptor tcp_;
   boost::asio::local::stream_protocol::acceptor local_;
+  boost::asio::steady_timer pause_;
   std::string base_;
   const std::shared_ptr<int> connections_ = std::make_shared<int>(0);
 };

@@ -22,7 +22,11 @@ constexpr size_t kMaxUndrawn = 2;
 constexpr size_t kBehindBytes = 256 << 10;
 constexpr size_t kSlowBytes = 1 << 20;
 constexpr size_t kMessageBytes = 512 << 10;
-constexpr int kQuality = 75;
+
+// Of JPEG. What rests comes without loss soon after, so that a film may look like a film.
+constexpr int kLeastQuality = 35, kFirstQuality = 65, kMostQuality = 85;
+constexpr double kLeastBytesPerPixel = 0.11, kMostBytesPerPixel = 0.15;
+constexpr double kFewPixels = 16384;  // too few to tell, for their headers
 
 constexpr double kMessagesPerSecond = 2000, kMessageBurst = 4000;
 constexpr double kBytesPerSecond = 2 << 20, kByteBurst = 8 << 20;
@@ -88,6 +92,7 @@ Viewer::Viewer(Desktop& desktop, Channel& channel, bool viewOnly)
     : desktop_(&desktop),
       channel_(channel),
       viewOnly_(viewOnly),
+      quality_(kFirstQuality),
       messageCredit_(kMessageBurst),
       byteCredit_(kByteBurst),
       creditMs_(nowMs()) {}
@@ -141,7 +146,7 @@ void Viewer::handle(const std::string& type, const json& message) {
   constexpr int64_t kMax32 = INT32_MAX;
   if (type == "drawn") {
     const auto number = static_cast<uint32_t>(integer(message, "frame", 0, UINT32_MAX));
-    while (!undrawn_.empty() && static_cast<int32_t>(number - undrawn_.front().number) >= 0) {
+    while (!undrawn_.empty() && static_cast<int32_t>(number - undrawn_.front()) >= 0) {
       undrawn_.pop_front();
     }
   } else if (type == "key") {
@@ -226,16 +231,32 @@ bool Viewer::isReady() const {
          !rejected_;
 }
 
+void Viewer::adaptQuality(const std::vector<Piece>& pieces) {
+  double bytes = 0, pixels = 0;
+  for (const Piece& piece : pieces) {
+    if (piece.encoding != Encoding::kJpeg) continue;
+    bytes += static_cast<double>(piece.data.size());
+    pixels += static_cast<double>(piece.rect.width()) * piece.rect.height();
+  }
+  if (pixels < kFewPixels) return;
+  if (bytes > kMostBytesPerPixel * pixels) {
+    quality_ = std::max(quality_ - 4, kLeastQuality);
+  } else if (bytes < kLeastBytesPerPixel * pixels) {
+    quality_ = std::min(quality_ + 1, kMostQuality);
+  }
+}
+
 int Viewer::msUntilRest(int64_t now) const {
   return isReady() ? replica_->msUntilRest(now) : -1;
 }
 
 void Viewer::sendFrame(Workers& workers, bool moving, int64_t now) {
   if (!isReady() || !replica_->isBehind(now)) return;
-  const std::vector<Piece> pieces = replica_->next(workers, kQuality, moving, now);
+  const std::vector<Piece> pieces = replica_->next(workers, quality_, moving, now);
   if (pieces.empty()) return;
+  adaptQuality(pieces);
   ++frameNumber_;
-  undrawn_.push_back({frameNumber_, now});
+  undrawn_.push_back(frameNumber_);
   for (size_t first = 0; first < pieces.size();) {
     std::vector<uint8_t> message(16);
     size_t last = first;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "Channel.h"
 #include "Guest.h"
@@ -49,13 +50,10 @@ class Viewer : public Guest {
   void tellStatistics(const std::string& mode);
 
  private:
-  struct Sent {
-    uint32_t number;
-    int64_t ms;
-  };
-
   // Whether the page keeps within the rate that pages keep within.
   bool isTooFast(size_t bytes);
+  // Pictures that change are to take no more than so many bytes a pixel.
+  void adaptQuality(const std::vector<Piece>& pieces);
   void reject(uint16_t code, const std::string& why);
   void handle(const std::string& type, const nlohmann::json& message);
   void key(const nlohmann::json& message);
@@ -74,7 +72,8 @@ class Viewer : public Guest {
 
   std::optional<Replica> replica_;
   uint32_t frameNumber_ = 0;
-  std::deque<Sent> undrawn_;
+  std::deque<uint32_t> undrawn_;
+  int quality_;
   std::map<std::string, uint64_t> encodings_;
   uint64_t bytes_ = 0, bytesTold_ = 0;
 

@@ -141,8 +141,9 @@ void XServer::start() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) < 0) throw std::runtime_error("no pipe");
   const std::string screen = std::to_string(width_) + "x" + std::to_string(height_) + "x24";
+  // The abstract socket, too: left free, another server there would be taken for this one.
   server_ = launch({"Xvfb", "-displayfd", std::to_string(kNumberFd), "-screen", "0", screen,
-                    "-nolisten", "tcp", "-nolisten", "local", "-noreset", "-auth", authority_},
+                    "-nolisten", "tcp", "-noreset", "-auth", authority_},
                    {}, ends[1]);
   close(ends[1]);
   numberText_.consume(numberText_.size());
