@@ -7,8 +7,8 @@
 
 namespace tx {
 
-// Tells when the pointer is used after a rest: by a pointing device, by XTEST, or when another client
-// warps it. An alarm on the time since the last use, which the SYNC extension counts.
+// Tells when the pointer is used after a rest: by a pointing device, by XTEST, or when another
+// client warps it. An alarm on the time since the last use, which the SYNC extension counts.
 class PointerAlarm : private TXEventHandler {
  public:
   class Callback {
@@ -26,8 +26,8 @@ class PointerAlarm : private TXEventHandler {
   PointerAlarm(const PointerAlarm&) = delete;
   PointerAlarm& operator=(const PointerAlarm&) = delete;
 
-  // Tells of uses after a rest of more than restMs from now on. Does nothing where the X server does
-  // not count the time.
+  // Tells of uses after a rest of more than restMs from now on. Does nothing where the X server
+  // does not count the time.
   void start(int restMs);
   void stop();
   // Whether the pointer has rested so long by now that its next use will be told. One round trip.
