@@ -192,6 +192,8 @@ class Wire(unittest.TestCase):
                     # Of one who is still writing, the connection's end can overtake the code.
                     codes = (code, 1006, None) if code == 1009 else (code,)
                     self.assertIn(await closed_with(socket), codes, message[:80])
+                    while len(self.view.log().splitlines()) == lines:
+                        await asyncio.sleep(0.01)
                     self.assertEqual(len(self.view.log().splitlines()), lines + 1, message[:80])
                 # Too much at a time.
                 socket = await client.desktop()
