@@ -5,6 +5,7 @@ Status 0 when all is right, 77 when python3-aiohttp, python3-pil or Xvfb is not 
 """
 
 import asyncio
+import contextlib
 import io
 import json
 import os
@@ -186,13 +187,19 @@ class Wire(unittest.TestCase):
                     if isinstance(message, bytes):
                         await socket.send_bytes(message)
                     else:
-                        await socket.send_str(message)
-                    self.assertEqual(await closed_with(socket), code, message[:80])
+                        with contextlib.suppress(OSError):
+                            await socket.send_str(message)
+                    # Of one who is still writing, the connection's end can overtake the code.
+                    codes = (code, 1006, None) if code == 1009 else (code,)
+                    self.assertIn(await closed_with(socket), codes, message[:80])
+                    while len(self.view.log().splitlines()) == lines:
+                        await asyncio.sleep(0.01)
                     self.assertEqual(len(self.view.log().splitlines()), lines + 1, message[:80])
                 # Too much at a time.
                 socket = await client.desktop()
-                for _ in range(6000):
-                    await socket.send_str('{"t":"pointer","x":1,"y":1,"buttons":0}')
+                with contextlib.suppress(OSError):  # it may be closed before all is sent
+                    for _ in range(6000):
+                        await socket.send_str('{"t":"pointer","x":1,"y":1,"buttons":0}')
                 self.assertEqual(await closed_with(socket), 1008)
                 # What is out of the picture, or early, is no fault.
                 await good.send_str('{"t":"pointer","x":-5,"y":100000,"buttons":0}')
@@ -313,7 +320,8 @@ class Program(unittest.TestCase):
             path, token = folder + "/view.sock", folder + "/token"
             tokens = []
             for round in range(2):
-                view = View("--listen", "unix:" + path, "--token-file", token)
+                view = View("--listen", "unix:" + path, "--token-file", token,
+                            env={**os.environ, "XDG_RUNTIME_DIR": folder})
                 tokens.append(view.token)
                 self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o660)
                 self.assertEqual(stat.S_IMODE(os.stat(token).st_mode), 0o600)
