@@ -127,6 +127,7 @@ def main():
         programs = {path.name.removeprefix("bench-"): path for path in
                     sorted(pathlib.Path(directory).resolve().glob("bench-*"))}
         programs.pop("paths", None)  # for counts
+        programs.pop("view-draw", None)  # draws for measure.py
         for what, program in programs.items():
             # The name of a program leaves the others out; other texts may be in any.
             if arguments.filter in programs and arguments.filter != what:
