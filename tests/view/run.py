@@ -4,6 +4,7 @@
 Status 0 when all is right, 1 when something is wrong, 77 when there is no browser.
 """
 
+import pathlib
 import shutil
 import sys
 import unittest
@@ -35,8 +36,9 @@ import stage  # noqa: E402
 try:
     program = unittest.main(
         module=None, exit=False,
-        argv=[sys.argv[0], "discover", "-s", sys.path[0], "-p", "*_test.py", *sys.argv[1:]])
+        argv=[sys.argv[0], "discover", "-s", str(pathlib.Path(__file__).parent), "-p", "*_test.py",
+              *sys.argv[1:]])
 finally:
     if stage.Setting.browser:
         stage.Setting.browser.close()
-sys.exit(not program.result.wasSuccessful())
+sys.exit(not (program.result.wasSuccessful() and program.result.testsRun))
