@@ -20,8 +20,8 @@ plat::IntParameter updateBatchDelay("UpdateBatchDelay",
 
 void UpdateScheduler::changed() {
   // A batch that would be ready within the period is waited for to the period's end at once.
-  if (!batchTimer_.isRunning())
-    batchTimer_.start(std::max(updateBatchDelay.value(), pauseLeftMs()));
+  if (batchTimer_.isRunning()) return;
+  batchTimer_.start(std::max(updateBatchDelay.value(), pauseLeftMs()));
 }
 
 int UpdateScheduler::pauseLeftMs() const {

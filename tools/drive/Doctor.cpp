@@ -241,9 +241,10 @@ void doctor(const SessionOptions& options, bool asJson) {
                 advice.c_str());
   }
   if (asJson) printJsonLine(list);
-  if (wrong > 0)
+  if (wrong > 0) {
     throw Failure(wrong == 1 ? std::string("one thing is wrong")
                              : plat::format("%d things are wrong", wrong));
+  }
 }
 
 }  // namespace drive

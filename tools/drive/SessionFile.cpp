@@ -52,8 +52,9 @@ void redactMessage(std::vector<uint8_t>& frames) {
   const std::string_view name = nameOfMessage(payload);
   const size_t body = 1 + name.size();
   if (name == "keyEvent") {
-    for (size_t i = 0; i < 4 && body + i < payload.size(); ++i)
+    for (size_t i = 0; i < 4 && body + i < payload.size(); ++i) {
       payload[body + i] = i == 3 ? 'x' : 0;
+    }
   } else if (name == "clientCutText" || name == "serverCutText") {
     cross(payload, body + 4);
   } else if (name == "logMsg" && payload.size() > body + 4) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "rdr/FileInStream.h"
@@ -44,7 +45,7 @@ class MessageCutter {
   // The next complete message, as its frames; empty when there is none.
   std::vector<uint8_t> take();
   // What is left.
-  std::vector<uint8_t> takeRest() { return std::move(held_); }
+  std::vector<uint8_t> takeRest() { return std::exchange(held_, {}); }
 
  private:
   std::vector<uint8_t> held_;
