@@ -100,8 +100,8 @@ PictureFormat pictureFormatOf(const std::string& file) {
   throw Failure(file + ": this ruvodrive was built without the library for this format");
 }
 
-std::vector<uint8_t> encodePicture(PictureFormat format, const uint8_t* rgba, int width, int height,
-                                   bool withAlpha) {
+std::vector<uint8_t> encodePicture([[maybe_unused]] PictureFormat format, const uint8_t* rgba,
+                                   int width, int height, bool withAlpha) {
 #ifdef RUVO_WEBP
   if (format == PictureFormat::kWebp) return encodeWebp(rgba, width, height, withAlpha);
 #endif
