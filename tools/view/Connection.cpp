@@ -172,8 +172,12 @@ class Connection final : public Channel, public std::enable_shared_from_this<Con
 
   void messageRead(error_code error) {
     if (error) {
-      const bool isFault = error.category() == make_error_code(websocket::error::closed).category();
-      if (isFault && error != websocket::error::closed && !closing_) {
+      // One who sends too much may be cut off before the reason has reached it.
+      const bool isFault =
+          error == asio::error::connection_reset ||
+          (error != websocket::error::closed &&
+           error.category() == make_error_code(websocket::error::closed).category());
+      if (isFault && !closing_) {
         log("closed a page: " + error.message());
       }
       end();

@@ -1,5 +1,6 @@
 #include "Server.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <boost/asio/ip/address.hpp>
@@ -21,6 +22,12 @@ namespace {
 
 constexpr int kMaxConnections = 128;
 constexpr std::chrono::milliseconds kPause{200};
+
+// The programs that are started must not keep a socket open.
+template <typename Socket>
+void keepToOurselves(Socket& socket) {
+  fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+}
 
 std::runtime_error failure(const std::string& what, const error_code& error) {
   return std::runtime_error(what + ": " + error.message());
@@ -65,6 +72,7 @@ std::string Server::listenTcp() {
   if (error) throw std::runtime_error("'" + options_.address + "' is not an IP address");
   const asio::ip::tcp::endpoint endpoint(address, options_.port);
   tcp_.open(endpoint.protocol(), error);
+  if (!error) keepToOurselves(tcp_);
   if (!error) tcp_.set_option(asio::socket_base::reuse_address(true), error);
   if (!error && address.is_v6()) tcp_.set_option(asio::ip::v6_only(true), error);
   if (!error) tcp_.bind(endpoint, error);
@@ -84,6 +92,7 @@ std::string Server::listenLocal() {
   const std::string& path = options_.socketPath;
   error_code error;
   local_.open(asio::local::stream_protocol(), error);
+  if (!error) keepToOurselves(local_);
   if (path.size() > 107) throw std::runtime_error("the path of the socket is too long: " + path);
   // One that a killed predecessor has left, which nobody answers.
   asio::local::stream_protocol::socket probe(loop_);
@@ -129,6 +138,7 @@ void Server::accept(Acceptor& acceptor) {
 
 void Server::serve(asio::generic::stream_protocol::socket socket) {
   if (*connections_ >= kMaxConnections) return;
+  keepToOurselves(socket);
   serveConnection(std::move(socket), tls_ ? &*tls_ : nullptr, *site_, admit_, connections_);
 }
 
