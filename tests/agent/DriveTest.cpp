@@ -132,9 +132,14 @@ TEST_F(DriveTest, ShowsAndMeasuresTheDesktop) {
 
   const std::string figures =
       run({"watch", "--json", "--quiet", "--no-log", "--draw", "--for", "3"});
-  const size_t draws = figures.find("\"drawToUpdateMs\":{\"p50\":");
-  ASSERT_NE(draws, std::string::npos) << figures;
-  EXPECT_GT(std::atof(figures.c_str() + draws + 25), 0);
+  // Of any second: the first can be over before an update has come.
+  const std::string draws = "\"drawToUpdateMs\":{\"p50\":";
+  double most = 0;
+  for (size_t at = 0; (at = figures.find(draws, at)) != std::string::npos;) {
+    at += draws.size();
+    most = std::max(most, std::atof(figures.c_str() + at));
+  }
+  EXPECT_GT(most, 0) << figures;
 
   const std::string findings = run({"--param", "UpdatePeriod=30", "doctor"});
   EXPECT_NE(findings.find("complete (Damage test: any 1 all 1"), std::string::npos) << findings;
