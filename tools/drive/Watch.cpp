@@ -19,9 +19,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What is drawn into, and how often at most (seconds).
+// What is drawn into, how often at most, and when it is drawn again if no update tells of it
+// (seconds).
 const rfb::Rect kDrawn(0, 0, 8, 8);
 constexpr double kDrawPeriod = 0.06;
+constexpr double kDrawnInVain = 0.5;
 
 double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
@@ -129,9 +131,10 @@ class Watcher : public host::Transcript {
     requested_ = Clock::now();
   }
 
-  // Draws, unless what was drawn before has not been seen yet.
+  // Draws, unless what was drawn before may still be seen: what comes before the agent begins to
+  // watch the screen is in its first picture.
   void draw(XClient& client) {
-    if (drawing_) return;
+    if (drawing_ && secondsSince(drawn_) < kDrawnInVain) return;
     drawing_ = true;
     white_ = !white_;
     drawn_ = Clock::now();
