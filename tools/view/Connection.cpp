@@ -231,8 +231,6 @@ class Connection final : public Channel, public std::enable_shared_from_this<Con
       write();
     } else if (closing_) {
       sendClose();
-    } else if (guest_) {
-      guest_->drained();
     }
   }
 

@@ -24,7 +24,7 @@
 namespace view {
 
 // The desktop: an agent on it, which is started again when it has gone, and the pages that see it.
-class Desktop : public ruvohost::Listener {
+class Desktop : public ruvohost::Listener, public Viewer::Callback {
  public:
   enum class State { kStarting, kLive, kNoAgent, kNoDisplay };
 
@@ -48,16 +48,16 @@ class Desktop : public ruvohost::Listener {
   // Tells the pages that the server ends, and ends the agent.
   void end();
 
-  // Of the pages.
-  void left(Viewer& viewer);
-  void key(uint32_t symbol, bool down);
-  void pointer(const Viewer& from, int32_t x, int32_t y, uint32_t buttons);
-  void offerText(const std::string& utf8);
-  void resize(Viewer& viewer, uint32_t width, uint32_t height);
-  void selectMonitors(Viewer& viewer, const std::string& numbers);
-  void logLevelsChanged();
-
  private:
+  // Viewer::Callback
+  void left(Viewer& viewer) override;
+  void key(uint32_t symbol, bool down) override;
+  void pointer(const Viewer& from, int32_t x, int32_t y, uint32_t buttons) override;
+  void offerText(const std::string& utf8) override;
+  void resize(Viewer& viewer, uint32_t width, uint32_t height) override;
+  void selectMonitors(Viewer& viewer, const std::string& numbers) override;
+  void logLevelsChanged() override;
+  // ruvohost::Listener
   void framebufferChanged(const ruvohost::Framebuffer& framebuffer) override;
   void coloursChanged(const ruvohost::Framebuffer& framebuffer) override;
   void updated(const ruvohost::Update& update) override;

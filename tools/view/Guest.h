@@ -15,8 +15,6 @@ class Guest {
   virtual ~Guest() = default;
 
   virtual void received(const std::string& text) = 0;
-  // All that was queued has gone to the socket.
-  virtual void drained() = 0;
 };
 
 // Somebody who wants to see the desktop. The channel outlives the guest.

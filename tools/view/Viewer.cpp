@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "Clock.h"
-#include "Desktop.h"
 #include "Log.h"
 
 namespace view {
@@ -88,7 +87,7 @@ const char* nameOf(Encoding encoding) {
 
 }  // namespace
 
-Viewer::Viewer(Desktop& desktop, Channel& channel, bool viewOnly)
+Viewer::Viewer(Callback& desktop, Channel& channel, bool viewOnly)
     : desktop_(&desktop),
       channel_(channel),
       viewOnly_(viewOnly),

@@ -16,19 +16,31 @@
 
 namespace view {
 
-class Desktop;
-
 // One page: what it asks for, and what it is shown, at its own pace.
 class Viewer : public Guest {
  public:
+  // Takes what a page asks of the desktop.
+  class Callback {
+   public:
+    virtual void left(Viewer& viewer) = 0;
+    virtual void key(uint32_t symbol, bool down) = 0;
+    virtual void pointer(const Viewer& from, int32_t x, int32_t y, uint32_t buttons) = 0;
+    virtual void offerText(const std::string& utf8) = 0;
+    virtual void resize(Viewer& viewer, uint32_t width, uint32_t height) = 0;
+    virtual void selectMonitors(Viewer& viewer, const std::string& numbers) = 0;
+    virtual void logLevelsChanged() = 0;
+
+   protected:
+    ~Callback() = default;
+  };
+
   // Neither is owned; the desktop may go first and then says so.
-  Viewer(Desktop& desktop, Channel& channel, bool viewOnly);
+  Viewer(Callback& desktop, Channel& channel, bool viewOnly);
   ~Viewer() override;
   Viewer(const Viewer&) = delete;
   Viewer& operator=(const Viewer&) = delete;
 
   void received(const std::string& text) override;
-  void drained() override {}
 
   // A JSON object for the page. One that can be done without is left out when the page is slow.
   void tell(const nlohmann::json& message, bool needed = true);
@@ -60,7 +72,7 @@ class Viewer : public Guest {
   void pointer(const nlohmann::json& message);
   void releaseAll();
 
-  Desktop* desktop_;
+  Callback* desktop_;
   Channel& channel_;
   const bool viewOnly_;
   bool rejected_ = false;
