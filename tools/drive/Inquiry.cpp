@@ -19,7 +19,7 @@ std::string descriptionOf(const ruvohost::Parameter& parameter) {
 }
 
 void listParameters(const SessionOptions& options, bool asJson) {
-  const std::string agent = options.agent.empty() ? defaultAgent() : options.agent;
+  const std::string agent = agentOf(options);
   Json list = Json::array();
   for (const ruvohost::Parameter& p : ruvohost::parametersOf(agent)) {
     if (asJson) {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Session.h"
+#include "Failure.h"
 #include "host/ColourTable.h"
 #include "plat/Exception.h"
 #include "rdr/FileOutStream.h"

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Session.h"
+#include "Failure.h"
 #ifdef RUVO_JPEG
 #include <jpeglib.h>
 #endif

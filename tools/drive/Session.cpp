@@ -5,15 +5,14 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstdio>
 
 #include "JsonOutput.h"
 #include "Terminal.h"
 #include "plat/Exception.h"
-#include "plat/Files.h"
 #include "plat/NoCase.h"
 #include "rdr/Exceptions.h"
+#include "ruvohost/Launch.h"
 #include "ruvohost/Parameters.h"
 
 namespace drive {
@@ -207,9 +206,13 @@ std::unique_ptr<SessionRecorder> makeRecorder(const SessionOptions& options) {
   }
 }
 
+std::string agentOf(const SessionOptions& options) {
+  return options.agent.empty() ? ruvohost::findAgent() : options.agent;
+}
+
 host::LaunchOptions launchOptions(const SessionOptions& options) {
   host::LaunchOptions launch;
-  launch.agent = options.agent.empty() ? defaultAgent() : options.agent;
+  launch.agent = agentOf(options);
   launch.mode = options.mode;
   launch.display = options.display;
   for (const std::string& parameter : options.parameters) {
@@ -221,28 +224,15 @@ host::LaunchOptions launchOptions(const SessionOptions& options) {
 
 std::string wrongParameter(const SessionOptions& options) {
   if (options.parameters.empty()) return {};
-  const std::vector<ruvohost::Parameter> known =
-      ruvohost::parametersOf(options.agent.empty() ? defaultAgent() : options.agent);
+  const std::vector<ruvohost::Parameter> known = ruvohost::parametersOf(agentOf(options));
   for (const std::string& text : options.parameters) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos) return "'" + text + "' is not Name=Value";
-    const ruvohost::Parameter* parameter = ruvohost::findParameter(known, text.substr(0, equals));
-    if (!parameter) return "there is no parameter '" + text.substr(0, equals) + "'";
-    if (std::string wrong = parameter->check(text.substr(equals + 1)); !wrong.empty()) return wrong;
+    std::string wrong =
+        ruvohost::checkParameter(known, text.substr(0, equals), text.substr(equals + 1));
+    if (!wrong.empty()) return wrong;
   }
   return {};
-}
-
-std::string defaultAgent() {
-  std::array<char, PATH_MAX> path{};
-  const ssize_t length = readlink("/proc/self/exe", path.data(), path.size() - 1);
-  if (length > 0) {
-    std::string own(path.data(), static_cast<size_t>(length));
-    const std::string beside = own.substr(0, own.rfind('/') + 1) + "ruvoagent";
-    if (access(beside.c_str(), X_OK) == 0) return beside;
-  }
-  const std::string found = plat::findProgram("ruvoagent");
-  return found.empty() ? "ruvoagent" : found;
 }
 
 }  // namespace drive

@@ -2,10 +2,10 @@
 
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "Failure.h"
 #include "SessionRecorder.h"
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
@@ -14,16 +14,10 @@
 
 namespace drive {
 
-// What ends the program with status 1 and one line.
-class Failure : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 struct SessionOptions {
   std::string display;
   std::string mode = "user";
-  std::string agent;                    // empty: defaultAgent()
+  std::string agent;                    // empty: the one beside this program
   std::vector<std::string> parameters;  // Name=Value
   std::string monitors;                 // which to capture; empty: all
   RecordingOptions recording;
@@ -87,7 +81,7 @@ std::string wrongParameter(const SessionOptions& options);
 // Throws Failure.
 std::unique_ptr<SessionRecorder> makeRecorder(const SessionOptions& options);
 
-// The agent that stands beside this program, else the one on PATH.
-std::string defaultAgent();
+// The program to start.
+std::string agentOf(const SessionOptions& options);
 
 }  // namespace drive

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "Failure.h"
 #include "Picture.h"
-#include "Session.h"
 #include "plat/Exception.h"
 
 namespace drive {

@@ -1,11 +1,9 @@
 #include <signal.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <chrono>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -19,6 +17,7 @@
 #include "Options.h"
 #include "Server.h"
 #include "XServer.h"
+#include "ruvohost/Launch.h"
 #include "ruvohost/Parameters.h"
 
 namespace {
@@ -28,18 +27,6 @@ constexpr int kMaxSize = 16384;
 constexpr std::chrono::milliseconds kFarewell{500};
 
 void ignoreSignal(int) {}
-
-// Beside this program, else on PATH.
-std::string defaultAgent() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  if (length > 0) {
-    std::string beside(path, static_cast<size_t>(length));
-    beside.replace(beside.rfind('/') + 1, std::string::npos, "ruvoagent");
-    if (access(beside.c_str(), X_OK) == 0) return beside;
-  }
-  return "ruvoagent";
-}
 
 std::string parseSize(const std::string& text, view::Options& options) {
   char rest = 0;
@@ -84,9 +71,8 @@ std::string wrongParameter(const view::Options& options) {
   if (options.parameters.empty()) return {};
   const auto known = ruvohost::parametersOf(options.agent);
   for (const auto& [name, value] : options.parameters) {
-    const ruvohost::Parameter* parameter = ruvohost::findParameter(known, name);
-    if (!parameter) return "there is no parameter '" + name + "'";
-    if (std::string wrong = parameter->check(value); !wrong.empty()) return wrong;
+    if (std::string wrong = ruvohost::checkParameter(known, name, value); !wrong.empty())
+      return wrong;
   }
   return {};
 }
@@ -145,7 +131,7 @@ void parse(CLI::App& app, int argc, char** argv, view::Options& options) {
       throw CLI::ValidationError("--listen", "beyond this machine only with --cert and --key");
     }
     while (!options.origin.empty() && options.origin.back() == '/') options.origin.pop_back();
-    if (options.agent.empty()) options.agent = defaultAgent();
+    if (options.agent.empty()) options.agent = ruvohost::findAgent();
     if (const std::string wrong = wrongParameter(options); !wrong.empty()) {
       throw CLI::ValidationError("--param", wrong);
     }

@@ -101,6 +101,12 @@ std::vector<Parameter> parametersOf(const std::string& agent) {
   }
 }
 
+std::string checkParameter(const std::vector<Parameter>& parameters, std::string_view name,
+                           std::string_view value) {
+  const Parameter* const parameter = findParameter(parameters, name);
+  return parameter ? parameter->check(value) : "there is no parameter '" + std::string(name) + "'";
+}
+
 const Parameter* findParameter(const std::vector<Parameter>& parameters, std::string_view name) {
   const auto it = std::find_if(parameters.begin(), parameters.end(),
                                [&](const Parameter& p) { return plat::equalNoCase(p.name, name); });

@@ -37,4 +37,7 @@ struct Launch {
   bool reuseKeys = true;
 };
 
+// The agent that stands beside the running program, else the one on PATH.
+std::string findAgent();
+
 }  // namespace ruvohost

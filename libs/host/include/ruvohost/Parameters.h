@@ -26,6 +26,10 @@ struct Parameter {
 // Runs the agent's program to ask for its parameters, which it prints without a display. Throws
 // Error when it can't.
 std::vector<Parameter> parametersOf(const std::string& agent);
+// What is wrong with giving a parameter this value, also that there is none of this name; empty
+// when nothing is.
+std::string checkParameter(const std::vector<Parameter>& parameters, std::string_view name,
+                           std::string_view value);
 // Null when there is none of this name, upper and lower case alike.
 const Parameter* findParameter(const std::vector<Parameter>& parameters, std::string_view name);
 
