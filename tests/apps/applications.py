@@ -26,6 +26,7 @@ class Application:
     reports = False  # F8 and F9 work, see editors/
     copy, cut, paste = "Control_L+c", "Control_L+x", "Control_L+v"
     quick = False  # part of the short run
+    large = "1 MB", 1 << 20  # the size of a large text
     cannot = ()  # functions of cases.py that make no sense here
     notes = ()  # why, and what the application does by itself
     known = {}  # what in a case goes wrong by the application's own doing
@@ -263,15 +264,20 @@ class Emacs(Application):
     packages = ("emacs-lucid",)
     reports = True
     cannot = ("shortcuts", "drag_text")
-    notes = ("keys are sequences with prefixes, and text is not dragged by default.",)
+    large = "128 KB", 1 << 17
+    notes = ("keys are sequences with prefixes, and text is not dragged by default; of texts, 128 KB"
+             "\n  instead of 1 MB, which it does not take from `xclip` either.",)
     SETUP = """(progn
       (setq inhibit-startup-screen t select-active-regions t mouse-drag-and-drop-region nil)
       (delete-selection-mode 1)
       (switch-to-buffer "text")
       (dolist (key '(("\\C-a" mark-whole-buffer) ("\\C-c" kill-ring-save) ("\\C-v" yank)
                      ("\\C-x" kill-region) ([home] beginning-of-line) ([end] end-of-line)
-                     ([C-home] beginning-of-buffer)))
+                     ([C-home] beginning-of-buffer) ([backspace] erase)))
         (global-set-key (car key) (cadr key)))
+      (defun erase () (interactive)  ; an error would drop the keys that wait
+        (if (use-region-p) (delete-region (region-beginning) (region-end))
+          (unless (bobp) (delete-char -1))))
       (defun place (offset)
         (let ((at (posn-x-y (posn-at-point offset))) (edges (window-inside-absolute-pixel-edges)))
           (list (+ (or (car at) 0) (nth 0 edges)) (+ (or (cdr at) 0) (nth 1 edges) 8))))

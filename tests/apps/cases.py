@@ -39,7 +39,7 @@ class Bench:
 
     def __init__(self, desktop, agent, application, short):
         self.desktop, self.agent, self.application, self.short = desktop, agent, application, short
-        self.sizes = ("1 KB", 1000), (("128 KB", 1 << 17) if short else ("1 MB", 1 << 20))
+        self.sizes = ("1 KB", 1000), (("128 KB", 1 << 17) if short else application.large)
 
     def typed(self, text, per_second=0):
         """Types into the empty application; what went wrong."""
