@@ -1,8 +1,12 @@
-// Files of the configuration directories.
+// Files of the configuration directories, by themselves and where they lie.
+
+#include <stdlib.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <string_view>
 
 #include "plat/Utf8.h"
@@ -13,15 +17,41 @@
 #include "plat/config/ParameterAlias.h"
 #include "plat/config/StringParameter.h"
 
+namespace {
+
+// A scope with one file; gone with the process.
+class Scope {
+ public:
+  Scope() {
+    if (!mkdtemp(path_)) abort();
+    std::filesystem::create_directory(std::string(path_) + "/config.d");
+    std::filesystem::create_directory(std::string(path_) + "/config.d/common.custom");
+  }
+  ~Scope() { std::filesystem::remove_all(path_); }
+
+  void write(std::string_view content) const {
+    std::ofstream(std::string(path_) + "/config.d/common", std::ios::binary) << content;
+  }
+  const char* path() const { return path_; }
+
+ private:
+  char path_[32] = "/tmp/fuzz-config.XXXXXX";
+};
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   plat::Configuration config("Fuzz");
   plat::BoolParameter flag("f", "", false, false, nullptr, &config);
   plat::IntParameter number("n", "", 5, -9, 9, false, "noPolicy", &config);
   plat::StringParameter text("t", "", "", false, nullptr, &config);
   plat::ParameterAlias both("both", {"f", "t"}, &config);
+  const std::string_view content(reinterpret_cast<const char*>(data), size);
+  static const Scope scope;
+  scope.write(content);
+  nbutil::ConfigStoreFile({"", scope.path(), "/dev/null"}).load(config);
   for (const int priority : {10, 30}) {
-    nbutil::ConfigStoreFile::apply({reinterpret_cast<const char*>(data), size}, "fuzz", priority,
-                                   config);
+    nbutil::ConfigStoreFile::apply(content, "fuzz", priority, config);
   }
   if (number.hasValueAt(30) || !plat::isValidUtf8(text.value().view())) abort();
   return 0;

@@ -36,15 +36,18 @@ void readAndWrite(rdr::MemInStream& in) {
 }
 
 void readFormat(rdr::MemInStream& in) {
-  rfb::PixelFormat format;
-  format.read(in);
+  const rfb::PixelFormat format = rfb::PixelFormat::read(in);
   rdr::MemOutStream out;
   format.write(out);
   rdr::MemInStream again(out.data(), out.size());
-  rfb::PixelFormat copy;
-  copy.read(again);
-  check(copy == format && out.size() == 16);
+  check(rfb::PixelFormat::read(again) == format && out.size() == 16);
   check(format.str().size() < 200);
+  check(!format.is888() || format.bpp == 32 || format.bpp == 24);
+  if (const auto bytes = format.byteChannels()) {
+    for (const int byte : {bytes->red, bytes->green, bytes->blue}) {
+      check(byte >= 0 && byte < format.bytesPerPixel());
+    }
+  }
 }
 
 }  // namespace
