@@ -101,8 +101,10 @@ void latency(const std::string& agent, const std::string& display) {
   Subject subject(agent, display, "");
   const std::vector<double> all = latencies(painter, subject, 60);
   std::printf(
-      "draw to fbUpdate      median %.2f ms, 95 %% %.2f ms (of it the batch delay of 1 ms)\n",
-      median(all), percentile(all, 0.95));
+      "draw to fbUpdate      median %.2f ms, 95 %% %.2f ms, 99 %% %.2f ms (of it the batch delay "
+      "of 1 "
+      "ms)\n",
+      median(all), percentile(all, 0.95), percentile(all, 0.99));
 }
 
 struct Calls {

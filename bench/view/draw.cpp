@@ -1,6 +1,6 @@
 // Draws on a screen at a steady rate, for measurements of those who watch it: bench-view-draw
-// DISPLAY WORKLOAD PER-SECOND SECONDS. Prints the CLOCK_MONOTONIC nanoseconds of each drawing, once
-// the X server has done it.
+// DISPLAY WORKLOAD PER-SECOND SECONDS. Prints the CLOCK_MONOTONIC nanoseconds at which each drawing
+// begins, once the X server has done it.
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -151,12 +151,13 @@ int main(int argc, char** argv) {
     const int64_t due = begin + static_cast<int64_t>(step / rate * 1e9);
     const timespec at{due / 1000000000, due % 1000000000};
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr);
+    const int64_t start = nowNs();
     if (workload == "dab") screen.dab(step);
     if (workload == "typing") screen.glyph(step);
     if (workload == "scrolling") screen.scroll(step);
     if (workload == "video") screen.video(step);
     screen.sync();
-    std::printf("%lld\n", static_cast<long long>(nowNs()));
+    std::printf("%lld\n", static_cast<long long>(start));
     std::fflush(stdout);
   }
   const int64_t end = begin + static_cast<int64_t>(seconds * 1e9);

@@ -209,6 +209,29 @@ class Wire(unittest.TestCase):
         asyncio.run(run())
 
 
+    def test_sizes_that_are_offered(self):
+        async def until(socket, condition):
+            while True:
+                message = await socket.receive(WAIT)
+                self.assertIn(message.type, (aiohttp.WSMsgType.TEXT, aiohttp.WSMsgType.BINARY))
+                told = json.loads(message.data) if message.type == aiohttp.WSMsgType.TEXT else {}
+                if told.get("t") == "modes" and condition(told["current"], told["modes"]):
+                    return told["modes"]
+
+        async def run():
+            async with Client(self.view) as client:
+                await client.enter(self.view.token)
+                socket = await client.desktop()
+                sizes = await until(socket, lambda current, _: current == [320, 240])
+                for size in ([320, 240], [1280, 720], [3840, 2160]):
+                    self.assertIn(size, sizes)
+                # The X server has no room for it.
+                await socket.send_json({"t": "resize", "width": 3840, "height": 2160})
+                sizes = await until(socket, lambda _, offered: [3840, 2160] not in offered)
+                self.assertIn([1280, 720], sizes)
+        asyncio.run(run())
+
+
 class Picture:
     """The canvas of a page, drawn as the protocol says."""
 
@@ -254,10 +277,64 @@ class Pixels(unittest.TestCase):
         done
         seq -f "and line %%g" 3000; touch %s; sleep 1000"""
 
-    def test_after_rest_each_page_shows_the_desktop_exactly(self):
+    # Small and large areas beside each other that change at once, over what moves and what rests.
+    MOSAIC = """
+import ctypes, pathlib, random, sys, time
+X = ctypes.CDLL("libX11.so.6")
+X.XOpenDisplay.restype = X.XDefaultRootWindow.restype = X.XCreateGC.restype = ctypes.c_void_p
+display = ctypes.c_void_p(X.XOpenDisplay(None))
+root = ctypes.c_ulong(X.XDefaultRootWindow(display))
+gc = ctypes.c_void_p(X.XCreateGC(display, root, 0, None))
+chance = random.Random(1)
+
+def fill(x, y, width, height, colour=None):
+    X.XSetForeground(display, gc, ctypes.c_ulong(chance.randrange(1 << 24) if colour is None else colour))
+    X.XFillRectangle(display, root, gc, x, y, width, height)
+
+def show():
+    X.XFlush(display)
+    time.sleep(0.04)
+
+def film(left, top, right, bottom):
+    for x in range(left, right, 4):
+        for y in range(top, bottom, 4):
+            fill(x, y, 4, 4)
+
+film(300, 20, 700, 340)
+show()
+time.sleep(0.5)
+for step in range(40):
+    # Two in one cell; in one row of tiles two of a colour, of which one is lower.
+    x, y = 32 * chance.randrange(3, 17), 20 + 7 * step
+    fill(x + 2, y, 3, 3)
+    fill(x + 15, y, 3, 3)
+    x, y = 32 * chance.randrange(3, 8), 32 + 16 * (step % 16)
+    fill(2 * x, y + 5, 32, 3, 0xffffff)
+    fill(2 * x + 32, y, 32, 16, 0xffffff)
+    show()
+    # A small part of what is shown lossy beside it.
+    x, y = 45 + 7 * step, 400 + step
+    for _ in range(3):
+        film(x, y, x + 100, y + 48)
+        show()
+    fill(x + 6, y + 9, 3, 3)
+    show()
+    time.sleep(chance.choice([0, 0.3]))
+pathlib.Path(sys.argv[1]).touch()
+time.sleep(1000)"""
+
+    def test_after_rest_each_page_shows_scrolled_text_exactly(self):
+        fast = self.assert_exact(lambda done: ["xterm", "-geometry", "90x40+40+20", "-e",
+                                               self.SCRIPT % done])
+        self.assertIn(1, fast.encodings, "scrolled text should come as copies")
+
+    def test_after_rest_each_page_shows_a_mosaic_exactly(self):
+        fast = self.assert_exact(lambda done: [sys.executable, "-c", self.MOSAIC, done])
+        self.assertIn(2, fast.encodings, "a film should come lossy")
+
+    def assert_exact(self, command):
         with tempfile.TemporaryDirectory() as folder, View(
-                "--", "xterm", "-geometry", "90x40+40+20", "-e", self.SCRIPT % (folder + "/done"),
-                arguments=("--new", "800x600")) as view:
+                "--", *command(folder + "/done"), arguments=("--new", "800x600")) as view:
             fast, slow = Picture(), Picture()
 
             async def page(client, picture, seconds):
@@ -296,7 +373,7 @@ class Pixels(unittest.TestCase):
             for picture in (fast, slow):
                 wrong = ImageChops.difference(picture.image, real).getbbox()
                 self.assertIsNone(wrong, f"{picture.encodings}")
-            self.assertIn(1, fast.encodings, "scrolled text should come as copies")
+            return fast
 
 
 class Program(unittest.TestCase):

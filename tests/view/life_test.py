@@ -43,6 +43,10 @@ class Life(unittest.TestCase):
             window.states = [];
             new MutationObserver(note).observe(body, {attributeFilter: ["data-state"]});""")
 
+        page.run("""socket.onmessage({data: '{"t":"state","state":"capture-broken","text":"why"}'})""")
+        self.assertEqual(page.status(), "Capture is broken: polling (why)")
+        self.assertTrue(page.run("return document.querySelector('#notice').hidden"))
+
         def said():
             return " ".join(page.run("return states.splice(0)"))
 

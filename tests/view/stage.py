@@ -34,6 +34,7 @@ const clocks = new Map();
 window.WebSocket = class extends WebSocket {
   constructor(...options) {
     super(...options);
+    window.socket = this;
     this.addEventListener("message", ({data}) => {
       if (typeof data === "string") return;
       const view = new DataView(data);

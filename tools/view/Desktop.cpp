@@ -28,6 +28,8 @@ const char* nameOf(Desktop::State state) {
   switch (state) {
     case Desktop::State::kLive:
       return "live";
+    case Desktop::State::kCaptureBroken:
+      return "capture-broken";
     case Desktop::State::kNoDisplay:
       return "no-display";
     case Desktop::State::kStarting:
@@ -78,6 +80,7 @@ void Desktop::setDisplay(const std::string& display,
   dropAgent();
   display_ = display;
   environment_ = environment;
+  sizes_ = {};
   retryMs_ = kFirstRetryMs;
   if (display_.empty()) {
     setState(State::kNoDisplay, "the X server has gone");
@@ -128,6 +131,7 @@ void Desktop::dropAgent() {
   agent_.reset();
   requested_ = false;
   lost_ = false;
+  captureBroken_ = false;
 }
 
 void Desktop::tryAgain(std::function<void()> what) {
@@ -145,6 +149,14 @@ void Desktop::setState(State state, const std::string& text) {
   stateText_ = text;
   if (state != State::kLive || !wasStarting) log(text);
   tellAll(stateMessage());
+}
+
+void Desktop::setShown() {
+  if (captureBroken_) {
+    setState(State::kCaptureBroken, "the X server reports changes incompletely");
+  } else {
+    setState(State::kLive, "the desktop is there");
+  }
 }
 
 json Desktop::stateMessage() const {
@@ -167,6 +179,7 @@ std::unique_ptr<Guest> Desktop::admit(Channel& channel, Secrets::Access access) 
   if (agent_) {
     viewer->tell(cursorMessage());
     viewer->tell(monitorsMessage());
+    viewer->tell(modesMessage());
     if (!text_.empty() && !viewer->isViewOnly()) {
       viewer->tell({{"t", "clipboard"}, {"text", text_}});
     }
@@ -263,7 +276,14 @@ ruvohost::Agent::Answer Desktop::answerFor(Viewer& viewer, const std::string& wh
 }
 
 void Desktop::resize(Viewer& viewer, uint32_t width, uint32_t height) {
-  if (isLive()) agent_->resize(width, height, answerFor(viewer, "resize"));
+  if (!isLive()) return;
+  const auto tell = answerFor(viewer, "resize");
+  agent_->resize(width, height, [this, tell, width, height](const ruvohost::Outcome& outcome) {
+    tell(outcome);
+    if (outcome.result != ruvohost::Outcome::Result::kRefused) return;
+    sizes_.refuses({width, height});
+    tellAll(modesMessage());
+  });
 }
 
 void Desktop::selectMonitors(Viewer& viewer, const std::string& numbers) {
@@ -286,9 +306,12 @@ void Desktop::framebufferChanged(const ruvohost::Framebuffer& framebuffer) {
   frame_ = std::make_unique<Frame>(framebuffer);
   for (Viewer* viewer : viewers_) viewer->setFrame(frame_.get());
   retryMs_ = kFirstRetryMs;
-  const bool wasLive = state_ == State::kLive;
-  setState(State::kLive, "the desktop is there");
-  if (wasLive) return;
+  sizes_.has(
+      {static_cast<uint32_t>(framebuffer.width()), static_cast<uint32_t>(framebuffer.height())});
+  tellAll(modesMessage());
+  const bool wasShown = isShown();
+  setShown();
+  if (wasShown) return;
   if (wantedWidth_ > 0 &&
       (framebuffer.width() != wantedWidth_ || framebuffer.height() != wantedHeight_)) {
     agent_->resize(static_cast<uint32_t>(wantedWidth_), static_cast<uint32_t>(wantedHeight_),
@@ -326,7 +349,7 @@ void Desktop::updated(const ruvohost::Update& update) {
     statistics_.async_wait([this](error_code error) {
       if (error) return;
       statisticsSet_ = false;
-      for (Viewer* viewer : viewers_) viewer->tellStatistics(mode_);
+      for (Viewer* viewer : viewers_) viewer->tellStatistics(captureBroken_ ? "polling" : "damage");
     });
   }
 }
@@ -396,7 +419,24 @@ void Desktop::monitorsChanged(const ruvohost::Monitors& monitors) {
 }
 
 void Desktop::captureBroken(bool broken) {
-  mode_ = broken ? "polling" : "damage";
+  captureBroken_ = broken;
+  if (isShown()) setShown();
+}
+
+json Desktop::modesMessage() const {
+  json current = json::array();
+  if (frame_) current = {frame_->width(), frame_->height()};
+  return {{"t", "modes"}, {"modes", sizes_.offered()}, {"current", current}};
+}
+
+void Desktop::displaySizesSupported(bool supported) {
+  sizes_.setSupported(supported);
+  tellAll(modesMessage());
+}
+
+void Desktop::displaySizesChanged() {
+  sizes_.forgetRefusals();
+  tellAll(modesMessage());
 }
 
 void Desktop::desktopFailed(const std::string& text) {

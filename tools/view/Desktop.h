@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "AgentWatch.h"
+#include "DisplaySizes.h"
 #include "Frame.h"
 #include "Guest.h"
 #include "Options.h"
@@ -26,7 +27,7 @@ namespace view {
 // The desktop: an agent on it, which is started again when it has gone, and the pages that see it.
 class Desktop : public ruvohost::Listener, public Viewer::Callback {
  public:
-  enum class State { kStarting, kLive, kNoAgent, kNoDisplay };
+  enum class State { kStarting, kLive, kCaptureBroken, kNoAgent, kNoDisplay };
 
   Desktop(boost::asio::io_context& loop, const Options& options);
   ~Desktop() override;
@@ -67,6 +68,8 @@ class Desktop : public ruvohost::Listener, public Viewer::Callback {
   void textCopied(const std::string& utf8) override;
   void monitorsChanged(const ruvohost::Monitors& monitors) override;
   void captureBroken(bool broken) override;
+  void displaySizesSupported(bool supported) override;
+  void displaySizesChanged() override;
   void desktopFailed(const std::string& text) override;
   void refused(const ruvohost::Refusal& refusal) override;
   void logged(const ruvohost::LogLine& line) override;
@@ -76,9 +79,12 @@ class Desktop : public ruvohost::Listener, public Viewer::Callback {
   void dropAgent();
   void tryAgain(std::function<void()> what);
   void setState(State state, const std::string& text);
+  bool isShown() const { return state_ == State::kLive || state_ == State::kCaptureBroken; }
+  void setShown();
   nlohmann::json stateMessage() const;
   nlohmann::json cursorMessage() const;
   nlohmann::json monitorsMessage() const;
+  nlohmann::json modesMessage() const;
   void tellAll(const nlohmann::json& message, bool needed = true);
   ruvohost::Agent::Answer answerFor(Viewer& viewer, const std::string& what);
   bool isLive() const { return agent_ && agent_->isConnected() && frame_; }
@@ -102,7 +108,9 @@ class Desktop : public ruvohost::Listener, public Viewer::Callback {
   bool requested_ = false;
   ruvohost::Cursor cursor_;
   ruvohost::Monitors monitors_;
-  std::string mode_ = "damage", text_;
+  DisplaySizes sizes_;
+  bool captureBroken_ = false;
+  std::string text_;
   const Viewer* pointing_ = nullptr;
   int64_t pointedMs_ = 0;
 

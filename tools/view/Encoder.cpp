@@ -57,17 +57,6 @@ class ColourSet {
   size_t count_ = 0;
 };
 
-bool isSolid(const Pixels& pixels) {
-  const uint32_t colour = pixelAt(pixels.data);
-  for (int y = 0; y < pixels.height; ++y) {
-    const uint8_t* row = pixels.row(y);
-    for (int x = 0; x < pixels.width; ++x) {
-      if (pixelAt(row + static_cast<size_t>(x) * 4) != colour) return false;
-    }
-  }
-  return true;
-}
-
 void appendBytes(png_structp png, png_bytep bytes, size_t length) {
   auto& data = *static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
   data.insert(data.end(), bytes, bytes + length);
@@ -157,7 +146,19 @@ std::vector<uint8_t> encodePalette(const Pixels& pixels) {
 
 }  // namespace
 
+bool isSolid(const Pixels& pixels) {
+  const uint32_t colour = pixelAt(pixels.data);
+  for (int y = 0; y < pixels.height; ++y) {
+    const uint8_t* row = pixels.row(y);
+    for (int x = 0; x < pixels.width; ++x) {
+      if (pixelAt(row + static_cast<size_t>(x) * 4) != colour) return false;
+    }
+  }
+  return true;
+}
+
 Content contentOf(const Pixels& pixels) {
+  if (isSolid(pixels)) return Content::kSolid;
   ColourSet<kFewColours> colours;
   uint32_t last = 0xffffffff;
   for (int y = 0; y < pixels.height; y += 2) {
@@ -169,7 +170,7 @@ Content contentOf(const Pixels& pixels) {
       last = colour;
     }
   }
-  return colours.count() == 1 && isSolid(pixels) ? Content::kSolid : Content::kFewColours;
+  return Content::kFewColours;
 }
 
 std::vector<uint8_t> encodeSolid(const Pixels& pixels) {
@@ -213,16 +214,16 @@ std::vector<uint8_t> encodeJpeg(const Pixels& pixels, int quality) {
   // Making one costs as much as a small picture.
   thread_local const std::unique_ptr<void, Destroy> compressor(tjInitCompress());
   if (!compressor) throw std::runtime_error("libjpeg-turbo: no memory");
-  std::vector<uint8_t> data(tjBufSize(pixels.width, pixels.height, TJSAMP_420));
-  unsigned char* target = data.data();
-  unsigned long size = data.size();  // NOLINT(google-runtime-int)
+  thread_local std::vector<uint8_t> room;
+  room.resize(std::max(room.size(), tjBufSize(pixels.width, pixels.height, TJSAMP_420)));
+  unsigned char* target = room.data();
+  unsigned long size = room.size();  // NOLINT(google-runtime-int)
   if (tjCompress2(compressor.get(), pixels.data, pixels.width, static_cast<int>(pixels.stride),
                   pixels.height, pixels.order == Pixels::Order::kBgr ? TJPF_BGRX : TJPF_RGBX,
                   &target, &size, TJSAMP_420, quality, TJFLAG_NOREALLOC | TJFLAG_FASTDCT) != 0) {
     throw std::runtime_error(std::string("libjpeg-turbo: ") + tjGetErrorStr2(compressor.get()));
   }
-  data.resize(size);
-  return data;
+  return {room.begin(), room.begin() + static_cast<ptrdiff_t>(size)};
 }
 
 }  // namespace view

@@ -24,7 +24,8 @@ enum class Content : uint8_t {
   kManyColours,  // pictures, films
 };
 
-// Looks at each second row only, unless the area might be solid.
+bool isSolid(const Pixels& pixels);
+// Looks at each second row only, unless the area is solid.
 Content contentOf(const Pixels& pixels);
 
 std::vector<uint8_t> encodeSolid(const Pixels& pixels);

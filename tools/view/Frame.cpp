@@ -50,10 +50,14 @@ bool Frame::changed(const Rect& area, int64_t nowMs) {
       const uint64_t hash =
           hashOf(row + static_cast<size_t>(x - left) * 4, std::min(kCellWidth, width() - x));
       uint64_t& known = hashes_[index(column, y)];
-      if (hash == known) continue;
+      Tile& tile = tiles_[tileIndex(column, y)];
+      if (hash == known) {
+        // Of two areas in one cell, the first has brought the cell's new hash.
+        any = any || tile.lastMs == nowMs;
+        continue;
+      }
       known = hash;
       any = true;
-      Tile& tile = tiles_[tileIndex(column, y)];
       if (tile.lastMs != nowMs) {
         tile.beforeMs = tile.lastMs;
         tile.lastMs = nowMs;

@@ -263,11 +263,13 @@ void Replica::findNeeds(bool copied, int64_t nowMs) {
         lossyLeft = true;
         continue;
       }
-      bool stays = false;
+      bool stays = false, wasLossy = false, isUnknown = false;
       for (int y = top; y < bottom; ++y) {
         const uint64_t have = have_[frame_.index(column, y)];
         const uint64_t wanted = frame_.hash(column, y);
+        wasLossy = wasLossy || (have & 1);
         if (have == wanted) continue;
+        isUnknown = isUnknown || have == 0;
         const bool lossy = have == (wanted | 1);
         if (lossy && !rests) {
           stays = true;
@@ -280,12 +282,14 @@ void Replica::findNeeds(bool copied, int64_t nowMs) {
       lossy_[index] = stays;
       lossyLeft = lossyLeft || stays;
       if (need.bottom == 0) continue;
-      need.whole = rests || copied;
+      need.whole = rests || copied || isUnknown;
+      const bool moves = !rests && frame_.keepsChanging(column, top, nowMs);
       const int x = column * kCell;
       const Pixels pixels =
           pixelsOf(frame_.framebuffer(),
                    {x, need.top, std::min(x + kCell, frame_.width()), need.bottom}, scratch);
-      switch (contentOf(pixels)) {
+      // What was a film stays one as long as it moves, without another look at its colours.
+      switch (moves && wasLossy && !isSolid(pixels) ? Content::kManyColours : contentOf(pixels)) {
         case Content::kSolid: {
           need.kind = Kind::kSolid;
           const std::vector<uint8_t> colour = encodeSolid(pixels);
@@ -293,9 +297,7 @@ void Replica::findNeeds(bool copied, int64_t nowMs) {
           break;
         }
         case Content::kFewColours:
-          need.kind = !rests && frame_.keepsChanging(column, top, nowMs) && mayBeFilm(pixels)
-                          ? Kind::kLossy
-                          : Kind::kFew;
+          need.kind = moves && mayBeFilm(pixels) ? Kind::kLossy : Kind::kFew;
           break;
         case Content::kManyColours: {
           const size_t area =
@@ -309,7 +311,7 @@ void Replica::findNeeds(bool copied, int64_t nowMs) {
             }
             rested += area;
             need.kind = Kind::kMany;
-          } else if (frame_.keepsChanging(column, top, nowMs)) {
+          } else if (moves) {
             need.kind = Kind::kLossy;
           } else {
             pictures += area;
@@ -367,7 +369,10 @@ void Replica::joinRow(int tileRow, bool lossy, std::vector<Group>& open, std::ve
     while (column < columns_) {
       Need& each = needs_[tileIndex(column, tileRow)];
       if (each.kind != group.kind) break;
-      if (each.kind == Kind::kSolid && each.colour != group.colour) break;
+      if (each.kind == Kind::kSolid &&
+          (each.colour != need.colour || each.top != need.top || each.bottom != need.bottom)) {
+        break;  // its other rows are not solid
+      }
       if ((column - group.left) * kCell * kRows >= kMaxArea) break;
       if (each.bottom > 0) {  // a bridged one may have nothing of its own
         group.top = std::min(group.top, each.top);
@@ -416,17 +421,25 @@ std::vector<Replica::Group> Replica::group() {
 
 void Replica::markSent(const Rect& rect, bool lossy, bool moving) {
   const int left = rect.x1 / kCell, right = (rect.x2 + kCell - 1) / kCell;
-  for (int y = rect.y1; y < rect.y2; ++y) {
-    for (int column = left; column < right; ++column) {
+  for (int column = left; column < right; ++column) {
+    const bool isWhole =
+        rect.x1 <= column * kCell && rect.x2 >= std::min((column + 1) * kCell, frame_.width());
+    for (int y = rect.y1; y < rect.y2; ++y) {
+      uint64_t& have = have_[frame_.index(column, y)];
       const uint64_t hash = frame_.hash(column, y);
-      const bool sure = !moving || frame_.hashNow(column, y) == hash;
-      have_[frame_.index(column, y)] = sure ? hash | (lossy ? 1 : 0) : 0;
+      const bool isSure = !moving || frame_.hashNow(column, y) == hash;
+      // Beside what was sent, the cell is as it was.
+      const bool staysLossy = !isWhole && (have & 1);
+      if (!isSure || (!isWhole && have == 0)) {
+        have = 0;
+      } else if (lossy || staysLossy) {
+        have = hash | 1;
+        lossy_[tileIndex(column, y / kRows)] = 1;
+        anyLossy_ = true;
+      } else {
+        have = hash;
+      }
     }
-  }
-  if (!lossy) return;
-  anyLossy_ = true;
-  for (int row = rect.y1 / kRows; row <= (rect.y2 - 1) / kRows; ++row) {
-    for (int column = left; column < right; ++column) lossy_[tileIndex(column, row)] = 1;
   }
 }
 

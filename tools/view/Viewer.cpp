@@ -15,8 +15,10 @@ namespace {
 
 using nlohmann::json;
 
-// Frames that a page may have got and not drawn: one is drawn while the next is under way.
+// Frames that a page may have got and not drawn: one is drawn while the next is under way, unless
+// each takes so long that this makes the picture old.
 constexpr size_t kMaxUndrawn = 2;
+constexpr int64_t kSlowFrameMs = 80;
 // Beyond these the socket is behind, and gets nothing more, or nothing that can be done without.
 constexpr size_t kBehindBytes = 256 << 10;
 constexpr size_t kSlowBytes = 1 << 20;
@@ -145,7 +147,8 @@ void Viewer::handle(const std::string& type, const json& message) {
   constexpr int64_t kMax32 = INT32_MAX;
   if (type == "drawn") {
     const auto number = static_cast<uint32_t>(integer(message, "frame", 0, UINT32_MAX));
-    while (!undrawn_.empty() && static_cast<int32_t>(number - undrawn_.front()) >= 0) {
+    while (!undrawn_.empty() && static_cast<int32_t>(number - undrawn_.front().frame) >= 0) {
+      isSlow_ = nowMs() - undrawn_.front().ms > kSlowFrameMs;
       undrawn_.pop_front();
     }
   } else if (type == "key") {
@@ -226,8 +229,8 @@ void Viewer::changed(const Rect& area) {
 }
 
 bool Viewer::isReady() const {
-  return replica_ && undrawn_.size() < kMaxUndrawn && channel_.queuedBytes() < kBehindBytes &&
-         !rejected_;
+  return replica_ && undrawn_.size() < (isSlow_ ? 1 : kMaxUndrawn) &&
+         channel_.queuedBytes() < kBehindBytes && !rejected_;
 }
 
 void Viewer::adaptQuality(const std::vector<Piece>& pieces) {
@@ -255,7 +258,7 @@ void Viewer::sendFrame(Workers& workers, bool moving, int64_t now) {
   if (pieces.empty()) return;
   adaptQuality(pieces);
   ++frameNumber_;
-  undrawn_.push_back(frameNumber_);
+  undrawn_.push_back({frameNumber_, now});
   for (size_t first = 0; first < pieces.size();) {
     std::vector<uint8_t> message(16);
     size_t last = first;

@@ -62,6 +62,11 @@ class Viewer : public Guest {
   void tellStatistics(const std::string& mode);
 
  private:
+  struct Sent {
+    uint32_t frame;
+    int64_t ms;
+  };
+
   // Whether the page keeps within the rate that pages keep within.
   bool isTooFast(size_t bytes);
   // Pictures that change are to take no more than so many bytes a pixel.
@@ -84,7 +89,8 @@ class Viewer : public Guest {
 
   std::optional<Replica> replica_;
   uint32_t frameNumber_ = 0;
-  std::deque<uint32_t> undrawn_;
+  std::deque<Sent> undrawn_;
+  bool isSlow_ = false;
   int quality_;
   std::map<std::string, uint64_t> encodings_;
   uint64_t bytes_ = 0, bytesTold_ = 0;

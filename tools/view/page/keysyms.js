@@ -19,7 +19,6 @@ const NAMED = {
   ...range("F", 1, 24, 0xffbe),
 };
 
-/** On the keypad. */
 const KEYPAD = {
   ...range("", 0, 9, 0xffb0),
   "*": 0xffaa, "+": 0xffab, "-": 0xffad, "/": 0xffaf, "=": 0xffbd, Enter: 0xff8d,

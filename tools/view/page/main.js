@@ -10,13 +10,12 @@ import { Screen } from "./Screen.js";
 import { Touch } from "./Touch.js";
 import { View } from "./View.js";
 
-const SIZES = [[800, 600], [1024, 768], [1280, 720], [1280, 800], [1600, 900], [1920, 1080]];
 const KEYS = ["Control+Alt+Delete", "Alt+Tab", "Alt+F4", "Meta", "Control+w", "Control+t", "Control+n",
-  "Control+Tab", "Escape", "Tab", "F11", "PrintScreen", "ContextMenu",
-  "Delete"];
+  "Control+Tab", "Escape", "Tab", "F11", "PrintScreen", "ContextMenu", "Delete"];
 const STATES = {
   connecting: "Connecting …",
   live: "Live",
+  "capture-broken": "Capture is broken: polling",
   "no-agent": "The agent is gone. It is being started again.",
   "no-display": "The display is gone. Waiting for it.",
 };
@@ -30,8 +29,9 @@ const on = (target, name, handler) => target.addEventListener(name, handler);
 const canvas = find("desktop");
 const field = find("keys");
 const { body } = document;
-const settings = { mode: "fit", follows: false, panel: false, level: 30, ...JSON.parse(localStorage.view ?? "{}") };
+const settings = { mode: "fit", panel: false, level: 30, ...JSON.parse(localStorage.view ?? "{}") };
 let isViewOnly = false;
+let sizes = [];
 
 const send = (message) => connection.send(message);
 const connection = new Connection({ connected, message, lost: show, binary: (data) => screen.update(data) });
@@ -62,8 +62,9 @@ function keep(changes) {
 /* What the server says. */
 
 function show(state, text = STATES[state]) {
-  const isLive = state === "live";
+  const isLive = ["live", "capture-broken"].includes(state);
   body.dataset.state = state;
+  body.classList.toggle("live", isLive);
   find("status").textContent = isLive && isViewOnly ? `${text} (view only)` : text;
   find("notice").hidden = isLive;
   find("notice-text").textContent = text;
@@ -96,12 +97,17 @@ const actions = {
   size: ({ width, height }) => screen.setSize(width, height),
   state({ state, text }) {
     show(state, state === "live" || !text ? STATES[state] : `${STATES[state]} (${text})`);
-    if (state === "live") setFollows(settings.follows);
   },
   cursor: (image) => cursor.set(image),
   cursorPos: ({ x, y }) => cursor.moveTo(x, y, true),
   clipboard: ({ text }) => clipboard.take(text),
   bell: () => find("bar").animate([{ backgroundColor: "var(--accent)" }, {}], 400),
+  modes({ modes }) {
+    sizes = modes;
+    find("sizes").hidden = !sizes[0];
+    showSizes();
+    setFollows(settings.follows);
+  },
   monitors: ({ list, selected }) => showMonitors(list, selected),
   log: (line) => panel.addLine(line),
   stats: (stats) => (panel.stats = stats),
@@ -168,7 +174,7 @@ on(find("retry"), "click", () => connection.retryNow());
 
 function showSizes() {
   const current = `${screen.width} × ${screen.height}`;
-  const texts = new Set([...SIZES.map((size) => size.join(" × ")), current]);
+  const texts = new Set([...sizes.map((size) => size.join(" × ")), current]);
   find("size").replaceChildren(...[...texts].map((text) => new Option(text)));
   find("size").value = current;
 }
@@ -181,7 +187,7 @@ on(find("size"), "change", ({ target }) => {
 
 function setFollows(follows) {
   keep({ follows });
-  view.follows = follows && !isViewOnly;
+  view.follows = follows && !isViewOnly && sizes[0];
 }
 
 find("follow").checked = settings.follows;
