@@ -30,11 +30,17 @@ void FdIo::setHandler(IoHandler* handler) {
   if (handler) FdManager::instance().requirePollable(fd());
   handler_ = handler;
   if (handler_) {
-    watchOutput();
+    watch();
   } else {
     timer_.stop();
     if (isRegistered()) FdManager::instance().unregister(*this);
   }
+}
+
+void FdIo::setWantsInput(bool wants) {
+  if (wantsInput_ == wants) return;
+  wantsInput_ = wants;
+  if (handler_) watch();
 }
 
 void FdIo::defer() {
@@ -101,7 +107,7 @@ void FdIo::deferredCall() {
 
 void FdIo::blockedChanged(rdr::FdOutStream&, bool blocked) {
   if (!handler_) return;
-  watchOutput();
+  watch();
   if (blocked) return;
   // Not from here: somebody may be writing.
   unblocked_ = true;
@@ -114,12 +120,12 @@ void FdIo::writeFailed(rdr::FdOutStream&, const plat::Exception& reason) {
 
 void FdIo::timerCallback(plat::Timer&) {
   writeReady();
-  if (handler_ && out_.isBlocked()) watchOutput();
+  if (handler_ && out_.isBlocked()) watch();
 }
 
-void FdIo::watchOutput() {
+void FdIo::watch() {
   const bool blocked = out_.isBlocked();
-  FdManager::instance().setWants(*this, true, blocked);
+  FdManager::instance().setWants(*this, wantsInput_, blocked);
   if (blocked) {
     const int64_t longest = std::numeric_limits<int>::max();
     timer_.start(static_cast<int>(std::min(out_.msUntilTimeout(), longest)));

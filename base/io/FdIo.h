@@ -33,6 +33,8 @@ class FdIo : public Io,
   rdr::FdInStream& inStream() override { return in_; }
   rdr::FdOutStream& outStream() override { return out_; }
   void setHandler(IoHandler* handler) override;
+  // Whether the handler is told of input (it is at first).
+  void setWantsInput(bool wants);
   void defer() override;
   void fail(const plat::Exception& reason) override;
   const plat::Exception* failure() const override { return failure_ ? &*failure_ : nullptr; }
@@ -48,14 +50,15 @@ class FdIo : public Io,
   void writeFailed(rdr::FdOutStream& out, const plat::Exception& reason) override;
   void timerCallback(plat::Timer& timer) override;
 
-  // Waits for room for pending output, or no longer does.
-  void watchOutput();
+  // Waits for input that is wanted, and for room for pending output.
+  void watch();
 
   rdr::FdInStream in_;
   rdr::FdOutStream out_;
   IoHandler* handler_ = nullptr;
   plat::Timer timer_;
   std::optional<plat::Exception> failure_;
+  bool wantsInput_ = true;
   bool deferred_ = false;
   bool unblocked_ = false;  // the handler is to be told
 };

@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "io/BeforeWait.h"
 #include "plat/Assert.h"
 
 namespace io {
@@ -50,6 +51,7 @@ FdManager::FdManager(bool nested) : timers_(nullptr, nested), previous_(thrInst)
 }
 
 FdManager::~FdManager() {
+  for (BeforeWait* due : beforeWait_) due->manager_ = nullptr;
   if (thrInst == this) thrInst = previous_;
 }
 
@@ -110,6 +112,7 @@ void FdManager::wake() {
 
 bool FdManager::process(int timeoutMs) {
   beginTurn();
+  runBeforeWait();
   const int untilNext = timers_.millisecondsUntilNext();
   if (untilNext >= 0 && (timeoutMs < 0 || timeoutMs > untilNext)) timeoutMs = untilNext;
   const bool woken = std::exchange(woken_, false);
@@ -127,6 +130,17 @@ void FdManager::beginTurn() {
   for (FdHandler* handler : deferredWorking_.handlers()) deferred_.insert(*handler);
   deferredWorking_.clear();
   wake();
+}
+
+void FdManager::runBeforeWait() {
+  for (size_t left = beforeWait_.size(); left > 0 && !beforeWait_.empty(); --left) {
+    BeforeWait& due = *beforeWait_.front();
+    beforeWait_.erase(beforeWait_.begin());
+    due.manager_ = nullptr;
+    due.callback_.beforeWait();
+  }
+  // What was asked for meanwhile must not keep the loop from going on.
+  if (!beforeWait_.empty()) wake();
 }
 
 bool FdManager::dispatch() {

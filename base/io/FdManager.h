@@ -8,6 +8,8 @@
 
 namespace io {
 
+class BeforeWait;
+
 // A thread's descriptors and timers: waits until a descriptor is ready or a timer is due, then
 // calls those concerned. Managers nest; the last one made on a thread is the thread's manager until
 // it is destroyed. Only defer(), registration and process() of the thread's own manager may be
@@ -35,9 +37,9 @@ class FdManager : private FdHandler::Registry {
   // Makes the next wait return at once.
   void wake();
 
-  // One turn: waits at most timeoutMs (-1 without limit), runs the timers that are due, then the
-  // deferred, readable and writable handlers. Returns whether a descriptor was ready or a timer
-  // ran. Throws SystemException, named after the call that waits.
+  // One turn: does what is due before the wait, waits at most timeoutMs (-1 without limit), runs
+  // the timers that are due, then the deferred, readable and writable handlers. Returns whether a
+  // descriptor was ready or a timer ran. Throws SystemException, named after the call that waits.
   bool process(int timeoutMs);
 
  protected:
@@ -72,13 +74,17 @@ class FdManager : private FdHandler::Registry {
   HandlerSet writeReady_;
 
  private:
+  friend class BeforeWait;
+
   void dropReadiness(FdHandler& handler) override;
   void enroll(FdHandler& handler);
   // Puts back what a turn that ended in an exception left undone.
   void beginTurn();
+  void runBeforeWait();
   // Timers, then the three ready sets. Returns whether a timer ran.
   bool dispatch();
 
+  std::vector<BeforeWait*> beforeWait_;
   HandlerSet deferred_;
   HandlerSet readWorking_;
   HandlerSet writeWorking_;

@@ -4,6 +4,7 @@
 #include <climits>
 #include <utility>
 
+#include "io/BeforeWait.h"
 #include "io/FdKicker.h"
 #include "io/MsgIpc.h"
 #include "plat/Exception.h"
@@ -18,10 +19,11 @@ namespace io {
 // The tie to one channel.
 class LogDestIpc::Link : private MsgIpc::Reader,
                          private FdKicker::Callback,
+                         private BeforeWait::Callback,
                          private plat::Timer::Callback {
  public:
   Link(LogDestIpc& owner, MsgIpc& ipc)
-      : owner_(owner), ipc_(ipc), kicker_(this), retry_(this), flush_(this) {}
+      : owner_(owner), ipc_(ipc), kicker_(this), retry_(this), flush_(*this) {}
 
   // Null when lines cannot be sent for good.
   MsgIpc* ipc() const { return refused_ ? nullptr : &ipc_; }
@@ -34,11 +36,9 @@ class LogDestIpc::Link : private MsgIpc::Reader,
     if (!retry_.isRunning()) retry_.start(std::exchange(retryMs_, kRetryMs));
   }
   void sent() { retryMs_ = 0; }
-  // Lines that have been written leave together on the loop's next turn: what a line tells of is
-  // done sooner, and in fewer calls.
-  void flushSoon() {
-    if (!flush_.isRunning()) flush_.start(0);
-  }
+  // Lines that have been written leave together before the loop's next wait: what a line tells of
+  // is done sooner, and in fewer calls.
+  void flushSoon() { flush_.request(); }
 
  private:
   static constexpr int kRetryMs = 100;
@@ -51,8 +51,8 @@ class LogDestIpc::Link : private MsgIpc::Reader,
     return true;
   }
   void kicked(FdKicker&) override { owner_.drain(); }
-  void timerCallback(plat::Timer& timer) override {
-    if (&timer == &retry_) return owner_.drain();
+  void timerCallback(plat::Timer&) override { owner_.drain(); }
+  void beforeWait() override {
     try {
       ipc_.flush(0);
     } catch (const plat::Exception&) {
@@ -65,7 +65,7 @@ class LogDestIpc::Link : private MsgIpc::Reader,
   MsgIpc::Registration registration_{ipc_, *this, {"setLogLevel"}};
   FdKicker kicker_;
   plat::Timer retry_;
-  plat::Timer flush_;
+  BeforeWait flush_;
   int retryMs_ = 0;
   bool refused_ = false;
 };
@@ -111,7 +111,21 @@ void LogDestIpc::setPrefix(const std::string& prefix) {
 }
 
 void LogDestIpc::write(const plat::LogLine& line) {
-  if (enqueue(line)) drain();
+  if (MsgIpc* const ipc = freeChannel()) {
+    draining_ = true;
+    trySend(*ipc, line.level, line.source, plat::utf8Cut(line.text, kMaxText));
+    draining_ = false;
+  } else if (enqueue(line)) {
+    drain();
+  }
+}
+
+MsgIpc* LogDestIpc::freeChannel() {
+  const std::lock_guard lock(mutex_);
+  if (!link_ || std::this_thread::get_id() != thread_ || draining_) return nullptr;
+  MsgIpc* const ipc = link_->ipc();
+  const bool isFree = ipc && ipc->isConnected() && !ipc->isWriting() && !ipc->isBlocked();
+  return isFree && queue_.empty() && prefix_.empty() ? ipc : nullptr;
 }
 
 // Returns whether the caller, being on the channel's thread, may send.
@@ -163,22 +177,27 @@ void LogDestIpc::send(MsgIpc& ipc) {
     left = queue_.size();
   }
   draining_ = true;
-  try {
-    Entry entry;
-    for (; left > 0 && takeNext(entry); --left) {
-      rdr::OutStream& out = ipc.writeMsg("logMsg");
-      out.writeU32(static_cast<uint32_t>(entry.level));
-      out.writeShortString(entry.source);
-      out.writeString(entry.text);
-      // After an error the process may be about to end.
-      const bool urgent = entry.level == 0;
-      ipc.endMsg(urgent);
-      if (!urgent) link_->flushSoon();
-    }
-  } catch (const plat::Exception&) {
-    link_->refuse();
+  Entry entry;
+  while (left-- > 0 && takeNext(entry) && trySend(ipc, entry.level, entry.source, entry.text)) {
   }
   draining_ = false;
+}
+
+bool LogDestIpc::trySend(MsgIpc& ipc, int level, std::string_view source, std::string_view text) {
+  try {
+    rdr::OutStream& out = ipc.writeMsg("logMsg");
+    out.writeU32(static_cast<uint32_t>(level));
+    out.writeShortString(source);
+    out.writeString(text);
+    // After an error the process may be about to end.
+    const bool urgent = level == 0;
+    ipc.endMsg(urgent);
+    if (!urgent) link_->flushSoon();
+    return true;
+  } catch (const plat::Exception&) {
+    link_->refuse();
+    return false;
+  }
 }
 
 }  // namespace io

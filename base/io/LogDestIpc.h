@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "plat/log/LogDest.h"
@@ -61,6 +62,10 @@ class LogDestIpc : public plat::LogDest {
   void drain();
   void send(MsgIpc& ipc);
   bool takeNext(Entry& entry);
+  // The channel, when a line can be written to it at once; else null.
+  MsgIpc* freeChannel();
+  // False when the channel takes no more lines.
+  bool trySend(MsgIpc& ipc, int level, std::string_view source, std::string_view text);
 
   mutable std::mutex mutex_;  // for what follows; never held while the channel is used
   std::deque<Entry> queue_;

@@ -6,6 +6,7 @@
 #include "plat/config/IntParameter.h"
 #include "plat/log/LogSrc.h"
 #include "svr/SServer.h"
+#include "tx/TXDisplay.h"
 
 namespace svr {
 
@@ -37,6 +38,7 @@ ChangeFinder::ChangeFinder(Callback& callback, bool hasDamage)
 void ChangeFinder::start(SServer& server, tx::PixelBufferX11& buffer) {
   server_ = &server;
   buffer_ = &buffer;
+  askMe(true);
   try {
     if (!tryDamage()) startPolling();
   } catch (const tx::CaptureLostException& e) {
@@ -45,6 +47,7 @@ void ChangeFinder::start(SServer& server, tx::PixelBufferX11& buffer) {
 }
 
 void ChangeFinder::stop() {
+  if (tx::TXDisplay::current()) askMe(false);
   stopDamage();
   pollTimer_.stop();
   scheduler_.reset();

@@ -8,6 +8,7 @@
 #include "svr/DamageTest.h"
 #include "svr/DamageTracker.h"
 #include "svr/UpdateScheduler.h"
+#include "tx/EventPatience.h"
 #include "tx/PixelBufferX11.h"
 
 namespace svr {
@@ -19,6 +20,7 @@ class SServer;
 // is used is chosen by the parameter `CaptureMethod`.
 class ChangeFinder : private plat::Timer::Callback,
                      private DamageTest::Callback,
+                     private tx::EventPatience,
                      private UpdateScheduler::Callback {
  public:
   class Callback {
@@ -71,6 +73,8 @@ class ChangeFinder : private plat::Timer::Callback,
   // DamageTest::Callback
   void collectDamageNow() override;
   void damageTestResult(DamageTest& test, bool any, bool all, bool nonFull) override;
+  // tx::EventPatience
+  bool canEventsWait() const override { return damage_ && scheduler_.isBatchNear(); }
   // UpdateScheduler::Callback
   bool isUpdateWanted() override;
   void preUpdate() override;

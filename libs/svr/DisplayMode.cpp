@@ -72,12 +72,16 @@ void DisplayMode::setDisplayMode(uint32_t width, uint32_t height) {
 
 void DisplayMode::change(const DisplaySize& size) {
   if (!screen_->allowsSize(size)) throw plat::Exception("The X server allows no screen this size");
-  const RandrScreen::State before = screen_->read(true);
+  // Mostly what the server knows will do, and the screen is looked at only once.
+  if (trySwitchTo(size)) return;
+  const RandrScreen::State before = screen_->read(RandrScreen::Extent::kProbed);
   const bool mustUpdate = !before.canShow(size);
   const std::vector<DisplaySize> modes = before.modeSizes(size);
   if (mustUpdate) update(modes, true);
   try {
-    switchTo(size);
+    if (!trySwitchTo(size)) {
+      throw plat::Exception("No mode of this size that all outputs in use have");
+    }
   } catch (...) {
     // The mode was made in vain.
     if (mustUpdate) updateModes();
@@ -87,14 +91,13 @@ void DisplayMode::change(const DisplaySize& size) {
   if (mustUpdate) update(modes, false);
 }
 
-void DisplayMode::switchTo(const DisplaySize& size) {
+bool DisplayMode::trySwitchTo(const DisplaySize& size) {
   const RandrScreen::Grab grab(*screen_);
   // Other clients may have changed modes and CRTCs until now.
-  const RandrScreen::State state = screen_->read(false);
-  if (!state.canShow(size)) {
-    throw plat::Exception("No mode of this size that all outputs in use have");
-  }
+  const RandrScreen::State state = screen_->read(RandrScreen::Extent::kShown);
+  if (!state.canShow(size)) return false;
   ScreenSwitch(*screen_, state).apply(size);
+  return true;
 }
 
 void DisplayMode::updateModes(const std::vector<DisplaySize>& requested) {
@@ -111,7 +114,7 @@ void DisplayMode::update(const std::vector<DisplaySize>& requested, bool adding)
   bool changed = false;
   {
     const RandrScreen::Grab grab(*screen_);
-    const RandrScreen::State state = screen_->read(false);
+    const RandrScreen::State state = screen_->read(RandrScreen::Extent::kAll);
     if (adding) {
       for (const std::string& name : wanted.names()) changed |= add(name, state);
     }

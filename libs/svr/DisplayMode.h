@@ -50,7 +50,8 @@ class DisplayMode final : private plat::ParameterChangedCallback {
 
   // These throw plat::Exception.
   void change(const DisplaySize& size);
-  void switchTo(const DisplaySize& size);
+  // False when there is no mode for it.
+  bool trySwitchTo(const DisplaySize& size);
   // Only deletes unless adding.
   void update(const std::vector<DisplaySize>& requested, bool adding);
   bool add(const std::string& name, const RandrScreen::State& state);

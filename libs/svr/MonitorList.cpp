@@ -5,6 +5,7 @@
 
 #include "plat/Exception.h"
 #include "plat/Text.h"
+#include "tx/CrtcInfo.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/RandrExtension.h"
 #include "tx/TXDisplay.h"
@@ -24,13 +25,9 @@ MonitorList MonitorList::query() {
   const tx::XRRResources resources = randr->resources(display, tx::TXDisplay::root());
   catcher.check("XRRGetScreenResources");
   if (!resources) throw plat::Exception("XRRGetScreenResources failed");
-  for (int i = 0; i < resources->ncrtc; ++i) {
-    const tx::XRRCrtc crtc(randr->getCrtcInfo(display, resources.get(), resources->crtcs[i]));
-    catcher.check("XRRGetCrtcInfo");
-    if (!crtc) throw plat::Exception("XRRGetCrtcInfo failed");
-    if (crtc->width < 1 || crtc->height < 1) continue;
-    rects.emplace_back(crtc->x, crtc->y, crtc->x + static_cast<int>(crtc->width),
-                       crtc->y + static_cast<int>(crtc->height));
+  for (const tx::CrtcInfo& crtc : tx::fetchCrtcs(*randr, *resources)) {
+    if (crtc.rect.isEmpty()) continue;
+    rects.push_back(crtc.rect);
   }
   return MonitorList(std::move(rects));
 }

@@ -4,6 +4,10 @@
 
 namespace svr {
 
+bool RandrScreen::Crtc::feeds(uint32_t output) const {
+  return std::find(outputs.begin(), outputs.end(), output) != outputs.end();
+}
+
 bool RandrScreen::Output::hasMode(uint32_t mode) const {
   return std::find(modes.begin(), modes.end(), mode) != modes.end();
 }
@@ -23,9 +27,7 @@ uint32_t RandrScreen::State::findMode(const DisplaySize& screen, bool turned) co
     for (const Crtc& crtc : crtcs) {
       if (!crtc.inUse() || crtc.isTurned() != turned) continue;
       for (const Output& output : outputs) {
-        const bool shows =
-            std::find(crtc.outputs.begin(), crtc.outputs.end(), output.id) != crtc.outputs.end();
-        if (shows && !output.hasMode(mode)) return false;
+        if (crtc.feeds(output.id) && !output.hasMode(mode)) return false;
       }
     }
     return true;
@@ -48,6 +50,11 @@ bool RandrScreen::State::canShow(const DisplaySize& screen) const {
 bool RandrScreen::State::isModeInUse(uint32_t mode) const {
   return std::any_of(crtcs.begin(), crtcs.end(),
                      [mode](const Crtc& crtc) { return crtc.mode == mode; });
+}
+
+bool RandrScreen::State::isShown(uint32_t output) const {
+  return std::any_of(crtcs.begin(), crtcs.end(),
+                     [output](const Crtc& crtc) { return crtc.inUse() && crtc.feeds(output); });
 }
 
 }  // namespace svr

@@ -32,6 +32,7 @@ class RandrScreen {
 
     // Showing something.
     bool inUse() const { return mode != 0 && !outputs.empty(); }
+    bool feeds(uint32_t output) const;
     // By a quarter, so that width and height of its mode are swapped on the screen.
     bool isTurned() const { return (rotation & (kRotate90 | kRotate270)) != 0; }
     friend bool operator==(const Crtc&, const Crtc&) = default;
@@ -57,12 +58,18 @@ class RandrScreen {
     // Whether there is such a mode for each CRTC in use.
     bool canShow(const DisplaySize& screen) const;
     bool isModeInUse(uint32_t mode) const;
+    // Whether a CRTC in use feeds the output.
+    bool isShown(uint32_t output) const;
   };
 
   virtual ~RandrScreen() = default;
 
-  // With probe, the server looks at its connectors first, which can take long.
-  virtual State read(bool probe) = 0;
+  enum class Extent {
+    kShown,   // of the outputs only those that show something
+    kAll,     // what the server knows
+    kProbed,  // it looks at its connectors first, which can take long
+  };
+  virtual State read(Extent extent) = 0;
   virtual DisplaySize size() = 0;
   // Whether the server allows a screen of this size.
   virtual bool allowsSize(const DisplaySize& size) = 0;

@@ -1,6 +1,7 @@
 #include "svr/RandrScreenX11.h"
 
 #include "plat/Exception.h"
+#include "tx/CrtcInfo.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 
@@ -30,11 +31,11 @@ void run(const char* what, Request request) {
 
 }  // namespace
 
-RandrScreen::State RandrScreenX11::read(bool probe) {
+RandrScreen::State RandrScreenX11::read(Extent extent) {
   Display* const display = openDisplay();
   const Window root = tx::TXDisplay::root();
   tx::ErrorCatcher trap;
-  const tx::XRRResources resources = randr_.resources(display, root, probe);
+  const tx::XRRResources resources = randr_.resources(display, root, extent == Extent::kProbed);
   trap.check("XRRGetScreenResources");
   if (!resources) throw plat::Exception("XRRGetScreenResources failed");
 
@@ -45,21 +46,20 @@ RandrScreen::State RandrScreenX11::read(bool probe) {
                            std::string(mode.name, mode.nameLength),
                            {static_cast<int>(mode.width), static_cast<int>(mode.height)}});
   }
-  for (int i = 0; i < resources->ncrtc; ++i) {
-    const tx::XRRCrtc crtc(randr_.getCrtcInfo(display, resources.get(), resources->crtcs[i]));
-    trap.check("XRRGetCrtcInfo");
-    if (!crtc) throw plat::Exception("XRRGetCrtcInfo failed");
-    state.crtcs.push_back({static_cast<uint32_t>(resources->crtcs[i]), rfb::Point(crtc->x, crtc->y),
-                           static_cast<uint32_t>(crtc->mode), crtc->rotation,
-                           ids(crtc->outputs, crtc->noutput)});
+  for (const tx::CrtcInfo& crtc : tx::fetchCrtcs(randr_, *resources)) {
+    state.crtcs.push_back({static_cast<uint32_t>(crtc.id), crtc.rect.tl,
+                           static_cast<uint32_t>(crtc.mode), crtc.rotation,
+                           ids(crtc.outputs.data(), static_cast<int>(crtc.outputs.size()))});
   }
   for (int i = 0; i < resources->noutput; ++i) {
+    // Each is a round trip.
+    const auto id = static_cast<uint32_t>(resources->outputs[i]);
+    if (extent == Extent::kShown && !state.isShown(id)) continue;
     const tx::XRROutput output(
         randr_.getOutputInfo(display, resources.get(), resources->outputs[i]));
     trap.check("XRRGetOutputInfo");
     if (!output) throw plat::Exception("XRRGetOutputInfo failed");
-    state.outputs.push_back(
-        {static_cast<uint32_t>(resources->outputs[i]), ids(output->modes, output->nmode)});
+    state.outputs.push_back({id, ids(output->modes, output->nmode)});
   }
 
   state.size = size();

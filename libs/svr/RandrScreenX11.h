@@ -13,7 +13,7 @@ class RandrScreenX11 final : public RandrScreen {
  public:
   explicit RandrScreenX11(const tx::RandrExtension& randr) : randr_(randr) {}
 
-  State read(bool probe) override;
+  State read(Extent extent) override;
   DisplaySize size() override;
   bool allowsSize(const DisplaySize& size) override;
   uint32_t createMode(const std::string& name, const ModeTimings& timings) override;

@@ -16,7 +16,14 @@ plat::IntParameter updateBatchDelay("UpdateBatchDelay",
                                     "Time in milliseconds to delay in order to batch updates", 1, 0,
                                     INT_MAX, true);
 
+// An update that is this near is waited for without looking at what else changes.
+constexpr int kNearMs = 2;
+
 }  // namespace
+
+bool UpdateScheduler::isBatchNear() const {
+  return batchTimer_.isRunning() && batchTimer_.intervalMs() <= kNearMs;
+}
 
 void UpdateScheduler::changed() {
   // A batch that would be ready within the period is waited for to the period's end at once.

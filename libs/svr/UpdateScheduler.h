@@ -32,6 +32,9 @@ class UpdateScheduler : private plat::Timer::Callback {
 
   // There is, or may be, something new in the tracker.
   void changed();
+  // Whether a batch is waited for that will be ready in so short a time that all else may wait,
+  // too.
+  bool isBatchNear() const;
   // Releases a ready batch if an update is wanted and may go out by now.
   void tryUpdate();
   // Drops everything: the tracker's contents, the batch, the running timers.

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "io/BeforeWait.h"
 #include "io/FdHandler.h"
 #include "io/FdKicker.h"
 #include "io/FdPollManager.h"
@@ -156,6 +157,32 @@ TYPED_TEST(FdManagerTest, KickerWakesFromAnotherThread) {
   EXPECT_FALSE(this->manager_.process(0));
   // More than the pipe holds: the kicks fail quietly.
   for (int i = 0; i < 100000; ++i) kicker.kick();
+  EXPECT_TRUE(this->manager_.process(-1));
+  EXPECT_EQ(counter.calls, 2);
+}
+
+// What is put off is done once, before the loop sleeps, and not for those that have gone.
+TYPED_TEST(FdManagerTest, WorkBeforeTheWait) {
+  struct Counter : BeforeWait::Callback {
+    void beforeWait() override {
+      ++calls;
+      if (again) due.request();
+    }
+    BeforeWait due{*this};
+    int calls = 0;
+    bool again = false;
+  } counter;
+  {
+    Counter gone;
+    gone.due.request();
+  }
+  counter.due.request();
+  counter.due.request();
+  EXPECT_FALSE(this->manager_.process(0));
+  EXPECT_EQ(counter.calls, 1);
+  counter.again = true;
+  counter.due.request();
+  // Also one that never has enough leaves the loop its turns.
   EXPECT_TRUE(this->manager_.process(-1));
   EXPECT_EQ(counter.calls, 2);
 }

@@ -9,7 +9,7 @@ namespace {
 // The real screen, one change of which fails.
 class FailingScreen final : public svr::RandrScreen {
  public:
-  State read(bool probe) override { return real_.read(probe); }
+  State read(Extent extent) override { return real_.read(extent); }
   svr::DisplaySize size() override { return real_.size(); }
   bool allowsSize(const svr::DisplaySize& size) override { return real_.allowsSize(size); }
   uint32_t createMode(const std::string& name, const svr::ModeTimings& timings) override {
@@ -58,7 +58,7 @@ TEST_F(DisplayModeX11Test, SurvivesEveryFailure) {
     SCOPED_TRACE(at);
     // Later requests work and tidy up.
     mode.setDisplayMode(910, 700);
-    const svr::RandrScreen::State before = screen.read(false);
+    const svr::RandrScreen::State before = screen.read(svr::RandrScreen::Extent::kAll);
     ASSERT_EQ(before.size.str(), "910x700");
     log_.clear();
     screen.changes = 0;
@@ -66,7 +66,7 @@ TEST_F(DisplayModeX11Test, SurvivesEveryFailure) {
     mode.setDisplayMode(1601, 900);
     screen.failAt = 0;
     XSync(client(), False);
-    const svr::RandrScreen::State after = screen.read(false);
+    const svr::RandrScreen::State after = screen.read(svr::RandrScreen::Extent::kAll);
     if (log_.has("Unable to set display mode to 1601x900", 0, "Randr")) {
       ++refused;
       EXPECT_TRUE(after.crtcs == before.crtcs);

@@ -118,7 +118,6 @@ PixelBufferX11::PixelBufferX11(Drawable drawable, const plat::SharedMemPermissio
 
   createImage(permissions);
   data_ = memory_->data();
-  clear();
 }
 
 PixelBufferX11::~PixelBufferX11() {

@@ -31,8 +31,7 @@ const RandrExtension* RandrExtension::probe(plat::LogSrc& log) {
 bool RandrExtension::query(Display* display) {
   const TXDisplay::Throwing throwing;
   // Asked first because the client library leaks memory when the server lacks the extension.
-  int opcode;
-  return library_.ok() && XQueryExtension(display, "RANDR", &opcode, &eventBase, &errorBase) &&
+  return library_.ok() && XQueryExtension(display, "RANDR", &majorOpcode, &eventBase, &errorBase) &&
          queryExtension(display, &eventBase, &errorBase) &&
          queryVersion(display, &majorVersion, &minorVersion) &&
          std::pair(majorVersion, minorVersion) >= std::pair(1, 2);

@@ -43,6 +43,7 @@ class RandrExtension {
   // As get(), and says in the log what there is.
   static const RandrExtension* probe(plat::LogSrc& log);
 
+  int majorOpcode = 0;
   int eventBase = -1;
   int errorBase = -1;
   int majorVersion = 0;

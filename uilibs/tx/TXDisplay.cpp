@@ -11,6 +11,7 @@
 #include "plat/Assert.h"
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
+#include "tx/ErrorCatcher.h"
 #include "tx/ResourceIds.h"
 #include "tx/XErrorLog.h"
 
@@ -38,9 +39,12 @@ Display* openWithRetry(const char* name) {
   throw plat::Exception("unable to open display \"%s\"", XDisplayName(nullptr));
 }
 
-XFontStruct* loadFont(Display* display) {
+// Its characters' sizes, which can be many, are of no interest.
+Font loadFont(Display* display) {
   for (const char* name : {"-*-helvetica-medium-r-*-*-12-*-*-*-*-*-*-*", "fixed"}) {
-    if (XFontStruct* font = XLoadQueryFont(display, name)) return font;
+    ErrorCatcher trap;
+    const Font font = XLoadFont(display, name);
+    if (!trap.failed()) return font;
   }
   fputs("Failed to load any font\n", stderr);
   exit(1);
@@ -70,7 +74,7 @@ TXDisplay::TXDisplay(const char* name) : TXDisplay(openWithRetry(name)) {
   XGCValues values{};
   values.foreground = BlackPixel(display_, screen());
   values.background = WhitePixel(display_, screen());
-  values.font = font_->fid;
+  values.font = font_;
   gc_ = XCreateGC(display_, root_, GCForeground | GCBackground | GCFont, &values);
   buttons_ = std::min(XGetPointerMapping(display_, buttonMap_, kMaxButtons), int{kMaxButtons});
 }
@@ -86,8 +90,8 @@ TXDisplay::~TXDisplay() {
   // What is released now may be gone already.
   XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
   attempt([this] {
-    if (font_) XFreeFont(display_, font_);
-    font_ = nullptr;
+    if (font_ != None) XUnloadFont(display_, font_);
+    font_ = None;
     if (gc_) XFreeGC(display_, gc_);
     gc_ = nullptr;
     // The last round trip that can fail.
@@ -99,10 +103,9 @@ TXDisplay::~TXDisplay() {
     struct GivenUp {
       Display* display;
       GC gc;
-      XFontStruct* font;
     };
     static auto* const givenUp = new std::vector<GivenUp>;
-    givenUp->push_back({display_, gc_, font_});
+    givenUp->push_back({display_, gc_});
     ::close(ConnectionNumber(display_));
   } else {
     attempt([this] { XCloseDisplay(display_); });

@@ -91,7 +91,7 @@ class TXDisplay {
   bool lost_ = false;
   bool hasExitHandler_ = false;
   Colormap colourMap_ = None;
-  XFontStruct* font_ = nullptr;
+  Font font_ = None;
   GC gc_ = nullptr;
   int buttons_ = 0;
   uint8_t buttonMap_[kMaxButtons] = {};

@@ -6,6 +6,7 @@
 #include <chrono>
 
 #include "tx/DisplayLostException.h"
+#include "tx/EventPatience.h"
 #include "tx/EventSieve.h"
 #include "tx/TXEventHandler.h"
 
@@ -72,6 +73,7 @@ bool TXDisplayManager::dispatchPending() {
       TXEventHandler::dispatch(event);
     }
     if (TXDisplay::isOpen()) flush();
+    io_.setWantsInput(!EventPatience::isThere());
     return isQueued();
   } catch (const DisplayLostException&) {
     return false;

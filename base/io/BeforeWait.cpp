@@ -1,0 +1,17 @@
+#include "io/BeforeWait.h"
+
+#include "io/FdManager.h"
+
+namespace io {
+
+BeforeWait::~BeforeWait() {
+  if (manager_) std::erase(manager_->beforeWait_, this);
+}
+
+void BeforeWait::request() {
+  if (manager_) return;
+  manager_ = &FdManager::instance();
+  manager_->beforeWait_.push_back(this);
+}
+
+}  // namespace io
