@@ -1,21 +1,15 @@
-// Framed messages on a channel. The first byte says how the rest is cut into deliveries.
+// Framed messages on a channel.
 
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <string>
 
+#include "Deliveries.h"
 #include "io/FdIo.h"
 #include "io/FdSelectManager.h"
 #include "io/MsgIpc.h"
-#include "plat/FileDescriptor.h"
-#include "plat/log/LogManager.h"
-#include "rdr/FdInStream.h"
+#include "plat/Exception.h"
 
 namespace {
 
@@ -79,52 +73,29 @@ class Readers : public io::MsgIpc::Reader, public io::MsgIpc::Callback {
   size_t textLeft_ = 0;
 };
 
-void drain(int fd) {
-  char some[4096];
-  while (read(fd, some, sizeof some) > 0) {
-  }
-}
-
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  plat::LogManager::instance().setLogSpec("");
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  const size_t piece = data[0] == 0 ? size : data[0];
-  ++data;
-  --size;
-
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) < 0) abort();
-  plat::FileDescriptor peer(ends[1]);
+  Deliveries deliveries(data, size);
   io::FdSelectManager loop;
   Readers readers;
   io::MsgIpc ipc("fuzz");
   ipc.setCallback(&readers);
   const io::MsgIpc::Registration registration(ipc, readers,
                                               {"n", "l", "t", "r", "o", "w", "d", "skip"});
-  ipc.attach(std::make_unique<io::FdIo>(plat::FileDescriptor(ends[0])));
-
-  while (size > 0 && ipc.isConnected()) {
-    const ssize_t n = send(peer.get(), data, std::min(piece, size), MSG_NOSIGNAL);
-    if (n > 0) {
-      data += n;
-      size -= static_cast<size_t>(n);
-    }
+  ipc.attach(std::make_unique<io::FdIo>(deliveries.takeEnd()));
+  const auto read = [&] {
     while (loop.process(0)) {
     }
-    drain(peer.get());
-  }
+    return ipc.isConnected();
+  };
+
+  deliveries.deliver(read);
   const bool connected = ipc.isConnected();
   if (readers.closed != 0 && connected) abort();
   // However the input went, the end of the stream is noticed.
-  peer.reset();
-  while (loop.process(0)) {
-  }
-  if (ipc.isConnected() || readers.closed > 1 || (connected && readers.closed == 0)) abort();
+  deliveries.hangUp();
+  if (read() || readers.closed > 1 || (connected && readers.closed == 0)) abort();
   return 0;
 }

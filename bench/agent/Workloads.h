@@ -1,11 +1,10 @@
 #pragma once
 
-#include <X11/Xlib.h>
-#include <X11/extensions/XShm.h>
-
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "Canvas.h"
 
 namespace bench {
 
@@ -16,27 +15,20 @@ struct Workload {
   std::function<void(int step)> step;
 };
 
-// Draws the workloads on a screen from a connection and window of its own.
+// Draws the workloads on a screen.
 class Painter {
  public:
   explicit Painter(const std::string& display);
-  ~Painter();
-  Painter(const Painter&) = delete;
-  Painter& operator=(const Painter&) = delete;
 
   std::vector<Workload> workloads();
-  Display* display() { return display_; }
+  Display* display() { return canvas_.display(); }
   // A rectangle of another colour each time, flushed.
   void dab(int x, int y, int width, int height);
 
  private:
   void image(int step);
 
-  Display* display_;
-  Window window_;
-  GC gc_;
-  XShmSegmentInfo segment_{};
-  XImage* image_ = nullptr;
+  Canvas canvas_;
   unsigned long colour_ = 0x102030;
 };
 

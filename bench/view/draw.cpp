@@ -2,11 +2,6 @@
 // DISPLAY WORKLOAD PER-SECOND SECONDS. Prints the CLOCK_MONOTONIC nanoseconds at which each drawing
 // begins, once the X server has done it.
 
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-#include <X11/extensions/XShm.h>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 #include <time.h>
 
 #include <cmath>
@@ -14,12 +9,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "Canvas.h"
+
 namespace {
 
-constexpr int kVideoWidth = 640, kVideoHeight = 360;
+using bench::Canvas;
+
 constexpr int kPictureWidth = 1280, kPictureHeight = 720;
 constexpr int kLineHeight = 16, kGlyphWidth = 8;
 constexpr int kScrollX = 200, kScrollY = 100, kScrollWidth = 1000, kScrollHeight = 800;
@@ -30,68 +29,36 @@ int64_t nowNs() {
   return static_cast<int64_t>(time.tv_sec) * 1000000000 + time.tv_nsec;
 }
 
-class Canvas {
+class Scene {
  public:
-  explicit Canvas(const char* name) : display_(XOpenDisplay(name)) {
-    if (!display_) {
-      std::fprintf(stderr, "bench-view-draw: no display %s\n", name);
-      std::exit(1);
-    }
-    const int screen = DefaultScreen(display_);
-    XSetWindowAttributes attributes{};
-    attributes.override_redirect = True;
-    attributes.background_pixel = 0xffffff;
-    window_ =
-        XCreateWindow(display_, DefaultRootWindow(display_), 0, 0,
-                      static_cast<unsigned>(DisplayWidth(display_, screen)),
-                      static_cast<unsigned>(DisplayHeight(display_, screen)), 0, CopyFromParent,
-                      InputOutput, CopyFromParent, CWOverrideRedirect | CWBackPixel, &attributes);
-    XMapRaised(display_, window_);
-    gc_ = XCreateGC(display_, window_, 0, nullptr);
-    XSetGraphicsExposures(display_, gc_, False);
-    image_ = XShmCreateImage(display_, DefaultVisual(display_, screen),
-                             static_cast<unsigned>(DefaultDepth(display_, screen)), ZPixmap,
-                             nullptr, &segment_, kVideoWidth, kVideoHeight);
-    segment_.shmid = shmget(IPC_PRIVATE, static_cast<size_t>(image_->bytes_per_line) * kVideoHeight,
-                            IPC_CREAT | 0600);
-    segment_.shmaddr = image_->data = static_cast<char*>(shmat(segment_.shmid, nullptr, 0));
-    XShmAttach(display_, &segment_);
-    XSync(display_, False);
-    shmctl(segment_.shmid, IPC_RMID, nullptr);
-  }
-  ~Canvas() { XCloseDisplay(display_); }
-  Canvas(const Canvas&) = delete;
-  Canvas& operator=(const Canvas&) = delete;
+  explicit Scene(const char* display) : canvas_(display, 0xffffff) {}
 
-  void sync() { XSync(display_, False); }
+  void sync() { canvas_.sync(); }
 
   void dab(int step) {
-    XSetForeground(display_, gc_, static_cast<unsigned long>(step * 7919) & 0xffffff);
-    XFillRectangle(display_, window_, gc_, 100, 100, 10, 10);
+    canvas_.fill(100, 100, 10, 10, static_cast<unsigned long>(step * 7919) & 0xffffff);
   }
   void glyph(int step) {
     text(100 + step % 100 * kGlyphWidth, 100 + step / 100 % 40 * kLineHeight, 1, step);
   }
   void scroll(int step) {
-    XCopyArea(display_, window_, window_, gc_, kScrollX, kScrollY + kLineHeight, kScrollWidth,
-              kScrollHeight - kLineHeight, kScrollX, kScrollY);
-    XSetForeground(display_, gc_, 0xffffff);
-    XFillRectangle(display_, window_, gc_, kScrollX, kScrollY + kScrollHeight - kLineHeight,
-                   kScrollWidth, kLineHeight);
+    canvas_.scroll(kScrollX, kScrollY, kScrollWidth, kScrollHeight, kLineHeight);
+    canvas_.fill(kScrollX, kScrollY + kScrollHeight - kLineHeight, kScrollWidth, kLineHeight,
+                 0xffffff);
     text(kScrollX, kScrollY + kScrollHeight - 4, kScrollWidth / kGlyphWidth - step % 40, step);
   }
   // A picture with the colours, edges and grain of a photograph, over which the camera moves.
   void video(int step) {
     if (picture_.empty()) paintPicture();
     const int x0 =
-        static_cast<int>((std::sin(step * 0.031) + 1) / 2 * (kPictureWidth - kVideoWidth));
-    const int y0 =
-        static_cast<int>((std::cos(step * 0.023) + 1) / 2 * (kPictureHeight - kVideoHeight));
-    for (int y = 0; y < kVideoHeight; ++y) {
-      std::memcpy(image_->data + static_cast<ptrdiff_t>(y) * image_->bytes_per_line,
-                  &picture_[static_cast<size_t>((y0 + y) * kPictureWidth + x0)], kVideoWidth * 4);
+        static_cast<int>((std::sin(step * 0.031) + 1) / 2 * (kPictureWidth - Canvas::kImageWidth));
+    const int y0 = static_cast<int>((std::cos(step * 0.023) + 1) / 2 *
+                                    (kPictureHeight - Canvas::kImageHeight));
+    for (int y = 0; y < Canvas::kImageHeight; ++y) {
+      std::memcpy(canvas_.row(y), &picture_[static_cast<size_t>((y0 + y) * kPictureWidth + x0)],
+                  Canvas::kImageWidth * 4);
     }
-    XShmPutImage(display_, window_, gc_, image_, 0, 0, 410, 205, kVideoWidth, kVideoHeight, False);
+    canvas_.putImage(410, 205);
   }
 
  private:
@@ -101,8 +68,7 @@ class Canvas {
       seed = static_cast<int>(static_cast<unsigned>(seed) * 1103515245U + 12345U);
       letters += static_cast<char>('!' + static_cast<unsigned>(seed >> 16) % 90);
     }
-    XSetForeground(display_, gc_, 0x202020);
-    XDrawString(display_, window_, gc_, x, y, letters.data(), length);
+    canvas_.text(x, y, letters, 0x202020);
   }
 
   void paintPicture() {
@@ -127,17 +93,13 @@ class Canvas {
     }
   }
 
-  Display* display_;
-  Window window_;
-  GC gc_;
-  XShmSegmentInfo segment_{};
-  XImage* image_;
+  Canvas canvas_;
   std::vector<uint32_t> picture_;
 };
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   if (argc != 5) {
     std::fprintf(stderr,
                  "usage: bench-view-draw DISPLAY idle|dab|typing|scrolling|video RATE SECONDS\n");
@@ -145,7 +107,7 @@ int main(int argc, char** argv) {
   }
   const std::string workload = argv[2];
   const double rate = std::atof(argv[3]), seconds = std::atof(argv[4]);
-  Canvas screen(argv[1]);
+  Scene screen(argv[1]);
   const int64_t begin = nowNs();
   for (int step = 0; rate > 0 && step < rate * seconds; ++step) {
     const int64_t due = begin + static_cast<int64_t>(step / rate * 1e9);
@@ -164,4 +126,7 @@ int main(int argc, char** argv) {
   const timespec at{end / 1000000000, end % 1000000000};
   clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr);
   return 0;
+} catch (const std::runtime_error& e) {
+  std::fprintf(stderr, "bench-view-draw: %s\n", e.what());
+  return 1;
 }

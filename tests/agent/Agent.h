@@ -152,14 +152,6 @@ inline void addMode(const support::XServer& server, const std::string& size) {
 
 using support::segmentsOf;
 
-// A program that runs shell commands before it becomes the agent.
-inline std::string agentScript(const support::TempDir& directory, const std::string& commands) {
-  const std::string script = directory / "agent";
-  std::ofstream(script) << "#!/bin/sh\n" << commands << "\nexec " RUVO_AGENT " \"$@\"\n";
-  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
-  return script;
-}
-
 // A client that draws and looks at the screen.
 class Painter {
  public:

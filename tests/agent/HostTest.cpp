@@ -3,7 +3,6 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <list>
@@ -14,7 +13,6 @@
 #include "ruvohost/Agent.h"
 #include "ruvohost/Parameters.h"
 #include "support/Frames.h"
-#include "support/Program.h"
 #include "support/SocketPair.h"
 #include "support/TempDir.h"
 
@@ -187,30 +185,6 @@ TEST(HostParameters, AreWhatTheAgentDeclares) {
   EXPECT_EQ(check("Monitor", "2,1"), "");
   EXPECT_EQ(check("NoSuch", "1"), "unknown");
   EXPECT_THROW(ruvohost::parametersOf("/bin/true"), ruvohost::Error);
-}
-
-// What people start from works as it stands.
-TEST_F(HostTest, Examples) {
-  const support::TempDir directory;
-  support::Program::Options options;
-  options.captureOutput = options.captureErrors = true;
-  options.environment = {{"RUVOAGENT", RUVO_AGENT}, {"HOME", "/nonexistent"}};
-  const auto run = [&](const std::vector<std::string>& arguments) {
-    support::Program program(arguments, options);
-    const int status = program.wait(support::Milliseconds(30000)).value_or(-1);
-    return std::to_string(status) + program.errors() + program.output();
-  };
-  const std::string examples = RUVO_EXAMPLES;
-  const std::string picture = directory / "picture.ppm", video = directory / "video.rgba";
-  EXPECT_EQ(run({examples + "/example-picture", picture, display()}),
-            "0641 x 480 pixels in " + picture + "\n");
-  EXPECT_EQ(std::filesystem::file_size(picture), 15u + 641 * 480 * 3);
-  EXPECT_EQ(run({examples + "/example-recording", video, "1", display()}),
-            "0the desktop has 641 x 480 pixels\n");
-  EXPECT_EQ(std::filesystem::file_size(video), 10u * 641 * 480 * 4);
-  const std::string seen =
-      run({examples + "/example-desktops", "1", display(), display(), display()});
-  EXPECT_TRUE(seen.starts_with("0" + display() + ": started\n")) << seen;
 }
 
 }  // namespace

@@ -1,13 +1,14 @@
 // The ways in which a server starts the program, and what it finds there.
 
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 
 #include "agent/Agent.h"
-#include "agent/RawAgent.h"
 #include "agent/SharedDisplay.h"
 #include "support/TempDir.h"
 #include "support/Thrown.h"
@@ -137,18 +138,6 @@ TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
   }
 }
 
-// The next descriptor opened would take the place of standard error, so that the X server would get
-// to read what is written there.
-TEST_F(StartUpTest, StandardErrorMayBeClosed) {
-  const support::TempDir directory;
-  host::LaunchOptions options = Agent::options(display(), {{"Log", "*:ipc:100,*:nosuch:1"}});
-  options.agent = agentScript(directory, "exec 2>&-");
-  Agent agent(options);
-  agent.start();
-  agent.disconnect();
-  EXPECT_EQ(agent.exitStatus(), 0);
-}
-
 TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
   using Channel = host::LaunchOptions::Channel;
   const struct {
@@ -208,11 +197,11 @@ TEST_F(StartUpTest, ConfigurationDirectories) {
 
   host::LaunchOptions launch = Agent::options(display(), {{"poll", "6"}});
   launch.environment[0].second = home.path();
-  RawAgent agent(launch);
+  Agent agent(launch);
   agent.sync();
   std::vector<std::string> settings;
-  for (const std::string& line : agent.logText(30)) {
-    if (line.starts_with("30 Configuration: ")) settings.push_back(line.substr(18));
+  for (const host::LogLine& line : agent.seen.log) {
+    if (line.level == 30 && line.source == "Configuration") settings.push_back(line.text);
   }
   EXPECT_EQ(settings,
             (std::vector<std::string>{"poll=6 (Preference)", "PollInterval=77 (Preference)",

@@ -17,7 +17,6 @@ import time
 import applications
 import cases
 import desktop
-import table
 import wire
 
 NEED_REPORTS = {"shortcuts", "copy_mouse", "wheel", "drag_text"}
@@ -92,13 +91,10 @@ def main():
     parser.add_argument("--busy", type=int, default=0, help="processes that keep the machine busy")
     parser.add_argument("--logs", default=os.path.join(top, "build/apps"))
     parser.add_argument("--results", help="a JSON file that the results are added to")
-    parser.add_argument("--write", metavar="FILE", help="a document of all results")
     parser.add_argument("--verbose", action="store_true")
     options = parser.parse_args()
     if options.param is None:
         options.param = ["_ReuseGrafts=1"]
-    if options.write and not options.results:
-        parser.error("--write needs --results")
     options.param = ["EnableClipboard=1", *filter(None, options.param)]
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
 
@@ -124,9 +120,6 @@ def main():
                   f"{time.monotonic() - begin:.0f} s", flush=True)
             if options.results:
                 add(options.results, kind, options.busy, results, load)
-    if options.write:
-        with open(options.results) as results, open(options.write, "w") as file:
-            file.write(table.document(json.load(results)))
     return 77 if not ran else failed > 0
 
 

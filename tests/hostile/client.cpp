@@ -280,6 +280,11 @@ void freeResources() {
   ready();
 }
 
+// kill: ends the agent's connection.
+void killConnection() {
+  XKillClient(display, hiddenWindows().at(0));
+}
+
 // grab SECONDS: nobody else is served.
 void grab() {
   XGrabServer(display);
@@ -444,22 +449,13 @@ void state() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::map<std::string, void (*)()> commands = {{"blink", blink},
-                                                      {"crowd", crowd},
-                                                      {"cursor", cursor},
-                                                      {"flood", flood},
-                                                      {"free", freeResources},
-                                                      {"grab", grab},
-                                                      {"keymaps", keymaps},
-                                                      {"move", move},
-                                                      {"own", ownSelections},
-                                                      {"pids", pids},
-                                                      {"remove-modes", removeModes},
-                                                      {"resize", resize},
-                                                      {"spoil", spoil},
-                                                      {"state", state},
-                                                      {"vanish", vanish},
-                                                      {"witness", witness}};
+  const std::map<std::string, void (*)()> commands = {
+      {"blink", blink},       {"crowd", crowd},         {"cursor", cursor},
+      {"flood", flood},       {"free", freeResources},  {"grab", grab},
+      {"keymaps", keymaps},   {"kill", killConnection}, {"move", move},
+      {"own", ownSelections}, {"pids", pids},           {"remove-modes", removeModes},
+      {"resize", resize},     {"spoil", spoil},         {"state", state},
+      {"vanish", vanish},     {"witness", witness}};
   const auto command = commands.find(argc > 1 ? argv[1] : "");
   if (command == commands.end()) {
     for (const auto& [name, function] : commands) fprintf(stderr, "%s\n", name.c_str());

@@ -4,7 +4,7 @@
 import os
 import pathlib
 import re
-import shutil
+import struct
 import subprocess
 import tempfile
 import time
@@ -78,31 +78,20 @@ class LocalUsers(unittest.TestCase):
                 self.assertIn("Error opening default log file: ", agent.story())
                 agent.close()
 
-    def test_configuration(self):
-        """A link of somebody else's to files of root's."""
-        with tempfile.TemporaryDirectory(prefix="hostile-") as top:
-            common = pathlib.Path(top, "real", "config.d", "common")
-            common.parent.mkdir(parents=True)
-            common.write_text("PollInterval=77\n")
-            link = pathlib.Path(top, ".ruvo")
-            link.symlink_to(common.parent.parent)
-            for owner in (0, NOBODY):
-                os.lchown(link, owner, owner)
-                agent = self.agent(environment={"HOME": top})
-                agent.echo()
-                self.assertEqual(agent.has_line("PollInterval=77"), owner == 0, agent.story())
-                self.assertEqual(agent.has_line(f"Error reading {link}: not owned by root", 0), owner != 0)
-                agent.close()
-
-    def test_debug_file(self):
-        """Refusal of the debug file means /dev/null, and the agent goes on."""
-        script = "mount -t tmpfs -o mode=1777 none /tmp && ln -s target /tmp/lppDebug.log"
-        if not can(in_shell(["-m"], script)):
-            self.skipTest("no namespaces here")
-        run = subprocess.run([*in_shell(["-m"], script), desk.AGENT, "user", "-lppDebug", "/nowhere"],
-                             capture_output=True, text=True, check=False, timeout=20,
-                             env=dict(os.environ, LC_ALL="C"))
-        self.assertEqual((run.returncode, run.stderr), (1, ""), "the socket is what is missing")
+    def test_segments_belong_to_the_servers_user(self):
+        for parameters in (), ("_UseXShm=0",):
+            agent = self.agent(*parameters)
+            agent.say("SetXServerOwner", struct.pack(">qq", 7 << 32 | 12345, 54321))
+            agent.start()
+            memory = agent.description[37:]
+            if memory[0] == 0:
+                status = os.stat("/dev/shm" + memory[9:9 + memory[8]].decode())
+                owner = [f"{status.st_mode & 0o777:o}", str(status.st_uid), str(status.st_gid)]
+            else:
+                head, *rows = (line.split() for line in open("/proc/sysvipc/shm"))
+                row = next(row for row in rows if int(row[1]) == int.from_bytes(memory[5:9], "big"))
+                owner = [row[head.index(name)] for name in ("perms", "uid", "gid")]
+            self.assertEqual(owner, ["600", "12345", "54321"])
 
     def test_lines_are_not_forged(self):
         """A text that somebody chose stays within its line."""

@@ -89,6 +89,13 @@ TEST_F(ConfigStoreFileTest, SkipsWhatItCannotRead) {
 TEST_F(ConfigStoreFileTest, RootTrustsOnlyWhatNobodyElseCanWrite) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   write("first/policy.d/common", "Number=7\n");
+  const auto expectTrust = [this](const std::string& spoilt, const char* reason) {
+    number_.unsetParam(30, false);
+    support::LogCapture log(200);
+    load();
+    EXPECT_EQ(number_.hasValueAt(30), !reason) << spoilt;
+    EXPECT_TRUE(!reason || log.has("Error reading " + spoilt + ": " + reason, 0, "FileConfig"));
+  };
   const struct {
     std::string path;
     uid_t owner;
@@ -104,14 +111,16 @@ TEST_F(ConfigStoreFileTest, RootTrustsOnlyWhatNobodyElseCanWrite) {
   for (const auto& c : cases) {
     ASSERT_EQ(chown(c.path.c_str(), c.owner, c.group), 0);
     ASSERT_EQ(chmod(c.path.c_str(), c.mode), 0);
-    number_.unsetParam(30, false);
-    support::LogCapture log(200);
-    load();
-    EXPECT_EQ(number_.hasValueAt(30), !c.reason) << c.path;
-    EXPECT_TRUE(!c.reason || log.has("Error reading " + c.path + ": " + c.reason, 0, "FileConfig"));
+    expectTrust(c.path, c.reason);
     ASSERT_EQ(chown(c.path.c_str(), 0, 0), 0);
     ASSERT_EQ(chmod(c.path.c_str(), 0755), 0);
   }
+  // A link to what is root's counts as its owner's.
+  fs::rename(path("first"), path("real"));
+  fs::create_directory_symlink(path("real"), path("first"));
+  expectTrust(path("first"), nullptr);
+  ASSERT_EQ(lchown(path("first").c_str(), 12345, 0), 0);
+  expectTrust(path("first"), "not owned by root");
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -51,9 +49,6 @@ struct Message {
   std::string body;
   friend bool operator==(const Message&, const Message&) = default;
 };
-inline void printTo(const Message& m, std::ostream* out) {
-  *out << m.name << " " << testing::PrintToString(m.body);
-}
 
 // The messages that the bytes begin with, which are taken off them.
 inline std::vector<Message> takeMessages(std::string& bytes) {

@@ -38,17 +38,15 @@ def end(process, patience=5):
 
 
 class XServer:
-    """Xvfb, or Xorg with outputs that can change mode, or a command made for a directory; on a free
-    display number."""
+    """Xvfb, or Xorg with outputs that can change mode (their sizes and positions), on a free display
+    number unless one is given."""
 
-    def __init__(self, *options, screen="1024x768x24", dummy=False, reset=False, command=None):
+    def __init__(self, *options, screen="1024x768x24", dummy=False, reset=False, number=None,
+                 outputs=(("1024x768", "0 0"),)):
         self.directory = tempfile.mkdtemp(prefix="ruvo-")
-        if command:
-            command = command(self.directory)
-        elif dummy:
-            command = self._dummy()
-        else:
-            command = ["Xvfb", "-screen", "0", screen]
+        command = self._dummy(outputs) if dummy else ["Xvfb", "-screen", "0", screen]
+        if number:
+            command.insert(1, f":{number}")
         ours, theirs = os.pipe()
         if not reset:
             command.append("-noreset")
@@ -61,16 +59,18 @@ class XServer:
         self.display = ":" + self.number
         assert self.number, "the X server does not start"
 
-    def _dummy(self):
+    def _dummy(self, outputs):
         section = 'Section "{}"\n{}\nEndSection\n'.format
         config = section("ServerFlags", 'Option "AutoAddDevices" "false"\n'
                          'Option "AutoEnableDevices" "false"\nOption "AutoAddGPU" "false"')
-        config += section("Device", 'Identifier "d"\nDriver "dummy"\nVideoRam 270000\n'
-                          'Option "Monitor-DUMMY0" "m"')
-        config += section("Monitor", 'Identifier "m"\nHorizSync 5-1000\nVertRefresh 5-200\n'
-                          'Option "Enable" "true"\nOption "PreferredMode" "1024x768"')
-        config += section("Screen", 'Identifier "s"\nDevice "d"\nMonitor "m"\nDefaultDepth 24\n'
-                          'SubSection "Display"\nDepth 24\nVirtual 4096 4096\nEndSubSection')
+        config += section("Device", 'Identifier "d"\nDriver "dummy"\nVideoRam 270000\n' + "\n".join(
+            f'Option "Monitor-DUMMY{n}" "m{n}"' for n in range(len(outputs))))
+        for n, (size, position) in enumerate(outputs):
+            config += section("Monitor", f'Identifier "m{n}"\nHorizSync 5-1000\nVertRefresh 5-200\n'
+                              f'Option "Enable" "true"\nOption "PreferredMode" "{size}"\n'
+                              f'Option "Position" "{position}"')
+        config += section("Screen", 'Identifier "s"\nDevice "d"\nMonitor "m0"\nDefaultDepth 24\n'
+                          'SubSection "Display"\nDepth 24\nVirtual 8192 8192\nEndSubSection')
         path = os.path.join(self.directory, "xorg.conf")
         pathlib.Path(path).write_text(config)
         return ["/usr/lib/xorg/Xorg", "-config", path, "-configdir", self.directory + "/none",
@@ -314,9 +314,13 @@ def segments(pid):
 
 
 def lock_files(pid):
-    """Lock files and POSIX segments carry their maker's process id in the name."""
+    """Those of POSIX segments, and the segments, carry their maker's process id in the name, others
+    within."""
     found = []
     for top in (f"/tmp/.ruvo-{os.geteuid()}", "/run/ruvo", "/dev/shm"):
         for directory, _, files in os.walk(top):
-            found += [f"{directory}/{name}" for name in files if str(pid) in name]
+            for path in (pathlib.Path(directory, name) for name in files):
+                with contextlib.suppress(OSError):
+                    notes = path.read_text().split() if directory.endswith("/SysV") else path.name.split("-")
+                    found += [str(path)] if str(pid) in notes else []
     return found

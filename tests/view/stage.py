@@ -350,7 +350,7 @@ class Setting:
     browser = None
 
     def __init__(self, *options, server=None):
-        """SERVER gives, for a directory, the command of the X server."""
+        """SERVER: what kind of X server, if not the usual one."""
         self.stack = contextlib.ExitStack()
         try:
             self.start(options, server)
@@ -363,7 +363,7 @@ class Setting:
             tempfile.TemporaryDirectory(prefix="view.", ignore_cleanup_errors=True))
         self.log = self.stack.enter_context(
             open(os.path.join(self.directory, "log"), "wb", buffering=0))
-        xserver = desktop.ruvo.XServer(command=server) if server else None
+        xserver = desktop.ruvo.XServer(**server) if server else None
         self.screen = desktop.Desktop(self.directory, self.log, xserver)
         self.stack.callback(lambda: self.screen.close())
         self.view = View(self.screen, *options)
@@ -397,47 +397,7 @@ class Setting:
         self.stack.close()
 
 
-def lasting_server(_):
-    """An X server with a number that nobody takes while it is dead: the free ones are low."""
-    return ["Xvfb", f":{5000 + os.getpid() % 20000}", "-screen", "0", "1280x800x24"]
-
-
-def dummy_server(directory):
-    """An X server with two monitors, 1024x768 and 800x600."""
-    sections = """Section "ServerFlags"
-  Option "AutoAddDevices" "false"
-  Option "AutoEnableDevices" "false"
-  Option "AutoAddGPU" "false"
-EndSection
-Section "Screen"
-  Identifier "screen"
-  Device "card"
-  Monitor "monitor0"
-  DefaultDepth 24
-  SubSection "Display"
-    Virtual 8192 8192
-  EndSubSection
-EndSection
-Section "Device"
-  Identifier "card"
-  Driver "dummy"
-  VideoRam 270000
-  Option "Monitor-DUMMY0" "monitor0"
-  Option "Monitor-DUMMY1" "monitor1"
-EndSection
-"""
-    for index, (size, position) in enumerate((("1024x768", "0 0"), ("800x600", "1024 0"))):
-        sections += f"""Section "Monitor"
-  Identifier "monitor{index}"
-  HorizSync 5-1000
-  VertRefresh 5-200
-  Option "Enable" "true"
-  Option "PreferredMode" "{size}"
-  Option "Position" "{position}"
-EndSection
-"""
-    path = os.path.join(directory, "xorg.conf")
-    with open(path, "w") as file:
-        file.write(sections)
-    return ["/usr/lib/xorg/Xorg", "-config", path, "-configdir", directory + "/none", "-logfile",
-            directory + "/xorg.log", "-novtswitch", "-sharevts"]
+# An X server with a number that nobody takes while it is dead: the free ones are low.
+lasting_server = {"number": 5000 + os.getpid() % 20000, "screen": "1280x800x24"}
+# One with two monitors.
+dummy_server = {"dummy": True, "outputs": (("1024x768", "0 0"), ("800x600", "1024 0"))}

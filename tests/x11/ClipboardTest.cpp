@@ -359,60 +359,6 @@ TEST_F(ClipboardTest, EndlessTransfersAreGivenUp) {
   }
 }
 
-// Other clients can do with our hidden windows as they please.
-TEST_F(ClipboardTest, WindowsThatOthersSpoilAreMadeAnew) {
-  begin();
-  const auto windowsOfOurs = [this] {
-    Window root, parent, *children = nullptr;
-    unsigned count = 0;
-    XQueryTree(client(), DefaultRootWindow(client()), &root, &parent, &children, &count);
-    std::vector<Window> ours;
-    for (unsigned i = 0; i < count; ++i) {
-      if (tx::TXWindow::find(children[i])) ours.push_back(children[i]);
-    }
-    if (children) XFree(children);
-    return ours;
-  };
-  const auto spoil = [this](Window hidden, bool destroys) {
-    const Atom property = XInternAtom(client(), "TIMESTAMP", False);
-    if (destroys) {
-      XDestroyWindow(client(), hidden);
-    } else {
-      XStoreName(client(), hidden, "x");
-      XChangeProperty(client(), hidden, property, XA_STRING, 8, PropModeReplace,
-                      reinterpret_cast<const unsigned char*>("x"), 1);
-    }
-    XSync(client(), False);
-  };
-  uint32_t time = tx::getServerTime();
-  window().setSelectionText("ours", time);
-  for (const bool destroys : {false, true, true}) {
-    for (const Window hidden : windowsOfOurs()) spoil(hidden, destroys);
-    EXPECT_GE(tx::getServerTime(), time);
-    settle();
-    clock_.advanceMs(100);
-    settle();
-    EXPECT_EQ(XGetSelectionOwner(client(), XA_PRIMARY), window().id()) << "ours still";
-    other().own("CLIPBOARD");
-    other().answerText("UTF8_STRING", "copied " + std::to_string(time));
-    EXPECT_EQ(nextText(), "copied " + std::to_string(time++)) << "we are told as ever";
-  }
-  // Offered before anybody has noticed.
-  for (const Window hidden : windowsOfOurs()) spoil(hidden, true);
-  window().setSelectionText("again", tx::getServerTime());
-  EXPECT_EQ(XGetSelectionOwner(client(), XA_PRIMARY), window().id());
-  // What others have taken meanwhile is theirs.
-  for (const Window hidden : windowsOfOurs()) spoil(hidden, true);
-  other().own("PRIMARY");
-  settle();
-  clock_.advanceMs(100);
-  settle();
-  EXPECT_EQ(XGetSelectionOwner(client(), XA_PRIMARY), other().window);
-  // Of answers that came to windows that were gone, the fake owner's log tells.
-  EXPECT_EQ(log_.count("", 0), log_.count("(X_SendEvent)", 0) + log_.count("X_ChangeProperty", 0))
-      << log_.str();
-}
-
 TEST_F(ClipboardTest, AnswersAreReadAsWhatTheyAre) {
   begin();
   // An owner whose UTF-8 is Latin-1, and the other way round.

@@ -6,6 +6,7 @@
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <optional>
 #include <set>
@@ -146,6 +147,18 @@ TEST_F(SKeyboardX11Test, LocksAtTheKeyboard) {
   XkbStateRec state;
   XkbGetState(client(), XkbUseCoreKbd, &state);
   EXPECT_EQ(state.locked_mods, unsigned{Mod2Mask}) << "Num Lock alone";
+}
+
+// What is sent goes out at the end of the loop's turn.
+TEST_F(SKeyboardX11Test, NothingIsFlushedForTheSakeOfEventsThatWait) {
+  begin();
+  load("de");
+  while (XEventsQueued(display(), QueuedAfterReading) == 0) usleep(1000);
+  tap('z');
+  tap('y');
+  EXPECT_EQ(witness_->take(), Strings{});
+  take();
+  EXPECT_EQ(witness_->text(), "zy");
 }
 
 TEST_F(SKeyboardX11Test, AutoRepeatRestsWhileKeysAreHeld) {

@@ -7,6 +7,7 @@
 
 #include "svr/input/CoreKeyRows.h"
 #include "tx/ErrorCatcher.h"
+#include "tx/QueuedEvents.h"
 #include "tx/TXDisplay.h"
 
 namespace svr {
@@ -112,23 +113,11 @@ void KeyMapX11::handleEvent(const XEvent& event) {
   }
 }
 
-// A group or map that was switched before the viewer's key may have its event still in the queue.
-// Events stay there for everybody: what is seen now is seen again in its turn.
-void KeyMapX11::lookAhead() {
-  Display* display = tx::TXDisplay::display();
-  if (XEventsQueued(display, QueuedAfterReading) == 0) return;
-  XEvent event;
-  XCheckIfEvent(
-      display, &event,
-      [](Display*, XEvent* queued, XPointer self) -> Bool {
-        reinterpret_cast<KeyMapX11*>(self)->handleEvent(*queued);
-        return False;
-      },
-      reinterpret_cast<XPointer>(this));
-}
-
 void KeyMapX11::follow() {
-  lookAhead();
+  // A group or map that was switched before the viewer's key may have its event still in the queue.
+  // What is seen now is seen again in its turn.
+  tx::showQueuedEvents(tx::TXDisplay::display(),
+                       [this](const XEvent& event) { handleEvent(event); });
   // One change of the map makes several events: it is read once for all of them.
   if (coreMapChanged_ || xkbMapChanged_) {
     readMap();

@@ -59,7 +59,6 @@ class KeyMapX11 : private tx::TXEventHandler {
   void handleEvent(const XEvent& event) override;
 
   void openXkb();
-  void lookAhead();
   void readMap();
   bool assignXkb(const std::vector<Assignment>& assignments);
   bool sendXkbRows(int first, int last);

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""The C++ examples, as somebody has built them from the installed library, on private desktops.
+"""The C++ examples, also as somebody has built them from the installed library, on private desktops.
 
-    examples_test.py AGENT FOLDER
+    programs_test.py AGENT FOLDER [PREFIX]    PREFIX: of the programs' names
 """
 
 import os
@@ -19,12 +19,12 @@ COLOUR = bytes.fromhex("336699")
 
 
 def main():
-    agent, folder = sys.argv[1], pathlib.Path(sys.argv[2])
+    agent, folder, prefix = sys.argv[1], pathlib.Path(sys.argv[2]), "".join(sys.argv[3:])
     environment = {**os.environ, "RUVOAGENT": agent}
     environment.pop("XAUTHORITY", None)
 
     def run(name, *arguments):
-        return subprocess.run([folder / name, *arguments], env=environment, check=True, text=True,
+        return subprocess.run([folder / (prefix + name), *arguments], env=environment, check=True, text=True,
                               stdout=subprocess.PIPE, timeout=60).stdout
 
     with tempfile.TemporaryDirectory() as scratch, \
