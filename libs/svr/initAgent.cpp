@@ -2,12 +2,14 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "io/FdIo.h"
@@ -37,18 +39,20 @@ namespace {
 
 plat::LogSrc vlog("AgentAppX11");
 
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
 // Brings the signals into the loop that end it.
 class SignalBridge : private os::SignalHandler::Callback {
  public:
   SignalBridge(plat::LogSrc* log, const Watchdog& watchdog) : log_(log) {
     os::SignalHandler::setAlarm(watchdog.alarmFd());
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-      os::SignalHandler::instance().add(signal, this);
-    }
+    for (const int signal : kEndingSignals) os::SignalHandler::instance().add(signal, this);
   }
   ~SignalBridge() {
     os::SignalHandler::instance().remove(this);
     os::SignalHandler::setAlarm(-1);
+    // Only the status is left to be told.
+    for (const int signal : kEndingSignals) std::signal(signal, SIG_IGN);
   }
   SignalBridge(const SignalBridge&) = delete;
   SignalBridge& operator=(const SignalBridge&) = delete;
@@ -109,9 +113,11 @@ int runAgent(bool serviceMode, io::LogDestIpc& logDest, std::unique_ptr<io::Io> 
              Watchdog& watchdog) {
   int status = 1;
   bool displayLost = false;
+  // Until all is tidied up, signals do not end the program by themselves.
+  std::optional<SignalBridge> signals;
   {
     os::AppLoop loop(std::make_unique<AgentLoop>(watchdog));
-    const SignalBridge signals(&vlog, watchdog);
+    signals.emplace(&vlog, watchdog);
     AgentAppX11 app(serviceMode, logDest, std::move(connection));
     try {
       status = loop.run();

@@ -6,7 +6,6 @@ behind, or keep silent about what it could not do.
 
 import itertools
 import os
-import signal
 import struct
 import subprocess
 import tempfile
@@ -86,8 +85,6 @@ def conversation(display, *parameters, environment=None, prefix=(), patience=5):
         if not traces:
             break
         time.sleep(0.05)
-    if result.status == -signal.SIGTERM and lines:
-        result.status = 1  # it was on its way out already
     result.story += f"{lines[:2]} {traces} {result.done[-1:]} status {result.status}"
     complete = len(result.done) == 7 and result.status == 0
     result.verdict = "hangs" if hangs else \

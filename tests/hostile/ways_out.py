@@ -202,6 +202,7 @@ class FailedStart(unittest.TestCase):
     def test_standard_error_closed(self):
         """The next descriptor opened would take its place: the X server would read what is written."""
         agent = self.agent(desk.XServer(), "Log=*:ipc:100,*:nosuch:1", script="exec 2>&-")
+        self.assertEqual(os.readlink(f"/proc/{agent.pid}/fd/2"), "/dev/null")
         agent.start()
         agent.hang_up()
         self.assertEqual(agent.process.returncode, 0)

@@ -1,13 +1,15 @@
 #include "plat/shm/LockDir.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
+#include <memory>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "plat/Exception.h"
@@ -41,6 +43,10 @@ std::set<std::string>& told() {
 void tell(const std::string& line) {
   if (told().insert(line).second) vlog.error("%s", line.c_str());
 }
+
+struct DirectoryCloser {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
 
 struct Place {
   std::string parent;
@@ -111,12 +117,14 @@ void LockDir::clean(
     const std::function<void(const LockFile& lock, const std::string& name)>& remove) {
   for (const Place& place : places()) {
     try {
-      for (const auto& entry : std::filesystem::directory_iterator(openPlace(place, kind, false))) {
-        const std::string name = entry.path().filename();
+      const std::string path = openPlace(place, kind, false);
+      const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(path.c_str()));
+      // Without memory the standard library's iterator ends the program.
+      while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
+        const std::string name = entry->d_name;
         if (!wanted(name)) continue;
-        if (const auto lock = LockFile::openStale(entry.path())) remove(*lock, name);
+        if (const auto lock = LockFile::openStale(path + "/" + name)) remove(*lock, name);
       }
-    } catch (const std::filesystem::filesystem_error&) {
     } catch (const SystemException&) {
     }
   }
