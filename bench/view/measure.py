@@ -288,14 +288,18 @@ class Browser:
         self.page.run(PROBE, 104, 104, 1, 1)
         times = self.draw("dab", 7, 15)
         time.sleep(0.5)
-        # The probe's pixel is red, green, blue, 255 in memory; a dab's colour tells its number.
-        seen = {pixel & 0xffffff: self.begin + now for now, pixel in self.page.run("return seen")}
-        found = []
-        for step, moment in enumerate(times):
-            colour = step * 7919 & 0xffffff
-            swapped = (colour & 0xff) << 16 | colour & 0xff00 | colour >> 16
-            if step:
-                found.append(seen[swapped] - moment)
+        # The probe's pixel is red, green, blue, 255 in memory; a dab's colour tells its number. One
+        # that nobody saw was late until the next.
+        steps = {}
+        for step in range(len(times)):
+            red, green, blue = (step * 7919 >> shift & 0xff for shift in (16, 8, 0))
+            steps[blue << 16 | green << 8 | red] = step
+        seen = {steps.get(pixel & 0xffffff): self.begin + now for now, pixel in self.page.run("return seen")}
+        found, shown = [], None
+        for step in range(len(times) - 1, 0, -1):
+            shown = seen.get(step, shown)
+            if shown is not None:
+                found.append(shown - times[step])
         return found
 
     def echoes(self):
@@ -317,7 +321,8 @@ class Browser:
         for key, following in zip(keyed, keyed[1:] + [1e300]):
             found += [now - key for now, _ in seen if key < now < following][:1]
         if len(found) < KEYS - 2:
-            raise RuntimeError(f"{len(found)} echoes of {KEYS} keys were seen")
+            print(f"!!! {len(found)} echoes of {KEYS} keys were seen, each before the next key !!!",
+                  file=sys.stderr)
         return found
 
     def film(self):

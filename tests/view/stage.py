@@ -72,7 +72,7 @@ class View:
     def __init__(self, screen, *options, listen="127.0.0.1:0"):
         self.process = screen.programs.start(
             [VIEW, "--display", screen.display, "--agent", AGENT, "--listen", listen, *options],
-            stdout=subprocess.PIPE)
+            stdout=subprocess.PIPE, preexec_fn=desktop.ruvo.dies_with_parent)
         self.address = self.process.stdout.readline().decode().strip()
         if not self.address.startswith("http"):
             raise RuntimeError(f"ruvoview does not start: {self.address!r}")
