@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Runs the benchmarks and prints one table of all rows.
 
-    table.py [--raw] [--filter TEXT] [--document FILE] NAME=BUILD-DIRECTORY [NAME=AGENT]...
+    table.py [--raw] [--filter TEXT] [--document] NAME=BUILD-DIRECTORY [NAME=AGENT]...
 
 Writes table.md, table.json and two plots to build/bench. With an agent of another build as further
 arguments the programs of the first build measure that as well. With a program's name as the text
 only that one runs, else only rows whose names contain the text are shown. With --raw the programs'
-own output is printed instead. --document puts table and plots into a document, between its marks.
+own output is printed instead. --document puts table and plots into docs/performance.md, and one of
+the plots into README.md, between their marks.
 
 Below 1 is better than the yardstick.
 """
@@ -37,6 +38,8 @@ AGENT_PROGRAMS = ("agent", "clipboard", "fleet", "keys", "resize", "start")
 FURTHER = ("agent", "clipboard", "keys", "resize", "start")
 NO_ROWS = ("paths", "view-draw")
 MARKS = ("<!-- figures -->", "<!-- end of figures -->")
+PLOTS = {"latency.svg": "Time from drawing to \"fbUpdate\", and from a key to KeyPress",
+         "load.svg": "Processor time by workload, beside the floor and other programs"}
 
 
 def run(command, raw):
@@ -152,11 +155,21 @@ def put_into(document, text):
                                flags=re.DOTALL))
 
 
+def put_into_documents(text, plots):
+    docs = ROOT / "docs"
+    for path in plots:
+        shutil.copy(path, docs)
+    images = "\n\n".join(f"![{PLOTS[path.name]}]({path.name})" for path in plots)
+    put_into(docs / "performance.md", f"{images}\n\n{text}")
+    put_into(ROOT / "README.md", "\n".join(f"![{PLOTS[path.name]}](docs/{path.name})"
+                                           for path in plots if path.name == "load.svg"))
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--raw", action="store_true")
     parser.add_argument("--filter", default="")
-    parser.add_argument("--document", type=pathlib.Path)
+    parser.add_argument("--document", action="store_true")
     parser.add_argument("builds", nargs="+")
     arguments = parser.parse_args()
     OUT.mkdir(parents=True, exist_ok=True)
@@ -169,9 +182,7 @@ def main():
         {"machine": about, "tables": tables, "series": series}, indent=1))
     plots = plot.draw_all(series, OUT)
     if arguments.document:
-        put_into(arguments.document, text)
-        for path in plots:
-            shutil.copy(path, arguments.document.parent)
+        put_into_documents(text, plots)
     if not arguments.raw:
         print(text)
 
