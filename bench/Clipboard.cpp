@@ -1,177 +1,197 @@
-// Text from an X client that copies until the server has it, and from the server until an X client
-// has pasted it, beside the same text from one client to another: in each direction the agent takes
-// the place of one of the two xclips. Starting them is part of every figure.
+// Text from the server until an X client has pasted it, beside the same text from a program that
+// does nothing but own a selection; and what a text takes that an X client has copied until the
+// server has it.
 //
 //   bench-clipboard [--agent PATH]
 
-#include <unistd.h>
+#include <X11/Xatom.h>
+#include <poll.h>
 
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "host/AgentConnection.h"
-#include "host/AgentProcess.h"
-#include "host/Transcript.h"
+#include "agent/Report.h"
+#include "agent/Subject.h"
 #include "plat/Exception.h"
-#include "plat/log/LogManager.h"
 #include "support/XServer.h"
 
+namespace bench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr int kRounds = 15;
+constexpr int kRounds = 60;
 constexpr int kTimeoutMs = 10000;
-// What the agent takes of a text.
-constexpr size_t kMaxTaken = 256 * 1024;
 
-double msSince(Clock::time_point begin) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+Window makeWindow(Display* display) {
+  return XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0);
 }
 
-std::string ownDirectory() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
-  return own.substr(0, own.rfind('/') + 1);
-}
-
-double median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
-void copyWithXclip(const std::string& text) {
-  FILE* const pipe = popen("exec xclip -i -selection clipboard >/dev/null 2>&1", "w");
-  if (!pipe) throw std::runtime_error("popen");
-  const bool written = fwrite(text.data(), 1, text.size(), pipe) == text.size();
-  if (pclose(pipe) != 0 || !written) throw std::runtime_error("xclip can't copy");
-}
-
-// Tries until it gets this text, since owning a selection takes its time.
-void pasteWithXclip(const std::string& text) {
-  for (const Clock::time_point begin = Clock::now(); msSince(begin) < kTimeoutMs;) {
-    FILE* const pipe = popen("exec xclip -o -selection clipboard 2>/dev/null", "r");
-    if (!pipe) throw std::runtime_error("popen");
-    std::string got;
-    static std::array<char, 65536> bytes;
-    size_t count;
-    while ((count = fread(bytes.data(), 1, bytes.size(), pipe)) > 0) {
-      got.append(bytes.data(), count);
-    }
-    pclose(pipe);
-    if (got == text) return;
+// Answers as an owner must; returns whether it was asked for the text.
+bool answer(Display* display, const XSelectionRequestEvent& request, const std::string& text) {
+  const Atom utf8 = XInternAtom(display, "UTF8_STRING", False);
+  const Atom targets = XInternAtom(display, "TARGETS", False);
+  XEvent reply{};
+  reply.xselection.type = SelectionNotify;
+  reply.xselection.requestor = request.requestor;
+  reply.xselection.selection = request.selection;
+  reply.xselection.target = request.target;
+  reply.xselection.time = request.time;
+  reply.xselection.property = request.property;
+  if (request.target == utf8) {
+    XChangeProperty(display, request.requestor, request.property, utf8, 8, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(text.data()),
+                    static_cast<int>(text.size()));
+  } else if (request.target == targets) {
+    XChangeProperty(display, request.requestor, request.property, XA_ATOM, 32, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(&utf8), 1);
+  } else {
+    reply.xselection.property = None;
   }
-  throw std::runtime_error("xclip can't paste");
+  XSendEvent(display, request.requestor, False, 0, &reply);
+  return request.target == utf8;
 }
 
-class Bench {
- public:
-  Bench(host::AgentConnection& agent, const host::Transcript& seen) : agent_(agent), seen_(seen) {}
+// The yardstick, as a program of its own: owns SECONDARY for ever.
+int ownOnly(size_t size) {
+  Display* const display = XOpenDisplay(nullptr);
+  if (!display) return 1;
+  const std::string text(size, 'x');
+  XSetSelectionOwner(display, XInternAtom(display, "SECONDARY", False), makeWindow(display),
+                     CurrentTime);
+  for (;;) {
+    XEvent event;
+    XNextEvent(display, &event);
+    if (event.type == SelectionRequest) answer(display, event.xselectionrequest, text);
+  }
+}
 
-  void run(const char* name, size_t size) {
-    std::vector<double> toServer, fromServer, yardstick;
-    // The first round is not counted. All kinds meet the same machine.
-    for (int round = 0; round <= kRounds; ++round) {
-      const std::string passed = next(size);
-      const double times[] = {
-          time([&] { copyToServer(next(size)); }),
-          time([&] { pasteFromServer(next(size)); }),
-          time([&] { xclipToXclip(passed); }),
-      };
-      // The agent reports that as well: not while something else is timed.
-      waitForServer(passed);
-      if (round == 0) continue;
-      toServer.push_back(times[0]);
-      fromServer.push_back(times[1]);
-      yardstick.push_back(times[2]);
-    }
-    const double base = median(yardstick);
-    std::printf("%-8s copy to server %7.2f ms (ratio %.2f)   server to paste %7.2f ms (ratio %.2f)",
-                name, median(toServer), median(toServer) / base, median(fromServer),
-                median(fromServer) / base);
-    std::printf("   xclip to xclip %7.2f ms%s\n", base,
-                size > kMaxTaken ? "   (the server gets the first 256 KB)" : "");
+// A client that pastes.
+class Requestor {
+ public:
+  explicit Requestor(const support::XServer& server)
+      : display_(server.connect()), window_(makeWindow(display_.get())) {}
+
+  Atom atom(const char* name) { return XInternAtom(display_.get(), name, False); }
+  bool isOwned(Atom selection) { return XGetSelectionOwner(display_.get(), selection) != None; }
+
+  // Milliseconds from the request until the text is here.
+  double paste(Atom selection, size_t size) {
+    Display* const display = display_.get();
+    const Atom utf8 = atom("UTF8_STRING"), property = atom("PASTED");
+    const Clock::time_point begin = Clock::now();
+    XConvertSelection(display, selection, utf8, property, window_, CurrentTime);
+    XEvent event;
+    do {
+      XNextEvent(display, &event);
+    } while (event.type != SelectionNotify);
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0, left = 0;
+    unsigned char* bytes = nullptr;
+    XGetWindowProperty(display, window_, property, 0, 1 << 20, True, AnyPropertyType, &type,
+                       &format, &count, &left, &bytes);
+    const double ms = msSince(begin);
+    if (bytes) XFree(bytes);
+    if (count != size) throw std::runtime_error("another text was pasted");
+    return ms;
   }
 
  private:
-  template <typename Work>
-  static double time(Work work) {
-    const Clock::time_point begin = Clock::now();
-    work();
-    return msSince(begin);
-  }
-
-  // Each text is another one.
-  std::string next(size_t size) {
-    std::string text = std::to_string(++count_) + " ";
-    text.resize(size, 'x');
-    return text;
-  }
-
-  void copyToServer(const std::string& text) {
-    copyWithXclip(text);
-    waitForServer(text);
-  }
-  void pasteFromServer(const std::string& text) {
-    agent_.clientCutText(text);
-    agent_.channel().flush(kTimeoutMs);
-    pasteWithXclip(text);
-  }
-  void xclipToXclip(const std::string& text) {
-    copyWithXclip(text);
-    pasteWithXclip(text);
-  }
-  void waitForServer(const std::string& text) {
-    const std::string expected = text.substr(0, kMaxTaken);
-    if (!agent_.processUntil(
-            [&] { return !seen_.cutTexts.empty() && seen_.cutTexts.back() == expected; },
-            kTimeoutMs)) {
-      throw std::runtime_error("the server did not get the text");
-    }
-  }
-
-  host::AgentConnection& agent_;
-  const host::Transcript& seen_;
-  int count_ = 0;
+  support::XConnection display_;
+  Window window_;
 };
 
+void measurePastes(const std::string& agent) {
+  struct Kind {
+    const char* name;
+    size_t size;
+    double goal;
+  };
+  for (const Kind& kind :
+       {Kind{"1 KB", 1024, 1.1}, Kind{"64 KB", 64 * 1024, 1.0}, Kind{"1 MB", 1000 * 1000, 1.0}}) {
+    const auto server = support::XServer::xvfb("640x480x24");
+    Subject subject(agent, server->display(), "", {{"EnableClipboard", "1"}});
+    const auto owner =
+        server->start({ownDirectory() + "bench-clipboard", "own", std::to_string(kind.size)});
+    Requestor requestor(*server);
+    subject.connection().clientCutText(std::string(kind.size, 'x'));
+    const Atom clipboard = requestor.atom("CLIPBOARD"), secondary = requestor.atom("SECONDARY");
+    const bool areOwned = support::waitFor([&] {
+      subject.run(0.01);
+      return requestor.isOwned(clipboard) && requestor.isOwned(secondary);
+    });
+    if (!areOwned) throw std::runtime_error("nobody owns the selection");
+    std::vector<double> ours, theirs;
+    for (int i = 0; i <= kRounds; ++i) {
+      // As people paste: both owners sleep. What the agent logs is read meanwhile.
+      subject.run(0.02);
+      const double mine = requestor.paste(clipboard, kind.size);
+      subject.run(0.02);
+      const double bare = requestor.paste(secondary, kind.size);
+      if (i == 0) continue;
+      ours.push_back(mine);
+      theirs.push_back(bare);
+    }
+    printRow(std::string("paste ") + kind.name, "ms", {median(ours)}, {median(theirs)},
+             "bare selection owner", kind.goal);
+  }
+}
+
+// Conversions and round trips of the agent for each text that an X client copies.
+void countCopies(const std::string& agent) {
+  const auto server = support::XServer::xvfb("640x480x24");
+  Subject subject(agent, server->display(), ownDirectory() + "libcountcalls.so",
+                  {{"EnableClipboard", "1"}});
+  const support::XConnection connection = server->connect();
+  Display* const display = connection.get();
+  const Window window = makeWindow(display);
+  const Atom clipboard = XInternAtom(display, "CLIPBOARD", False);
+  int conversions = 0;
+  const auto copy = [&](const std::string& text) {
+    XSetSelectionOwner(display, clipboard, window, CurrentTime);
+    const auto arrived = [&] {
+      while (XPending(display) > 0) {
+        XEvent event;
+        XNextEvent(display, &event);
+        if (event.type != SelectionRequest) continue;
+        ++conversions;
+        answer(display, event.xselectionrequest, text);
+      }
+      XFlush(display);
+      subject.connection().process(1);
+      return !subject.cutTexts.empty() && subject.cutTexts.back() == text;
+    };
+    if (!support::waitFor(arrived)) throw std::runtime_error("the server did not get the text");
+  };
+  // The first one may come before the agent has looked at what was there at its start.
+  subject.run(3);
+  copy(std::string(1024, 'a'));
+  subject.run(2.5);
+  conversions = 0;
+  const uint64_t before = subject.counts()->roundTrips;
+  constexpr int kCopies = 10;
+  for (int i = 0; i < kCopies; ++i) copy(std::string(1023, 'b') + static_cast<char>('0' + i));
+  printRow("copy 1 KB to \\\"serverCutText\\\": conversions", "", double(conversions) / kCopies, 2);
+  // Each answer has to be fetched.
+  printRow("copy 1 KB to \\\"serverCutText\\\": X round trips", "",
+           double(subject.counts()->roundTrips - before) / kCopies, 2);
+}
+
 }  // namespace
+}  // namespace bench
 
 int main(int argc, char** argv) {
-  std::string agentPath = ownDirectory() + "ruvoagent";
-  if (argc == 3 && std::string(argv[1]) == "--agent") agentPath = argv[2];
-  plat::LogManager::instance().setLogSpec("*:stderr:0");
+  if (argc == 3 && std::strcmp(argv[1], "own") == 0) {
+    return bench::ownOnly(std::strtoul(argv[2], nullptr, 10));
+  }
+  std::string agent = bench::ownDirectory() + "ruvoagent";
+  if (argc == 3 && std::strcmp(argv[1], "--agent") == 0) agent = argv[2];
   try {
-    const auto server = support::XServer::xvfb("640x480x24");
-    server->setDisplayVariable();
-    host::LaunchOptions options;
-    options.agent = agentPath;
-    options.display = server->display();
-    options.parameters = {{"EnableClipboard", "1"}};
-    options.environment = {{"HOME", "/nonexistent"}};
-    host::AgentProcess process = host::AgentProcess::launch(options);
-    host::Transcript seen(host::Transcript::Keep::kLast);
-    host::AgentConnection agent(process.takeChannel(), &seen);
-    agent.start();
-    if (!agent.processUntil([&] { return agent.segment() != nullptr; }, kTimeoutMs)) {
-      throw std::runtime_error("the agent does not start");
-    }
-
-    Bench bench(agent, seen);
-    bench.run("1 KB", 1024);
-    bench.run("64 KB", 64 * 1024);
-    // A little less, since xclip sends what is longer in pieces, which the agent does not take.
-    bench.run("1 MB", 1000 * 1000);
-    agent.finish(kTimeoutMs);
+    bench::measurePastes(agent);
+    bench::countCopies(agent);
   } catch (const plat::Exception& e) {
     std::fprintf(stderr, "bench-clipboard: %s\n", e.text());
     return 1;
@@ -179,5 +199,4 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "bench-clipboard: %s\n", e.what());
     return 1;
   }
-  return 0;
 }

@@ -5,14 +5,13 @@
 
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
-#include <limits.h>
 #include <poll.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
+#include "agent/Report.h"
 #include "agent/Subject.h"
 #include "plat/Exception.h"
 #include "support/XServer.h"
@@ -21,13 +20,6 @@ namespace bench {
 namespace {
 
 constexpr int kBurst = 1000;
-
-std::string ownDirectory() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
-  return own.substr(0, own.rfind('/') + 1);
-}
 
 // A client with the focus.
 class Receiver {
@@ -115,25 +107,21 @@ void measure(const std::string& agent, int samples) {
       tool->wait();
     }
   }
-  std::printf("key press and release, from the request until a client has both\n");
-  const auto row = [](const char* name, const std::vector<double>& times) {
-    std::printf("  %-22s median %6.3f ms, 95 %% %6.3f ms\n", name, median(times),
-                percentile(times, 0.95));
-  };
-  row("agent", ours);
-  row("bare XTEST", xtest);
-  row("xdotool key", xdotool);
-  std::printf("  agent / bare XTEST %.2f, agent / xdotool %.3f\n", median(ours) / median(xtest),
-              median(ours) / median(xdotool));
+  printRow("key to KeyPress", "ms", {median(ours)}, {median(xtest)}, "bare XTEST", 1.3);
+  printRow("key to KeyPress, p95", "ms", {percentile(ours, 0.95)}, {percentile(xtest, 0.95)},
+           "bare XTEST", 1.3);
+  printRow("key to KeyPress", "ms", {median(ours)}, {median(xdotool)}, "xdotool", 1);
+  printSeries("latency", "agent", "key", ours);
+  printSeries("latency", "bare XTEST", "key", xtest);
 
   std::vector<double> ourBursts, bareBursts;
   for (int i = 0; i < 5; ++i) {
-    bareBursts.push_back(timed(kBurst, throughXTest));
-    ourBursts.push_back(timed(kBurst, throughAgent));
+    bareBursts.push_back(timed(kBurst, throughXTest) * 1000 / kBurst);
+    ourBursts.push_back(timed(kBurst, throughAgent) * 1000 / kBurst);
   }
-  std::printf("%d keys at once: agent %.1f us a key, bare XTEST %.1f us a key; ratio %.2f\n",
-              kBurst, median(ourBursts) * 1000 / kBurst, median(bareBursts) * 1000 / kBurst,
-              median(ourBursts) / median(bareBursts));
+  printRow("1000 keys at once", "us a key", ourBursts, bareBursts, "bare XTEST", 1.3);
+  // 60,000 a second.
+  printRow("1000 keys at once", "us a key", median(ourBursts), 16.7);
 }
 
 }  // namespace

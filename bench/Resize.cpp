@@ -3,17 +3,14 @@
 //
 //   bench-resize [--agent PATH]
 
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
-#include <climits>
 #include <cstdio>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "agent/Report.h"
+#include "agent/Subject.h"
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
 #include "host/Transcript.h"
@@ -23,9 +20,8 @@
 #include "tx/RandrExtension.h"
 #include "tx/TXDisplay.h"
 
+namespace bench {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr int kRounds = 20;
 constexpr int kTimeoutMs = 10000;
@@ -33,23 +29,6 @@ constexpr int kTimeoutMs = 10000;
 struct Size {
   int width, height;
 };
-
-double msSince(Clock::time_point begin) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
-}
-
-std::string ownDirectory() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
-  return own.substr(0, own.rfind('/') + 1);
-}
-
-void print(const char* what, std::vector<double> ms) {
-  std::sort(ms.begin(), ms.end());
-  std::printf("%-52s median %7.2f ms  least %7.2f  most %7.2f\n", what, ms[ms.size() / 2],
-              ms.front(), ms.back());
-}
 
 // Times of one kind of request, after one that does not count. Between two of them the desktop
 // rests, so that no update has to keep its distance from the one before.
@@ -164,33 +143,37 @@ class BareClient {
   RROutput output_ = None;
 };
 
-void run(const std::string& agent) {
+void measureAll(const std::string& agent) {
   constexpr Size kKnown[] = {{1920, 1080}, {1280, 720}};
   const auto display = support::XServer::dummy({{1920, 1080, 0, 0}});
+  std::vector<double> bare;
   {
     BareClient client(display->display());
-    print("a bare client switches to a mode that exists",
-          measure([&](int i) { client.resize(kKnown[i % 2 ? 0 : 1]); }, [] {}));
+    bare = measure([&](int i) { client.resize(kKnown[i % 2 ? 0 : 1]); }, [] {});
   }
   host::LaunchOptions options;
   options.agent = agent;
   options.display = display->display();
   Server server(options);
-  const auto report = [&](const char* kind, const std::function<void(int)>& request) {
+  const auto report = [&](const std::string& kind, double goal,
+                          const std::function<void(int)>& request) {
     server.bufferMs.clear();
     const std::vector<double> updates = measure(request, [&] { server.rest(); });
-    std::printf("\n%s\n", kind);
-    print("  resize request to the new framebuffer", server.bufferMs);
-    print("  resize request to first update at the new size", updates);
+    // The first one does not count.
+    server.bufferMs.erase(server.bufferMs.begin());
+    const std::string begin = "resize to " + kind;
+    printDifference(begin + ", until the buffer", "ms", server.bufferMs, bare, "bare switch", goal);
+    printDifference(begin + ", until its first update", "ms", updates, bare, "bare switch", 0);
   };
-  report("a mode that exists", [&](int i) { server.resize(kKnown[i % 2 ? 0 : 1]); });
-  report("a mode that has to be made", [&](int i) { server.resize({1600 + i, 900 + i}); });
+  report("a mode that exists", 3, [&](int i) { server.resize(kKnown[i % 2 ? 0 : 1]); });
+  report("a mode that has to be made", 0, [&](int i) { server.resize({1600 + i, 900 + i}); });
 }
 
 }  // namespace
+}  // namespace bench
 
 int main(int argc, char** argv) {
-  std::string agent = ownDirectory() + "ruvoagent";
+  std::string agent = bench::ownDirectory() + "ruvoagent";
   if (argc == 3 && std::string(argv[1]) == "--agent") {
     agent = argv[2];
   } else if (argc != 1) {
@@ -199,7 +182,7 @@ int main(int argc, char** argv) {
   }
   plat::LogManager::instance().setLogSpec("*:stderr:0");
   try {
-    run(agent);
+    bench::measureAll(agent);
   } catch (const plat::Exception& e) {
     std::fprintf(stderr, "bench-resize: %s\n", e.text());
     return 1;

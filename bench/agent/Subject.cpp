@@ -6,24 +6,43 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace bench {
 
 double cpuSeconds(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/schedstat");
-  uint64_t nanoseconds = 0;
-  file >> nanoseconds;
-  return double(nanoseconds) / 1e9;
+  uint64_t all = 0;
+  const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    std::ifstream file(task.path() / "schedstat");
+    uint64_t nanoseconds = 0;
+    file >> nanoseconds;
+    all += nanoseconds;
+  }
+  return double(all) / 1e9;
 }
 
-Resident resident(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
-  uint64_t size = 0, all = 0, shared = 0;
-  file >> size >> all >> shared;
-  const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-  return {all * page, shared * page};
+uint64_t ownMemory(pid_t pid, bool proportional) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/smaps_rollup");
+  uint64_t all = 0, shared = 0;
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream words(line);
+    std::string name;
+    uint64_t kilobytes = 0;
+    words >> name >> kilobytes;
+    if (name == (proportional ? "Pss:" : "Rss:")) all = kilobytes;
+    if (name == "Pss_Shmem:") shared = kilobytes;
+  }
+  if (!proportional) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("RssShmem:")) shared = std::stoull(line.substr(9));
+    }
+  }
+  return (all - std::min(all, shared)) * 1024;
 }
 
 double median(std::vector<double> values) {
@@ -37,11 +56,13 @@ double percentile(std::vector<double> values, double part) {
 }
 
 Subject::Subject(const std::string& agent, const std::string& display,
-                 const std::string& countLibrary)
+                 const std::string& countLibrary,
+                 const std::vector<std::pair<std::string, std::string>>& parameters)
     : Transcript(Keep::kLast) {
   host::LaunchOptions options;
   options.agent = agent;
   options.display = display;
+  options.parameters = parameters;
   if (!countLibrary.empty()) {
     char name[] = "/tmp/ruvo-bench-XXXXXX";
     const int fd = mkstemp(name);

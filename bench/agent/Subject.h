@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CallCounts.h"
@@ -20,13 +21,11 @@ inline double msSince(Clock::time_point begin) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-// Processor time that a process has used, in seconds.
+// Processor time that the threads of a process have used, in seconds.
 double cpuSeconds(pid_t pid);
-// Resident memory of a process in bytes: all of it, and what it shares with others.
-struct Resident {
-  uint64_t all = 0, shared = 0;
-};
-Resident resident(pid_t pid);
+// Resident memory of a process in bytes, without what it maps of shared memory: the frame is not
+// its own. A page that several processes map counts in part for each when proportional.
+uint64_t ownMemory(pid_t pid, bool proportional);
 
 double median(std::vector<double> values);
 double percentile(std::vector<double> values, double part);
@@ -36,7 +35,9 @@ double percentile(std::vector<double> values, double part);
 class Subject : public host::Transcript {
  public:
   // countCalls: with the counting library at this path preloaded; empty leaves it out.
-  Subject(const std::string& agent, const std::string& display, const std::string& countLibrary);
+  // parameters are for the agent's command line.
+  Subject(const std::string& agent, const std::string& display, const std::string& countLibrary,
+          const std::vector<std::pair<std::string, std::string>>& parameters = {});
   ~Subject() override;
 
   host::AgentConnection& connection() { return *connection_; }

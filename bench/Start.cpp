@@ -1,0 +1,153 @@
+// How long an agent takes to greet its server, beside a program that does nothing but connect to
+// the X server; and from "start" to the first framebuffer, beside one grab of the screen.
+//
+//   bench-start [--agent PATH]
+
+#include <X11/Xlib.h>
+#include <X11/extensions/XShm.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "agent/Report.h"
+#include "agent/Subject.h"
+#include "plat/Exception.h"
+#include "support/XServer.h"
+
+namespace bench {
+namespace {
+
+constexpr int kRounds = 20;
+constexpr int kTimeoutMs = 10000;
+
+// What is measured as the yardstick of the start: tells the descriptor that it has connected.
+int connectOnly(int descriptor) {
+  Display* const display = XOpenDisplay(nullptr);
+  return display && write(descriptor, "", 1) == 1 ? 0 : 1;
+}
+
+double msToConnect(const std::string& display) {
+  host::LaunchOptions options;
+  options.agent = ownDirectory() + "bench-start";
+  options.mode = "connect";
+  options.display = display;
+  const Clock::time_point begin = Clock::now();
+  host::AgentProcess process = host::AgentProcess::launch(options);
+  const plat::FileDescriptor channel = process.takeChannel();
+  char byte;
+  if (recv(channel.get(), &byte, 1, 0) != 1) throw std::runtime_error("no connection");
+  const double ms = msSince(begin);
+  process.wait(kTimeoutMs);
+  return ms;
+}
+
+struct AgentStart {
+  double toGreeting, toBuffer;
+};
+
+AgentStart startAgent(const std::string& agent, const std::string& display) {
+  host::LaunchOptions options;
+  options.agent = agent;
+  options.display = display;
+  const Clock::time_point begin = Clock::now();
+  host::AgentProcess process = host::AgentProcess::launch(options);
+  host::Transcript seen(host::Transcript::Keep::kLast);
+  host::AgentConnection connection(process.takeChannel(), &seen);
+  AgentStart result{};
+  if (!connection.processUntil([&] { return seen.count("init") > 0; }, kTimeoutMs)) {
+    throw std::runtime_error("the agent does not greet");
+  }
+  result.toGreeting = msSince(begin);
+  connection.processUntil([&] { return seen.greeted(); }, kTimeoutMs);
+  const Clock::time_point started = Clock::now();
+  connection.start();
+  if (!connection.processUntil([&] { return connection.segment() != nullptr; }, kTimeoutMs)) {
+    throw std::runtime_error("the agent does not publish its buffer");
+  }
+  result.toBuffer = msSince(started);
+  connection.finish(kTimeoutMs);
+  return result;
+}
+
+// One copy of the screen into a segment that nobody has used before.
+double msToGrab(Display* display) {
+  const auto width = static_cast<unsigned>(DisplayWidth(display, 0));
+  const auto height = static_cast<unsigned>(DisplayHeight(display, 0));
+  const Window root = DefaultRootWindow(display);
+  XShmSegmentInfo segment{};
+  segment.shmid = shmget(IPC_PRIVATE, size_t{width} * height * 4, IPC_CREAT | 0600);
+  segment.shmaddr = static_cast<char*>(shmat(segment.shmid, nullptr, 0));
+  XShmAttach(display, &segment);
+  const Pixmap pixmap = XShmCreatePixmap(display, root, segment.shmaddr, &segment, width, height,
+                                         static_cast<unsigned>(DefaultDepth(display, 0)));
+  XGCValues values{};
+  values.subwindow_mode = IncludeInferiors;
+  values.graphics_exposures = False;
+  const GC gc = XCreateGC(display, pixmap, GCSubwindowMode | GCGraphicsExposures, &values);
+  XSync(display, False);
+  const Clock::time_point begin = Clock::now();
+  XCopyArea(display, root, pixmap, gc, 0, 0, width, height, 0, 0);
+  XSync(display, False);
+  const double ms = msSince(begin);
+  XFreeGC(display, gc);
+  XFreePixmap(display, pixmap);
+  XShmDetach(display, &segment);
+  XSync(display, False);
+  shmctl(segment.shmid, IPC_RMID, nullptr);
+  shmdt(segment.shmaddr);
+  return ms;
+}
+
+void measure(const std::string& agent) {
+  const auto server = support::XServer::xvfb("1920x1080x24");
+  const support::XConnection bare = server->connect();
+  std::vector<double> greeting, connecting, buffer, grab;
+  // The first round finds cold files.
+  for (int i = 0; i <= kRounds; ++i) {
+    const AgentStart start = startAgent(agent, server->display());
+    const double connection = msToConnect(server->display());
+    const double copy = msToGrab(bare.get());
+    if (i == 0) continue;
+    greeting.push_back(start.toGreeting);
+    buffer.push_back(start.toBuffer);
+    connecting.push_back(connection);
+    grab.push_back(copy);
+  }
+  printDifference("exec to \\\"init\\\": beyond a bare connection", "ms", greeting, connecting,
+                  "exec and XOpenDisplay", 5);
+  printDifference("\\\"start\\\" to the first buffer: beyond one grab", "ms", buffer, grab,
+                  "one grab", 3);
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+  if (argc > 2 && std::strcmp(argv[1], "connect") == 0) {
+    return bench::connectOnly(std::atoi(argv[2]));
+  }
+  std::string agent = bench::ownDirectory() + "ruvoagent";
+  if (argc == 3 && std::strcmp(argv[1], "--agent") == 0) {
+    agent = argv[2];
+  } else if (argc != 1) {
+    std::fputs("usage: bench-start [--agent PATH]\n", stderr);
+    return 2;
+  }
+  try {
+    bench::measure(agent);
+  } catch (const plat::Exception& e) {
+    std::fprintf(stderr, "bench-start: %s\n", e.text());
+    return 1;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "bench-start: %s\n", e.what());
+    return 1;
+  }
+}

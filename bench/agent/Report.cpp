@@ -1,0 +1,62 @@
+#include "Report.h"
+
+#include <unistd.h>
+#include <climits>
+#include <cstdio>
+
+#include "Subject.h"
+
+namespace bench {
+
+namespace {
+
+void print(const std::string& name, const std::string& unit, double ours, double yardstick,
+           const std::string& against, double ratio, double noise, double goal) {
+  std::printf(
+      "{\"row\": \"%s\", \"unit\": \"%s\", \"ours\": %.4g, \"yardstick\": %.4g, "
+      "\"against\": \"%s\", \"ratio\": %.3f, \"noise\": %.3f, \"goal\": %g}\n",
+      name.c_str(), unit.c_str(), ours, yardstick, against.c_str(), ratio, noise, goal);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+std::string ownDirectory() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
+  return own.substr(0, own.rfind('/') + 1);
+}
+
+void printRow(const std::string& name, const std::string& unit, const std::vector<double>& ours,
+              const std::vector<double>& yardstick, const std::string& against, double goal) {
+  std::vector<double> ratios;
+  for (size_t i = 0; i < ours.size(); ++i) ratios.push_back(ours[i] / yardstick[i]);
+  print(name, unit, median(ours), median(yardstick), against, median(ratios),
+        (percentile(ratios, 1) - percentile(ratios, 0)) / 2, goal);
+}
+
+void printRow(const std::string& name, const std::string& unit, double ours, double goal) {
+  print(name, unit, ours, goal, "the goal", ours / goal, 0, goal);
+}
+
+void printDifference(const std::string& name, const std::string& unit,
+                     const std::vector<double>& ours, const std::vector<double>& yardstick,
+                     const std::string& against, double goal) {
+  std::vector<double> beyond;
+  for (size_t i = 0; i < ours.size(); ++i) beyond.push_back(ours[i] - yardstick[i]);
+  const double spread = percentile(beyond, 0.75) - percentile(beyond, 0.25);
+  print(name, unit, median(beyond), median(yardstick), against, median(ours) / median(yardstick),
+        spread / 2 / median(yardstick), goal);
+}
+
+void printSeries(const std::string& series, const std::string& who, const std::string& what,
+                 const std::vector<double>& values) {
+  std::printf("{\"series\": \"%s\", \"who\": \"%s\", \"what\": \"%s\", \"values\": [",
+              series.c_str(), who.c_str(), what.c_str());
+  for (size_t i = 0; i < values.size(); ++i) std::printf("%s%.4g", i ? ", " : "", values[i]);
+  std::printf("]}\n");
+  std::fflush(stdout);
+}
+
+}  // namespace bench
