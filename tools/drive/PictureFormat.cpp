@@ -17,14 +17,6 @@ namespace drive {
 
 namespace {
 
-std::vector<uint8_t> withoutAlpha(const uint8_t* rgba, int width, int height) {
-  const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
-  std::vector<uint8_t> rgb;
-  rgb.reserve(pixels * 3);
-  for (size_t i = 0; i < pixels; ++i) rgb.insert(rgb.end(), rgba + i * 4, rgba + i * 4 + 3);
-  return rgb;
-}
-
 std::vector<uint8_t> encodePng(const uint8_t* rows, int width, int height, bool withAlpha) {
   png_image image{};
   image.version = PNG_IMAGE_VERSION;
@@ -98,6 +90,14 @@ PictureFormat pictureFormatOf(const std::string& file) {
   if (webp) return PictureFormat::kWebp;
 #endif
   throw Failure(file + ": this ruvodrive was built without the library for this format");
+}
+
+std::vector<uint8_t> withoutAlpha(const uint8_t* rgba, int width, int height) {
+  const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+  std::vector<uint8_t> rgb;
+  rgb.reserve(pixels * 3);
+  for (size_t i = 0; i < pixels; ++i) rgb.insert(rgb.end(), rgba + i * 4, rgba + i * 4 + 3);
+  return rgb;
 }
 
 std::vector<uint8_t> encodePicture([[maybe_unused]] PictureFormat format, const uint8_t* rgba,

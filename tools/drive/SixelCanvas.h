@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Canvas.h"
+
+namespace drive {
+
+// Sixel pictures, when this program has the library for them.
+class SixelCanvas : public Canvas {
+ public:
+  // False when it was built without.
+  static bool isAvailable();
+
+  using Canvas::Canvas;
+  void draw(const Picture& picture, const TerminalSize& size) override;
+
+ private:
+  TerminalSize size_;
+};
+
+}  // namespace drive

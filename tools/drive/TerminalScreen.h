@@ -1,0 +1,55 @@
+#pragma once
+
+#include <termios.h>
+
+#include <string>
+#include <string_view>
+
+namespace drive {
+
+// In characters and in pixels.
+struct TerminalSize {
+  int columns = 80, rows = 24;
+  int width = 0, height = 0;
+  bool operator==(const TerminalSize&) const = default;
+};
+
+// What a terminal has said of its pictures.
+struct TerminalGraphics {
+  bool kitty = false;
+  bool sixel = false;
+  int sixelColours = 16;                        // of one picture
+  int maxSixelWidth = 0, maxSixelHeight = 0;    // in pixels; 0: not told
+  int widthWhenAsked = 0, heightWhenAsked = 0;  // of the whole terminal in pixels; 0: not told
+};
+
+// The terminal on standard output, for pictures: its other screen, without a cursor, and without an
+// echo of what is typed. It is as it was when the object goes.
+class TerminalScreen {
+ public:
+  // Asks the terminal what it can do, and waits a second for the answer.
+  TerminalScreen();
+  ~TerminalScreen();
+  TerminalScreen(const TerminalScreen&) = delete;
+  TerminalScreen& operator=(const TerminalScreen&) = delete;
+
+  const TerminalGraphics& graphics() const { return graphics_; }
+  TerminalSize size() const;
+
+  void put(std::string_view text) { text_ += text; }
+  // Writes what has been put, whatever signals come meanwhile. False when the terminal takes no
+  // more.
+  bool flush();
+
+ private:
+  void ask();
+
+  std::string text_;
+
+  TerminalGraphics graphics_;
+  TerminalSize sizeWhenAsked_;
+  termios former_{};
+  bool isQuiet_ = false;  // former_ is to be restored
+};
+
+}  // namespace drive
