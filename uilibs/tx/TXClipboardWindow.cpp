@@ -327,6 +327,7 @@ bool TXClipboardWindow::takeCutBuffer() {
 }
 
 void TXClipboardWindow::gotTargets(const SelectionReader::Answer& answer) {
+  if (endedByOwning(answer.selection)) return;
   Atom target = XA_STRING;
   const PropertyBytes& property = answer.property;
   for (size_t i = 0; property.format == 32 && i < property.data.size() / sizeof(uint32_t); ++i) {
@@ -341,17 +342,21 @@ void TXClipboardWindow::gotText(const SelectionReader::Answer& answer) {
     endCheck(false, false);
     return;
   }
-  if (isOurs(answer.selection)) {
-    // Taken since it was asked for: what the former owner had is no news.
-    vlog.debug("%s selection owned by us", atomName(answer.selection).c_str());
-    endCheck(true, false);
-    return;
-  }
+  if (endedByOwning(answer.selection)) return;
   // The owner says what it has given; one that says neither has been asked for the target.
   const bool isKnown = property.type == utf8String() || property.type == XA_STRING;
   const Atom type = isKnown ? property.type : answer.target;
   vlog.debug("Got %s selection as %s", atomName(answer.selection).c_str(), atomName(type).c_str());
   deliver(type == XA_STRING ? plat::latin1ToUtf8(property.data) : property.data);
+}
+
+// A selection that was taken since it was asked for: what the former owner had is no news, and our
+// own text need not come by way of the X server.
+bool TXClipboardWindow::endedByOwning(Atom selection) {
+  if (!isOurs(selection)) return false;
+  vlog.debug("%s selection owned by us", atomName(selection).c_str());
+  endCheck(true, false);
+  return true;
 }
 
 void TXClipboardWindow::deliver(std::string text) {

@@ -87,6 +87,7 @@ class TXClipboardWindow : public TXWindow,
   // Returns whether the check has ended with it.
   bool takeCutBuffer();
   void gotTargets(const SelectionReader::Answer& answer);
+  bool endedByOwning(Atom selection);
   void gotText(const SelectionReader::Answer& answer);
   void deliver(std::string text);
   void endCheck();
