@@ -9,6 +9,7 @@
 #include "plat/Exception.h"
 #include "support/ActionTimer.h"
 #include "support/Environment.h"
+#include "tx/EventPatience.h"
 #include "tx/PixelBufferX11.h"
 #include "tx/RootEventMask.h"
 #include "tx/ServerTime.h"
@@ -64,6 +65,36 @@ TEST_F(TXDisplayTest, AFloodOfEventsIsHandledAndLeavesTheLoopItsTurns) {
   stop.timer.start(300);
   EXPECT_EQ(loop.run(), 3);
   EXPECT_GT(flood.count, 5);
+}
+
+// Events that may wait wake nobody, and are handled when they may not any more.
+TEST_F(TXDisplayTest, SleepsThroughEventsThatCanWait) {
+  struct Patient : tx::EventPatience {
+    Patient() { askMe(true); }
+    bool canEventsWait() const override { return isPatient; }
+    bool isPatient = true;
+  };
+  struct Quitter : tx::TXEventHandler {
+    void handleEvent(const XEvent& event) override {
+      if (event.type == PropertyNotify) os::AppLoop::quit(3);
+    }
+    const tx::RootEventMask mask{PropertyChangeMask};
+  };
+  start();
+  closeDisplay();
+  os::AppLoop loop(std::make_unique<ui::AppLoopImpl>(true, server().display().c_str()));
+  Patient patient;
+  Quitter quitter;
+  support::ActionTimer change([&] {
+    XChangeProperty(client(), DefaultRootWindow(client()), XA_CUT_BUFFER7, XA_STRING, 8,
+                    PropModeReplace, nullptr, 0);
+    XSync(client(), False);
+  });
+  change.timer.start(50);
+  support::ActionTimer enough([&] { patient.isPatient = false; });
+  enough.timer.start(300);
+  EXPECT_EQ(loop.run(), 3);
+  EXPECT_FALSE(patient.isPatient) << "it was woken";
 }
 
 TEST_F(TXDisplayTest, LosesItsServerInTheMiddleOfWork) {
