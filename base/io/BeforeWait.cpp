@@ -10,8 +10,9 @@ BeforeWait::~BeforeWait() {
 
 void BeforeWait::request() {
   if (manager_) return;
-  manager_ = &FdManager::instance();
-  manager_->beforeWait_.push_back(this);
+  FdManager& manager = FdManager::instance();
+  manager.beforeWait_.push_back(this);
+  manager_ = &manager;
 }
 
 }  // namespace io

@@ -16,6 +16,22 @@
 
 namespace io {
 
+namespace {
+
+// True as long as it lives, also when memory runs out meanwhile.
+class While {
+ public:
+  explicit While(bool& flag) : flag_(flag) { flag_ = true; }
+  ~While() { flag_ = false; }
+  While(const While&) = delete;
+  While& operator=(const While&) = delete;
+
+ private:
+  bool& flag_;
+};
+
+}  // namespace
+
 // The tie to one channel.
 class LogDestIpc::Link : private MsgIpc::Reader,
                          private FdKicker::Callback,
@@ -112,9 +128,8 @@ void LogDestIpc::setPrefix(const std::string& prefix) {
 
 void LogDestIpc::write(const plat::LogLine& line) {
   if (MsgIpc* const ipc = freeChannel()) {
-    draining_ = true;
+    const While sending(draining_);
     trySend(*ipc, line.level, line.source, plat::utf8Cut(line.text, kMaxText));
-    draining_ = false;
   } else if (enqueue(line)) {
     drain();
   }
@@ -176,11 +191,10 @@ void LogDestIpc::send(MsgIpc& ipc) {
     const std::lock_guard lock(mutex_);
     left = queue_.size();
   }
-  draining_ = true;
+  const While sending(draining_);
   Entry entry;
   while (left-- > 0 && takeNext(entry) && trySend(ipc, entry.level, entry.source, entry.text)) {
   }
-  draining_ = false;
 }
 
 bool LogDestIpc::trySend(MsgIpc& ipc, int level, std::string_view source, std::string_view text) {
