@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -49,10 +50,17 @@ class SignalBridge : private os::SignalHandler::Callback {
     for (const int signal : kEndingSignals) os::SignalHandler::instance().add(signal, this);
   }
   ~SignalBridge() {
+    sigset_t ending, former;
+    sigemptyset(&ending);
+    for (const int signal : kEndingSignals) sigaddset(&ending, signal);
+    pthread_sigmask(SIG_BLOCK, &ending, &former);
     os::SignalHandler::instance().remove(this);
     os::SignalHandler::setAlarm(-1);
-    // Only the status is left to be told.
-    for (const int signal : kEndingSignals) std::signal(signal, SIG_IGN);
+    // Only the status is left to be told; of a failure there is more to say, which may take long.
+    if (std::uncaught_exceptions() == 0) {
+      for (const int signal : kEndingSignals) std::signal(signal, SIG_IGN);
+    }
+    pthread_sigmask(SIG_SETMASK, &former, nullptr);
   }
   SignalBridge(const SignalBridge&) = delete;
   SignalBridge& operator=(const SignalBridge&) = delete;
