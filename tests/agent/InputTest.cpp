@@ -71,6 +71,21 @@ class InputTest : public testing::Test {
   support::XConnection client;
 };
 
+TEST_F(InputTest, EveryKeyArrivesInOrder) {
+  InputWitness witness(server->display());
+  Agent agent(server->display());
+  std::string expected;
+  const std::string alphabet = "abcXYZ019 .,@{";
+  for (int i = 0; i < 5000; ++i) {
+    const char c = alphabet[static_cast<size_t>(i * i % 101) % alphabet.size()];
+    expected += c;
+    tap(agent, static_cast<uint8_t>(c));
+  }
+  agent.sync();
+  EXPECT_EQ(witness.waitForText(expected.size()), expected);
+  EXPECT_EQ(held(), std::vector<unsigned>{});
+}
+
 TEST_F(InputTest, LayoutsThatAreSwitchedWhileItTypes) {
   InputWitness witness(server->display());
   Agent agent(server->display());

@@ -153,7 +153,7 @@ TEST_F(SKeyboardX11Test, LocksAtTheKeyboard) {
 TEST_F(SKeyboardX11Test, NothingIsFlushedForTheSakeOfEventsThatWait) {
   begin();
   load("de");
-  while (XEventsQueued(display(), QueuedAfterReading) == 0) usleep(1000);
+  ASSERT_TRUE(support::waitFor([&] { return XEventsQueued(display(), QueuedAfterReading) > 0; }));
   tap('z');
   tap('y');
   EXPECT_EQ(witness_->take(), Strings{});
