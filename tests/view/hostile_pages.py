@@ -229,7 +229,17 @@ class Wire(unittest.TestCase):
                 await socket.send_json({"t": "resize", "width": 3840, "height": 2160})
                 sizes = await until(socket, lambda _, offered: [3840, 2160] not in offered)
                 self.assertIn([1280, 720], sizes)
-        asyncio.run(run())
+                # Others have nothing to learn from what one page dreams of.
+                for width in range(4001, 4004):
+                    await socket.send_json({"t": "resize", "width": width, "height": 4000})
+                told = []
+                while told.count("refused") < 3:
+                    message = await socket.receive(WAIT)
+                    self.assertIn(message.type, (aiohttp.WSMsgType.TEXT, aiohttp.WSMsgType.BINARY))
+                    if message.type == aiohttp.WSMsgType.TEXT:
+                        told.append(json.loads(message.data)["t"])
+                self.assertNotIn("modes", told)
+        asyncio.run(asyncio.wait_for(run(), WAIT))
 
 
 class Picture:
