@@ -208,6 +208,30 @@ class Wire(unittest.TestCase):
                 await answered(good, 9)
         asyncio.run(run())
 
+    def test_a_page_far_away_gets_frames_while_others_are_under_way(self):
+        blink = "while :; do for c in red blue; do xsetroot -solid $c; sleep 0.02; done; done"
+        overtaking = []  # for each frame, whether another was not drawn yet
+
+        async def run(view):
+            async with Client(view) as client:
+                await client.enter(view.token)
+                socket = await client.desktop()
+                undrawn = set()
+
+                async def draw(frame):
+                    await asyncio.sleep(0.3)
+                    undrawn.remove(asyncio.current_task())
+                    await socket.send_json({"t": "drawn", "frame": frame})
+
+                while len(overtaking) < 20:
+                    _, frame = await first_frame(socket)
+                    overtaking.append(bool(undrawn))
+                    undrawn.add(asyncio.create_task(draw(frame)))
+                await asyncio.wait(undrawn)
+
+        with View("--", "sh", "-c", blink) as view:
+            asyncio.run(asyncio.wait_for(run(view), WAIT))
+        self.assertGreater(sum(overtaking), 10, overtaking)
 
     def test_sizes_that_are_offered(self):
         async def until(socket, condition):
