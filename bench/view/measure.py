@@ -264,7 +264,7 @@ class Browser:
     def __enter__(self):
         import stage
         self.stage = stage
-        self.setting = stage.Setting(server=lambda _: ["Xvfb", "-screen", "0", SCREEN])
+        self.setting = stage.Setting(server={"screen": SCREEN})
         self.page = self.setting.page().wait_for_picture()
         # The page's clock begins then, on that of the whole machine.
         self.page.cdp("Performance.enable")

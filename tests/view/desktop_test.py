@@ -5,6 +5,7 @@ import random
 import re
 import statistics
 import struct
+import time
 import unittest
 
 import stage
@@ -215,6 +216,34 @@ class Desktop(unittest.TestCase):
                  "menu.dispatchEvent(new Event('change'))")
         until(lambda: page.canvas()[:2] == (1024, 768), "the size of the menu")
         self.assertFalse(page.run("return document.getElementById('follow').checked"))
+
+    def test_pages_that_follow_their_windows_come_to_rest(self):
+        size = "const {offsetWidth, offsetHeight} = document.getElementById('stage');" \
+            "return [offsetWidth, offsetHeight]"
+
+        def follow(page, width, height):
+            page.cdp("Emulation.setDeviceMetricsOverride", width=width, height=height,
+                     deviceScaleFactor=1, mobile=False)
+            page.run("const box = document.getElementById('follow'); box.checked || box.click()")
+            until(lambda: list(page.canvas()[:2]) == page.run(size), "the window's size")
+
+        def asked(page):
+            """Sizes, in time for many."""
+            page.show()
+            time.sleep(1)
+            return [(one["width"], one["height"]) for one in page.sent("resize")]
+
+        first, second = (self.setting.page().wait_for_picture() for _ in range(2))
+        follow(first.show(), 1000, 700)
+        follow(second.show(), 820, 600)
+        for page in (first, second):
+            page.show().forget_sent()
+        self.assertEqual(asked(first) + asked(second), [])
+        # More than the X server has.
+        second.cdp("Emulation.setDeviceMetricsOverride", width=1400, height=900, deviceScaleFactor=1,
+                   mobile=False)
+        until(lambda: not second.run("return document.getElementById('toast').hidden"), "the refusal")
+        self.assertEqual(asked(second), [tuple(second.run(size))])
 
     def test_a_page_that_stalls_and_one_that_does_not(self):
         stalled = self.setting.page().wait_for_picture()

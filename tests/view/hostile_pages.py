@@ -208,6 +208,30 @@ class Wire(unittest.TestCase):
                 await answered(good, 9)
         asyncio.run(run())
 
+    def test_a_page_far_away_gets_frames_while_others_are_under_way(self):
+        blink = "while :; do for c in red blue; do xsetroot -solid $c; sleep 0.02; done; done"
+        overtaking = []  # for each frame, whether another was not drawn yet
+
+        async def run(view):
+            async with Client(view) as client:
+                await client.enter(view.token)
+                socket = await client.desktop()
+                undrawn = set()
+
+                async def draw(frame):
+                    await asyncio.sleep(0.3)
+                    undrawn.remove(asyncio.current_task())
+                    await socket.send_json({"t": "drawn", "frame": frame})
+
+                while len(overtaking) < 20:
+                    _, frame = await first_frame(socket)
+                    overtaking.append(bool(undrawn))
+                    undrawn.add(asyncio.create_task(draw(frame)))
+                await asyncio.wait(undrawn)
+
+        with View("--", "sh", "-c", blink) as view:
+            asyncio.run(asyncio.wait_for(run(view), WAIT))
+        self.assertGreater(sum(overtaking), 10, overtaking)
 
     def test_sizes_that_are_offered(self):
         async def until(socket, condition):
@@ -229,7 +253,17 @@ class Wire(unittest.TestCase):
                 await socket.send_json({"t": "resize", "width": 3840, "height": 2160})
                 sizes = await until(socket, lambda _, offered: [3840, 2160] not in offered)
                 self.assertIn([1280, 720], sizes)
-        asyncio.run(run())
+                # Others have nothing to learn from what one page dreams of.
+                for width in range(4001, 4004):
+                    await socket.send_json({"t": "resize", "width": width, "height": 4000})
+                told = []
+                while told.count("refused") < 3:
+                    message = await socket.receive(WAIT)
+                    self.assertIn(message.type, (aiohttp.WSMsgType.TEXT, aiohttp.WSMsgType.BINARY))
+                    if message.type == aiohttp.WSMsgType.TEXT:
+                        told.append(json.loads(message.data)["t"])
+                self.assertNotIn("modes", told)
+        asyncio.run(asyncio.wait_for(run(), WAIT))
 
 
 class Picture:

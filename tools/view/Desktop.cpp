@@ -129,6 +129,7 @@ void Desktop::dropAgent() {
   for (Viewer* viewer : viewers_) viewer->setFrame(nullptr);
   frame_.reset();
   agent_.reset();
+  sizes_.forgetRefusals();
   requested_ = false;
   lost_ = false;
   captureBroken_ = false;
@@ -280,9 +281,9 @@ void Desktop::resize(Viewer& viewer, uint32_t width, uint32_t height) {
   const auto tell = answerFor(viewer, "resize");
   agent_->resize(width, height, [this, tell, width, height](const ruvohost::Outcome& outcome) {
     tell(outcome);
-    if (outcome.result != ruvohost::Outcome::Result::kRefused) return;
-    sizes_.refuses({width, height});
-    tellAll(modesMessage());
+    // Of a desktop that has failed it says nothing about the size.
+    if (outcome.result != ruvohost::Outcome::Result::kRefused || !isShown()) return;
+    if (sizes_.refuses({width, height})) tellAll(modesMessage());
   });
 }
 

@@ -1,5 +1,6 @@
 #include "DisplaySizes.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -23,6 +24,11 @@ constexpr size_t kMostHad = 2;
 void DisplaySizes::has(const Size& size) {
   refused_.erase(size);
   if (had_.size() < kMostHad) had_.insert(size);
+}
+
+bool DisplaySizes::refuses(const Size& size) {
+  const bool usual = std::find(kUsual.begin(), kUsual.end(), size) != kUsual.end();
+  return (usual || had_.contains(size)) && refused_.insert(size).second;
 }
 
 std::vector<DisplaySizes::Size> DisplaySizes::offered() const {

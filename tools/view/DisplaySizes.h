@@ -16,7 +16,9 @@ class DisplaySizes {
   // Whether the agent can change the size at all; it says so when it starts.
   void setSupported(bool supported) { supported_ = supported; }
   void has(const Size& size);
-  void refuses(const Size& size) { refused_.insert(size); }
+  // Returns whether fewer are offered than before. Of others, which a page may name without end,
+  // nothing is kept.
+  bool refuses(const Size& size);
   // Others may be possible now.
   void forgetRefusals() { refused_.clear(); }
 

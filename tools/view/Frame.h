@@ -29,7 +29,8 @@ class Frame {
   int columns() const { return columns_; }
   Rect bounds() const { return {0, 0, width(), height()}; }
 
-  // Looks at an area that the agent says has changed. Returns whether it may have, at this time.
+  // Looks at an area that the agent says has changed. Returns whether its pixels may differ from
+  // before; also true when an earlier call with the same nowMs has found a change in the same tile.
   bool changed(const Rect& area, int64_t nowMs);
   // The colours of a colour map are others.
   void colourMapChanged(const ruvohost::Framebuffer& framebuffer, int64_t nowMs);

@@ -16,9 +16,11 @@ namespace {
 using nlohmann::json;
 
 // Frames that a page may have got and not drawn: one is drawn while the next is under way, unless
-// each takes so long that this makes the picture old.
+// each takes so long that this makes the picture old. What small frames take as well is the way
+// there and back, which is no reason to let it lie idle.
 constexpr size_t kMaxUndrawn = 2;
 constexpr int64_t kSlowFrameMs = 80;
+constexpr size_t kSmallFrameBytes = 32 << 10;
 // Beyond these the socket is behind, and gets nothing more, or nothing that can be done without.
 constexpr size_t kBehindBytes = 256 << 10;
 constexpr size_t kSlowBytes = 1 << 20;
@@ -146,11 +148,7 @@ void Viewer::received(const std::string& text) {
 void Viewer::handle(const std::string& type, const json& message) {
   constexpr int64_t kMax32 = INT32_MAX;
   if (type == "drawn") {
-    const auto number = static_cast<uint32_t>(integer(message, "frame", 0, UINT32_MAX));
-    while (!undrawn_.empty() && static_cast<int32_t>(number - undrawn_.front().frame) >= 0) {
-      isSlow_ = nowMs() - undrawn_.front().ms > kSlowFrameMs;
-      undrawn_.pop_front();
-    }
+    drawn(static_cast<uint32_t>(integer(message, "frame", 0, UINT32_MAX)));
   } else if (type == "key") {
     key(message);
   } else if (type == "pointer") {
@@ -184,6 +182,16 @@ void Viewer::handle(const std::string& type, const json& message) {
     desktop_->logLevelsChanged();
   } else {
     throw Malformed{"unknown \"t\""};
+  }
+}
+
+void Viewer::drawn(uint32_t frame) {
+  const int64_t now = nowMs();
+  while (!undrawn_.empty() && static_cast<int32_t>(frame - undrawn_.front().frame) >= 0) {
+    const Sent& sent = undrawn_.front();
+    if (sent.small) roundTrip_.saw(now - sent.ms, now);
+    isSlow_ = now - sent.ms - roundTrip_.get() > kSlowFrameMs;
+    undrawn_.pop_front();
   }
 }
 
@@ -258,7 +266,7 @@ void Viewer::sendFrame(Workers& workers, bool moving, int64_t now) {
   if (pieces.empty()) return;
   adaptQuality(pieces);
   ++frameNumber_;
-  undrawn_.push_back({frameNumber_, now});
+  const uint64_t bytesBefore = bytes_;
   for (size_t first = 0; first < pieces.size();) {
     std::vector<uint8_t> message(16);
     size_t last = first;
@@ -284,6 +292,7 @@ void Viewer::sendFrame(Workers& workers, bool moving, int64_t now) {
     channel_.sendBinary(std::move(message));
     first = last;
   }
+  undrawn_.push_back({frameNumber_, now, bytes_ - bytesBefore < kSmallFrameBytes});
 }
 
 void Viewer::tellStatistics(const std::string& mode) {

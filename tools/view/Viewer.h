@@ -11,6 +11,7 @@
 
 #include "Channel.h"
 #include "Guest.h"
+#include "LeastTime.h"
 #include "Replica.h"
 #include "Secrets.h"
 
@@ -65,10 +66,12 @@ class Viewer : public Guest {
   struct Sent {
     uint32_t frame;
     int64_t ms;
+    bool small;
   };
 
   // Whether the page keeps within the rate that pages keep within.
   bool isTooFast(size_t bytes);
+  void drawn(uint32_t frame);
   // Pictures that change are to take no more than so many bytes a pixel.
   void adaptQuality(const std::vector<Piece>& pieces);
   void reject(uint16_t code, const std::string& why);
@@ -90,6 +93,7 @@ class Viewer : public Guest {
   std::optional<Replica> replica_;
   uint32_t frameNumber_ = 0;
   std::deque<Sent> undrawn_;
+  LeastTime roundTrip_;
   bool isSlow_ = false;
   int quality_;
   std::map<std::string, uint64_t> encodings_;

@@ -98,10 +98,10 @@ export class Connection {
       this.#live();
     };
     socket.onmessage = ({ data }) => this.#heard(data);
-    socket.onclose = ({ code, reason }) => {
+    socket.onclose = ({ reason }) => {
       if (socket !== this.#socket) return;
       this.#close();
-      this.#again(reason || (code === 1001 ? "The server has ended." : "The server is gone."));
+      this.#again(reason || "The server is gone.");
     };
   }
 

@@ -22,7 +22,7 @@ const STATES = {
 const TOAST_TIME = 6000;
 
 const find = (id) => document.getElementById(id);
-const findAll = (selector, within = document) => [...within.querySelectorAll(selector)];
+const findAll = (selector) => [...document.querySelectorAll(selector)];
 const make = (kind, properties) => Object.assign(document.createElement(kind), properties);
 const on = (target, name, handler) => target.addEventListener(name, handler);
 
@@ -63,6 +63,7 @@ function keep(changes) {
 
 function show(state, text = STATES[state]) {
   const isLive = ["live", "capture-broken"].includes(state);
+  if (isLive && !body.classList.contains("live")) setFollows(settings.follows);
   body.dataset.state = state;
   body.classList.toggle("live", isLive);
   find("status").textContent = isLive && isViewOnly ? `${text} (view only)` : text;
@@ -103,10 +104,11 @@ const actions = {
   clipboard: ({ text }) => clipboard.take(text),
   bell: () => find("bar").animate([{ backgroundColor: "var(--accent)" }, {}], 400),
   modes({ modes }) {
+    const could = !!sizes[0];
     sizes = modes;
     find("sizes").hidden = !sizes[0];
     showSizes();
-    setFollows(settings.follows);
+    if (could !== !!sizes[0]) setFollows(settings.follows);
   },
   monitors: ({ list, selected }) => showMonitors(list, selected),
   log: (line) => panel.addLine(line),
@@ -115,7 +117,7 @@ const actions = {
 };
 
 function message(object) {
-  if (Object.hasOwn(actions, object.t)) actions[object.t](object);
+  actions[object.t]?.(object);
 }
 
 /* The picture and what it takes. */
@@ -214,7 +216,7 @@ function showMonitors(list, selected) {
 }
 
 on(find("monitors"), "change", () => {
-  const all = findAll("input", find("monitors"));
+  const all = findAll("#monitors input");
   const chosen = all.filter((input) => input.checked).map((input) => Number(input.value));
   send({ t: "monitors", selected: chosen.length === all.length ? [] : chosen });
 });
@@ -246,7 +248,7 @@ on(find("full-screen"), "click", async () => {
   // Then Escape, Alt+Tab and their like go to the desktop, too.
   await navigator.keyboard?.lock?.().catch(() => {});
 });
-on(document, "fullscreenchange", () => body.classList.toggle("full", Boolean(document.fullscreenElement)));
+on(document, "fullscreenchange", () => body.classList.toggle("full", !!document.fullscreenElement));
 
 show("connecting");
 panel.level = settings.level;
