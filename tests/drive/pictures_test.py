@@ -207,6 +207,24 @@ class Terminals(Pictures):
             return
         # One line of the terminal stays free, and nothing is wider than it may be.
         self.shows(self.SIXEL | self.SIXEL_ATTRIBUTES, sixel_picture, LEFT, 6, (600, 450))
+        # A smaller desktop leaves nothing of the larger one.
+        terminal = Terminal(self.xserver.display, self.SIXEL | self.SIXEL_ATTRIBUTES)
+
+        def shows(size):
+            picture = sixel_picture(terminal.text)
+            return True if picture and picture.size == size else None
+
+        try:
+            terminal.until(lambda: shows((600, 450)))
+            cleared = terminal.text.count(b"\33[2J")
+            self.xserver.run("xrandr", "--newmode", "small", 10, 320, 330, 340, 350, 240, 250, 260, 270)
+            self.xserver.run("xrandr", "--addmode", "screen", "small")
+            self.xserver.run("xrandr", "--output", "screen", "--mode", "small")
+            terminal.until(lambda: shows((320, 240)))
+            self.assertGreater(terminal.text.count(b"\33[2J"), cleared)
+        finally:
+            self.xserver.run("xrandr", "--output", "screen", "--mode", f"{WIDTH}x{HEIGHT}")
+            self.assertTrue(terminal.close())
 
     def blocks(self, answers):
         terminal = Terminal(self.xserver.display, answers)
