@@ -10,6 +10,7 @@ import io
 import os
 import pathlib
 import pty
+import random
 import re
 import select
 import struct
@@ -198,7 +199,7 @@ class Terminals(Pictures):
                           (WIDTH, HEIGHT))
         self.assertIn(b"a=d,d=A", text[-100:])
         # A terminal that has half the pixels, and says so only when asked.
-        self.shows(self.KITTY | self.PLAIN_ATTRIBUTES | {b"\33[14t": b"\33[4;240;320t"}, kitty_picture,
+        self.shows({b"\33[14t": b"\33[4;240;320t"} | self.KITTY | self.PLAIN_ATTRIBUTES, kitty_picture,
                    LEFT, 8, (WIDTH // 2, HEIGHT // 2), pixels=(0, 0))
 
     def test_sixel(self):
@@ -236,6 +237,27 @@ class Terminals(Pictures):
         for answers in (self.PLAIN_ATTRIBUTES, {}):  # one does not even answer
             text = self.blocks(answers)
             self.assertNotRegex(text, rb"\x1b_Ga=T|\x1bP")
+
+    def test_nobody_reads(self):
+        terminal = Terminal(self.xserver.display, self.KITTY | self.PLAIN_ATTRIBUTES)
+        try:
+            terminal.until(lambda: kitty_picture(terminal.text))
+            noise = pathlib.Path(self.folder.name, "noise.xbm")
+            bits = ", ".join(f"0x{byte:02x}" for byte in random.Random(1).randbytes(WIDTH * HEIGHT // 8))
+            noise.write_text(f"#define n_width {WIDTH}\n#define n_height {HEIGHT}\n"
+                             f"static char n_bits[] = {{ {bits} }};\n")
+            # Pictures of noise are more than the terminal's buffer takes.
+            end = time.monotonic() + 20
+            while select.select([], [terminal.line], [], 0.3)[1] and time.monotonic() < end:
+                self.xserver.run("xsetroot", "-bitmap", noise)
+                self.draw(LEFT)
+            terminal.process.terminate()
+            self.assertEqual(terminal.process.wait(10), 0)
+            self.assertEqual(termios.tcgetattr(terminal.line), terminal.before)
+        finally:
+            self.draw(LEFT)
+            terminal.process.kill()
+            terminal.close()
 
 
 if __name__ == "__main__":
