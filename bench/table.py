@@ -78,7 +78,7 @@ def size_row(agent):
         subprocess.run(["strip", "-s", "-o", stripped, agent], check=True)
         kilobytes = stripped.stat().st_size / 1000
     return {"row": "stripped size", "unit": "kB", "ours": kilobytes, "yardstick": 650,
-            "against": "the goal", "ratio": kilobytes / 650, "noise": 0, "goal": 650}
+            "against": "the goal", "ratio": kilobytes / 650, "noise": None, "goal": 650}
 
 
 def lines_of(program, name, options, raw):
@@ -86,7 +86,7 @@ def lines_of(program, name, options, raw):
 
 
 def measure(builds, wanted, raw):
-    """Tables by build, and what is drawn."""
+    """Tables by build, what is drawn, and whether every program ran to its end."""
     (first, directory), *others = builds.items()
     directory = pathlib.Path(directory).resolve()
     programs = {path.name.removeprefix("bench-"): path for path in sorted(directory.glob("bench-*"))
@@ -101,6 +101,7 @@ def measure(builds, wanted, raw):
              for build, agent in others for name in FURTHER if name in programs]
     tables = {build: [] for build in builds}
     series = []
+    complete = True
     for build, name, options in jobs:
         try:
             if name in AGENT_PROGRAMS:
@@ -109,6 +110,7 @@ def measure(builds, wanted, raw):
                 rows = list(rows_of_google(programs[name], name, raw))
         except (subprocess.SubprocessError, ValueError) as error:
             print(f"!!! bench-{name} failed: {error} !!!", file=sys.stderr)
+            complete = False
             continue
         series += [line for line in rows if "series" in line and build == first]
         tables[build] += [line for line in rows if "row" in line
@@ -117,7 +119,7 @@ def measure(builds, wanted, raw):
         row = size_row(agent)
         if wanted in row["row"]:
             tables[build].append(row)
-    return tables, series
+    return tables, series, complete
 
 
 def machine():
@@ -141,9 +143,10 @@ def markdown(tables, about):
         lines += [f"**{build}**", "", "| row | ours | yardstick | ratio | noise | goal |",
                   "|---|--:|--:|--:|--:|--:|"]
         for r in rows:
+            noise = "" if r["noise"] is None else f"±{r['noise']:.2f}"
             lines.append(f"| {r['row']} | {number(r['ours']) or 0} {r['unit']} "
                          f"| {number(r['yardstick'])} {r['unit']} ({r['against']}) "
-                         f"| {r['ratio']:.2f} | ±{r['noise']:.2f} | {number(r['goal'])} |")
+                         f"| {r['ratio']:.2f} | {noise} | {number(r['goal'])} |")
         lines.append("")
     return "\n".join(lines)
 
@@ -172,19 +175,23 @@ def main():
     parser.add_argument("--document", action="store_true")
     parser.add_argument("builds", nargs="+")
     arguments = parser.parse_args()
+    if arguments.document and arguments.filter:
+        parser.error("the documents have the whole table: no --document with a filter")
     OUT.mkdir(parents=True, exist_ok=True)
     about = machine()
-    tables, series = measure(dict(build.split("=", 1) for build in arguments.builds),
-                             arguments.filter, arguments.raw)
+    tables, series, complete = measure(dict(build.split("=", 1) for build in arguments.builds),
+                                       arguments.filter, arguments.raw)
     text = markdown(tables, about)
     (OUT / "table.md").write_text(text)
     (OUT / "table.json").write_text(json.dumps(
         {"machine": about, "tables": tables, "series": series}, indent=1))
     plots = plot.draw_all(series, OUT)
-    if arguments.document:
-        put_into_documents(text, plots)
     if not arguments.raw:
         print(text)
+    if arguments.document and not complete:
+        sys.exit("the documents stay as they are: rows are missing")
+    if arguments.document:
+        put_into_documents(text, plots)
 
 
 if __name__ == "__main__":

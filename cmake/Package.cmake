@@ -36,6 +36,11 @@ set(CPACK_COMPONENT_AGENT_DESCRIPTION "desktop agent of a remote-desktop server 
 Runs inside one X11 desktop, started and driven by a server: captures the
 screen into shared memory, reports what changes, types and points, carries
 the clipboard, sets display sizes.")
+# Relocations that the linker packed need a loader that reads them, and say so by a version without a
+# symbol, which dpkg-shlibdeps overlooks. What it finds is added to this.
+if(RUVO_PACKS_RELOCATIONS)
+  set(CPACK_DEBIAN_AGENT_PACKAGE_DEPENDS "libc6 (>= 2.36)")
+endif()
 # Opened at run time, when they are there.
 set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS "libxdamage1, libxfixes3, libxrandr2")
 set(CPACK_DEBIAN_AGENT_PACKAGE_SUGGESTS "ruvo-tools")

@@ -19,23 +19,23 @@
 
 namespace {
 
-// A scope with one file; gone with the process.
+// A scope with one file; gone with the process, unless that crashes.
 class Scope {
  public:
-  Scope() {
-    if (!mkdtemp(path_)) abort();
-    std::filesystem::create_directory(std::string(path_) + "/config.d");
-    std::filesystem::create_directory(std::string(path_) + "/config.d/common.custom");
+  Scope() : path_((std::filesystem::temp_directory_path() / "fuzz-config.XXXXXX").string()) {
+    if (!mkdtemp(path_.data())) abort();
+    std::filesystem::create_directory(path_ + "/config.d");
+    std::filesystem::create_directory(path_ + "/config.d/common.custom");
   }
   ~Scope() { std::filesystem::remove_all(path_); }
 
   void write(std::string_view content) const {
-    std::ofstream(std::string(path_) + "/config.d/common", std::ios::binary) << content;
+    std::ofstream(path_ + "/config.d/common", std::ios::binary) << content;
   }
-  const char* path() const { return path_; }
+  const std::string& path() const { return path_; }
 
  private:
-  char path_[32] = "/tmp/fuzz-config.XXXXXX";
+  std::string path_;
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <unistd.h>
 #include <climits>
 #include <cstdio>
+#include <optional>
 
 #include "Subject.h"
 
@@ -10,12 +11,15 @@ namespace bench {
 
 namespace {
 
+// Without noise where that was not measured.
 void print(const std::string& name, const std::string& unit, double ours, double yardstick,
-           const std::string& against, double ratio, double noise, double goal) {
+           const std::string& against, double ratio, std::optional<double> noise, double goal) {
+  char noiseText[32] = "null";
+  if (noise) std::snprintf(noiseText, sizeof noiseText, "%.3f", *noise);
   std::printf(
       "{\"row\": \"%s\", \"unit\": \"%s\", \"ours\": %.4g, \"yardstick\": %.4g, "
-      "\"against\": \"%s\", \"ratio\": %.3f, \"noise\": %.3f, \"goal\": %g}\n",
-      name.c_str(), unit.c_str(), ours, yardstick, against.c_str(), ratio, noise, goal);
+      "\"against\": \"%s\", \"ratio\": %.3f, \"noise\": %s, \"goal\": %g}\n",
+      name.c_str(), unit.c_str(), ours, yardstick, against.c_str(), ratio, noiseText, goal);
   std::fflush(stdout);
 }
 
@@ -32,12 +36,13 @@ void printRow(const std::string& name, const std::string& unit, const std::vecto
               const std::vector<double>& yardstick, const std::string& against, double goal) {
   std::vector<double> ratios;
   for (size_t i = 0; i < ours.size(); ++i) ratios.push_back(ours[i] / yardstick[i]);
-  print(name, unit, median(ours), median(yardstick), against, median(ratios),
-        (percentile(ratios, 1) - percentile(ratios, 0)) / 2, goal);
+  std::optional<double> noise;
+  if (ratios.size() > 1) noise = (percentile(ratios, 1) - percentile(ratios, 0)) / 2;
+  print(name, unit, median(ours), median(yardstick), against, median(ratios), noise, goal);
 }
 
 void printRow(const std::string& name, const std::string& unit, double ours, double goal) {
-  print(name, unit, ours, goal, "the goal", ours / goal, 0, goal);
+  print(name, unit, ours, goal, "the goal", ours / goal, {}, goal);
 }
 
 void printDifference(const std::string& name, const std::string& unit,

@@ -9,12 +9,14 @@ namespace bench {
 std::string ownDirectory();
 
 // Rows of the table, one line of JSON each, on standard output. Of each pair of repetitions the
-// ratio is taken; noise is half of their spread. A goal of 0 is none.
+// ratio is taken; noise is half of their spread, and null with one pair only. A goal of 0 is none.
 void printRow(const std::string& name, const std::string& unit, const std::vector<double>& ours,
               const std::vector<double>& yardstick, const std::string& against, double goal);
 // One that has no yardstick but its goal.
 void printRow(const std::string& name, const std::string& unit, double ours, double goal);
-// One whose goal is a difference to the yardstick.
+// One whose goal is a difference to the yardstick: ours is the median of the differences, the ratio
+// that of the medians of the totals; noise is half of what the middle half of the differences
+// spans, in yardsticks.
 void printDifference(const std::string& name, const std::string& unit,
                      const std::vector<double>& ours, const std::vector<double>& yardstick,
                      const std::string& against, double goal);

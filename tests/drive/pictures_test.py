@@ -10,6 +10,7 @@ import io
 import os
 import pathlib
 import pty
+import random
 import re
 import select
 import struct
@@ -198,7 +199,7 @@ class Terminals(Pictures):
                           (WIDTH, HEIGHT))
         self.assertIn(b"a=d,d=A", text[-100:])
         # A terminal that has half the pixels, and says so only when asked.
-        self.shows(self.KITTY | self.PLAIN_ATTRIBUTES | {b"\33[14t": b"\33[4;240;320t"}, kitty_picture,
+        self.shows({b"\33[14t": b"\33[4;240;320t"} | self.KITTY | self.PLAIN_ATTRIBUTES, kitty_picture,
                    LEFT, 8, (WIDTH // 2, HEIGHT // 2), pixels=(0, 0))
 
     def test_sixel(self):
@@ -207,6 +208,24 @@ class Terminals(Pictures):
             return
         # One line of the terminal stays free, and nothing is wider than it may be.
         self.shows(self.SIXEL | self.SIXEL_ATTRIBUTES, sixel_picture, LEFT, 6, (600, 450))
+        # A smaller desktop leaves nothing of the larger one.
+        terminal = Terminal(self.xserver.display, self.SIXEL | self.SIXEL_ATTRIBUTES)
+
+        def shows(size):
+            picture = sixel_picture(terminal.text)
+            return True if picture and picture.size == size else None
+
+        try:
+            terminal.until(lambda: shows((600, 450)))
+            cleared = terminal.text.count(b"\33[2J")
+            self.xserver.run("xrandr", "--newmode", "small", 10, 320, 330, 340, 350, 240, 250, 260, 270)
+            self.xserver.run("xrandr", "--addmode", "screen", "small")
+            self.xserver.run("xrandr", "--output", "screen", "--mode", "small")
+            terminal.until(lambda: shows((320, 240)))
+            self.assertGreater(terminal.text.count(b"\33[2J"), cleared)
+        finally:
+            self.xserver.run("xrandr", "--output", "screen", "--mode", f"{WIDTH}x{HEIGHT}")
+            self.assertTrue(terminal.close())
 
     def blocks(self, answers):
         terminal = Terminal(self.xserver.display, answers)
@@ -218,6 +237,27 @@ class Terminals(Pictures):
         for answers in (self.PLAIN_ATTRIBUTES, {}):  # one does not even answer
             text = self.blocks(answers)
             self.assertNotRegex(text, rb"\x1b_Ga=T|\x1bP")
+
+    def test_nobody_reads(self):
+        terminal = Terminal(self.xserver.display, self.KITTY | self.PLAIN_ATTRIBUTES)
+        try:
+            terminal.until(lambda: kitty_picture(terminal.text))
+            noise = pathlib.Path(self.folder.name, "noise.xbm")
+            bits = ", ".join(f"0x{byte:02x}" for byte in random.Random(1).randbytes(WIDTH * HEIGHT // 8))
+            noise.write_text(f"#define n_width {WIDTH}\n#define n_height {HEIGHT}\n"
+                             f"static char n_bits[] = {{ {bits} }};\n")
+            # Pictures of noise are more than the terminal's buffer takes.
+            end = time.monotonic() + 20
+            while select.select([], [terminal.line], [], 0.3)[1] and time.monotonic() < end:
+                self.xserver.run("xsetroot", "-bitmap", noise)
+                self.draw(LEFT)
+            terminal.process.terminate()
+            self.assertEqual(terminal.process.wait(10), 0)
+            self.assertEqual(termios.tcgetattr(terminal.line), terminal.before)
+        finally:
+            self.draw(LEFT)
+            terminal.process.kill()
+            terminal.close()
 
 
 if __name__ == "__main__":

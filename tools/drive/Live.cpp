@@ -43,7 +43,7 @@ void live(const SessionOptions& sessionOptions, double seconds) {
         size = screen.size();
         canvas->draw(Picture::ofFramebuffer(session.agent(), session.agent().pixelBuffer().rect),
                      size);
-        if (!screen.flush()) throw Failure("the terminal takes no more");
+        if (!screen.flush() && !interrupted()) throw Failure("the terminal takes no more");
       }
       shown = now;
       if (asked <= seen.count("fbUpdate")) {

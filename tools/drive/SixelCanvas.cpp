@@ -61,14 +61,16 @@ bool SixelCanvas::isAvailable() {
 }
 
 void SixelCanvas::draw(const Picture& picture, const TerminalSize& size) {
-  if (size != size_) put("\033[2J");
-  size_ = size;
   // The cursor goes to the line behind the picture: in the last one the screen would scroll.
   int width = size.width;
   int height = size.height - size.height / size.rows;
   if (graphics().maxSixelWidth > 0) width = std::min(width, graphics().maxSixelWidth);
   if (graphics().maxSixelHeight > 0) height = std::min(height, graphics().maxSixelHeight);
   const Extent extent = fitting(picture, width, height);
+  // A picture does not cover what a larger one has left beside it.
+  if (size != size_ || extent != extent_) put("\033[2J");
+  size_ = size;
+  extent_ = extent;
   const std::vector<uint8_t> pixels = scaled(picture, extent);
   put("\033[H");
   put(encode(withoutAlpha(pixels.data(), extent.width, extent.height), extent,

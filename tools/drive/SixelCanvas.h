@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Canvas.h"
+#include "Scaling.h"
 
 namespace drive {
 
@@ -15,6 +16,7 @@ class SixelCanvas : public Canvas {
 
  private:
   TerminalSize size_;
+  Extent extent_;
 };
 
 }  // namespace drive

@@ -1,5 +1,6 @@
 #include "TerminalScreen.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -10,11 +11,17 @@
 #include <cstdlib>
 #include <vector>
 
+#include "Terminal.h"
+
 namespace drive {
 
 namespace {
 
 constexpr int kAnswerMs = 1000;
+// How long an interrupted program waits for a terminal that takes nothing.
+constexpr std::chrono::seconds kPatience{1};
+// A signal may come just before a wait.
+constexpr int kLookMs = 100;
 // A character's size where the terminal does not tell.
 constexpr int kCellWidth = 8, kCellHeight = 16;
 
@@ -68,7 +75,10 @@ std::string readAnswers() {
 
 }  // namespace
 
-TerminalScreen::TerminalScreen() {
+TerminalScreen::TerminalScreen()
+    : output_(open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
+  // Another user's, perhaps. Writing may block then, until a signal comes.
+  if (!output_) output_.reset(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
   put("\033[?1049h\033[?25l");
   // A program in the background would be stopped for it.
   const pid_t foreground = tcgetpgrp(STDOUT_FILENO);
@@ -85,20 +95,34 @@ TerminalScreen::TerminalScreen() {
 TerminalScreen::~TerminalScreen() {
   put("\033[0m\033[?25h\033[?1049l");
   flush();
-  // Answers that come late are not for the shell.
-  if (isQuiet_) tcsetattr(STDOUT_FILENO, TCSAFLUSH, &former_);
+  if (!isQuiet_) return;
+  // Answers that come late are not for the shell. Nor is there a wait for what nobody reads.
+  tcflush(STDOUT_FILENO, TCIFLUSH);
+  tcsetattr(STDOUT_FILENO, TCSANOW, &former_);
 }
 
 bool TerminalScreen::flush() {
   size_t at = 0;
-  while (at < text_.size()) {
-    const ssize_t length = write(STDOUT_FILENO, text_.data() + at, text_.size() - at);
-    if (length < 0 && errno != EINTR) break;
+  while (at < text_.size() && waitUntilWritable()) {
+    const ssize_t length = write(output_.get(), text_.data() + at, text_.size() - at);
+    if (length < 0 && errno != EINTR && errno != EAGAIN) break;
     at += static_cast<size_t>(std::max(length, ssize_t{0}));
   }
   const bool all = at == text_.size();
-  text_.clear();
+  // What follows is not to be taken for the rest of a picture.
+  text_ = all ? "" : "\033\\";
   return all;
+}
+
+bool TerminalScreen::waitUntilWritable() {
+  for (;;) {
+    if (interrupted() && !patienceEnd_) patienceEnd_ = Clock::now() + kPatience;
+    pollfd terminal{output_.get(), POLLOUT, 0};
+    const int ready = poll(&terminal, 1, kLookMs);
+    if (ready > 0) return true;
+    if (ready < 0 && errno != EINTR) return false;
+    if (patienceEnd_ && Clock::now() >= *patienceEnd_) return false;
+  }
 }
 
 void TerminalScreen::ask() {

@@ -2,8 +2,12 @@
 
 #include <termios.h>
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "plat/FileDescriptor.h"
 
 namespace drive {
 
@@ -37,14 +41,21 @@ class TerminalScreen {
   TerminalSize size() const;
 
   void put(std::string_view text) { text_ += text; }
-  // Writes what has been put, whatever signals come meanwhile. False when the terminal takes no
-  // more.
+  // Writes what has been put, and waits for a terminal that takes nothing just now. False when it
+  // takes no more, or has not within a second since the program was interrupted.
   bool flush();
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   void ask();
+  // Until the terminal takes something. False when it is not worth waiting any longer.
+  bool waitUntilWritable();
 
   std::string text_;
+  // The terminal once more, not blocking: others have standard output, too.
+  plat::FileDescriptor output_;
+  std::optional<Clock::time_point> patienceEnd_;  // once interrupted
 
   TerminalGraphics graphics_;
   TerminalSize sizeWhenAsked_;

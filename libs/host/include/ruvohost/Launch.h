@@ -37,7 +37,8 @@ struct Launch {
   bool reuseKeys = true;
 };
 
-// The agent that stands beside the running program, else the one on PATH.
+// The agent that stands beside the running program, else the one on PATH; "ruvoagent" when there is
+// none, which fails when it is started.
 std::string findAgent();
 
 }  // namespace ruvohost
