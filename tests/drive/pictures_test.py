@@ -13,6 +13,7 @@ import pty
 import random
 import re
 import select
+import signal
 import struct
 import subprocess
 import sys
@@ -94,7 +95,12 @@ class Terminal:
         self.fd, self.line = ours, theirs
         self.before = termios.tcgetattr(theirs)
         self.process = subprocess.Popen([DRIVE, "--display", display, "live"], stdin=theirs,
-                                        stdout=theirs, preexec_fn=ruvo.dies_with_parent)
+                                        stdout=theirs, preexec_fn=self.alone)
+
+    @staticmethod
+    def alone():
+        os.setpgid(0, 0)  # SIGTSTP stops nobody in a group that no shell watches
+        ruvo.dies_with_parent()
 
     def pump(self, timeout=0.1):
         if not select.select([self.fd], [], [], timeout)[0]:
@@ -258,6 +264,24 @@ class Terminals(Pictures):
             self.draw(LEFT)
             terminal.process.kill()
             terminal.close()
+
+    def test_stop(self):
+        terminal = Terminal(self.xserver.display, self.KITTY | self.PLAIN_ATTRIBUTES)
+        pid = terminal.process.pid
+        try:
+            terminal.until(lambda: kitty_picture(terminal.text))
+            os.kill(pid, signal.SIGTSTP)
+            terminal.until(lambda: os.waitid(os.P_PID, pid, os.WSTOPPED | os.WNOHANG))
+            while select.select([terminal.fd], [], [], 0)[0]:
+                terminal.pump(0)
+            self.assertTrue(terminal.text.endswith(b"\33[?1049l"))
+            self.assertEqual(termios.tcgetattr(terminal.line), terminal.before)
+            terminal.text, terminal.asked = b"", 0
+            os.kill(pid, signal.SIGCONT)
+            terminal.until(lambda: kitty_picture(terminal.text))
+        finally:
+            os.kill(pid, signal.SIGCONT)
+            self.assertTrue(terminal.close())
 
 
 if __name__ == "__main__":

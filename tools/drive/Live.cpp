@@ -1,6 +1,8 @@
+#include <signal.h>
 #include <unistd.h>
 
 #include <memory>
+#include <optional>
 
 #include "BlockCanvas.h"
 #include "KittyCanvas.h"
@@ -32,18 +34,28 @@ void live(const SessionOptions& sessionOptions, double seconds) {
   Session session(sessionOptions, seen);
   session.startDesktop();
   {
-    TerminalScreen screen;
-    const std::unique_ptr<Canvas> canvas = makeCanvas(screen);
+    std::optional<TerminalScreen> screen;
+    std::unique_ptr<Canvas> canvas;
     int shown = 0, asked = 0;
     TerminalSize size;
     for (double passed = 0; seconds <= 0 || passed < seconds; passed += kPeriod) {
       if (interrupted() || !session.agent().isConnected()) break;
+      if (screen && screen->isStopWanted()) {
+        // The shell gets its terminal as it was.
+        canvas.reset();
+        screen.reset();
+        raise(SIGTSTP);
+      }
+      if (!screen) {
+        canvas = makeCanvas(screen.emplace());
+        size = {};
+      }
       const int now = seen.count("fbUpdate") + seen.count("setPixelBuffer");
-      if (now != shown || size != screen.size()) {
-        size = screen.size();
+      if (now != shown || size != screen->size()) {
+        size = screen->size();
         canvas->draw(Picture::ofFramebuffer(session.agent(), session.agent().pixelBuffer().rect),
                      size);
-        if (!screen.flush() && !interrupted()) throw Failure("the terminal takes no more");
+        if (!screen->flush() && !interrupted()) throw Failure("the terminal takes no more");
       }
       shown = now;
       if (asked <= seen.count("fbUpdate")) {

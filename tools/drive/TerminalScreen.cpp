@@ -25,6 +25,12 @@ constexpr int kLookMs = 100;
 // A character's size where the terminal does not tell.
 constexpr int kCellWidth = 8, kCellHeight = 16;
 
+volatile sig_atomic_t stopFlag = 0;
+
+void onStop(int) {
+  stopFlag = 1;
+}
+
 // Whether there are Kitty's graphics; 256 colours for Sixel pictures, please, and how large may
 // they be; the size in pixels. The last one, the terminal's attributes, is answered by every
 // terminal.
@@ -79,6 +85,11 @@ TerminalScreen::TerminalScreen()
     : output_(open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
   // Another user's, perhaps. Writing may block then, until a signal comes.
   if (!output_) output_.reset(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+  stopFlag = 0;
+  struct sigaction action {};
+  action.sa_handler = onStop;
+  sigaction(SIGTSTP, nullptr, &formerStop_);
+  if (formerStop_.sa_handler != SIG_IGN) sigaction(SIGTSTP, &action, nullptr);
   put("\033[?1049h\033[?25l");
   // A program in the background would be stopped for it.
   const pid_t foreground = tcgetpgrp(STDOUT_FILENO);
@@ -95,10 +106,16 @@ TerminalScreen::TerminalScreen()
 TerminalScreen::~TerminalScreen() {
   put("\033[0m\033[?25h\033[?1049l");
   flush();
-  if (!isQuiet_) return;
-  // Answers that come late are not for the shell. Nor is there a wait for what nobody reads.
-  tcflush(STDOUT_FILENO, TCIFLUSH);
-  tcsetattr(STDOUT_FILENO, TCSANOW, &former_);
+  if (isQuiet_) {
+    // Answers that come late are not for the shell. Nor is there a wait for what nobody reads.
+    tcflush(STDOUT_FILENO, TCIFLUSH);
+    tcsetattr(STDOUT_FILENO, TCSANOW, &former_);
+  }
+  sigaction(SIGTSTP, &formerStop_, nullptr);
+}
+
+bool TerminalScreen::isStopWanted() const {
+  return stopFlag != 0;
 }
 
 bool TerminalScreen::flush() {

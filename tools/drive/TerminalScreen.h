@@ -1,5 +1,6 @@
 #pragma once
 
+#include <signal.h>
 #include <termios.h>
 
 #include <chrono>
@@ -28,7 +29,7 @@ struct TerminalGraphics {
 };
 
 // The terminal on standard output, for pictures: its other screen, without a cursor, and without an
-// echo of what is typed. It is as it was when the object goes.
+// echo of what is typed. It is as it was when the object goes. One at a time.
 class TerminalScreen {
  public:
   // Asks the terminal what it can do, and waits a second for the answer.
@@ -39,6 +40,9 @@ class TerminalScreen {
 
   const TerminalGraphics& graphics() const { return graphics_; }
   TerminalSize size() const;
+  // Whether SIGTSTP has come. It does not stop the program while there is a screen; who has given
+  // the screen up raises it once more.
+  bool isStopWanted() const;
 
   void put(std::string_view text) { text_ += text; }
   // Writes what has been put, and waits for a terminal that takes nothing just now. False when it
@@ -59,6 +63,7 @@ class TerminalScreen {
 
   TerminalGraphics graphics_;
   TerminalSize sizeWhenAsked_;
+  struct sigaction formerStop_ {};
   termios former_{};
   bool isQuiet_ = false;  // former_ is to be restored
 };
