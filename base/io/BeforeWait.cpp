@@ -1,18 +1,21 @@
 #include "io/BeforeWait.h"
 
-#include "io/FdManager.h"
-
 namespace io {
 
 BeforeWait::~BeforeWait() {
-  if (manager_) std::erase(manager_->beforeWait_, this);
+  if (manager_) manager_->cancelBeforeWait(*this);
 }
 
 void BeforeWait::request() {
   if (manager_) return;
   FdManager& manager = FdManager::instance();
-  manager.beforeWait_.push_back(this);
+  manager.doBeforeWait(*this);
   manager_ = &manager;
+}
+
+void BeforeWait::due() {
+  manager_ = nullptr;
+  callback_.beforeWait();
 }
 
 }  // namespace io

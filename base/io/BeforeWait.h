@@ -1,12 +1,12 @@
 #pragma once
 
-namespace io {
+#include "io/FdManager.h"
 
-class FdManager;
+namespace io {
 
 // Work of the thread's FdManager that is put off until the loop is about to wait, so that what a
 // turn gives rise to is done once.
-class BeforeWait {
+class BeforeWait : private FdManager::Due {
  public:
   class Callback {
    public:
@@ -26,7 +26,9 @@ class BeforeWait {
   void request();
 
  private:
-  friend class FdManager;
+  // FdManager::Due
+  void due() override;
+  void forgotten() override { manager_ = nullptr; }
 
   Callback& callback_;
   FdManager* manager_ = nullptr;  // while it is due

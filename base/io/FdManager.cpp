@@ -5,7 +5,6 @@
 #include <limits>
 #include <utility>
 
-#include "io/BeforeWait.h"
 #include "plat/Assert.h"
 
 namespace io {
@@ -51,7 +50,7 @@ FdManager::FdManager(bool nested) : timers_(nullptr, nested), previous_(thrInst)
 }
 
 FdManager::~FdManager() {
-  for (BeforeWait* due : beforeWait_) due->manager_ = nullptr;
+  for (Due* due : beforeWait_) due->forgotten();
   if (thrInst == this) thrInst = previous_;
 }
 
@@ -134,10 +133,9 @@ void FdManager::beginTurn() {
 
 void FdManager::runBeforeWait() {
   for (size_t left = beforeWait_.size(); left > 0 && !beforeWait_.empty(); --left) {
-    BeforeWait& due = *beforeWait_.front();
+    Due& due = *beforeWait_.front();
     beforeWait_.erase(beforeWait_.begin());
-    due.manager_ = nullptr;
-    due.callback_.beforeWait();
+    due.due();
   }
   // What was asked for meanwhile must not keep the loop from going on.
   if (!beforeWait_.empty()) wake();

@@ -8,14 +8,23 @@
 
 namespace io {
 
-class BeforeWait;
-
 // A thread's descriptors and timers: waits until a descriptor is ready or a timer is due, then
 // calls those concerned. Managers nest; the last one made on a thread is the thread's manager until
 // it is destroyed. Only defer(), registration and process() of the thread's own manager may be
 // called; an FdKicker is the way in from elsewhere.
 class FdManager : private FdHandler::Registry {
  public:
+  // What is done once before the next wait, see BeforeWait.
+  class Due {
+   public:
+    virtual void due() = 0;
+    // The manager ends first.
+    virtual void forgotten() = 0;
+
+   protected:
+    ~Due() = default;
+  };
+
   virtual ~FdManager();
   FdManager(const FdManager&) = delete;
   FdManager& operator=(const FdManager&) = delete;
@@ -36,6 +45,9 @@ class FdManager : private FdHandler::Registry {
   void defer(FdHandler& handler);
   // Makes the next wait return at once.
   void wake();
+  // Neither owned nor asked for twice.
+  void doBeforeWait(Due& due) { beforeWait_.push_back(&due); }
+  void cancelBeforeWait(const Due& due) { std::erase(beforeWait_, &due); }
 
   // One turn: does what is due before the wait, waits at most timeoutMs (-1 without limit), runs
   // the timers that are due, then the deferred, readable and writable handlers. Returns whether a
@@ -74,8 +86,6 @@ class FdManager : private FdHandler::Registry {
   HandlerSet writeReady_;
 
  private:
-  friend class BeforeWait;
-
   void dropReadiness(FdHandler& handler) override;
   void enroll(FdHandler& handler);
   // Puts back what a turn that ended in an exception left undone.
@@ -84,7 +94,7 @@ class FdManager : private FdHandler::Registry {
   // Timers, then the three ready sets. Returns whether a timer ran.
   bool dispatch();
 
-  std::vector<BeforeWait*> beforeWait_;
+  std::vector<Due*> beforeWait_;
   HandlerSet deferred_;
   HandlerSet readWorking_;
   HandlerSet writeWorking_;

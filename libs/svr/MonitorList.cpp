@@ -5,7 +5,7 @@
 
 #include "plat/Exception.h"
 #include "plat/Text.h"
-#include "tx/CrtcInfo.h"
+#include "svr/CrtcInfo.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/RandrExtension.h"
 #include "tx/TXDisplay.h"
@@ -25,7 +25,7 @@ MonitorList MonitorList::query() {
   const tx::XRRResources resources = randr->resources(display, tx::TXDisplay::root());
   catcher.check("XRRGetScreenResources");
   if (!resources) throw plat::Exception("XRRGetScreenResources failed");
-  for (const tx::CrtcInfo& crtc : tx::fetchCrtcs(*randr, *resources)) {
+  for (const CrtcInfo& crtc : fetchCrtcs(*randr, *resources)) {
     if (crtc.rect.isEmpty()) continue;
     rects.push_back(crtc.rect);
   }

@@ -1,7 +1,7 @@
 #include "svr/RandrScreenX11.h"
 
 #include "plat/Exception.h"
-#include "tx/CrtcInfo.h"
+#include "svr/CrtcInfo.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 
@@ -46,7 +46,7 @@ RandrScreen::State RandrScreenX11::read(Extent extent) {
                            std::string(mode.name, mode.nameLength),
                            {static_cast<int>(mode.width), static_cast<int>(mode.height)}});
   }
-  for (const tx::CrtcInfo& crtc : tx::fetchCrtcs(randr_, *resources)) {
+  for (const CrtcInfo& crtc : fetchCrtcs(randr_, *resources)) {
     state.crtcs.push_back({static_cast<uint32_t>(crtc.id), crtc.rect.tl,
                            static_cast<uint32_t>(crtc.mode), crtc.rotation,
                            ids(crtc.outputs.data(), static_cast<int>(crtc.outputs.size()))});

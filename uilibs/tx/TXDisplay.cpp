@@ -11,7 +11,6 @@
 #include "plat/Assert.h"
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
-#include "tx/ErrorCatcher.h"
 #include "tx/ResourceIds.h"
 #include "tx/XErrorLog.h"
 
@@ -42,9 +41,10 @@ Display* openWithRetry(const char* name) {
 // Its characters' sizes, which can be many, are of no interest.
 Font loadFont(Display* display) {
   for (const char* name : {"-*-helvetica-medium-r-*-*-12-*-*-*-*-*-*-*", "fixed"}) {
-    ErrorCatcher trap;
-    const Font font = XLoadFont(display, name);
-    if (!trap.failed()) return font;
+    int count = 0;
+    char** const found = XListFonts(display, name, 1, &count);
+    if (found) XFreeFontNames(found);
+    if (count > 0) return XLoadFont(display, name);
   }
   fputs("Failed to load any font\n", stderr);
   exit(1);

@@ -6,8 +6,8 @@
 #include <tuple>
 
 #include "svr/input/CoreKeyRows.h"
+#include "svr/input/QueuedEvents.h"
 #include "tx/ErrorCatcher.h"
-#include "tx/QueuedEvents.h"
 #include "tx/TXDisplay.h"
 
 namespace svr {
@@ -116,8 +116,7 @@ void KeyMapX11::handleEvent(const XEvent& event) {
 void KeyMapX11::follow() {
   // A group or map that was switched before the viewer's key may have its event still in the queue.
   // What is seen now is seen again in its turn.
-  tx::showQueuedEvents(tx::TXDisplay::display(),
-                       [this](const XEvent& event) { handleEvent(event); });
+  showQueuedEvents(tx::TXDisplay::display(), [this](const XEvent& event) { handleEvent(event); });
   // One change of the map makes several events: it is read once for all of them.
   if (coreMapChanged_ || xkbMapChanged_) {
     readMap();

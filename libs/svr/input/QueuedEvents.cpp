@@ -1,9 +1,9 @@
-#include "tx/QueuedEvents.h"
+#include "svr/input/QueuedEvents.h"
 
 // After all others: it defines macros that the standard library does not stand.
 #include <X11/Xlibint.h>
 
-namespace tx {
+namespace svr {
 
 void showQueuedEvents(Display* display, const std::function<void(const XEvent&)>& show) {
   // XEventsQueued() does not read while there are any.
@@ -13,4 +13,4 @@ void showQueuedEvents(Display* display, const std::function<void(const XEvent&)>
   for (const _XQEvent* event = display->head; event; event = event->next) show(event->event);
 }
 
-}  // namespace tx
+}  // namespace svr

@@ -1,4 +1,4 @@
-#include "tx/CrtcInfo.h"
+#include "svr/CrtcInfo.h"
 
 #include <new>
 
@@ -11,7 +11,7 @@
 #include <X11/Xlibint.h>
 #include <X11/extensions/randrproto.h>
 
-namespace tx {
+namespace svr {
 
 namespace {
 
@@ -84,10 +84,11 @@ class CrtcRequests {
 
 }  // namespace
 
-std::vector<CrtcInfo> fetchCrtcs(const RandrExtension& randr, const XRRScreenResources& resources) {
-  Display* const display = TXDisplay::display();
+std::vector<CrtcInfo> fetchCrtcs(const tx::RandrExtension& randr,
+                                 const XRRScreenResources& resources) {
+  Display* const display = tx::TXDisplay::display();
   std::vector<CrtcInfo> crtcs(static_cast<size_t>(resources.ncrtc));
-  ErrorCatcher trap;
+  tx::ErrorCatcher trap;
   CrtcRequests requests(display, crtcs);
   for (size_t i = 0; i < crtcs.size(); ++i) {
     crtcs[i].id = resources.crtcs[i];
@@ -99,4 +100,4 @@ std::vector<CrtcInfo> fetchCrtcs(const RandrExtension& randr, const XRRScreenRes
   return crtcs;
 }
 
-}  // namespace tx
+}  // namespace svr

@@ -8,8 +8,10 @@
 #include "rfb/Rect.h"
 
 namespace tx {
-
 class RandrExtension;
+}
+
+namespace svr {
 
 // What a CRTC shows. The mode is None, and the rectangle empty, while it shows nothing.
 struct CrtcInfo {
@@ -22,6 +24,7 @@ struct CrtcInfo {
 
 // All CRTCs of a screen, in one round trip where asking the client library takes one for each.
 // Throws XErrorException.
-std::vector<CrtcInfo> fetchCrtcs(const RandrExtension& randr, const XRRScreenResources& resources);
+std::vector<CrtcInfo> fetchCrtcs(const tx::RandrExtension& randr,
+                                 const XRRScreenResources& resources);
 
-}  // namespace tx
+}  // namespace svr
