@@ -71,8 +71,8 @@ std::string wrongParameter(const view::Options& options) {
   if (options.parameters.empty()) return {};
   const auto known = ruvohost::parametersOf(options.agent);
   for (const auto& [name, value] : options.parameters) {
-    if (std::string wrong = ruvohost::checkParameter(known, name, value); !wrong.empty())
-      return wrong;
+    std::string wrong = ruvohost::checkParameter(known, name, value);
+    if (!wrong.empty()) return wrong;
   }
   return {};
 }
