@@ -43,7 +43,7 @@ plat::LogSrc vlog("AgentAppX11");
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 // Brings the signals into the loop that end it.
-class SignalBridge : private os::SignalHandler::Callback {
+class SignalBridge final : private os::SignalHandler::Callback {
  public:
   SignalBridge(plat::LogSrc* log, const Watchdog& watchdog) : log_(log) {
     os::SignalHandler::setAlarm(watchdog.alarmFd());
