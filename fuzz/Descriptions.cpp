@@ -3,9 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
+#include "Check.h"
 #include "plat/Exception.h"
 #include "rdr/DisplayInfo.h"
 #include "rdr/MemInStream.h"
@@ -14,10 +14,6 @@
 #include "rfb/PixelFormat.h"
 
 namespace {
-
-void check(bool condition) {
-  if (!condition) abort();
-}
 
 template <typename T>
 void readAndWrite(rdr::MemInStream& in) {

@@ -3,19 +3,15 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "Check.h"
 #include "plat/Exception.h"
 #include "svr/MonitorList.h"
 #include "svr/WantedModes.h"
 
 namespace {
-
-void check(bool condition) {
-  if (!condition) abort();
-}
 
 void checkModes(std::string_view text) {
   const svr::WantedModes wanted({{800, 600}}, text);

@@ -2,9 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "Check.h"
 #include "plat/Exception.h"
 #include "plat/config/BinaryParameter.h"
 #include "plat/config/BoolParameter.h"
@@ -19,10 +19,6 @@ namespace {
 using namespace plat;
 
 const char* const kNames[] = {"Auto", "Always", "Never", nullptr};
-
-void require(bool condition) {
-  if (!condition) abort();
-}
 
 }  // namespace
 
@@ -42,17 +38,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
       taken = param->setParam(value.c_str(), 10);
     } catch (const BadUtf8&) {
-      require(param == &text);
+      check(param == &text);
     }
-    require(taken == param->hasValueAt(10));
-    require(param->getStoredTextAt(0) == before);
+    check(taken == param->hasValueAt(10));
+    check(param->getStoredTextAt(0) == before);
     // What was stored reads back as itself.
     if (taken) {
       const String stored = param->getStoredTextAt(10);
-      require(param->setParam(stored.c_str(), 30) && param->getStoredTextAt(30) == stored);
+      check(param->setParam(stored.c_str(), 30) && param->getStoredTextAt(30) == stored);
     }
   }
-  require(number.value() >= number.min() && number.value() <= number.max());
+  check(number.value() >= number.min() && number.value() <= number.max());
   (void)wide.value();
   return 0;
 }

@@ -2,21 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "Check.h"
 #include "plat/Exception.h"
 #include "plat/Utf8.h"
 #include "rdr/MemInStream.h"
-
-namespace {
-
-void check(bool condition) {
-  if (!condition) abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
