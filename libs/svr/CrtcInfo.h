@@ -23,7 +23,7 @@ struct CrtcInfo {
 };
 
 // All CRTCs of a screen, in one round trip where asking the client library takes one for each.
-// Throws XErrorException.
+// Throws plat::Exception.
 std::vector<CrtcInfo> fetchCrtcs(const tx::RandrExtension& randr,
                                  const XRRScreenResources& resources);
 
