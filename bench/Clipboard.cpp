@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
-#include "plat/Exception.h"
 #include "support/XServer.h"
 
 namespace bench {
@@ -189,14 +189,8 @@ int main(int argc, char** argv) {
   }
   std::string agent = bench::ownDirectory() + "ruvoagent";
   if (argc == 3 && std::strcmp(argv[1], "--agent") == 0) agent = argv[2];
-  try {
+  return bench::runMain("bench-clipboard", [&] {
     bench::measurePastes(agent);
     bench::countCopies(agent);
-  } catch (const plat::Exception& e) {
-    std::fprintf(stderr, "bench-clipboard: %s\n", e.text());
-    return 1;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench-clipboard: %s\n", e.what());
-    return 1;
-  }
+  });
 }

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
-#include "plat/Exception.h"
 #include "support/XServer.h"
 
 namespace bench {
@@ -64,13 +64,5 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  try {
-    bench::measure(agent, number);
-  } catch (const plat::Exception& e) {
-    std::fprintf(stderr, "bench-fleet: %s\n", e.text());
-    return 1;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench-fleet: %s\n", e.what());
-    return 1;
-  }
+  return bench::runMain("bench-fleet", [&] { bench::measure(agent, number); });
 }

@@ -11,9 +11,9 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
-#include "plat/Exception.h"
 #include "support/XServer.h"
 
 namespace bench {
@@ -139,13 +139,5 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  try {
-    bench::measure(agent, samples);
-  } catch (const plat::Exception& e) {
-    std::fprintf(stderr, "bench-keys: %s\n", e.text());
-    return 1;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench-keys: %s\n", e.what());
-    return 1;
-  }
+  return bench::runMain("bench-keys", [&] { bench::measure(agent, samples); });
 }

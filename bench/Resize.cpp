@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
 #include "host/AgentConnection.h"
 #include "host/AgentProcess.h"
 #include "host/Transcript.h"
-#include "plat/Exception.h"
 #include "plat/log/LogManager.h"
 #include "support/XServer.h"
 #include "tx/RandrExtension.h"
@@ -181,14 +181,5 @@ int main(int argc, char** argv) {
     return 2;
   }
   plat::LogManager::instance().setLogSpec("*:stderr:0");
-  try {
-    bench::measureAll(agent);
-  } catch (const plat::Exception& e) {
-    std::fprintf(stderr, "bench-resize: %s\n", e.text());
-    return 1;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench-resize: %s\n", e.what());
-    return 1;
-  }
-  return 0;
+  return bench::runMain("bench-resize", [&] { bench::measureAll(agent); });
 }

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
-#include "plat/Exception.h"
 #include "support/XServer.h"
 
 namespace bench {
@@ -141,13 +141,5 @@ int main(int argc, char** argv) {
     std::fputs("usage: bench-start [--agent PATH]\n", stderr);
     return 2;
   }
-  try {
-    bench::measure(agent);
-  } catch (const plat::Exception& e) {
-    std::fprintf(stderr, "bench-start: %s\n", e.text());
-    return 1;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench-start: %s\n", e.what());
-    return 1;
-  }
+  return bench::runMain("bench-start", [&] { bench::measure(agent); });
 }

@@ -1,7 +1,5 @@
 #include "Report.h"
 
-#include <unistd.h>
-#include <climits>
 #include <cstdio>
 #include <optional>
 
@@ -24,13 +22,6 @@ void print(const std::string& name, const std::string& unit, double ours, double
 }
 
 }  // namespace
-
-std::string ownDirectory() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
-  return own.substr(0, own.rfind('/') + 1);
-}
 
 void printRow(const std::string& name, const std::string& unit, const std::vector<double>& ours,
               const std::vector<double>& yardstick, const std::string& against, double goal) {

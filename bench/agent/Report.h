@@ -5,9 +5,6 @@
 
 namespace bench {
 
-// The directory of this program, with its last slash: the others are beside it.
-std::string ownDirectory();
-
 // Rows of the table, one line of JSON each, on standard output. Of each pair of repetitions the
 // ratio is taken; noise is half of their spread, and null with one pair only. A goal of 0 is none.
 void printRow(const std::string& name, const std::string& unit, const std::vector<double>& ours,

@@ -14,10 +14,10 @@
 #include <random>
 
 #include "Peers.h"
+#include "Program.h"
 #include "Report.h"
 #include "Subject.h"
 #include "Workloads.h"
-#include "plat/Exception.h"
 #include "support/XServer.h"
 
 namespace bench {
@@ -226,7 +226,7 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  try {
+  return bench::runMain("bench-agent", [&] {
     if (latencyOnly) {
       bench::latency(agent, display);
     } else if (peersOnly) {
@@ -235,11 +235,5 @@ int main(int argc, char** argv) {
       bench::calls(agent, floor);
       if (!callsOnly) bench::times(agent, floor);
     }
-  } catch (const plat::Exception& e) {
-    std::fprintf(stderr, "bench-agent: %s\n", e.text());
-    return 1;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench-agent: %s\n", e.what());
-    return 1;
-  }
+  });
 }
