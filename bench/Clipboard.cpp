@@ -125,15 +125,15 @@ void measurePastes(const std::string& agent) {
     });
     if (!areOwned) throw std::runtime_error("nobody owns the selection");
     std::vector<double> ours, theirs;
-    for (int i = 0; i <= kRounds; ++i) {
+    const auto paste = [&](Atom selection) {
       // As people paste: both owners sleep. What the agent logs is read meanwhile.
       subject.run(0.02);
-      const double mine = requestor.paste(clipboard, kind.size);
-      subject.run(0.02);
-      const double bare = requestor.paste(secondary, kind.size);
-      if (i == 0) continue;
-      ours.push_back(mine);
-      theirs.push_back(bare);
+      (selection == clipboard ? ours : theirs).push_back(requestor.paste(selection, kind.size));
+    };
+    // The second of two large texts is faster: the X server has the memory for it already.
+    for (int i = 0; i < kRounds; ++i) {
+      paste(i % 2 ? clipboard : secondary);
+      paste(i % 2 ? secondary : clipboard);
     }
     printRow(std::string("paste ") + kind.name, "ms", {median(ours)}, {median(theirs)},
              "bare selection owner", kind.goal);
