@@ -7,7 +7,7 @@
 struct CallCounts {
   std::atomic<uint64_t> selects;
   std::atomic<uint64_t> zeroSelects;  // with a timeout of 0
-  // Xlib waits with poll(): for a reply, or for room for requests (and then for a reply, too).
+  // Xlib waits for replies with poll().
   std::atomic<uint64_t> roundTrips;
   // Those above, and what reads and writes.
   std::atomic<uint64_t> calls;

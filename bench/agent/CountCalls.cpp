@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "CallCounts.h"
 
@@ -30,6 +31,9 @@ CallCounts& counts() {
   static CallCounts* const mapped = mapCounts();
   return *mapped;
 }
+
+// Whether anything has been sent since Xlib last waited for a reply.
+thread_local bool hasAsked = false;
 
 template <typename Function>
 Function next(const char* name) {
@@ -51,8 +55,17 @@ extern "C" int select(int nfds, fd_set* reads, fd_set* writes, fd_set* exception
 extern "C" int poll(pollfd* fds, nfds_t count, int timeoutMs) {
   static const auto real = next<int (*)(pollfd*, nfds_t, int)>("poll");
   ++counts().calls;
-  if (count == 1 && fds->events == POLLIN) ++counts().roundTrips;
+  // A reply that comes in pieces, or behind events, is waited for more than once.
+  if (count == 1 && fds->events == POLLIN && std::exchange(hasAsked, false)) ++counts().roundTrips;
   return real(fds, count, timeoutMs);
+}
+
+// What Xlib sends with.
+extern "C" ssize_t writev(int fd, const iovec* parts, int count) {
+  static const auto real = next<ssize_t (*)(int, const iovec*, int)>("writev");
+  ++counts().calls;
+  hasAsked = true;
+  return real(fd, parts, count);
 }
 
 // The rest is only counted.
@@ -67,6 +80,5 @@ COUNTED(ssize_t, read, (int fd, void* to, size_t length), (fd, to, length))
 COUNTED(ssize_t, recv, (int fd, void* to, size_t length, int flags), (fd, to, length, flags))
 COUNTED(ssize_t, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags))
 COUNTED(ssize_t, write, (int fd, const void* from, size_t length), (fd, from, length))
-COUNTED(ssize_t, writev, (int fd, const iovec* parts, int count), (fd, parts, count))
 COUNTED(ssize_t, send, (int fd, const void* from, size_t length, int flags),
         (fd, from, length, flags))
