@@ -22,7 +22,7 @@ constexpr std::chrono::milliseconds kUnrestedMs{20};
 // Requests of one client that are taken before they are served; more are not answered.
 constexpr int kMaxUnserved = 32;
 // From this size on it is worth waiting to hear whether the server had room for the text.
-constexpr size_t kLargeText = 256 * 1024;
+constexpr size_t kLargeText = 4 * 1024 * 1024;
 
 struct SelectionOwners {
   std::map<Atom, SelectionOwner*> bySelection;
