@@ -37,6 +37,7 @@ PointerAlarm::~PointerAlarm() {
 
 void PointerAlarm::start(int restMs) {
   stop();
+  if (!TXDisplay::isOpen()) return;
   if (!std::exchange(queried_, true)) query();
   if (counter_ == None) return;
   XSyncAlarmAttributes wanted{};

@@ -33,10 +33,14 @@ class TXDisplay {
   static bool isLost() { return current_ && current_->lost_; }
 
   // While one lives, losing the display throws DisplayLostException out of the call into Xlib: for
-  // XQueryExtension() and what is built on it, whose results mean nothing then.
+  // XQueryExtension() and what is built on it, whose results mean nothing then. A display that is
+  // lost already throws at once.
   class Throwing {
    public:
-    Throwing() { ++throwing_; }
+    Throwing() {
+      if (isLost()) throw DisplayLostException();
+      ++throwing_;
+    }
     ~Throwing() { --throwing_; }
     Throwing(const Throwing&) = delete;
     Throwing& operator=(const Throwing&) = delete;
