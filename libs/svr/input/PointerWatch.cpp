@@ -87,6 +87,8 @@ void PointerWatch::pointerUsed() {
 void PointerWatch::look() {
   if (!tx::TXDisplay::isOpen()) return;
   const rfb::Point now = position();
+  // The display may have been lost over it.
+  if (!tx::TXDisplay::isOpen()) return;
   if (now != last_) {
     last_ = now;
     moved_ = true;
