@@ -67,8 +67,10 @@ FileDescriptor openTrustedLog(const std::string& path, mode_t mode, int flags) {
     return file;
   }
   const size_t slash = path.rfind('/');
-  const FileDescriptor directory =
-      openDirectory(AT_FDCWD, slash == std::string::npos ? "." : path.substr(0, slash + 1));
+  std::string parent = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  // With a slash at the end a link would be followed.
+  while (parent.size() > 1 && parent.back() == '/') parent.pop_back();
+  const FileDescriptor directory = openDirectory(AT_FDCWD, parent);
   const struct stat status = statusOf(directory.get());
   const bool sticky = (status.st_mode & S_ISVTX) != 0;
   requireOwned(status);
