@@ -221,9 +221,8 @@ void MsgIpc::outputUnblocked(Io&) {
 void MsgIpc::closeFailed() {
   const plat::Exception reason = *io_->failure();
   const bool atBoundary = io_->inStream().available() == 0 && !in_.inMsg();
-  if (!atBoundary || std::strcmp(reason.kind(), "EndOfStream") != 0) {
-    vlog.error("%s: %s", name(), reason.text());
-  }
+  const bool isOrderly = atBoundary && std::strcmp(reason.kind(), "EndOfStream") == 0;
+  if (!isOrderly && !isReasonLogged_) vlog.error("%s: %s", name(), reason.text());
   close();
 }
 
@@ -247,6 +246,7 @@ void MsgIpc::fill() {
 void MsgIpc::run() {
   if (!isConnected()) return;
   running_ = true;
+  isReasonLogged_ = false;
   const AtExit stopped([this] { running_ = false; });
   try {
     machine_.run(*this);
@@ -273,10 +273,13 @@ void MsgIpc::drain() {
 
 void MsgIpc::recover(const plat::Exception& error) {
   vlog.error("%s: %s", name(), error.text());
+  // The channel may have failed under the message's reader.
+  isReasonLogged_ = io_ && io_->failure() && std::strcmp(io_->failure()->text(), error.text()) == 0;
   reader_ = nullptr;
   if (in_.inMsg()) {
     if (!skipFailed_) {
       in_.abandonMsg();
+      isReasonLogged_ = true;
       io_->fail(error);
     } else {
       try {

@@ -173,6 +173,7 @@ class MsgIpc : private IoHandler {
   bool allowed_ = false;      // the message at hand was allowed
   uint64_t attachment_ = 0;   // changes with the endpoint
   bool running_ = false;
+  bool isReasonLogged_ = false;  // of the channel's failure
   const std::string_view* expectedName_ = nullptr;
   bool expectedHandled_ = false;
   size_t nameLength_ = 0;
