@@ -168,8 +168,7 @@ bool PixelBufferX11::createShared(const plat::SharedMemPermissions* permissions)
   std::unique_ptr<plat::SharedMemSysV> memory;
   try {
     memory = std::make_unique<plat::SharedMemSysV>(sizeBytes(), permissions);
-  } catch (const plat::SystemException& e) {
-    // Anybody may have used up the system's segments.
+  } catch (const plat::SharedMemSysV::NoneLeft& e) {
     vlog.error("%s", e.text());
     return false;
   }

@@ -69,7 +69,7 @@ SharedMemSysV::SharedMemSysV(uint32_t size, const SharedMemPermissions* permissi
     : SharedMemSysV(size, nullptr) {
   if (LockDir::firstUse(kKind)) cleanStale();
   id_ = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
-  if (id_ < 0) throw SystemException(format("shmget(%u) failed", size), errno);
+  if (id_ < 0) throw NoneLeft(format("shmget(%u) failed", size), errno);
   created_ = true;
   leftover_.setSysVMemory(id_);
   vlog.debug("Create %d size %#x", id_, size);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "plat/Exception.h"
 #include "plat/shm/LockFile.h"
 #include "plat/shm/SharedMem.h"
 #include "plat/shm/SharedMemPermissions.h"
@@ -13,8 +14,14 @@ namespace plat {
 // it, by which a later process finds the segments of those that crashed.
 class SharedMemSysV : public SharedMem {
  public:
+  // The system gives no more segments, or none of that size: anybody may have used them up.
+  class NoneLeft : public SystemException {
+   public:
+    using SystemException::SystemException;
+  };
+
   // Creates and attaches a segment of `size` bytes, mode 0600 or as in `permissions` (may be null),
-  // zero-filled. Throws SystemException, also when the permissions cannot be set.
+  // zero-filled. Throws NoneLeft, and SystemException, also when the permissions cannot be set.
   explicit SharedMemSysV(uint32_t size, const SharedMemPermissions* permissions = nullptr);
   // Attaches an existing segment. Throws SystemException, and Exception for an id that cannot be or
   // a segment of fewer bytes.
