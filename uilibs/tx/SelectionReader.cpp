@@ -91,6 +91,7 @@ void SelectionReader::request(Atom selection, Atom target, const char* property,
                               uint32_t time) {
   const Request made{selection, target, freeProperty(property), content, time};
   owed_.push_back(made);
+  properties_.insert(made.property);
   isWaiting_ = true;
   Display* const display = TXDisplay::display();
   // The window may be gone; then it will be made anew.
@@ -121,14 +122,15 @@ void SelectionReader::handleEvent(const XEvent& event) {
   }
 }
 
-// By the property; a refusal names none. Requests of different times are told apart by these, as
-// far as owners return them.
+// By the property; a refusal names none, or one that was never asked for. Requests of different
+// times are told apart by these, as far as owners return them.
 std::vector<SelectionReader::Request>::const_iterator SelectionReader::findOwed(
     const XSelectionEvent& event) const {
+  const bool isForeign = properties_.count(event.property) == 0;
   const auto find = [&](bool sameTime) {
     return std::find_if(owed_.begin(), owed_.end(), [&](const Request& r) {
       return r.selection == event.selection && r.target == event.target &&
-             (event.property == None || event.property == r.property) &&
+             (event.property == r.property || isForeign) &&
              (!sameTime || r.time == static_cast<uint32_t>(event.time));
     });
   };
@@ -145,7 +147,7 @@ void SelectionReader::answered(const XSelectionEvent& event) {
   Answer answer{request.selection,
                 request.target,
                 static_cast<uint32_t>(event.time),
-                event.property == None,
+                event.property != request.property,
                 {}};
   if (!answer.isRefused) {
     if (request.content == Content::kData) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,8 @@ class SelectionReader : private plat::Timer::Callback {
   struct Answer {
     Atom selection;
     Atom target;
-    uint32_t time;  // as the owner gives it back
-    bool isRefused;
+    uint32_t time;   // as the owner gives it back
+    bool isRefused;  // no property is named, or another one
     // Of type None when there is none. What would come in pieces is an empty UTF8_STRING; UTF-8 is
     // cut between characters.
     PropertyBytes property;
@@ -80,6 +81,7 @@ class SelectionReader : private plat::Timer::Callback {
   Callback& callback_;
   std::vector<Request> owed_;  // the one under way is the last
   bool isWaiting_ = false;
+  std::set<Atom> properties_;           // that answers were asked for in
   std::map<Atom, int64_t> answeredAt_;  // in ticks; by property
   std::map<Atom, Transfer> transfers_;  // by property
   plat::Timer pieceTimer_;
