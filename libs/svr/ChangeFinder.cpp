@@ -117,7 +117,7 @@ void ChangeFinder::stopDamage() {
 
 bool ChangeFinder::handleEvent(const XEvent& event) {
   if (!damage_ || !damage_->isNewDamage(event)) return false;
-  if (test_) test_->wake();
+  if (test_) test_->damageNotified();
   scheduler_.changed();
   return true;
 }
@@ -148,7 +148,7 @@ void ChangeFinder::watchDamage() {
   watchTimer_.start(kRareWatchMs);
   // Perhaps nothing at all is reported.
   if (test_ && interval == kRareWatchMs) test_->wake();
-  collectDamageNow();
+  collectNow();
 }
 
 void ChangeFinder::timerCallback(plat::Timer& timer) {
@@ -166,11 +166,11 @@ bool ChangeFinder::isUpdateWanted() {
 }
 
 void ChangeFinder::preUpdate() {
+  callback_.collectingChanges();
   collect(true);
 }
 
 void ChangeFinder::collect(bool grabbing) {
-  callback_.collectingChanges();
   fresh_.clear();
   if (!damage_) return;
   // What was added before has to be grabbed, too.
@@ -226,6 +226,11 @@ void ChangeFinder::recover() {
 }
 
 void ChangeFinder::collectDamageNow() {
+  callback_.collectingChanges();
+  collectNow();
+}
+
+void ChangeFinder::collectNow() {
   collect(false);
   if (!scheduler_.tracker().isEmpty()) scheduler_.changed();
 }

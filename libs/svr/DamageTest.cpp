@@ -25,7 +25,13 @@ void DamageTest::wake() {
   timer_.start(static_cast<int>(kCheckIntervalMs - elapsedMs % kCheckIntervalMs));
 }
 
+void DamageTest::damageNotified() {
+  isUncollected_ = true;
+  wake();
+}
+
 void DamageTest::damageReported(const rfb::Region& region) {
+  isUncollected_ = false;
   if (!(region == rfb::Region(buffer_.getRect()))) nonFull_ = true;
   seen_ |= region;
 }
@@ -39,7 +45,10 @@ void DamageTest::timerCallback(plat::Timer&) {
     return;
   }
   const rfb::Region changed = comparer_.compare(all);
-  if (changed.isEmpty()) return;
+  if (changed.isEmpty()) {
+    if (isUncollected_) wake();
+    return;
+  }
   callback_.collectDamageNow();
   // The comparison counts its blocks from the buffer's corner.
   constexpr int kBlock = rfb::PixelBufferComparer::kBlockSize;

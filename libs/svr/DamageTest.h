@@ -37,6 +37,9 @@ class DamageTest final : private plat::Timer::Callback {
 
   // The screen may change: looks at it once more.
   void wake();
+  // There is damage to be collected. Until then the X server tells of no more in the same place, so
+  // that the test has to go on looking.
+  void damageNotified();
   // To be called with every damage that was collected.
   void damageReported(const rfb::Region& region);
 
@@ -50,6 +53,7 @@ class DamageTest final : private plat::Timer::Callback {
   rfb::PixelBufferComparer comparer_;
   const int64_t begin_;  // monotonic time
   bool nonFull_ = false;
+  bool isUncollected_ = false;
 };
 
 }  // namespace svr
