@@ -59,10 +59,12 @@ void PointerAlarm::query() {
   Display* const display = TXDisplay::display();
   int errorBase, major, minor;
   const TXDisplay::Throwing throwing;
-  if (XSyncQueryExtension(display, &eventBase_, &errorBase) &&
-      XSyncInitialize(display, &major, &minor)) {
-    counter_ = findCounter(display);
-  }
+  ErrorCatcher trap;
+  if (!XSyncQueryExtension(display, &eventBase_, &errorBase)) return;
+  // The library has asked for the version, and remembers no answer after an error: it would be read
+  // through a null pointer.
+  if (trap.failed() || !XSyncInitialize(display, &major, &minor)) return;
+  counter_ = findCounter(display);
 }
 
 void PointerAlarm::stop() {
