@@ -1,8 +1,5 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,7 +11,6 @@
 #include "io/FdKicker.h"
 #include "io/FdPollManager.h"
 #include "io/FdSelectManager.h"
-#include "plat/Exception.h"
 #include "plat/Time.h"
 #include "support/ActionTimer.h"
 #include "support/ManualClock.h"
@@ -162,32 +158,6 @@ TYPED_TEST(FdManagerTest, WorkBeforeTheWait) {
   // Also one that never has enough leaves the loop its turns.
   EXPECT_TRUE(this->manager_.process(-1));
   EXPECT_EQ(counter.calls, 2);
-}
-
-// A descriptor above what a set of descriptors holds, as servers have.
-TEST(FdManager, HighDescriptors) {
-  const support::SocketPair pair;
-  pair.put("x");
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit more{std::max<rlim_t>(limit.rlim_cur, 2048), limit.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
-  TestHandler handler(plat::FileDescriptor(fcntl(pair.ours.get(), F_DUPFD_CLOEXEC, 1500)));
-  ASSERT_GE(handler.fd(), 1500);
-  int reads = 0;
-  handler.call = [&](char) { ++reads; };
-  {
-    FdPollManager manager(true);
-    manager.requirePollable(handler.fd());
-    manager.setWants(handler, true, false);
-    EXPECT_TRUE(manager.process(-1));
-  }
-  FdSelectManager manager(true);
-  EXPECT_THROW(manager.requirePollable(handler.fd()), plat::Exception);
-  manager.setWants(handler, true, false);
-  EXPECT_FALSE(manager.process(0));
-  EXPECT_EQ(reads, 1);
-  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace

@@ -37,7 +37,10 @@ TEST(MsgIpc, WritesMessages) {
 
   support::LogCapture log;
   channel.ipc.detach();
-  for (const char* name : {"big", "logMsg"}) channel.ipc.writeMsg(name), channel.ipc.endMsg();
+  for (const char* name : {"big", "logMsg"}) {
+    channel.ipc.writeMsg(name);
+    channel.ipc.endMsg();
+  }
   EXPECT_EQ(log.take(), Lines{"100 FdIo: Peer: Discarding message 'big'"});
 }
 

@@ -6,14 +6,10 @@
 #include <iterator>
 #include <string>
 
-#include "rdr/Exceptions.h"
 #include "rdr/FdInStream.h"
 #include "rdr/FdOutStream.h"
 #include "rdr/FileInStream.h"
-#include "rdr/MemInStream.h"
-#include "rdr/MemOutStream.h"
 #include "rdr/TransactedFileOutStream.h"
-#include "support/Frames.h"
 #include "support/ManualClock.h"
 #include "support/ParameterValue.h"
 #include "support/SocketPair.h"
@@ -26,19 +22,6 @@ namespace {
 using support::SocketPair;
 using support::TempDir;
 using support::thrownBy;
-
-TEST(Streams, StringLimits) {
-  const std::string text = "\rone\r\ntwo";
-  MemInStream lines(text.data(), text.size());
-  EXPECT_EQ(lines.readLine(3).str(), "one");
-  EXPECT_EQ(thrownBy([&] { lines.readLine(2); }),
-            "StringTooLongException: String exceeds maximum length");
-  // An absurd count costs no memory.
-  const std::string lie = support::u32(0xFFFFFFFF) + "ab";
-  MemInStream liar(lie.data(), lie.size());
-  EXPECT_EQ(thrownBy([&] { liar.readString(0xFFFFFFFF); }),
-            "EndOfStream: End of in-memory input stream");
-}
 
 TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   SocketPair pair;
