@@ -41,8 +41,8 @@ TEST(LogDestFileTest, Lines) {
 TEST(LogDestFileTest, ColoursOnATerminalOnly) {
   int master = -1, slave = -1;
   ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
-  const FileDescriptor standardError(dup(STDERR_FILENO)), keptOpen(slave), read(master);
-  ASSERT_EQ(dup2(slave, STDERR_FILENO), STDERR_FILENO);
+  const FileDescriptor standardError(dup(STDERR_FILENO)), terminal(slave), reader(master);
+  ASSERT_EQ(dup2(terminal.get(), STDERR_FILENO), STDERR_FILENO);
   LogDestFile dest("t", LogDestFile::Kind::kStandardError);
   std::string expected;
   const std::pair<int, const char*> cases[] = {{5, "31;1"}, {10, "31"}, {30, "36"}, {31, "0"}};
@@ -56,7 +56,7 @@ TEST(LogDestFileTest, ColoursOnATerminalOnly) {
   std::string written;
   while (written.size() < expected.size()) {
     char buffer[256];
-    const ssize_t n = ::read(master, buffer, sizeof buffer);
+    const ssize_t n = ::read(reader.get(), buffer, sizeof buffer);
     ASSERT_GT(n, 0);
     written.append(buffer, static_cast<size_t>(n));
   }
