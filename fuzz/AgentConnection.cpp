@@ -1,19 +1,27 @@
-// What an agent says to its server.
+// What an agent says to its server. It arrives in pieces of as many bytes as the first byte tells.
 
 #include "host/AgentConnection.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
+#include <string_view>
+#include <utility>
 
-#include "Deliveries.h"
+#include "Check.h"
 #include "host/Transcript.h"
+#include "plat/log/LogManager.h"
+#include "support/SocketPair.h"
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  plat::LogManager::instance().setLogSpec("");
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  Deliveries deliveries(data, size);
+  support::SocketPair pair;
   host::Transcript seen(host::Transcript::Keep::kLast);
-  host::AgentConnection connection(deliveries.takeEnd(), &seen);
+  host::AgentConnection connection(std::move(pair.ours), &seen);
   connection.setMapsSegments(false);
   const auto read = [&] {
     // More than a message may be held by then.
@@ -21,8 +29,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (connection.isConnected() && connection.msUntilNext() == 0) connection.process(0);
     return connection.isConnected();
   };
-  deliveries.deliver(read);
-  deliveries.hangUp();
-  if (read()) abort();
+  std::string_view left(reinterpret_cast<const char*>(data + 1), size - 1);
+  const size_t piece = data[0] == 0 ? size : data[0];
+  for (bool isOpen = true; isOpen && !left.empty(); pair.take()) {
+    const ssize_t n = pair.put(left.substr(0, piece));
+    if (n > 0) left.remove_prefix(static_cast<size_t>(n));
+    isOpen = read();
+  }
+  // However the input went, the end of the stream is noticed.
+  pair.peer.reset();
+  check(!read());
   return 0;
 }

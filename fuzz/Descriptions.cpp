@@ -15,15 +15,14 @@
 
 namespace {
 
-template <typename T>
-void readAndWrite(rdr::MemInStream& in) {
-  T object;
-  object.read(in);
+void readMonitor(rdr::MemInStream& in) {
+  plat::DisplayInfo monitor;
+  monitor.read(in);
   rdr::MemOutStream out;
-  object.write(out);
+  monitor.write(out);
   // Flags and padding have one spelling on the way out.
   rdr::MemInStream again(out.data(), out.size());
-  T copy;
+  plat::DisplayInfo copy;
   copy.read(again);
   check(again.available() == 0);
   rdr::MemOutStream outAgain;
@@ -55,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (in.available() > 0) {
       switch (data[0] % 3) {
         case 0:
-          readAndWrite<plat::DisplayInfo>(in);
+          readMonitor(in);
           break;
         case 1:
           readFormat(in);

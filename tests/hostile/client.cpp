@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <thread>
@@ -82,19 +83,20 @@ Status copyRaw(Display*, XEvent* event, xEvent* wire) {
 }
 
 // Sends 32 bytes as an event of any type, as the X server lets anybody do.
-void sendRaw(Window to, const xEvent& wire) {
+void forge(Window to, int type, std::initializer_list<CARD32> content) {
+  xEvent wire{};
+  memcpy(&wire, content.begin(), content.size() * sizeof(CARD32));
+  wire.u.u.type = static_cast<BYTE>(type);
   XEvent event{};
-  event.type = wire.u.u.type & 0x7F;
+  event.type = type & 0x7F;
   memcpy(reinterpret_cast<char*>(&event) + sizeof event.type + 4, &wire, sizeof wire);
   XSendEvent(display, to, False, NoEventMask, &event);
 }
 
-template <typename T>
-xEvent wireOf(int type, const T& content) {
-  xEvent event{};
-  memcpy(&event, &content, sizeof content);
-  event.u.u.type = static_cast<BYTE>(type);
-  return event;
+void setProperty(Window window, Atom property, Atom type, int format, const void* data,
+                 size_t count) {
+  XChangeProperty(display, window, property, type, format, PropModeReplace,
+                  static_cast<const unsigned char*>(data), static_cast<int>(count));
 }
 
 // flood KIND EVENTS-A-SECOND (0: as many as go)
@@ -102,8 +104,9 @@ void flood() {
   const std::string kind = word(0);
   const long rate = argument(1, 0);
   const std::vector<Window> windows = hiddenWindows();
-  int fixes = 0, ignored = 0;
+  int fixes = 0, ignored = 0, highest = 0;
   XFixesQueryExtension(display, &fixes, &ignored);
+  XDisplayKeycodes(display, &ignored, &highest);
   for (int type = 2; type < 128; ++type) XESetEventToWire(display, type, copyRaw);
   const Atom selections[] = {XA_PRIMARY, atom("CLIPBOARD")};
   const Atom targets[] = {atom("TIMESTAMP"), atom("TARGETS"), atom("UTF8_STRING"), XA_STRING};
@@ -115,31 +118,27 @@ void flood() {
     const Window to = windows[++n % windows.size()];
     const unsigned turn = n / static_cast<unsigned>(windows.size());
     const Atom selection = selections[turn % 2];
-    if (kind == "cursor") {
-      // subtype, window, cursor serial, timestamp, name
-      const CARD32 content[8] = {0, id(root), n, n, 0};
-      sendRaw(to, wireOf(fixes + XFixesCursorNotify, content));
+    if (kind == "cursor") {  // subtype, window, cursor serial, timestamp, name
+      forge(to, fixes + XFixesCursorNotify, {0, id(root), n, n, 0});
     } else if (kind == "owner") {
       // subtype, window, owner, selection, timestamp, selection timestamp
-      const CARD32 content[8] = {0, id(to), id(own), id(selection), n, n};
-      sendRaw(to, wireOf(fixes + XFixesSelectionNotify, content));
+      forge(to, fixes + XFixesSelectionNotify, {0, id(to), id(own), id(selection), n, n});
     } else if (kind == "request") {  // time, owner, requestor, selection, target, property
-      const CARD32 content[8] = {
-          0, 0, id(to), id(own), id(selection), XA_STRING, id(properties[2])};
-      sendRaw(to, wireOf(SelectionRequest, content));
+      forge(to, SelectionRequest,
+            {0, 0, id(to), id(own), id(selection), XA_STRING, id(properties[2])});
     } else if (kind == "answer") {  // time, requestor, selection, target, property
-      const CARD32 content[8] = {
-          0, n, id(to), id(selection), id(targets[turn % 4]), id(properties[turn % 4])};
-      sendRaw(to, wireOf(SelectionNotify, content));
+      forge(to, SelectionNotify,
+            {0, n, id(to), id(selection), id(targets[turn % 4]), id(properties[turn % 4])});
     } else if (kind == "configure") {  // event, window, above, x y, width height
-      const CARD32 content[8] = {0, id(root), id(root), 0, n % 100, 0x04000300 + n % 100};
-      sendRaw(to, wireOf(ConfigureNotify, content));
+      forge(to, ConfigureNotify, {0, id(root), id(root), 0, n % 100, 0x04000300 + n % 100});
     } else if (kind == "mapping") {  // request, first keycode, count
-      const CARD32 content[8] = {0, 0x00F80801};
-      sendRaw(to, wireOf(MappingNotify, content));
+      forge(to, MappingNotify, {0, 0x00F80801});
     } else if (kind == "real-property") {
-      const unsigned char byte = 0;
-      XChangeProperty(display, to, properties[turn % 4], XA_INTEGER, 8, PropModeReplace, &byte, 1);
+      setProperty(to, properties[turn % 4], XA_INTEGER, 8, "", 1);
+    } else if (kind == "real-mapping") {  // of a keycode without symbols
+      KeySym symbols[] = {XK_VoidSymbol, NoSymbol};
+      if (n % 2) symbols[1] = XK_VoidSymbol;
+      XChangeKeyboardMapping(display, highest - 1, 2, symbols, 1);
     } else if (kind == "paste") {
       XConvertSelection(display, selection, XA_STRING, properties[turn % 4], own, CurrentTime);
     } else {
@@ -202,14 +201,11 @@ void witness() {
 
 // spoil [destroy]: the agent's windows lose their properties, or their lives.
 void spoil() {
-  const Atom property = atom("TIMESTAMP");
-  const long value = 7;
   for (const Window window : hiddenWindows()) {
     if (word(0) == "destroy") {
       XDestroyWindow(display, window);
     } else {
-      XChangeProperty(display, window, property, XA_STRING, 8, PropModeReplace,
-                      reinterpret_cast<const unsigned char*>(&value), 1);
+      setProperty(window, atom("TIMESTAMP"), XA_STRING, 8, "\7\0\0\0\0\0\0", 1);
     }
   }
   ready();
@@ -243,23 +239,13 @@ void cursor() {
         [&] { XChangeActivePointerGrab(display, 0, cursors[++turn % 2], CurrentTime); });
 }
 
-// move TIMES: the agent's windows wander in a grid.
-void move() {
-  const std::vector<Window> windows = hiddenWindows();
-  ready();
-  for (long i = 0; i < argument(0, 20000); ++i) {
-    XMoveWindow(display, windows[static_cast<size_t>(i) % windows.size()], int(i % 200) * 4,
-                int(i / 200) * 4);
-  }
-}
-
-// pids PID NUMBER: windows that claim to be of a process.
-void pids() {
-  const long pid = argument(0, 1);
-  for (long i = 0; i < argument(1, 300); ++i) {
-    const Window window = XCreateSimpleWindow(display, root, 0, 0, 10, 10, 0, 0, 0);
-    XChangeProperty(display, window, atom("_NET_WM_PID"), XA_CARDINAL, 32, PropModeReplace,
-                    reinterpret_cast<const unsigned char*>(&pid), 1);
+// windows NUMBER [PID]: that many, which claim to be of a process.
+void windows() {
+  const long pid = argument(1, 1);
+  for (long i = 0; i < argument(0, 10000); ++i) {
+    const Window window =
+        XCreateSimpleWindow(display, root, int(i % 100), int(i / 100), 3, 3, 0, 0, 0);
+    setProperty(window, atom("_NET_WM_PID"), XA_CARDINAL, 32, &pid, 1);
     XMapWindow(display, window);
   }
   ready();
@@ -313,11 +299,6 @@ void ownSelections() {
   ready();
   const std::string piece(60000, 'x');
   unsigned turn = 0;
-  const auto set = [&](Window window, Atom property, Atom type, int format, const void* data,
-                       size_t count) {
-    XChangeProperty(display, window, property, type, format, PropModeReplace,
-                    static_cast<const unsigned char*>(data), static_cast<int>(count));
-  };
   for (;;) {
     XNextEvent(display, &event);
     if (event.type != SelectionRequest || mode == "silent") continue;
@@ -328,22 +309,22 @@ void ownSelections() {
     if (mode == "types") {
       const Atom types[] = {XA_ATOM, XA_INTEGER, incr, utf8, XA_WINDOW, XA_STRING};
       const int formats[] = {8, 16, 32};
-      set(r.requestor, r.property, types[turn % 6], formats[turn / 6 % 3], piece.data(),
-          turn / 18 % 2 ? 0 : 1000);
+      setProperty(r.requestor, r.property, types[turn % 6], formats[turn / 6 % 3], piece.data(),
+                  turn / 18 % 2 ? 0 : 1000);
       ++turn;
     } else if (r.target == atom("TARGETS")) {
       const Atom targets[] = {utf8, XA_STRING, atom("TIMESTAMP")};
-      set(r.requestor, r.property, XA_ATOM, 32, targets, 3);
+      setProperty(r.requestor, r.property, XA_ATOM, 32, targets, 3);
     } else if (r.target == atom("TIMESTAMP")) {
       const long stamp = static_cast<long>(time);
-      set(r.requestor, r.property, XA_INTEGER, 32, &stamp, 1);
+      setProperty(r.requestor, r.property, XA_INTEGER, 32, &stamp, 1);
     } else if (mode == "pieces") {
       XSelectInput(display, r.requestor, PropertyChangeMask);
       const long size = 1 << 30;
-      set(r.requestor, r.property, incr, 32, &size, 1);
+      setProperty(r.requestor, r.property, incr, 32, &size, 1);
     } else {
       const std::string text = word(1);
-      set(r.requestor, r.property, r.target, 8, text.data(), text.size());
+      setProperty(r.requestor, r.property, r.target, 8, text.data(), text.size());
     }
     XSendEvent(display, r.requestor, False, NoEventMask, &reply);
     XSync(display, False);
@@ -360,44 +341,6 @@ void vanish() {
     if (i % 50 == 0) XSync(display, False);
   }
   ready();
-}
-
-// keymaps CHANGES-A-SECOND: another keymap, again and again (on a keycode without symbols).
-void keymaps() {
-  int lowest = 0, highest = 0;
-  XDisplayKeycodes(display, &lowest, &highest);
-  KeySym symbols[] = {XK_VoidSymbol, XK_VoidSymbol};
-  ready();
-  every(std::chrono::microseconds(1000000 / argument(0, 1000)), [&] {
-    symbols[1] = symbols[1] == NoSymbol ? XK_VoidSymbol : NoSymbol;
-    XChangeKeyboardMapping(display, highest - 1, 2, symbols, 1);
-  });
-}
-
-// crowd NUMBER: that many windows, each with properties.
-void crowd() {
-  for (long i = 0; i < argument(0, 10000); ++i) {
-    const Window window =
-        XCreateSimpleWindow(display, root, int(i % 100), int(i / 100), 3, 3, 0, 0, 0);
-    XStoreName(display, window, "one of many");
-    XMapWindow(display, window);
-  }
-  ready();
-  pause();
-}
-
-// resize TIMES WIDTH HEIGHT...: the screen takes these sizes in turn, as fast as it goes.
-void resize() {
-  XRRScreenConfiguration* const info = XRRGetScreenInfo(display, root);
-  int count = 0;
-  XRRConfigSizes(info, &count);
-  ready();
-  for (long i = 0; i < argument(0, 100); ++i) {
-    XRRSetScreenConfig(display, info, root, int(i % count), RR_Rotate_0, CurrentTime);
-  }
-  XRRSetScreenConfig(display, info, root, 0, RR_Rotate_0, CurrentTime);
-  XSync(display, False);
-  say("resized");
 }
 
 // remove-modes: takes away every mode that an output does not come with, again and again.
@@ -450,17 +393,15 @@ void state() {
 
 int main(int argc, char** argv) {
   const std::map<std::string, void (*)()> commands = {
-      {"blink", blink},       {"crowd", crowd},         {"cursor", cursor},
-      {"flood", flood},       {"free", freeResources},  {"grab", grab},
-      {"keymaps", keymaps},   {"kill", killConnection}, {"move", move},
-      {"own", ownSelections}, {"pids", pids},           {"remove-modes", removeModes},
-      {"resize", resize},     {"spoil", spoil},         {"state", state},
-      {"vanish", vanish},     {"witness", witness}};
+      {"blink", blink},       {"cursor", cursor},
+      {"flood", flood},       {"free", freeResources},
+      {"grab", grab},         {"kill", killConnection},
+      {"own", ownSelections}, {"remove-modes", removeModes},
+      {"spoil", spoil},       {"state", state},
+      {"vanish", vanish},     {"windows", windows},
+      {"witness", witness}};
   const auto command = commands.find(argc > 1 ? argv[1] : "");
-  if (command == commands.end()) {
-    for (const auto& [name, function] : commands) fprintf(stderr, "%s\n", name.c_str());
-    return 2;
-  }
+  if (command == commands.end()) return 2;
   arguments.assign(argv + 2, argv + argc);
   display = XOpenDisplay(nullptr);
   if (!display) return 1;

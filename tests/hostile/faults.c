@@ -163,66 +163,40 @@ ssize_t writev(int fd, const struct iovec* pieces, int count) {
   return REAL(writev)(fd, pieces, count);
 }
 
-int select(int n, fd_set* r, fd_set* w, fd_set* e, struct timeval* timeout) {
-  FAIL("select", EINTR, -1);
-  return REAL(select)(n, r, w, e, timeout);
-}
-int poll(struct pollfd* entries, nfds_t count, int timeout) {
-  FAIL("poll", EINTR, -1);
-  return REAL(poll)(entries, count, timeout);
-}
 int __poll_chk(struct pollfd* entries, nfds_t count, int timeout, size_t room) {
   (void)room;
   return poll(entries, count, timeout);
-}
-int shmget(key_t key, size_t size, int flags) {
-  FAIL("shmget", ENOSPC, -1);
-  return REAL(shmget)(key, size, flags);
-}
-void* shmat(int id, const void* at, int flags) {
-  FAIL("shmat", ENOMEM, (void*)-1);
-  return REAL(shmat)(id, at, flags);
 }
 int shmctl(int id, int command, struct shmid_ds* status) {
   if (command != IPC_RMID) FAIL("shmctl", EIDRM, -1);
   return REAL(shmctl)(id, command, status);
 }
-int shm_open(const char* name, int flags, mode_t mode) {
-  FAIL("shm_open", EMFILE, -1);
-  return REAL(shm_open)(name, flags, mode);
-}
-int ftruncate(int fd, off_t length) {
-  FAIL("ftruncate", ENOSPC, -1);
-  return REAL(ftruncate)(fd, length);
-}
-void* mmap(void* at, size_t length, int protection, int flags, int fd, off_t offset) {
-  FAIL("mmap", ENOMEM, MAP_FAILED);
-  return REAL(mmap)(at, length, protection, flags, fd, offset);
-}
-int mkdirat(int directory, const char* path, mode_t mode) {
-  FAIL("mkdir", ENOSPC, -1);
-  return REAL(mkdirat)(directory, path, mode);
-}
-int mkdir(const char* path, mode_t mode) {
-  FAIL("mkdir", ENOSPC, -1);
-  return REAL(mkdir)(path, mode);
-}
-int flock(int fd, int operation) {
-  FAIL("flock", ENOLCK, -1);
-  return REAL(flock)(fd, operation);
-}
-pid_t fork(void) {
-  FAIL("fork", EAGAIN, -1);
-  return REAL(fork)();
-}
-int pipe2(int ends[2], int flags) {
-  FAIL("pipe", EMFILE, -1);
-  return REAL(pipe2)(ends, flags);
-}
-int socket(int domain, int type, int protocol) {
-  FAIL("socket", EMFILE, -1);
-  return REAL(socket)(domain, type, protocol);
-}
+#define CALL(type, name, parameters, arguments, kind, number, result) \
+  type name parameters {                                              \
+    FAIL(kind, number, (type)result);                                 \
+    return REAL(name) arguments;                                      \
+  }
+CALL(int, select, (int n, fd_set* r, fd_set* w, fd_set* e, struct timeval* timeout),
+     (n, r, w, e, timeout), "select", EINTR, -1)
+CALL(int, poll, (struct pollfd* entries, nfds_t count, int timeout), (entries, count, timeout),
+     "poll", EINTR, -1)
+CALL(int, shmget, (key_t key, size_t size, int flags), (key, size, flags), "shmget", ENOSPC, -1)
+CALL(void*, shmat, (int id, const void* at, int flags), (id, at, flags), "shmat", ENOMEM, -1)
+CALL(int, shm_open, (const char* name, int flags, mode_t mode), (name, flags, mode), "shm_open",
+     EMFILE, -1)
+CALL(int, ftruncate, (int fd, off_t length), (fd, length), "ftruncate", ENOSPC, -1)
+CALL(int, ftruncate64, (int fd, off64_t length), (fd, length), "ftruncate", ENOSPC, -1)
+CALL(void*, mmap, (void* at, size_t length, int protection, int flags, int fd, off_t offset),
+     (at, length, protection, flags, fd, offset), "mmap", ENOMEM, -1)
+CALL(void*, mmap64, (void* at, size_t length, int protection, int flags, int fd, off64_t offset),
+     (at, length, protection, flags, fd, offset), "mmap", ENOMEM, -1)
+CALL(int, mkdirat, (int at, const char* path, mode_t mode), (at, path, mode), "mkdir", ENOSPC, -1)
+CALL(int, mkdir, (const char* path, mode_t mode), (path, mode), "mkdir", ENOSPC, -1)
+CALL(int, flock, (int fd, int operation), (fd, operation), "flock", ENOLCK, -1)
+CALL(pid_t, fork, (void), (), "fork", EAGAIN, -1)
+CALL(int, pipe2, (int ends[2], int flags), (ends, flags), "pipe", EMFILE, -1)
+CALL(int, socket, (int domain, int type, int protocol), (domain, type, protocol), "socket", EMFILE,
+     -1)
 static mode_t mode_of(int flags, va_list list) {
   return flags & (O_CREAT | O_TMPFILE) ? va_arg(list, mode_t) : 0;
 }
@@ -239,11 +213,3 @@ OPENS(open, (const char* path, int flags, ...), (path, flags, mode))
 OPENS(open64, (const char* path, int flags, ...), (path, flags, mode))
 OPENS(openat, (int at, const char* path, int flags, ...), (at, path, flags, mode))
 OPENS(openat64, (int at, const char* path, int flags, ...), (at, path, flags, mode))
-int ftruncate64(int fd, off64_t length) {
-  FAIL("ftruncate", ENOSPC, -1);
-  return REAL(ftruncate64)(fd, length);
-}
-void* mmap64(void* at, size_t length, int protection, int flags, int fd, off64_t offset) {
-  FAIL("mmap", ENOMEM, MAP_FAILED);
-  return REAL(mmap64)(at, length, protection, flags, fd, offset);
-}

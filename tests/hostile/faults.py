@@ -10,6 +10,7 @@ import struct
 import subprocess
 import tempfile
 import time
+import types
 import unittest
 
 import desk
@@ -29,14 +30,9 @@ EXTENSIONS = ["XTEST", "XFIXES", "DAMAGE", "MIT-SHM", "RANDR", "XKEYBOARD"]
 GOOD, FATAL = ("absorbed", "told"), ("crashed", "hangs", "leaked", "silent")
 
 
-class Result:
-    def __init__(self):
-        self.verdict, self.done, self.status, self.story = "", [], None, ""
-
-
 def conversation(display, *parameters, environment=None, prefix=(), patience=5):
     """A whole life of an agent; says how it went."""
-    result = Result()
+    result = types.SimpleNamespace(done=[], story="")
     agent = desk.Agent(display, "EnableClipboard=1", *parameters, environment=environment,
                        prefix=prefix)
     forked = "-fork" in parameters

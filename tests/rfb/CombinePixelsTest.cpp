@@ -5,23 +5,22 @@
 #include <random>
 #include <vector>
 
+#include "rfb/ColourMap.h"
 #include "rfb/FullFramePixelBuffer.h"
 #include "rfb/PixelOps.h"
-#include "rfb/TestColourMap.h"
 
 namespace rfb {
 namespace {
 
-TestColourMap makeMap() {
-  std::vector<Colour> entries;
-  for (unsigned v = 0; v < 200; ++v) {
-    entries.push_back({static_cast<uint8_t>(v * 37), static_cast<uint8_t>(v * 101),
-                       static_cast<uint8_t>(v * 59), 255});
+struct Map : ColourMap {
+  void lookup(int index, int* red, int* green, int* blue) const override {
+    const int i = index < size() ? index : 0;
+    *red = i * 37 & 255;
+    *green = i * 101 & 255;
+    *blue = i * 59 & 255;
   }
-  return TestColourMap(entries);
-}
-
-TestColourMap colourMap = makeMap();
+  int size() const override { return 200; }
+} colourMap;
 
 // What is done to one pixel, told from its bytes.
 struct Model {

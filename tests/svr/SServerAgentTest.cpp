@@ -139,29 +139,19 @@ TEST_F(SServerAgentTest, HoldsTheLatestTextAndCursorBackFromABlockedChannel) {
     rfb::CursorWithAlpha cursor(rfb::Cursor::alphaFormat(), width, 1, rfb::Point());
     agent.setCursor(&cursor);
     agent.serverCutText("abc", static_cast<size_t>(width));
-    agent.setCursorPos(rfb::Point(width, 0));
-    agent.localInput();
     agent.bell();
   }
   std::string bytes;
-  const auto read = [&] {
+  do {
     bytes += pair.take();
-    return io::FdManager::instance().process(0);
-  };
-  while (read()) {
-  }
-  bytes += pair.take();
+  } while (loop.process(0));
   Messages messages = support::takeMessages(bytes);
-  ASSERT_EQ(messages.size(), 12u);
+  ASSERT_EQ(messages.size(), 6u);
   EXPECT_EQ(messages[0].body.size(), 4 + large.size());
-  for (int i = 1; i <= 9; i += 3) {
-    EXPECT_EQ(messages[i].name, "setCursorPos");
-    EXPECT_EQ(messages[i + 1].name, "localInput");
-    EXPECT_EQ(messages[i + 2].name, "bell");
-  }
-  EXPECT_EQ(messages[10], (support::Message{"serverCutText", longString("abc")}));
-  EXPECT_EQ(messages[11].name, "setCursorImage");
-  EXPECT_EQ(messages[11].body.substr(17, 16), rectBytes(0, 0, 3, 1));
+  for (int i = 1; i <= 3; ++i) EXPECT_EQ(messages[i].name, "bell");
+  EXPECT_EQ(messages[4], (support::Message{"serverCutText", longString("abc")}));
+  EXPECT_EQ(messages[5].name, "setCursorImage");
+  EXPECT_EQ(messages[5].body.substr(17, 16), rectBytes(0, 0, 3, 1));
 }
 
 TEST_F(SServerAgentTest, DropsTextsThatNobodyCanPaste) {
@@ -170,15 +160,12 @@ TEST_F(SServerAgentTest, DropsTextsThatNobodyCanPaste) {
     std::vector<size_t> cuts;
     for (size_t at = 32000; at < length; at += 32000) cuts.push_back(at);
     const std::string bytes =
-        support::message("clientCutText", longString(std::string(length, 'a')), cuts) +
-        support::message("keyEvent", u32('a') + '\x01');
-    for (size_t sent = 0; sent < bytes.size();) {
-      sent += static_cast<size_t>(
-          std::max<ssize_t>(pair.put(std::string_view(bytes).substr(sent, 100000)), 0));
-      io::FdManager::instance().process(0);
+        support::message("clientCutText", longString(std::string(length, 'a')), cuts);
+    for (size_t sent = 0; sent < bytes.size(); loop.process(0)) {
+      const ssize_t n = pair.put(std::string_view(bytes).substr(sent, 100000));
+      sent += static_cast<size_t>(std::max<ssize_t>(n, 0));
     }
-    while (io::FdManager::instance().process(0)) {
-    }
+    send("keyEvent", u32('a') + '\x01');
   }
   EXPECT_EQ(desktop.take(), (Calls{"text of 33554432", "key 61 1", "key 61 1"}));
   EXPECT_EQ(log.count("Dropped a clipboard text of 33554433 bytes: longer than 33554432", 0), 1);
@@ -198,10 +185,6 @@ TEST_F(SServerAgentTest, PublishesWhatChanged) {
   buffer.setRect(smaller);
   agent.setPixelBuffer(&buffer);
   EXPECT_EQ(receive(), (Messages{published(smaller, 48)}));
-
-  buffer.memory = std::make_unique<FakeMemory>(8);
-  agent.setPixelBuffer(&buffer);
-  EXPECT_EQ(receive(), (Messages{published(smaller, 48, 8)}));
 
   agent.setPixelBuffer(nullptr);
 }
@@ -240,14 +223,9 @@ TEST_F(SServerAgentTest, AnswersEachRequestOnce) {
   send("fbUpdateRequest");
   send("fbUpdateRequest");
   EXPECT_EQ(desktop.take(), Calls{"request"});
-  EXPECT_EQ(log.take(), (Calls{"100 SServerAgent: fbUpdateRequest, duplicate 0",
-                               "100 SServerAgent: fbUpdateRequest, duplicate 1"}));
-  EXPECT_TRUE(agent.isUpdateRequested());
-
-  const rfb::Rect changed(1, 2, 3, 4), copied(10, 10, 20, 20);
   rfb::UpdateInfo update;
-  update.changed = changed;
-  update.copied = copied;
+  update.changed = rfb::Rect(1, 2, 3, 4);
+  update.copied = rfb::Rect(10, 10, 20, 20);
   update.delta = rfb::Point(-1, 5);
   agent.writeUpdate(update);
   EXPECT_FALSE(agent.isUpdateRequested());
@@ -256,11 +234,10 @@ TEST_F(SServerAgentTest, AnswersEachRequestOnce) {
       (Messages{{"fbUpdate", std::string("\0\1\0\x0A\0\x0A\0\x14\0\x14", 10) + u32(0xFFFFFFFF) +
                                  u32(5) + std::string("\0\1\0\1\0\2\0\3\0\4", 10)}}));
   EXPECT_EQ(buffer.grabbed, std::vector<rfb::Region>{update.changed | update.copied});
-  EXPECT_EQ(log.take(), (Calls{"100 SServerAgent: fbUpdate, empty 0", "100 SServerAgent: grabbed",
+  EXPECT_EQ(log.take(), (Calls{"100 SServerAgent: fbUpdateRequest, duplicate 0",
+                               "100 SServerAgent: fbUpdateRequest, duplicate 1",
+                               "100 SServerAgent: fbUpdate, empty 0", "100 SServerAgent: grabbed",
                                "100 SServerAgent: sent fbUpdate"}));
-
-  agent.writeUpdate(rfb::UpdateInfo());
-  EXPECT_EQ(receive(), (Messages{{"fbUpdate", std::string(28, '\0')}}));
   agent.setPixelBuffer(nullptr);
 }
 
@@ -272,9 +249,6 @@ TEST_F(SServerAgentTest, SendsTheRest) {
   agent.setCursor(&cursor);
   agent.setCursor(nullptr);
   agent.serverCutText("a\0b", 3);
-  agent.bell();
-  agent.localInput();
-  agent.setCursorPos(rfb::Point(7, -8));
   agent.closeClients(plat::SystemException("open", 2));
   agent.desktopFailure(plat::Exception("%s", "no kind"));
   const std::string format("\x20\x20\0\x01\0\xFF\0\xFF\0\xFF\0\xFF\x10\x08\0\x18", 16);
@@ -284,9 +258,6 @@ TEST_F(SServerAgentTest, SendsTheRest) {
                                        "\x10\x20\x40\x80\xFF" + std::string("\0\0\xFF", 3)},
                 {"setCursorImage", std::string(1, '\0')},
                 {"serverCutText", u32(3) + std::string("a\0b", 3)},
-                {"bell", ""},
-                {"localInput", ""},
-                {"setCursorPos", u32(7) + u32(static_cast<uint32_t>(-8))},
                 {"closeClients", longString("open: No such file or directory (2)") +
                                      shortString("SystemException") + u32(2)},
                 {"desktopFailure", shortString("no kind") + shortString("")}}));

@@ -66,7 +66,6 @@ TEST_F(UpdateSchedulerTest, ResetDropsEverything) {
   after(1);
   change(kSecond);
   scheduler.reset();
-  EXPECT_EQ(after(100), 1u);
   scheduler.changed();
   ASSERT_EQ(after(1), 2u) << "the period is over, too";
   EXPECT_EQ(updates[1], rfb::Region(kDamage));
