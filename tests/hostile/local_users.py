@@ -55,18 +55,23 @@ class LocalUsers(unittest.TestCase):
         self.captures(agent, "shmget(")
 
     def test_log_file(self):
-        """A link in another user's home, and a home that root may use."""
+        """Links in another user's home, and in a home that root may use."""
         with tempfile.TemporaryDirectory(prefix="hostile-") as top:
             target = pathlib.Path(top, "target")
-            for owner in (NOBODY, 0):
-                directory = pathlib.Path(top, str(owner), ".ruvo")
-                directory.mkdir(parents=True)
-                (directory / "ruvoagent.log").symlink_to(target)
-                os.chown(directory, owner, owner)
+            target.mkdir()
+            for owner, link in (NOBODY, "file"), (0, "file"), (NOBODY, "directory"):
+                directory = pathlib.Path(top, f"{owner}-{link}", ".ruvo")
+                if link == "file":
+                    directory.mkdir(parents=True)
+                    (directory / "ruvoagent.log").symlink_to(target / "ruvoagent.log")
+                else:
+                    directory.parent.mkdir()
+                    directory.symlink_to(target)
+                os.chown(directory, owner, owner, follow_symlinks=False)
                 agent = self.agent("Log=*:file:30,*:ipc:30", environment={"HOME": str(directory.parent)})
                 agent.start()
                 agent.echo()
-                self.assertFalse(target.exists(), f"written through the link of {owner}")
+                self.assertEqual(os.listdir(target), [], f"written through the {link} of {owner}")
                 self.assertIn("Error opening default log file: ", agent.story())
                 agent.close()
 
@@ -84,6 +89,12 @@ class LocalUsers(unittest.TestCase):
                 row = next(row for row in rows if int(row[1]) == int.from_bytes(memory[5:9], "big"))
                 owner = [row[head.index(name)] for name in ("perms", "uid", "gid")]
             self.assertEqual(owner, ["600", "12345", "54321"])
+        # One that the server couldn't open is none.
+        agent = self.agent(environment={"LD_PRELOAD": desk.SHIM, "FAULT": "shmctl:2"})
+        agent.say("SetXServerOwner", struct.pack(">qq", 12345, 54321))
+        agent.say("start")
+        agent.expect("desktopFailure")
+        self.assertTrue(agent.has_line("shmctl(IPC_SET)"), agent.story())
 
     def test_lines_are_not_forged(self):
         """A text that somebody chose stays within its line."""

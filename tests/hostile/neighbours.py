@@ -118,7 +118,7 @@ class Windows(Case):
         other = subprocess.Popen(["setpriv", "--reuid", "1000", "--clear-groups", "sleep", "60"],
                                  env={"PATH": os.environ["PATH"], "XAUTHORITY": "/forged"})
         self.addCleanup(desk.end, other)
-        self.neighbour("windows", 5000, other.pid)
+        self.neighbour("windows", 10000, other.pid)
         self.pace(seconds=6)  # the owner is looked for every five seconds
         self.flat()
         self.assertNotIn(struct.pack(">II", 0, 1000) + desk.short("/forged"),

@@ -1,8 +1,12 @@
 #!/usr/bin/env python3
 """Walks around every message that the agent takes: each byte changed to each other value, each
-truncation, each split into two frames. The channel works after each."""
+truncation, each split into two deliveries and into two frames. The channel works after each."""
 
+import array
+import fcntl
 import struct
+import termios
+import time
 import unittest
 
 import desk
@@ -27,7 +31,9 @@ MESSAGES = {
 def completed(stream):
     """The stream and what makes its last frame and message whole; and its messages."""
     at, payload, messages = 0, b"", []
-    while at < len(stream) or payload:
+    while at < len(stream) or payload is not None:
+        if at == len(stream) and not payload:
+            break
         if len(stream) - at < 2:
             stream += b"\x80\x00"[-(2 - (len(stream) - at)):]
         head = int.from_bytes(stream[at:at + 2], "big")
@@ -108,6 +114,19 @@ class Walker(unittest.TestCase):
                 self.still_works(batch)
                 batch = []
         self.still_works(batch)
+        for cut in range(1, len(good)):
+            self.agent.send(good[:cut])
+            self.until_read()
+            self.still_works([good[cut:]])
+
+    def until_read(self):
+        """The agent has taken all bytes that were sent."""
+        left = array.array("i", [1])
+        deadline = time.monotonic() + 20
+        while left[0]:
+            self.assertLess(time.monotonic(), deadline, "the agent does not read")
+            fcntl.ioctl(self.agent.socket, termios.TIOCOUTQ, left)
+
     def test_every_message(self):
         self.agent.start()
         for name, body in MESSAGES.items():

@@ -117,6 +117,14 @@ class WaysOut(unittest.TestCase):
             self.xserver.close(abruptly=True)
             self.xserver = desk.XServer()
 
+    def test_restarted(self):
+        self.xserver.close()
+        self.xserver = desk.XServer(reset=True)
+        agent = self.agent()
+        self.xserver.process.send_signal(signal.SIGHUP)
+        agent.ended()
+        self.gone(agent, 1)
+
     def frozen(self, leave):
         agent = self.agent()
         self.xserver.process.send_signal(signal.SIGSTOP)

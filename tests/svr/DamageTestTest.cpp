@@ -70,4 +70,15 @@ TEST_F(DamageTestTest, ComparesChangeWithDamage) {
   }
 }
 
+TEST_F(DamageTestTest, DamageThatNobodyCollectsKeepsItAwake) {
+  test->damageNotified();
+  pass(5000);
+  EXPECT_EQ(result, "");
+  // Of this the X server does not tell again.
+  buffer.drawOnScreen(50, 50);
+  late = rfb::Rect(50, 50, 51, 51);
+  pass(5000);
+  EXPECT_EQ(result, "any 1 all 1 non full 1");
+}
+
 }  // namespace
