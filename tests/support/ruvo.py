@@ -150,10 +150,12 @@ class Agent:
             variables["DISPLAY"] = xserver.display
         variables.update(environment or {})
         self.errors = tempfile.TemporaryFile()
+        options = [p for p in parameters if p.startswith("-")]
+        settings = [p for p in parameters if not p.startswith("-")]
         self.process = subprocess.Popen(
-            [*prefix, program, mode, str(theirs.fileno()), *parameters], pass_fds=[theirs.fileno()],
-            env=variables, stderr=self.errors, stdout=subprocess.DEVNULL,
-            preexec_fn=dies_with_parent)
+            [*prefix, program, mode, *options, str(theirs.fileno()), *settings],
+            pass_fds=[theirs.fileno()], env=variables, stderr=self.errors,
+            stdout=subprocess.DEVNULL, preexec_fn=dies_with_parent)
         theirs.close()
         self.pid = self.process.pid
 
