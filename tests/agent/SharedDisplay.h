@@ -7,6 +7,14 @@
 
 #include "support/XServer.h"
 
+// Where no one's configuration is read, and what comes of it.
+inline support::Program::Options programOptions(const std::string& display) {
+  support::Program::Options options;
+  options.captureOutput = options.captureErrors = true;
+  options.environment = {{"DISPLAY", display}, {"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+  return options;
+}
+
 // One X server for all tests of a suite.
 class SharedDisplay : public testing::Test {
  protected:

@@ -127,13 +127,4 @@ std::string InputWitness::waitForText(size_t length) {
   return all;
 }
 
-std::vector<std::string> InputWitness::waitForEvents(size_t number) {
-  std::vector<std::string> all;
-  waitFor([&] {
-    for (std::string& event : take()) all.push_back(std::move(event));
-    return all.size() >= number;
-  });
-  return all;
-}
-
 }  // namespace support

@@ -21,6 +21,17 @@ plat::FileDescriptor memoryFile() {
   return plat::FileDescriptor(memfd_create("program", MFD_CLOEXEC));
 }
 
+// The child writes into files in memory, so that it never waits for the test to read.
+const std::string& drained(const plat::FileDescriptor& file, std::string& text) {
+  char buffer[65536];
+  ssize_t n;
+  while (file &&
+         (n = pread(file.get(), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0) {
+    text.append(buffer, static_cast<size_t>(n));
+  }
+  return text;
+}
+
 }  // namespace
 
 bool waitFor(const std::function<bool()>& predicate, Milliseconds timeout) {
@@ -94,31 +105,12 @@ Program::~Program() {
   end();
 }
 
-void Program::pump() {
-  // The child writes into files in memory, so that it never waits for the test to read.
-  const auto drain = [](int fd, std::string* to) {
-    char buffer[65536];
-    for (;;) {
-      const ssize_t n = pread(fd, buffer, sizeof buffer, static_cast<off_t>(to->size()));
-      if (n <= 0) break;
-      to->append(buffer, static_cast<size_t>(n));
-    }
-  };
-  if (outputFile_) drain(outputFile_.get(), &output_);
-  if (errorFile_) drain(errorFile_.get(), &errors_);
-}
-
-bool Program::reap(int options) {
+bool Program::isRunning() {
   int status = 0;
-  if (!status_ && waitpid(pid_, &status, options) == pid_) {
+  if (!status_ && waitpid(pid_, &status, WNOHANG) == pid_) {
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
-  return status_.has_value();
-}
-
-bool Program::isRunning() {
-  pump();
-  return !reap(WNOHANG);
+  return !status_;
 }
 
 void Program::signal(int number) {
@@ -127,38 +119,23 @@ void Program::signal(int number) {
 
 std::optional<int> Program::wait(Milliseconds timeout) {
   waitFor([this] { return !isRunning(); }, timeout);
-  if (status_) pump();
   return status_;
 }
 
 void Program::end() {
-  if (reap(WNOHANG)) return;
+  if (!isRunning()) return;
   signal(SIGTERM);
   if (wait(Milliseconds(5000))) return;
   signal(SIGKILL);
-  reap(0);
-  pump();
+  wait();
 }
 
 const std::string& Program::output() {
-  pump();
-  return output_;
+  return drained(outputFile_, output_);
 }
 
 const std::string& Program::errors() {
-  pump();
-  return errors_;
-}
-
-std::string Program::run(const std::vector<std::string>& arguments, const Options& options,
-                         Milliseconds timeout, int* status) {
-  Options captured = options;
-  captured.captureOutput = true;
-  Program program(arguments, captured);
-  const std::optional<int> result = program.wait(timeout);
-  if (!result) throw std::runtime_error(arguments[0] + " does not end");
-  if (status != nullptr) *status = *result;
-  return program.output();
+  return drained(errorFile_, errors_);
 }
 
 }  // namespace support
