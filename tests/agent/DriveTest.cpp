@@ -13,15 +13,12 @@ namespace {
 
 class DriveTest : public SharedDisplay {
  protected:
-  // "status output|errors"
   static std::string run(std::vector<std::string> arguments, const std::string& input = {},
                          const std::string& where = display()) {
     arguments.insert(arguments.begin(), RUVO_DRIVE);
     support::Program::Options options = programOptions(where);
     if (!input.empty()) options.input = input;
-    support::Program program(arguments, options);
-    const int status = program.wait(support::Milliseconds(60000)).value_or(-1);
-    return std::to_string(status) + " " + program.output() + "|" + program.errors();
+    return outcomeOf(arguments, options);
   }
 };
 

@@ -15,6 +15,14 @@ inline support::Program::Options programOptions(const std::string& display) {
   return options;
 }
 
+// "status output|errors" of a program that ends.
+inline std::string outcomeOf(const std::vector<std::string>& arguments,
+                             const support::Program::Options& options) {
+  support::Program program(arguments, options);
+  const int status = program.wait(support::Milliseconds(60000)).value_or(-1);
+  return std::to_string(status) + " " + program.output() + "|" + program.errors();
+}
+
 // One X server for all tests of a suite.
 class SharedDisplay : public testing::Test {
  protected:

@@ -22,7 +22,7 @@ class InputWitness {
 
   // What the X server has sent since the last call, one text an event:
   //   "+A 38 S" and "-A 38 S": the key 38 pressed and released, its keysym, and the modifiers held
-  //   before (letters of "SLC12345", Shift to Mod5; "G2" to "G4" for another group);
+  //   before (letters of "SLC12345", Shift to Mod5);
   //   "+1" and "-1": a button; "10,20": a motion.
   std::vector<std::string> take();
   // The text that the keys of the last take() made, in UTF-8.

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -59,22 +60,9 @@ Program::Program(const std::vector<std::string>& arguments, const Options& optio
   if (options.captureOutput) outputFile_ = memoryFile();
   if (options.captureErrors) errorFile_ = memoryFile();
 
-  // All memory is had before the fork.
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  std::vector<std::string> variables;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text(*entry);
-    if (!options.environment.count(text.substr(0, text.find('=')))) variables.push_back(text);
-  }
-  for (const auto& [name, value] : options.environment) {
-    if (value) variables.push_back(name + "=" + *value);
-  }
-  std::vector<char*> envp;
-  for (std::string& variable : variables) envp.push_back(variable.data());
-  envp.push_back(nullptr);
-
   const pid_t parent = getpid();
   pid_ = fork();
   if (pid_ < 0) throw std::runtime_error("fork");
@@ -89,13 +77,12 @@ Program::Program(const std::vector<std::string>& arguments, const Options& optio
     dup2(outputFile_ ? outputFile_.get() : null.get(), 1);
     if (errorFile_) dup2(errorFile_.get(), 2);
     for (const auto& [to, from] : options.descriptors) {
-      if (from == to) {
-        fcntl(to, F_SETFD, 0);
-      } else {
-        dup2(from, to);
-      }
+      if (dup2(from, to) == from) fcntl(to, F_SETFD, 0);
     }
-    execvpe(argv[0], argv.data(), envp.data());
+    for (const auto& [name, value] : options.environment) {
+      value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+    }
+    execvp(argv[0], argv.data());
     perror(argv[0]);
     _exit(127);
   }
