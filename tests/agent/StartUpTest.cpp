@@ -91,32 +91,23 @@ TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
   }
 }
 
-TEST_F(StartUpTest, EveryChannelThatAServerCanOffer) {
-  using Channel = host::LaunchOptions::Channel;
+TEST_F(StartUpTest, LeavesTheServersProcessesWhenAskedTo) {
   host::LaunchOptions options = Agent::options(display());
-  for (const auto& [channel, useHash, fork] : {std::tuple(Channel::kDescriptor, false, true),
-                                               {Channel::kNamedSocket, false, false},
-                                               {Channel::kNamedSocket, true, true}}) {
-    options.channel = channel;
-    options.useHash = useHash;
-    options.pipeOptions.clear();
-    if (fork) options.pipeOptions = {"-fork"};
-    host::AgentProcess process = host::AgentProcess::launch(options);
-    plat::FileDescriptor descriptor = process.takeChannel();
-    ucred peer{};
-    socklen_t length = sizeof peer;
-    getsockopt(descriptor.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
-    Recorder seen;
-    host::AgentConnection connection(std::move(descriptor), &seen);
-    ASSERT_TRUE(connection.processUntil([&] { return seen.greeted(); }, 10000));
-    // The one that was forked leads a session of its own.
-    if (channel == Channel::kNamedSocket) {
-      EXPECT_EQ(peer.pid != process.pid(), fork);
-      EXPECT_EQ(getsid(peer.pid) == peer.pid, fork);
-    }
-    connection.close();
-    EXPECT_EQ(process.wait(10000), 0);
-  }
+  options.channel = host::LaunchOptions::Channel::kNamedSocket;
+  options.useHash = true;
+  options.pipeOptions = {"-fork"};
+  host::AgentProcess process = host::AgentProcess::launch(options);
+  plat::FileDescriptor channel = process.takeChannel();
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  getsockopt(channel.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
+  Recorder seen;
+  host::AgentConnection connection(std::move(channel), &seen);
+  ASSERT_TRUE(connection.processUntil([&] { return seen.greeted(); }, 10000));
+  EXPECT_NE(peer.pid, process.pid());
+  EXPECT_EQ(getsid(peer.pid), peer.pid) << "in a session of its own";
+  connection.close();
+  EXPECT_EQ(process.wait(10000), 0);
   // One that ends before it connects is not waited for.
   options.pipeOptions = {"-hash", "zz"};
   EXPECT_EQ(support::thrownText([&] { host::AgentProcess::launch(options); }),
