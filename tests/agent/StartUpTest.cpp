@@ -78,6 +78,15 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
   }
 }
 
+TEST_F(StartUpTest, NoFontIsAnError) {
+  support::TempDir fonts;
+  std::ofstream(fonts / "fonts.dir") << "0\n";
+  const auto own = support::XServer::xvfb("64x48x24");
+  own->run({"xset", "fp=", fonts.path()});
+  EXPECT_EQ(run({"user", "-dummy"}, programOptions(own->display())),
+            "1 |Failed to load any font\n");
+}
+
 // Whether it is the channel's or the X connection's, it would never be polled.
 TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
   const plat::FileDescriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -94,7 +103,6 @@ TEST_F(StartUpTest, DescriptorsBeyondTheLimitOfSelectAreRefused) {
 TEST_F(StartUpTest, LeavesTheServersProcessesWhenAskedTo) {
   host::LaunchOptions options = Agent::options(display());
   options.channel = host::LaunchOptions::Channel::kNamedSocket;
-  options.useHash = true;
   options.pipeOptions = {"-fork"};
   host::AgentProcess process = host::AgentProcess::launch(options);
   plat::FileDescriptor channel = process.takeChannel();
