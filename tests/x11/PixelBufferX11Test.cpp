@@ -55,6 +55,7 @@ constexpr Mode kModes[] = {Mode::kSharedPixmap, Mode::kSharedImage, Mode::kPlain
 
 class PixelBufferX11Test : public TXFixture {
  protected:
+  PixelBufferX11Test() { noShmPixmaps = badAttach = false; }
   // Whether the buffer holds what the screen shows.
   testing::AssertionResult isShown(tx::PixelBufferX11& buffer, const Rect& r) {
     const tx::XOwnImage image(XGetImage(client(), root(), 0, 0, static_cast<unsigned>(whole().br.x),

@@ -38,8 +38,9 @@ class UserProcess {
         server.start({"setpriv", "--reuid", std::to_string(userId), "--clear-groups", "--pdeathsig",
                       "TERM", "xlogo", "-geometry", "20x20+9000+9000", "-title", title},
                      options);
+    options.captureErrors = true;
     support::waitFor([&] {
-      const std::string text = server.run({"xwininfo", "-int", "-name", title});
+      const std::string text = server.run({"xwininfo", "-int", "-name", title}, options);
       const size_t id = text.find("Window id: ");
       if (id != std::string::npos) window_ = strtoul(text.c_str() + id + 11, nullptr, 10);
       return window_ != None;
