@@ -70,9 +70,9 @@ const std::vector<Peer>& peers() {
 }
 
 bool isInstalled(const Peer& peer) {
-  int status = -1;
-  support::Program::run(peer.probe, {}, support::Milliseconds(20000), &status);
-  if (status == 0) return true;
+  support::Program::Options options;
+  options.captureErrors = true;
+  if (support::Program(peer.probe, options).wait(support::Milliseconds(20000)) == 0) return true;
   std::fprintf(stderr, "!!! SKIPPED: %s, because it is not installed !!!\n", peer.name.c_str());
   return false;
 }

@@ -46,17 +46,10 @@ class Recorder : public host::Transcript {
 
  private:
   void noted(std::string_view message) override {
-    static constexpr std::string_view kElsewhere[] = {"logMsg",
-                                                      "badMsg",
-                                                      "setCursorPos",
-                                                      "localInput",
-                                                      "serverCutText",
-                                                      "desktopUidChanged",
-                                                      "displayModesSupported",
-                                                      "displayModesUpdated"};
-    if (std::ranges::find(kElsewhere, message) == std::end(kElsewhere)) {
-      events.emplace_back(message);
-    }
+    static constexpr std::string_view kElsewhere =
+        "logMsg badMsg setCursorPos localInput serverCutText desktopUidChanged "
+        "displayModesSupported displayModesUpdated";
+    if (kElsewhere.find(message) == std::string_view::npos) events.emplace_back(message);
   }
 };
 
@@ -84,14 +77,6 @@ class Agent {
   }
 
   pid_t pid() const { return process_.pid(); }
-  void signal(int number) { process_.signal(number); }
-  // Handles what the agent sends until its end; then its exit status.
-  int exitStatus() {
-    if (connection) connection->processUntil([] { return false; }, 10000);
-    return process_.wait(10000).value_or(-1);
-  }
-  void disconnect() { connection.reset(); }
-
   bool waitFor(const std::function<bool()>& done, int timeoutMs = 10000) {
     return connection->processUntil(done, timeoutMs);
   }
@@ -101,8 +86,8 @@ class Agent {
   bool waitForMessage(std::string_view name) {
     return waitFor([&] { return seen.count(name) > 0; });
   }
-  // Everything sent before now has had its effect, and all that the agent had to say about it has
-  // arrived: an unknown message is answered in turn.
+  // Everything sent before now has had its effect and its answers: a message that is unknown is
+  // answered in turn.
   void sync() {
     const std::string name = "sync" + std::to_string(syncs_++);
     connection->channel().writeMsg(name);
@@ -141,32 +126,17 @@ class Agent {
   int syncs_ = 0;
 };
 
-// Lets Xvfb switch to a size such as "800x600", at most that of its screen.
-inline void addMode(const support::XServer& server, const std::string& size) {
-  const size_t x = size.find('x');
-  const std::string width = size.substr(0, x), height = size.substr(x + 1);
-  server.run({"xrandr", "--newmode", size, "40", width, "1300", "1300", "1300", height, "805",
-              "805", "805"});
-  server.run({"xrandr", "--addmode", "screen", size});
-}
-
-using support::segmentsOf;
-
 // A client that draws and looks at the screen.
 class Painter {
  public:
   explicit Painter(const support::XServer& server)
-      : display(server.connect()),
-        root(DefaultRootWindow(display.get())),
-        gc_(XCreateGC(display.get(), root, 0, nullptr)) {}
-  ~Painter() { XFreeGC(display.get(), gc_); }
-  Painter(const Painter&) = delete;
-  Painter& operator=(const Painter&) = delete;
+      : display(server.connect()), root(DefaultRootWindow(display.get())) {}
 
   void fill(const rfb::Rect& r, unsigned long pixel) {
-    XSetForeground(display.get(), gc_, pixel);
-    XSetSubwindowMode(display.get(), gc_, IncludeInferiors);
-    XFillRectangle(display.get(), root, gc_, r.tl.x, r.tl.y, static_cast<unsigned>(r.width()),
+    const GC gc = DefaultGC(display.get(), 0);
+    XSetForeground(display.get(), gc, pixel);
+    XSetSubwindowMode(display.get(), gc, IncludeInferiors);
+    XFillRectangle(display.get(), root, gc, r.tl.x, r.tl.y, static_cast<unsigned>(r.width()),
                    static_cast<unsigned>(r.height()));
     XSync(display.get(), False);
   }
@@ -174,32 +144,29 @@ class Painter {
   // Where the shared framebuffer differs from the screen inside the rectangle (the whole buffer by
   // default); empty when it does not.
   std::string difference(host::AgentConnection& connection, rfb::Rect r = rfb::Rect()) {
-    if (!connection.pixels()) return "no framebuffer: " + connection.segmentError();
-    return difference(connection.pixelBuffer(), connection.pixels(), r);
+    return connection.pixels() ? difference(connection.pixelBuffer(), connection.pixels(), r)
+                               : "no framebuffer: " + connection.segmentError();
   }
   std::string difference(const host::PixelBufferInfo& info, const uint8_t* pixels,
                          rfb::Rect r = rfb::Rect()) {
     if (r.isEmpty()) r = info.rect;
-    XImage* image = XGetImage(display.get(), root, r.tl.x, r.tl.y, static_cast<unsigned>(r.width()),
-                              static_cast<unsigned>(r.height()), AllPlanes, ZPixmap);
-    std::string result;
+    const std::unique_ptr<XImage, int (*)(XImage*)> image(
+        XGetImage(display.get(), root, r.tl.x, r.tl.y, static_cast<unsigned>(r.width()),
+                  static_cast<unsigned>(r.height()), AllPlanes, ZPixmap),
+        [](XImage* made) { return XDestroyImage(made); });
     const auto size = static_cast<size_t>(info.format.bytesPerPixel());
     const size_t rowBytes = static_cast<size_t>(r.width()) * size;
-    for (int y = r.tl.y; y < r.br.y && result.empty(); ++y) {
+    for (int y = r.tl.y; y < r.br.y; ++y) {
       const uint8_t* ours = pixels + (static_cast<size_t>(y - info.rect.tl.y) * info.stride +
                                       static_cast<size_t>(r.tl.x - info.rect.tl.x)) *
                                          size;
       if (memcmp(ours, image->data + (y - r.tl.y) * image->bytes_per_line, rowBytes) != 0) {
-        result = plat::format("row %d", y);
+        return plat::format("row %d", y);
       }
     }
-    XDestroyImage(image);
-    return result;
+    return "";
   }
 
   const support::XConnection display;
   const Window root;
-
- private:
-  GC gc_;
 };

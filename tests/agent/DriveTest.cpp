@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "agent/SharedDisplay.h"
-#include "support/Program.h"
+#include "support/InputWitness.h"
 #include "support/TempDir.h"
 
 // The command line of ruvodrive: what it writes, and with which status it ends.
@@ -13,18 +13,19 @@ namespace {
 
 class DriveTest : public SharedDisplay {
  protected:
-  // "status output|errors"
-  static std::string run(std::vector<std::string> arguments, const std::string& input = {}) {
+  static std::string run(std::vector<std::string> arguments, const std::string& input = {},
+                         const std::string& where = display()) {
     arguments.insert(arguments.begin(), RUVO_DRIVE);
-    support::Program::Options options;
-    options.captureOutput = options.captureErrors = true;
-    options.environment = {{"DISPLAY", display()}, {"HOME", "/nonexistent"}, {"LC_ALL", "C"}};
+    support::Program::Options options = programOptions(where);
     if (!input.empty()) options.input = input;
-    support::Program program(arguments, options);
-    const int status = program.wait(support::Milliseconds(60000)).value_or(-1);
-    return std::to_string(status) + " " + program.output() + "|" + program.errors();
+    return outcomeOf(arguments, options);
   }
 };
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
 
 TEST_F(DriveTest, NothingDoneIsNoSuccess) {
   const std::string where = " (display " + display() + ")\n";
@@ -49,6 +50,34 @@ TEST_F(DriveTest, NothingDoneIsNoSuccess) {
                 blind->display() + ")\n");
 }
 
+TEST_F(DriveTest, KeysAndButtons) {
+  const auto own = support::XServer::xvfb("200x100x24");
+  own->run({"setxkbmap", "-option", "", "-layout", "us"});
+  support::InputWitness witness(own->display());
+  // What becomes of a command, and what another client gets.
+  const auto act = [&](const std::vector<std::string>& arguments) {
+    std::string all = run(arguments, {}, own->display());
+    for (const std::string& event : witness.take()) all += "; " + event;
+    return all;
+  };
+  EXPECT_EQ(act({"key", "Control_L+Shift_L+t"}),
+            "0 |; +Control_L 37; +Shift_L 50 C; +T 28 SC; -T 28 SC; -Shift_L 50 SC; "
+            "-Control_L 37 C");
+  EXPECT_EQ(act({"key", "nonsense"}), "1 |ruvodrive: 'nonsense' is no key symbol\n");
+  EXPECT_EQ(act({"click", "9", "8", "3"}), "0 |; 9,8; +3; -3");
+  // More than there are keys for.
+  std::string many = "Gr\u00fc\u00dfe, 5 \u20ac";
+  for (char c = '\x90'; c < '\xc0'; ++c) many += std::string("\xd0") + c;
+  const auto typing = own->start({RUVO_DRIVE, "type", many});
+  EXPECT_EQ(witness.waitForText(many.size()), many);
+  EXPECT_EQ(typing->wait(), 0);
+  witness.take();
+  EXPECT_EQ(act({"--param", "_ReuseGrafts=0", "type", "\u2660"}),
+            "1 |ruvodrive: the keyboard has no key to spare for 1 of the symbols, first '\u2660' "
+            "(display " +
+                own->display() + ")\n");
+}
+
 TEST_F(DriveTest, CommandsInARow) {
   const support::TempDir directory;
   const std::string file = directory / "part-%02d.png";
@@ -56,10 +85,7 @@ TEST_F(DriveTest, CommandsInARow) {
                  "--count", "2", file}),
             "0 |");
   for (const char* name : {"part-01.png", "part-02.png"}) {
-    std::ifstream picture(directory / name, std::ios::binary);
-    std::string head(24, '\0');
-    picture.read(head.data(), 24);
-    EXPECT_EQ(head.substr(16), std::string("\0\0\0\x0a\0\0\0\x0a", 8)) << name;
+    EXPECT_EQ(contentsOf(directory / name).substr(16, 8), std::string("\0\0\0\x0a\0\0\0\x0a", 8));
   }
   // The rest is skipped after a failure.
   EXPECT_EQ(run({"key", "nonsense", "--", "monitors"}).substr(0, 4), "1 |r");
@@ -67,11 +93,6 @@ TEST_F(DriveTest, CommandsInARow) {
   EXPECT_EQ(run({"monitors", "--json"}).substr(0, 26), "0 {\"monitors\":[{\"name\":\"1\"");
   EXPECT_EQ(run({"record", "--for", "0.3", "--rate", "10", "-"}).substr(0, 42),
             "0 YUV4MPEG2 W641 H480 F10:1 Ip A1:1 C444\nF");
-}
-
-std::string contentsOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 TEST_F(DriveTest, RecordedSessions) {
@@ -118,16 +139,7 @@ TEST_F(DriveTest, RecordedSessions) {
 }
 
 TEST_F(DriveTest, ShowsAndMeasuresTheDesktop) {
-  // A terminal's picture has the colour of the screen; without a terminal there is none.
-  support::Program::run({"xsetroot", "-display", display(), "-solid", "#336699"}, {});
-  support::Program::Options options;
-  options.captureOutput = true;
-  options.environment = {{"DISPLAY", display()}, {"TERM", "xterm"}};
-  support::Program terminal(
-      {"script", "-qec", std::string(RUVO_DRIVE) + " live --for 0.5", "/dev/null"}, options);
-  EXPECT_EQ(terminal.wait(support::Milliseconds(20000)), 0);
-  EXPECT_NE(terminal.output().find("\x1b[38;2;51;102;153;48;2;51;102;153m\u2580"),
-            std::string::npos);
+  // Without a terminal there is no picture.
   EXPECT_EQ(run({"live"})[0], '1');
 
   const std::string figures =
@@ -151,18 +163,14 @@ TEST_F(DriveTest, InterruptedVideosAreWhole) {
   if (std::system("command -v ffmpeg ffprobe >/dev/null") != 0) GTEST_SKIP() << "no ffmpeg";
   const support::TempDir directory;
   const std::string file = directory / "a.mp4";
-  support::Program::Options options;
-  options.environment = {{"DISPLAY", display()}};
-  support::Program recorder({RUVO_DRIVE, "record", file}, options);
+  support::Program recorder({RUVO_DRIVE, "record", file}, programOptions(display()));
   // The encoder makes the file with its first pictures.
   EXPECT_TRUE(support::waitFor([&] { return std::filesystem::exists(file); }));
   recorder.signal(SIGINT);
   EXPECT_EQ(recorder.wait(support::Milliseconds(30000)), 0);
-  options.captureOutput = true;
-  support::Program probe({"ffprobe", "-v", "error", "-show_entries", "stream=width", file},
-                         options);
-  EXPECT_EQ(probe.wait(support::Milliseconds(30000)), 0);
-  EXPECT_NE(probe.output().find("width=642"), std::string::npos) << probe.output();
+  const std::string probed =
+      server->run({"ffprobe", "-v", "error", "-show_entries", "stream=width", file});
+  EXPECT_NE(probed.find("width=642"), std::string::npos) << probed;
 }
 
 TEST_F(DriveTest, HelpFitsAScreenAndShowsExamples) {

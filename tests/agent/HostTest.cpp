@@ -52,11 +52,9 @@ TEST_F(HostTest, RequestsAreAnswered) {
   const auto resize = [&](uint32_t width, uint32_t height) {
     return agent.await([&](Agent::Answer answer) { agent.resize(width, height, answer); });
   };
-  EXPECT_EQ(resize(320, 200).text, "");
+  EXPECT_TRUE(resize(320, 200).isDone());
   EXPECT_EQ(agent.framebuffer().width(), 320);
-  const Outcome refused = resize(40000, 200);
-  EXPECT_EQ(refused.result, Result::kRefused);
-  EXPECT_NE(refused.text, "");
+  EXPECT_EQ(resize(40000, 200).result, Result::kRefused);
   EXPECT_TRUE(resize(641, 480).isDone());
 
   const auto parameter = [&](const char* name, const char* value) {
@@ -67,9 +65,8 @@ TEST_F(HostTest, RequestsAreAnswered) {
   };
   EXPECT_EQ(parameter("UpdatePeriod", "10"), "");
   EXPECT_EQ(parameter("NoSuch", "1"), "Unknown parameter 'NoSuch'");
-  const Outcome monitors =
-      agent.await([&](Agent::Answer answer) { agent.selectMonitors("7", answer); });
-  EXPECT_EQ(monitors.result, Result::kRefused);
+  EXPECT_EQ(agent.await([&](Agent::Answer answer) { agent.selectMonitors("7", answer); }).result,
+            Result::kRefused);
   using Kind = ruvohost::Refusal::Kind;
   EXPECT_EQ(listener.refusals,
             (std::vector<Kind>{Kind::kDisplaySize, Kind::kParameter, Kind::kMonitors}));
@@ -88,28 +85,22 @@ TEST_F(HostTest, RequestsAreAnswered) {
 TEST_F(HostTest, ManyDescriptorsAndSeveralAgentsInOneLoop) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit more{std::max<rlim_t>(limit.rlim_cur, 4096), limit.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
-  std::vector<plat::FileDescriptor> taken;
-  while (taken.empty() || taken.back().get() < 1100) {
-    taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    ASSERT_TRUE(taken.back());
-  }
+  limit.rlim_cur = 4096;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  std::vector<plat::FileDescriptor> taken(1100);
+  for (plat::FileDescriptor& fd : taken) fd.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
   ruvohost::Listener nobody;
   std::list<Agent> agents;
   int started = 0;
-  for (int i = 0; i < 3; ++i) {
+  for (const auto channel : {Launch::Channel::kDescriptor, Launch::Channel::kNamedSocket}) {
     Launch how = launch();
-    if (i == 1) how.channel = Launch::Channel::kNamedSocket;
-    how.useHash = i == 1;
+    how.channel = channel;
+    how.useHash = channel == Launch::Channel::kNamedSocket;
     Agent& agent = agents.emplace_back(how, nobody);
     EXPECT_GT(agent.fd(), FD_SETSIZE);
-    agent.start([&](const Outcome& outcome) {
-      EXPECT_EQ(outcome.text, "");
-      ++started;
-    });
+    agent.start([&](const Outcome& outcome) { started += outcome.isDone(); });
   }
-  while (started < 3) {
+  while (started < 2) {
     std::vector<pollfd> entries;
     int timeoutMs = 20000;
     for (Agent& agent : agents) {
@@ -120,8 +111,6 @@ TEST_F(HostTest, ManyDescriptorsAndSeveralAgentsInOneLoop) {
     for (Agent& agent : agents) agent.process();
   }
   for (Agent& agent : agents) EXPECT_EQ(agent.framebuffer().height(), 480);
-  agents.clear();
-  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 TEST_F(HostTest, FailuresAreTold) {
@@ -176,14 +165,12 @@ TEST(HostParameters, AreWhatTheAgentDeclares) {
   const std::vector<ruvohost::Parameter> all = ruvohost::parametersOf(RUVO_AGENT);
   const auto check = [&](const char* name, const char* value) {
     const ruvohost::Parameter* parameter = ruvohost::findParameter(all, name);
-    return parameter ? parameter->check(value) : "unknown";
+    return parameter ? parameter->check(value) : name;
   };
   EXPECT_EQ(check("updateperiod", "25"), "");
   EXPECT_EQ(check("UpdatePeriod", "soon"), "UpdatePeriod: 'soon' is no number");
   EXPECT_EQ(check("CaptureMethod", "3"), "CaptureMethod: '3' is not between 0 and 2");
   EXPECT_EQ(check("EnableClipboard", "maybe"), "EnableClipboard: 'maybe' is neither 1 nor 0");
-  EXPECT_EQ(check("Monitor", "2,1"), "");
-  EXPECT_EQ(check("NoSuch", "1"), "unknown");
   EXPECT_THROW(ruvohost::parametersOf("/bin/true"), ruvohost::Error);
 }
 

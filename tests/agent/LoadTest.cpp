@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <ctime>
 #include <fstream>
 
@@ -10,11 +9,9 @@ namespace {
 // is made to.
 int64_t sleepsOf(pid_t pid) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  int64_t sum = 0;
-  for (std::string line; std::getline(status, line);) {
-    if (const size_t at = line.find("voluntary_ctxt_switches:"); at != std::string::npos) {
-      sum += std::atoll(line.c_str() + line.find(':') + 1);
-    }
+  int64_t sum = 0, count = 0;
+  for (std::string word; status >> word;) {
+    if (word.ends_with("voluntary_ctxt_switches:") && status >> count) sum += count;
   }
   return sum;
 }

@@ -6,6 +6,7 @@
 
 import base64
 import fcntl
+import functools
 import io
 import os
 import pathlib
@@ -122,17 +123,24 @@ class Terminal:
             self.pump()
         raise AssertionError(f"not within 20 s: {self.text[-300:]}")
 
-    def close(self):
-        """Ends the command, and says whether the terminal is as it was."""
-        self.process.terminate()
-        while self.process.poll() is None:
-            self.pump()
+    def is_as_it_was(self):
         while select.select([self.fd], [], [], 0)[0]:
             self.pump(0)
-        same = termios.tcgetattr(self.line) == self.before and self.text.endswith(b"\33[?1049l")
+        return termios.tcgetattr(self.line) == self.before and self.text.endswith(b"\33[?1049l")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *failure):
+        """Ends the command, which leaves the terminal as it was."""
+        self.process.terminate()
+        self.process.send_signal(signal.SIGCONT)  # a stopped one
+        while self.process.poll() is None:
+            self.pump()
+        good = self.is_as_it_was() and self.process.returncode == 0
         os.close(self.fd)
         os.close(self.line)
-        return self.process.returncode == 0 and same
+        assert failure[0] or good
 
 
 def kitty_picture(text):
@@ -180,17 +188,17 @@ class Terminals(Pictures):
 
     test_formats = None
 
-    def shows(self, answers, get, left, tolerance, size, **options):
-        terminal = Terminal(self.xserver.display, answers, **options)
-        try:
-            for colour in (left, (240, 240, 10)):  # it follows
+    def terminal(self, answers, **options):
+        return Terminal(self.xserver.display, answers, **options)
+
+    def shows(self, answers, get, tolerance, size, **options):
+        self.addCleanup(self.draw, LEFT)
+        with self.terminal(answers, **options) as terminal:
+            for colour in (LEFT, (240, 240, 10)):  # it follows
                 self.draw(colour)
                 picture = terminal.until(lambda c=colour: self.picture_with(get(terminal.text), c))
                 self.assertEqual(picture.size, size)
                 self.assert_tiles(picture, colour, tolerance, size[0] / WIDTH)
-        finally:
-            self.draw(LEFT)
-            self.assertTrue(terminal.close())
         return terminal.text
 
     @staticmethod
@@ -201,87 +209,73 @@ class Terminals(Pictures):
         return picture if max(abs(a - b) for a, b in zip(seen, left)) < 10 else None
 
     def test_kitty(self):
-        text = self.shows(self.KITTY | self.SIXEL_ATTRIBUTES, kitty_picture, LEFT, 0,
-                          (WIDTH, HEIGHT))
+        text = self.shows(self.KITTY | self.SIXEL_ATTRIBUTES, kitty_picture, 0, (WIDTH, HEIGHT))
         self.assertIn(b"a=d,d=A", text[-100:])
         # A terminal that has half the pixels, and says so only when asked.
+        self.draw(LEFT)
         self.shows({b"\33[14t": b"\33[4;240;320t"} | self.KITTY | self.PLAIN_ATTRIBUTES, kitty_picture,
-                   LEFT, 8, (WIDTH // 2, HEIGHT // 2), pixels=(0, 0))
+                   8, (WIDTH // 2, HEIGHT // 2), pixels=(0, 0))
 
     def test_sixel(self):
         if "sixel" not in FORMATS:
-            self.assertIn("\u2580".encode(), self.blocks(self.SIXEL | self.SIXEL_ATTRIBUTES))
+            self.assert_blocks(self.SIXEL | self.SIXEL_ATTRIBUTES)
             return
         # One line of the terminal stays free, and nothing is wider than it may be.
-        self.shows(self.SIXEL | self.SIXEL_ATTRIBUTES, sixel_picture, LEFT, 6, (600, 450))
+        self.shows(self.SIXEL | self.SIXEL_ATTRIBUTES, sixel_picture, 6, (600, 450))
         # A smaller desktop leaves nothing of the larger one.
-        terminal = Terminal(self.xserver.display, self.SIXEL | self.SIXEL_ATTRIBUTES)
+        xrandr = functools.partial(self.xserver.run, "xrandr")
+        self.addCleanup(xrandr, "--output", "screen", "--mode", f"{WIDTH}x{HEIGHT}")
+        with self.terminal(self.SIXEL | self.SIXEL_ATTRIBUTES) as terminal:
+            def shown(size):
+                picture = sixel_picture(terminal.text)
+                return picture and picture.size == size or None
 
-        def shows(size):
-            picture = sixel_picture(terminal.text)
-            return True if picture and picture.size == size else None
-
-        try:
-            terminal.until(lambda: shows((600, 450)))
+            terminal.until(lambda: shown((600, 450)))
             cleared = terminal.text.count(b"\33[2J")
-            self.xserver.run("xrandr", "--newmode", "small", 10, 320, 330, 340, 350, 240, 250, 260, 270)
-            self.xserver.run("xrandr", "--addmode", "screen", "small")
-            self.xserver.run("xrandr", "--output", "screen", "--mode", "small")
-            terminal.until(lambda: shows((320, 240)))
+            xrandr("--newmode", "small", 10, 320, 330, 340, 350, 240, 250, 260, 270)
+            xrandr("--addmode", "screen", "small")
+            xrandr("--output", "screen", "--mode", "small")
+            terminal.until(lambda: shown((320, 240)))
             self.assertGreater(terminal.text.count(b"\33[2J"), cleared)
-        finally:
-            self.xserver.run("xrandr", "--output", "screen", "--mode", f"{WIDTH}x{HEIGHT}")
-            self.assertTrue(terminal.close())
 
-    def blocks(self, answers):
-        terminal = Terminal(self.xserver.display, answers)
-        terminal.until(lambda: True if "\u2580".encode() in terminal.text else None)
-        self.assertTrue(terminal.close())
-        return terminal.text
+    def assert_blocks(self, answers):
+        with self.terminal(answers) as terminal:
+            # Both halves of a character have the colour of the screen there.
+            block = "\33[38;2;204;51;17;48;2;204;51;17m\u2580".encode()
+            terminal.until(lambda: block in terminal.text or None)
+        self.assertNotRegex(terminal.text, rb"\x1b_Ga=T|\x1bP")
 
     def test_others(self):
-        for answers in (self.PLAIN_ATTRIBUTES, {}):  # one does not even answer
-            text = self.blocks(answers)
-            self.assertNotRegex(text, rb"\x1b_Ga=T|\x1bP")
+        self.assert_blocks(self.PLAIN_ATTRIBUTES)
+        self.assert_blocks({})  # does not even answer
 
     def test_nobody_reads(self):
-        terminal = Terminal(self.xserver.display, self.KITTY | self.PLAIN_ATTRIBUTES)
-        try:
-            terminal.until(lambda: kitty_picture(terminal.text))
-            noise = pathlib.Path(self.folder.name, "noise.xbm")
-            bits = ", ".join(f"0x{byte:02x}" for byte in random.Random(1).randbytes(WIDTH * HEIGHT // 8))
-            noise.write_text(f"#define n_width {WIDTH}\n#define n_height {HEIGHT}\n"
-                             f"static char n_bits[] = {{ {bits} }};\n")
-            # Pictures of noise are more than the terminal's buffer takes.
-            end = time.monotonic() + 20
-            while select.select([], [terminal.line], [], 0.3)[1] and time.monotonic() < end:
-                self.xserver.run("xsetroot", "-bitmap", noise)
-                self.draw(LEFT)
-            terminal.process.terminate()
-            self.assertEqual(terminal.process.wait(10), 0)
-            self.assertEqual(termios.tcgetattr(terminal.line), terminal.before)
-        finally:
+        self.addCleanup(self.draw, LEFT)
+        terminal = self.terminal(self.KITTY | self.PLAIN_ATTRIBUTES)
+        terminal.until(lambda: kitty_picture(terminal.text))
+        noise = pathlib.Path(self.folder.name, "noise.xbm")
+        bits = ", ".join(map(str, random.Random(1).randbytes(WIDTH * HEIGHT // 8)))
+        noise.write_text(f"#define n_width {WIDTH}\n#define n_height {HEIGHT}\n"
+                         f"static char n_bits[] = {{ {bits} }};\n")
+        # Pictures of noise are more than the terminal's buffer takes.
+        end = time.monotonic() + 20
+        while select.select([], [terminal.line], [], 0.3)[1] and time.monotonic() < end:
+            self.xserver.run("xsetroot", "-bitmap", noise)
             self.draw(LEFT)
-            terminal.process.kill()
-            terminal.close()
+        terminal.process.terminate()
+        self.assertEqual(terminal.process.wait(10), 0)
+        self.assertEqual(termios.tcgetattr(terminal.line), terminal.before)
 
     def test_stop(self):
-        terminal = Terminal(self.xserver.display, self.KITTY | self.PLAIN_ATTRIBUTES)
-        pid = terminal.process.pid
-        try:
+        with self.terminal(self.KITTY | self.PLAIN_ATTRIBUTES) as terminal:
+            pid = terminal.process.pid
             terminal.until(lambda: kitty_picture(terminal.text))
             os.kill(pid, signal.SIGTSTP)
             terminal.until(lambda: os.waitid(os.P_PID, pid, os.WSTOPPED | os.WNOHANG))
-            while select.select([terminal.fd], [], [], 0)[0]:
-                terminal.pump(0)
-            self.assertTrue(terminal.text.endswith(b"\33[?1049l"))
-            self.assertEqual(termios.tcgetattr(terminal.line), terminal.before)
+            self.assertTrue(terminal.is_as_it_was())
             terminal.text, terminal.asked = b"", 0
             os.kill(pid, signal.SIGCONT)
             terminal.until(lambda: kitty_picture(terminal.text))
-        finally:
-            os.kill(pid, signal.SIGCONT)
-            self.assertTrue(terminal.close())
 
 
 if __name__ == "__main__":

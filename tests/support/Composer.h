@@ -3,6 +3,7 @@
 #include <xkbcommon/xkbcommon-compose.h>
 #include <xkbcommon/xkbcommon.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -20,36 +21,32 @@ inline std::string textOf(uint32_t keysym) {
 // What applications make of dead keys.
 class Composer {
  public:
-  Composer()
-      : context_(xkb_context_new(XKB_CONTEXT_NO_DEFAULT_INCLUDES)),
-        table_(
-            xkb_compose_table_new_from_locale(context_, "C.UTF-8", XKB_COMPOSE_COMPILE_NO_FLAGS)) {
-    if (!table_) throw std::runtime_error("no compose table");
-    state_ = xkb_compose_state_new(table_, XKB_COMPOSE_STATE_NO_FLAGS);
+  Composer() {
+    if (!state_) throw std::runtime_error("no compose table");
   }
-  ~Composer() {
-    xkb_compose_state_unref(state_);
-    xkb_compose_table_unref(table_);
-    xkb_context_unref(context_);
-  }
-  Composer(const Composer&) = delete;
-  Composer& operator=(const Composer&) = delete;
 
   // Empty if the two make nothing.
   std::string compose(uint32_t first, uint32_t second) const {
-    xkb_compose_state_reset(state_);
-    xkb_compose_state_feed(state_, first);
-    xkb_compose_state_feed(state_, second);
-    if (xkb_compose_state_get_status(state_) != XKB_COMPOSE_COMPOSED) return "";
+    xkb_compose_state_reset(state_.get());
+    xkb_compose_state_feed(state_.get(), first);
+    xkb_compose_state_feed(state_.get(), second);
+    if (xkb_compose_state_get_status(state_.get()) != XKB_COMPOSE_COMPOSED) return "";
     char buffer[64];
-    xkb_compose_state_get_utf8(state_, buffer, sizeof buffer);
+    xkb_compose_state_get_utf8(state_.get(), buffer, sizeof buffer);
     return buffer;
   }
 
  private:
-  xkb_context* context_;
-  xkb_compose_table* table_;
-  xkb_compose_state* state_ = nullptr;
+  template <auto unref>
+  struct Unref {
+    void operator()(auto* object) const { unref(object); }
+  };
+  const std::unique_ptr<xkb_context, Unref<xkb_context_unref>> context_{
+      xkb_context_new(XKB_CONTEXT_NO_DEFAULT_INCLUDES)};
+  const std::unique_ptr<xkb_compose_table, Unref<xkb_compose_table_unref>> table_{
+      xkb_compose_table_new_from_locale(context_.get(), "C.UTF-8", XKB_COMPOSE_COMPILE_NO_FLAGS)};
+  const std::unique_ptr<xkb_compose_state, Unref<xkb_compose_state_unref>> state_{
+      table_ ? xkb_compose_state_new(table_.get(), XKB_COMPOSE_STATE_NO_FLAGS) : nullptr};
 };
 
 }  // namespace support

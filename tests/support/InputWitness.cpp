@@ -3,47 +3,23 @@
 #include <X11/Xutil.h>
 
 #include <clocale>
-#include <cstdio>
 #include <stdexcept>
 
+#include "plat/Exception.h"
+
 namespace support {
-
-namespace {
-
-std::string modifiers(unsigned state) {
-  std::string text;
-  for (unsigned i = 0; i < 8; ++i) {
-    if (state >> i & 1) text += "SLC12345"[i];
-  }
-  if (const unsigned group = state >> 13 & 3) text += "G" + std::to_string(group + 1);
-  return text;
-}
-
-std::string keysymName(KeySym keysym) {
-  if (keysym >= 0x1000000) {  // Xlib would leak its name
-    char name[32];
-    snprintf(name, sizeof name, "U%04lX", static_cast<unsigned long>(keysym - 0x1000000));
-    return name;
-  }
-  const char* const name = XKeysymToString(keysym);
-  return name ? name : "none";
-}
-
-}  // namespace
 
 InputWitness::InputWitness(const std::string& display) : display_(connectTo(display)) {
   setlocale(LC_CTYPE, "C.UTF-8");
   XSetLocaleModifiers("@im=none");
   Display* const d = display_.get();
   const int screen = DefaultScreen(d);
-  XSetWindowAttributes attributes{};
-  attributes.override_redirect = True;
-  attributes.event_mask = KeyPressMask | KeyReleaseMask | ButtonPressMask | ButtonReleaseMask |
-                          PointerMotionMask | ExposureMask;
-  window_ =
-      XCreateWindow(d, RootWindow(d, screen), 0, 0, static_cast<unsigned>(DisplayWidth(d, screen)),
-                    static_cast<unsigned>(DisplayHeight(d, screen)), 0, CopyFromParent, InputOutput,
-                    nullptr, CWOverrideRedirect | CWEventMask, &attributes);
+  window_ = XCreateSimpleWindow(d, RootWindow(d, screen), 0, 0,
+                                static_cast<unsigned>(DisplayWidth(d, screen)),
+                                static_cast<unsigned>(DisplayHeight(d, screen)), 0, 0, 0);
+  XSelectInput(d, window_,
+               KeyPressMask | KeyReleaseMask | ButtonPressMask | ButtonReleaseMask |
+                   PointerMotionMask | ExposureMask);
   XMapRaised(d, window_);
   XEvent event;
   XWindowEvent(d, window_, ExposureMask, &event);
@@ -66,10 +42,16 @@ std::string InputWitness::describeKey(XKeyEvent& event) {
   KeySym keysym = NoSymbol;
   char ignored[64];
   XLookupString(&event, ignored, sizeof ignored, &keysym, nullptr);
+  // Xlib would leak the name of a character beyond Latin-1.
+  const char* const name = keysym < 0x1000000 ? XKeysymToString(keysym) : nullptr;
   std::string text = event.type == KeyPress ? "+" : "-";
-  text += keysymName(keysym) + " " + std::to_string(event.keycode);
-  const std::string held = modifiers(event.state);
-  return held.empty() ? text : text + " " + held;
+  text += name ? name : plat::format("U%04lX", keysym - 0x1000000);
+  text += " " + std::to_string(event.keycode);
+  if (event.state & 0xff) text += " ";
+  for (unsigned i = 0; i < 8; ++i) {
+    if (event.state >> i & 1) text += "SLC12345"[i];
+  }
+  return text;
 }
 
 void InputWitness::addText(XKeyEvent& event) {
@@ -94,24 +76,14 @@ std::vector<std::string> InputWitness::take() {
       seen.push_back(describeKey(event.xkey));
     }
     if (XFilterEvent(&event, None)) continue;
-    switch (event.type) {
-      case KeyPress:
-        addText(event.xkey);
-        break;
-      case ButtonPress:
-      case ButtonRelease:
-        seen.push_back((event.type == ButtonPress ? "+" : "-") +
-                       std::to_string(event.xbutton.button));
-        break;
-      case MotionNotify:
-        seen.push_back(std::to_string(event.xmotion.x_root) + "," +
-                       std::to_string(event.xmotion.y_root));
-        break;
-      case MappingNotify:
-        XRefreshKeyboardMapping(&event.xmapping);
-        break;
-      default:
-        break;
+    if (event.type == KeyPress) addText(event.xkey);
+    if (event.type == MappingNotify) XRefreshKeyboardMapping(&event.xmapping);
+    if (event.type == ButtonPress || event.type == ButtonRelease) {
+      seen.push_back((event.type == ButtonPress ? "+" : "-") +
+                     std::to_string(event.xbutton.button));
+    }
+    if (event.type == MotionNotify) {
+      seen.push_back(plat::format("%d,%d", event.xmotion.x_root, event.xmotion.y_root));
     }
   }
   return seen;
@@ -123,15 +95,6 @@ std::string InputWitness::waitForText(size_t length) {
     take();
     all += text_;
     return all.size() >= length;
-  });
-  return all;
-}
-
-std::vector<std::string> InputWitness::waitForEvents(size_t number) {
-  std::vector<std::string> all;
-  waitFor([&] {
-    for (std::string& event : take()) all.push_back(std::move(event));
-    return all.size() >= number;
   });
   return all;
 }

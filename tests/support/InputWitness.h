@@ -9,9 +9,8 @@
 
 namespace support {
 
-// Another client of a display: a window over the whole screen with the keyboard's focus, which
-// notes the input that it gets. It follows changes of the keyboard's map and composes as toolkits
-// do.
+// Another client: a window over the whole screen with the keyboard's focus, which notes the input
+// that it gets, and composes as toolkits do.
 class InputWitness {
  public:
   explicit InputWitness(const std::string& display);
@@ -23,15 +22,13 @@ class InputWitness {
 
   // What the X server has sent since the last call, one text an event:
   //   "+A 38 S" and "-A 38 S": the key 38 pressed and released, its keysym, and the modifiers held
-  //   before (letters of "SLC12345", Shift to Mod5; "G2" to "G4" for another group);
+  //   before (letters of "SLC12345", Shift to Mod5);
   //   "+1" and "-1": a button; "10,20": a motion.
   std::vector<std::string> take();
   // The text that the keys of the last take() made, in UTF-8.
   const std::string& text() const { return text_; }
-  // take() until as much text has come, or nothing more comes. Returns the text.
+  // The text of so many bytes, or of 10 s.
   std::string waitForText(size_t length);
-  // take() until that many events have come, or 10 s are over.
-  std::vector<std::string> waitForEvents(size_t number);
 
  private:
   std::string describeKey(XKeyEvent& event);

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -19,6 +20,17 @@ using Clock = std::chrono::steady_clock;
 
 plat::FileDescriptor memoryFile() {
   return plat::FileDescriptor(memfd_create("program", MFD_CLOEXEC));
+}
+
+// The child writes into files in memory, so that it never waits for the test to read.
+const std::string& drained(const plat::FileDescriptor& file, std::string& text) {
+  char buffer[65536];
+  ssize_t n;
+  while (file &&
+         (n = pread(file.get(), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0) {
+    text.append(buffer, static_cast<size_t>(n));
+  }
+  return text;
 }
 
 }  // namespace
@@ -48,22 +60,9 @@ Program::Program(const std::vector<std::string>& arguments, const Options& optio
   if (options.captureOutput) outputFile_ = memoryFile();
   if (options.captureErrors) errorFile_ = memoryFile();
 
-  // All memory is had before the fork.
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  std::vector<std::string> variables;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text(*entry);
-    if (!options.environment.count(text.substr(0, text.find('=')))) variables.push_back(text);
-  }
-  for (const auto& [name, value] : options.environment) {
-    if (value) variables.push_back(name + "=" + *value);
-  }
-  std::vector<char*> envp;
-  for (std::string& variable : variables) envp.push_back(variable.data());
-  envp.push_back(nullptr);
-
   const pid_t parent = getpid();
   pid_ = fork();
   if (pid_ < 0) throw std::runtime_error("fork");
@@ -78,13 +77,12 @@ Program::Program(const std::vector<std::string>& arguments, const Options& optio
     dup2(outputFile_ ? outputFile_.get() : null.get(), 1);
     if (errorFile_) dup2(errorFile_.get(), 2);
     for (const auto& [to, from] : options.descriptors) {
-      if (from == to) {
-        fcntl(to, F_SETFD, 0);
-      } else {
-        dup2(from, to);
-      }
+      if (dup2(from, to) == from) fcntl(to, F_SETFD, 0);
     }
-    execvpe(argv[0], argv.data(), envp.data());
+    for (const auto& [name, value] : options.environment) {
+      value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+    }
+    execvp(argv[0], argv.data());
     perror(argv[0]);
     _exit(127);
   }
@@ -94,31 +92,12 @@ Program::~Program() {
   end();
 }
 
-void Program::pump() {
-  // The child writes into files in memory, so that it never waits for the test to read.
-  const auto drain = [](int fd, std::string* to) {
-    char buffer[65536];
-    for (;;) {
-      const ssize_t n = pread(fd, buffer, sizeof buffer, static_cast<off_t>(to->size()));
-      if (n <= 0) break;
-      to->append(buffer, static_cast<size_t>(n));
-    }
-  };
-  if (outputFile_) drain(outputFile_.get(), &output_);
-  if (errorFile_) drain(errorFile_.get(), &errors_);
-}
-
-bool Program::reap(int options) {
+bool Program::isRunning() {
   int status = 0;
-  if (!status_ && waitpid(pid_, &status, options) == pid_) {
+  if (!status_ && waitpid(pid_, &status, WNOHANG) == pid_) {
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
-  return status_.has_value();
-}
-
-bool Program::isRunning() {
-  pump();
-  return !reap(WNOHANG);
+  return !status_;
 }
 
 void Program::signal(int number) {
@@ -127,38 +106,23 @@ void Program::signal(int number) {
 
 std::optional<int> Program::wait(Milliseconds timeout) {
   waitFor([this] { return !isRunning(); }, timeout);
-  if (status_) pump();
   return status_;
 }
 
 void Program::end() {
-  if (reap(WNOHANG)) return;
+  if (!isRunning()) return;
   signal(SIGTERM);
   if (wait(Milliseconds(5000))) return;
   signal(SIGKILL);
-  reap(0);
-  pump();
+  wait();
 }
 
 const std::string& Program::output() {
-  pump();
-  return output_;
+  return drained(outputFile_, output_);
 }
 
 const std::string& Program::errors() {
-  pump();
-  return errors_;
-}
-
-std::string Program::run(const std::vector<std::string>& arguments, const Options& options,
-                         Milliseconds timeout, int* status) {
-  Options captured = options;
-  captured.captureOutput = true;
-  Program program(arguments, captured);
-  const std::optional<int> result = program.wait(timeout);
-  if (!result) throw std::runtime_error(arguments[0] + " does not end");
-  if (status != nullptr) *status = *result;
-  return program.output();
+  return drained(errorFile_, errors_);
 }
 
 }  // namespace support

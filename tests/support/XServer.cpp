@@ -1,17 +1,12 @@
 #include "support/XServer.h"
 
 #include <fcntl.h>
-#include <signal.h>
-#include <stdlib.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
+#include "plat/Exception.h"
 #include "plat/FileDescriptor.h"
 
 namespace support {
@@ -47,28 +42,25 @@ Section "Screen"
     Virtual 8192 8192
   EndSubSection
 EndSection
-Section "Device"
-  Identifier "device"
-  Driver "dummy"
-  VideoRam 270000
 )";
+  std::string options;
   for (size_t i = 0; i < outputs.size(); ++i) {
-    out << "  Option \"Monitor-DUMMY" << i << "\" \"monitor" << i << "\"\n";
+    const auto& [width, height, x, y] = outputs[i];
+    options += plat::format("  Option \"Monitor-DUMMY%zu\" \"monitor%zu\"\n", i, i);
+    out << plat::format(
+        R"(Section "Monitor"
+  Identifier "monitor%zu"
+  HorizSync 5-1000
+  VertRefresh 5-200
+  Option "Enable" "%s"
+  Option "PreferredMode" "%dx%d"
+  Option "Position" "%d %d"
+EndSection
+)",
+        i, width > 0 ? "true" : "false", width, height, x, y);
   }
-  out << "EndSection\n";
-  for (size_t i = 0; i < outputs.size(); ++i) {
-    const XServer::Output& output = outputs[i];
-    out << "Section \"Monitor\"\n  Identifier \"monitor" << i << "\"\n"
-        << "  HorizSync 5-1000\n  VertRefresh 5-200\n";
-    if (output.width > 0) {
-      out << "  Option \"Enable\" \"true\"\n"
-          << "  Option \"PreferredMode\" \"" << output.width << "x" << output.height << "\"\n"
-          << "  Option \"Position\" \"" << output.x << " " << output.y << "\"\n";
-    } else {
-      out << "  Option \"Enable\" \"false\"\n";
-    }
-    out << "EndSection\n";
-  }
+  out << "Section \"Device\"\n  Identifier \"device\"\n  Driver \"dummy\"\n  VideoRam 270000\n"
+      << options << "EndSection\n";
 }
 
 }  // namespace
@@ -109,27 +101,6 @@ XServer::XServer(std::vector<std::string> arguments, std::unique_ptr<support::Te
   display_ = ":" + readDisplayNumber(ours.get(), *program_);
 }
 
-XServer::~XServer() {
-  stop();
-}
-
-void XServer::stop(bool abruptly) {
-  if (!program_->isRunning()) return;
-  if (abruptly) program_->signal(SIGKILL);
-  program_->end();
-  if (!abruptly) return;
-  // A killed server leaves its socket. If somebody answers there, another has taken the number
-  // since.
-  const std::string path = "/tmp/.X11-unix/X" + display_.substr(1);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::copy(path.begin(), path.end(), address.sun_path);
-  const plat::FileDescriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (::connect(probe.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return;
-  std::error_code ignored;
-  std::filesystem::remove(path, ignored);
-}
-
 XConnection XServer::connect() const {
   return connectTo(display_);
 }
@@ -143,10 +114,6 @@ XConnection connectTo(const std::string& display) {
   return connection;
 }
 
-void XServer::setDisplayVariable() const {
-  setenv("DISPLAY", display_.c_str(), 1);
-}
-
 std::unique_ptr<Program> XServer::start(const std::vector<std::string>& arguments,
                                         Program::Options options) const {
   options.environment["DISPLAY"] = display_;
@@ -155,8 +122,10 @@ std::unique_ptr<Program> XServer::start(const std::vector<std::string>& argument
 
 std::string XServer::run(const std::vector<std::string>& arguments,
                          Program::Options options) const {
-  options.environment["DISPLAY"] = display_;
-  return Program::run(arguments, options);
+  options.captureOutput = true;
+  const std::unique_ptr<Program> program = start(arguments, std::move(options));
+  if (!program->wait()) throw std::runtime_error(arguments[0] + " does not end");
+  return program->output();
 }
 
 }  // namespace support

@@ -9,18 +9,11 @@
 #include "support/Frames.h"
 #include "support/ManualClock.h"
 #include "support/SocketPair.h"
-#include "support/UserProcess.h"
+#include "x11/UserProcess.h"
 
 namespace {
 
-class AgentAppX11Test : public TXFixture {
- protected:
-  // Everything that is waiting is handled.
-  void turn() {
-    while (loop_.process(0)) {
-    }
-  }
-};
+using AgentAppX11Test = TXFixture;
 
 // Some old X servers must not be asked for cursors before somebody has logged in.
 TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
@@ -29,10 +22,15 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   VendorRelease(display()) = 10600000;
   support::ManualClock clock;
   support::SocketPair channel;
+  const std::string owner = support::u32(0) + support::u32(12345) + support::shortString("/x");
+  // What is sent when everything that waits has been handled.
   const auto receive = [&] {
+    while (loop_.process(0)) {
+    }
     std::string bytes = channel.take(), names;
     for (const support::Message& message : support::takeMessages(bytes)) {
       if (message.name != "logMsg") names += message.name + " ";
+      EXPECT_TRUE(message.name != "desktopUidChanged" || message.body == owner);
     }
     return names;
   };
@@ -40,17 +38,15 @@ TEST_F(AgentAppX11Test, TracksCursorsOnceADesktopHasAnOwner) {
   svr::AgentAppX11 app(true, logDest, std::make_unique<io::FdIo>(std::move(channel.ours)));
   EXPECT_TRUE(log_.has("Temporarily disabling XFixes cursors: X.Org 10600000 too old", 30));
   channel.put(support::message("start"));
-  turn();
   EXPECT_NE(receive().find("setCursorImage"), std::string::npos) << "the built-in arrow";
 
-  const support::UserProcess user(client(), 12345, "/home/user/.Xauthority");
+  const UserProcess user(server(), client(), 12345, "/x");
   ASSERT_TRUE(user.isReady());
-  for (int i = 0; i < 2; ++i) {
-    clock.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
-    turn();
-  }
-  EXPECT_EQ(log_.count("Window manager has started; using XFixes", 100, "AgentAppX11"), 1);
+  clock.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
   EXPECT_EQ(receive(), "setCursorImage desktopUidChanged ");
+  clock.advanceMs(tx::DesktopUidMonitor::kIntervalMs);
+  EXPECT_EQ(receive(), "");
+  EXPECT_EQ(log_.count("Window manager has started; using XFixes", 100, "AgentAppX11"), 1);
 }
 
 TEST_F(AgentAppX11Test, OnlyRootLooksForTheOwner) {

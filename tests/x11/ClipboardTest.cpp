@@ -1,15 +1,13 @@
 #include "x11/TXFixture.h"
 
 #include <functional>
-#include <optional>
-#include <string>
-#include <vector>
+#include <set>
 
-#include "support/FakeOwner.h"
 #include "support/ManualClock.h"
 #include "tx/ServerTime.h"
 #include "tx/TXClipboardMgr.h"
 #include "tx/XResources.h"
+#include "x11/FakeOwner.h"
 
 namespace {
 
@@ -17,12 +15,11 @@ using support::waitFor;
 using Answer = FakeOwner::Answer;
 using Texts = std::vector<std::string>;
 
-// What owners of selections do wrong, and what needs the toolkit's own view. Real clients are the
-// matter of the agent's tests.
+// What owners and requestors of selections do, right and wrong.
 class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback {
  protected:
   void begin() {
-    start("64x64x24");
+    if (!isStarted()) start("64x64x24");
     construct();
     // The first check ends with the refusals of selections that nobody owns.
     EXPECT_EQ(nextDone(), "nothing ");
@@ -44,6 +41,14 @@ class ClipboardTest : public TXFixture, private tx::TXClipboardWindow::Callback 
     TXFixture::TearDown();
   }
 
+  // A new owner has a text.
+  FakeOwner& copy(const std::string& target, const std::string& text,
+                  const std::string& selection = "PRIMARY") {
+    owner_.reset();
+    owner().answerText(target, text);
+    owner().own(selection);
+    return owner();
+  }
   FakeOwner& owner() { return owner_ ? *owner_ : owner_.emplace(server().display()); }
   FakeOwner& other() { return other_ ? *other_ : other_.emplace(server().display()); }
   tx::TXClipboardWindow& window() { return manager_->window(); }
@@ -102,25 +107,23 @@ TEST_F(ClipboardTest, FetchesWhatOwnersOffer) {
   begin();
   std::string wide;  // 256 KB of Latin-1
   for (int i = 0; i < 262144; ++i) wide += "é";
-  const Answer empty{Answer::kProperty, "ATOM", 32, "", {}};
   const Answer silly{Answer::kProperty, "INTEGER", 32, "", {0, -1, 1 << 30}};
   const struct {
     const char* target;
     std::string text;
-    std::optional<Answer> targets;  // else as it should be
+    Answer targets;
     std::string expected;
   } cases[] = {
-      {"STRING", "empty", empty, "empty"},
+      {"STRING", "empty", {Answer::kProperty, "ATOM", 32, "", {}}, "empty"},
       {"STRING", "silly", silly, "silly"},
       {"UTF8_STRING", "", {}, ""},
+      {"UTF8_STRING", std::string("a\0b\xff\0", 5), {}, std::string("a\0b\xff\0", 5)},
       {"UTF8_STRING", std::string(262143, 'x') + "€ and more", {}, std::string(262143, 'x')},
-      {"STRING", std::string(262144, '\xe9') + "more", Answer{}, wide},
+      {"STRING", std::string(262144, '\xe9') + "more", {}, wide},
   };
   for (const auto& c : cases) {
-    owner_.reset();
-    owner().answerText(c.target, c.text);
-    if (c.targets) owner().answer("TARGETS", *c.targets);
-    owner().own("PRIMARY");
+    copy(c.target, c.text);
+    if (*c.target == 'S') owner().answer("TARGETS", c.targets);
     EXPECT_TRUE(nextText() == c.expected) << c.text.substr(0, 20);
     EXPECT_EQ(owner().asked, std::string("PRIMARY:TARGETS PRIMARY:") + c.target + " ");
     EXPECT_EQ(done_, "");
@@ -132,9 +135,7 @@ TEST_F(ClipboardTest, FetchesWhatOwnersOffer) {
   // Answers that are none.
   for (const Answer& answer : {Answer{}, Answer{Answer::kProperty, "STRING", 16, "1234", {}},
                                Answer{Answer::kProperty, "STRING", 32, "", {1, 2}}}) {
-    owner_.reset();
-    owner().answer("STRING", answer);
-    owner().own("PRIMARY");
+    copy("STRING", "").answer("STRING", answer);
     EXPECT_EQ(nextDone(), "nothing ");
   }
   EXPECT_TRUE(texts_.empty());
@@ -143,9 +144,8 @@ TEST_F(ClipboardTest, FetchesWhatOwnersOffer) {
 
 TEST_F(ClipboardTest, IncrementalTextIsDrainedAndArrivesEmpty) {
   begin();
-  owner().answerText("UTF8_STRING", "");
-  owner().answer("UTF8_STRING", {Answer::kIncremental, "", 8, std::string(450000, 'x'), {}});
-  owner().own("CLIPBOARD");
+  copy("UTF8_STRING", "", "CLIPBOARD")
+      .answer("UTF8_STRING", {Answer::kIncremental, "", 8, std::string(450000, 'x')});
   EXPECT_EQ(nextText(), "");
   EXPECT_EQ(log_.count("Ignoring large selection - replacing with empty string", 30, "TXWindow"),
             1);
@@ -175,38 +175,30 @@ TEST_F(ClipboardTest, IncrementalTextIsDrainedAndArrivesEmpty) {
 TEST_F(ClipboardTest, PollingTakesOnlyNewTimestamps) {
   begin();
   manager_->setEnabled(false);
-  const uint32_t last = tx::getServerTime() - 1000;
-  const struct {
-    uint32_t primary;
-    uint32_t clipboard;
-    const char* chosen;  // null: nothing is new
-  } cases[] = {{last, last, nullptr},
-               {last - 1, last + 21, "CLIPBOARD"},
-               {last + 21, last + 22, "CLIPBOARD"},
-               {last + 21, last + 21, "PRIMARY"},
-               {last - 0x80000000, 0, nullptr},
-               {last + 0x7fffffff, last, "PRIMARY"}};
   owner().own("PRIMARY");
   other().own("CLIPBOARD");
-  dispatchAll();
-  int n = 0;
-  const auto check = [&](uint32_t primary, uint32_t clipboard, const char* chosen) {
-    SCOPED_TRACE(n);
-    const std::string fresh = "text" + std::to_string(n++);
+  const auto check = [&](uint32_t primary, uint32_t clipboard, const std::string& chosen) {
+    const std::string fresh = std::to_string(primary) + " " + std::to_string(clipboard);
     owner().answerTimestamp(primary);
     owner().answerText("STRING", "PRIMARY" + fresh);
     other().answerTimestamp(clipboard);
     other().answerText("STRING", "CLIPBOARD" + fresh);
     window().check();
     EXPECT_TRUE(pumpUntil([&] { return !done_.empty() || !texts_.empty(); })) << log_.str();
-    EXPECT_EQ(std::exchange(texts_, {}), chosen ? Texts{chosen + fresh} : Texts{});
-    EXPECT_EQ(std::exchange(done_, {}), chosen ? "" : "nothing ");
-    EXPECT_EQ(log_.has("Selections were old; ignoring", 100, "TXClipboardWindow"), !chosen);
+    EXPECT_EQ(std::exchange(texts_, {}), chosen.empty() ? Texts{} : Texts{chosen + fresh});
+    EXPECT_EQ(std::exchange(done_, {}), chosen.empty() ? "nothing " : "");
+    EXPECT_EQ(log_.has("Selections were old; ignoring", 100), chosen.empty());
     log_.clear();
   };
-  for (const auto& c : cases) {
+  const uint32_t last = tx::getServerTime() - 1000;
+  for (const auto& [primary, clipboard, chosen] : {std::tuple(last, last, ""),
+                                                   {last - 1, last + 21, "CLIPBOARD"},
+                                                   {last + 21, last + 22, "CLIPBOARD"},
+                                                   {last + 21, last + 21, "PRIMARY"},
+                                                   {last - 0x80000000, 0u, ""},
+                                                   {last + 0x7fffffff, last, "PRIMARY"}}) {
     window().setLastTime(last);
-    check(c.primary, c.clipboard, c.chosen);
+    check(primary, clipboard, chosen);
   }
   // A time that is still to come does not make the next copies old.
   const uint32_t now = tx::getServerTime();
@@ -217,8 +209,7 @@ TEST_F(ClipboardTest, PollingTakesOnlyNewTimestamps) {
 TEST_F(ClipboardTest, OwnersWithoutATimestampAreAskedForTheirText) {
   begin();
   manager_->setEnabled(false);
-  owner().answerText("STRING", "untimed");
-  owner().own("PRIMARY");
+  copy("STRING", "untimed");
   // No timestamp, and some that are none.
   for (const Answer& answer : {Answer{}, Answer{Answer::kProperty, "INTEGER", 32, "", {0}},
                                Answer{Answer::kProperty, "INTEGER", 32, "", {1, 2}},
@@ -238,9 +229,7 @@ TEST_F(ClipboardTest, OwnersThatDoNotAnswerTimeOut) {
   start("64x64x24");
   for (const char* target : {"TIMESTAMP", "TARGETS", "STRING"}) {
     SCOPED_TRACE(target);
-    owner_.reset();
-    owner().answer(target, {Answer::kSilence});
-    owner().own("PRIMARY");
+    copy("STRING", "").answer(target, {Answer::kSilence});
     construct();
     EXPECT_TRUE(pumpUntil(
         [&] { return owner().asked.find(std::string(":") + target) != std::string::npos; }));
@@ -251,9 +240,7 @@ TEST_F(ClipboardTest, OwnersThatDoNotAnswerTimeOut) {
     EXPECT_EQ(nextDone(), "timeout ");
     // The next copy is not taken for the text of the start.
     enable();
-    owner_.reset();
-    owner().answerText("STRING", target);
-    owner().own("PRIMARY");
+    copy("STRING", target);
     EXPECT_EQ(nextText(), target);
     clock_.advanceMs(6000);
     settle();
@@ -262,9 +249,9 @@ TEST_F(ClipboardTest, OwnersThatDoNotAnswerTimeOut) {
 }
 
 TEST_F(ClipboardTest, AnswersRequests) {
+  use(support::XServer::xvfb("64x64x24", {"-maxbigreqsize", "1"}));  // 4 MB
   begin();
   const uint32_t time = tx::getServerTime();
-  window().setLastTime(time);
   window().setSelectionText("offered", time);
   using Items = std::vector<unsigned long>;  // the type and what is in it
   const auto ask = [&](const char* target, Atom property) {
@@ -298,24 +285,18 @@ TEST_F(ClipboardTest, AnswersRequests) {
             (Items{XA_ATOM, timestamp, other().atom("UTF8_STRING"), XA_STRING}));
   EXPECT_EQ(ask("TIMESTAMP", XA_CUT_BUFFER7), (Items{XA_INTEGER, time}));
   EXPECT_EQ(ask("MULTIPLE", XA_CUT_BUFFER7), Items{}) << "refused";
-
-  // A requestor that is gone when its request arrives.
-  XEvent request{};
-  request.xselectionrequest.type = SelectionRequest;
-  request.xselectionrequest.owner = window().id();
-  request.xselectionrequest.requestor = 0x7fffff;
-  request.xselectionrequest.selection = XA_PRIMARY;
-  request.xselectionrequest.target = XA_STRING;
-  tx::TXEventHandler::dispatch(request);
-  dispatchAll();
   EXPECT_FALSE(log_.has("", 0)) << log_.str();
+  window().setSelectionText(std::string(4194200, 'x'), time);
+  EXPECT_EQ(ask("STRING", XA_CUT_BUFFER7), Items{XA_STRING});
+  window().setSelectionText(std::string(4194400, 'x'), time);
+  EXPECT_EQ(ask("STRING", XA_CUT_BUFFER7), Items{}) << "longer than a request can be";
+  EXPECT_TRUE(log_.has("Unable to offer 4194400 bytes of text", 0));
 }
 
 TEST_F(ClipboardTest, OursMeanwhile) {
   begin();
   // An answer of the former owner that arrives when the selection is ours is no news.
-  owner().answerText("UTF8_STRING", "former text");
-  owner().own("PRIMARY");
+  copy("UTF8_STRING", "former text");
   ASSERT_TRUE(waitFor([this] {
     dispatchAll();
     owner().pump();
@@ -330,7 +311,80 @@ TEST_F(ClipboardTest, OursMeanwhile) {
   owner().own("PRIMARY");
   window().setSelectionText("two", tx::getServerTime());
   dispatchAll();
-  EXPECT_EQ(tx::SelectionOwner::find(XA_PRIMARY) != nullptr, true);
+  EXPECT_TRUE(tx::SelectionOwner::find(XA_PRIMARY));
+}
+
+TEST_F(ClipboardTest, WhatWasThereBeforeIsNoNews) {
+  start("64x64x24");
+  for (const bool isTimed : {false, true}) {
+    copy("STRING", "old");
+    if (isTimed) owner().answerTimestamp(tx::getServerTime());
+    construct();
+    EXPECT_TRUE(pumpUntil([&] { return !owner().asked.empty(); }));
+    settle();
+    enable();
+    window().check();
+    settle();
+    EXPECT_EQ(texts_, Texts{}) << isTimed;
+    copy("STRING", "new");
+    EXPECT_EQ(nextText(), "new");
+  }
+}
+
+// Owners that copy faster than they are asked, and answer as they like: the last text arrives, and
+// none that nobody copied.
+TEST_F(ClipboardTest, CopiesThatOverlap) {
+  begin();
+  std::set<std::string> copied;
+  const auto copyAs = [&](FakeOwner& who, const std::string& what, const Texts& selections) {
+    who.answerText("UTF8_STRING", "5 € " + what);
+    who.answerText("STRING", "5 ? " + what);
+    for (const std::string& selection : selections) who.own(selection);
+    copied.insert("5 € " + what);
+  };
+  const auto pumpFor = [&](int ms) {
+    for (int i = 0; i < ms; ++i) {
+      pump();
+      clock_.advanceMs(1);
+    }
+  };
+  const auto arrives = [&](const std::string& what) {
+    EXPECT_TRUE(waitFor([&] {
+      pumpFor(1);
+      return !texts_.empty() && texts_.back() == "5 € " + what;
+    })) << what;
+    pumpFor(300);
+    for (const std::string& text : texts_)
+      EXPECT_EQ(copied.count(text), 1u) << what << ": " << text;
+    EXPECT_EQ(texts_.empty() ? "" : texts_.back(), "5 € " + what);
+    texts_.clear();
+  };
+  for (int i = 0; i < 300; ++i) {
+    const bool isDrag = i >= 200;
+    copyAs(owner(), std::to_string(i), isDrag ? Texts{"PRIMARY"} : Texts{"PRIMARY", "CLIPBOARD"});
+    pumpFor(isDrag ? 2 : i % 3);
+    if (i % 200 == 99) arrives(std::to_string(i));
+  }
+  // What is asked first is answered only after the selections have changed again, by the same owner
+  // or by another one; once or twice, in that order or the other.
+  for (int way = 0; way < 16; ++way) {
+    SCOPED_TRACE(way);
+    FakeOwner& second = way & 1 ? other() : owner();
+    const std::string name = std::to_string(way);
+    owner().isHolding = true;
+    copyAs(owner(), "slow " + name, {"PRIMARY", "CLIPBOARD"});
+    const auto isAsked = [&] { return pumpUntil([&] { return !owner().held.empty(); }); };
+    EXPECT_TRUE(isAsked());
+    if (way & 8) {
+      owner().answerHeld();
+      EXPECT_TRUE(isAsked()) << "for the text";
+    }
+    copyAs(second, "late " + name, {"CLIPBOARD", "PRIMARY"});
+    pumpFor(way & 4 ? 600 : 20);
+    owner().isHolding = false;
+    owner().answerHeld(way & 2, way & 4 ? 2 : 1);
+    arrives("late " + name);
+  }
 }
 
 // Pieces without an end, or owners that stop sending them, keep no property.
@@ -339,12 +393,9 @@ TEST_F(ClipboardTest, EndlessTransfersAreGivenUp) {
   for (const bool stops : {false, true}) {
     SCOPED_TRACE(stops);
     const Window before = window().id();
-    owner_.reset();
-    owner().answerText("UTF8_STRING", "");
-    owner().answer("UTF8_STRING",
-                   {Answer::kIncremental, "", 8, std::string(stops ? 8000000 : 80000000, 'x'), {}});
+    const std::string text(stops ? 8000000 : 80000000, 'x');
+    copy("UTF8_STRING", "", "CLIPBOARD").answer("UTF8_STRING", {Answer::kIncremental, "", 8, text});
     owner().maxPieces = stops ? 1 : 1 << 30;
-    owner().own("CLIPBOARD");
     owner().pieceSize = 4000000;
     EXPECT_EQ(nextText(), "");
     EXPECT_TRUE(pumpUntil([this] { return owner().piecesTaken > 0; }));
@@ -353,8 +404,7 @@ TEST_F(ClipboardTest, EndlessTransfersAreGivenUp) {
     EXPECT_TRUE(pumpUntil([&] { return window().id() != before; }));
     EXPECT_LE(owner().piecesTaken, 17);
     settle();
-    other().answerText("UTF8_STRING", stops ? "after it" : "after them");
-    other().own("CLIPBOARD");
+    copy("UTF8_STRING", stops ? "after it" : "after them");
     EXPECT_EQ(nextText(), stops ? "after it" : "after them");
   }
 }
@@ -362,9 +412,7 @@ TEST_F(ClipboardTest, EndlessTransfersAreGivenUp) {
 TEST_F(ClipboardTest, AnswersAreReadAsWhatTheyAre) {
   begin();
   // An owner whose UTF-8 is Latin-1, and the other way round.
-  owner().answerText("UTF8_STRING", "");
-  owner().answer("UTF8_STRING", {Answer::kProperty, "STRING", 8, "caf\xe9", {}});
-  owner().own("PRIMARY");
+  copy("UTF8_STRING", "").answer("UTF8_STRING", {Answer::kProperty, "STRING", 8, "caf\xe9"});
   EXPECT_EQ(nextText(), "café");
   owner().answer("TARGETS", {});
   owner().answer("STRING", {Answer::kProperty, "UTF8_STRING", 8, "naïve", {}});

@@ -15,12 +15,8 @@
 
 namespace {
 
-// What the tests make of single Xlib calls, to see how the toolkit takes servers that are not at
-// hand.
-struct Interpose {
-  bool noShmPixmaps = false;  // XShmQueryVersion: no shared pixmaps
-  bool badAttach = false;     // XShmAttach: a segment that the server cannot attach
-} interpose;
+// Servers that are not at hand: without shared pixmaps, and such as cannot attach a segment.
+bool noShmPixmaps, badAttach;
 
 template <typename Function>
 Function* next(const char* name) {
@@ -33,17 +29,17 @@ Function* next(const char* name) {
 extern "C" {
 
 Bool XShmQueryVersion(Display* display, int* major, int* minor, Bool* pixmaps) {
-  const Bool result =
-      next<decltype(XShmQueryVersion)>("XShmQueryVersion")(display, major, minor, pixmaps);
-  if (interpose.noShmPixmaps) *pixmaps = False;
+  const auto query = next<decltype(XShmQueryVersion)>("XShmQueryVersion");
+  const Bool result = query(display, major, minor, pixmaps);
+  if (noShmPixmaps) *pixmaps = False;
   return result;
 }
 
 Bool XShmAttach(Display* display, XShmSegmentInfo* info) {
-  const int id = info->shmid;
-  if (interpose.badAttach) info->shmid = -1;
-  const Bool result = next<decltype(XShmAttach)>("XShmAttach")(display, info);
-  info->shmid = id;
+  XShmSegmentInfo sent = *info;
+  if (badAttach) sent.shmid = -1;
+  const Bool result = next<decltype(XShmAttach)>("XShmAttach")(display, &sent);
+  info->shmseg = sent.shmseg;
   return result;
 }
 
@@ -59,14 +55,14 @@ constexpr Mode kModes[] = {Mode::kSharedPixmap, Mode::kSharedImage, Mode::kPlain
 
 class PixelBufferX11Test : public TXFixture {
  protected:
-  // Whether the buffer holds what the screen shows, with the first difference.
+  PixelBufferX11Test() { noShmPixmaps = badAttach = false; }
+  // Whether the buffer holds what the screen shows.
   testing::AssertionResult isShown(tx::PixelBufferX11& buffer, const Rect& r) {
-    const tx::XOwnImage image(XGetImage(client(), root(), r.tl.x, r.tl.y,
-                                        static_cast<unsigned>(r.width()),
-                                        static_cast<unsigned>(r.height()), AllPlanes, ZPixmap));
+    const tx::XOwnImage image(XGetImage(client(), root(), 0, 0, static_cast<unsigned>(whole().br.x),
+                                        static_cast<unsigned>(whole().br.y), AllPlanes, ZPixmap));
     for (int y = r.tl.y; y < r.br.y; ++y) {
       for (int x = r.tl.x; x < r.br.x; ++x) {
-        if (buffer.getPixel(x, y) != XGetPixel(image.get(), x - r.tl.x, y - r.tl.y)) {
+        if (buffer.getPixel(x, y) != XGetPixel(image.get(), x, y)) {
           return testing::AssertionFailure() << "different at " << x << "," << y;
         }
       }
@@ -84,14 +80,10 @@ class PixelBufferX11Test : public TXFixture {
     XSync(client(), False);
   }
 
-  void TearDown() override {
-    interpose = Interpose();
-    TXFixture::TearDown();
-  }
   Window root() const { return DefaultRootWindow(client()); }
   Rect whole() const { return {0, 0, DisplayWidth(client(), 0), DisplayHeight(client(), 0)}; }
   void useMode(Mode mode) {
-    interpose.noShmPixmaps = mode == Mode::kSharedImage;
+    noShmPixmaps = mode == Mode::kSharedImage;
     setParam("_UseXShm", mode == Mode::kPlainImage ? "0" : "1");
   }
 };
@@ -107,7 +99,6 @@ TEST_F(PixelBufferX11Test, SharedImagesShowEveryPixel) {
     ASSERT_EQ(buffer.mode(), Mode::kSharedImage) << log_.str();
     buffer.grabRegion(whole());
     EXPECT_TRUE(isShown(buffer, whole()));
-
     // A part of the screen, with regions that stick out of it.
     const Rect part(11, 7, whole().br.x - 5, whole().br.y - 3);
     tx::PixelBufferX11 offset(root(), nullptr, part);
@@ -165,7 +156,7 @@ TEST_F(PixelBufferX11Test, AShrunkenDrawableIsIgnoredAndAVanishedOneReported) {
 TEST_F(PixelBufferX11Test, FallsBackToPlainImagesWhenTheServerCannotAttach) {
   start();
   draw();
-  interpose.badAttach = true;
+  badAttach = true;
   tx::PixelBufferX11 buffer(root(), nullptr);
   buffer.grabRegion(whole());
   EXPECT_TRUE(isShown(buffer, whole()));

@@ -43,12 +43,12 @@ class FailingScreen final : public svr::RandrScreen {
   std::optional<Grab> grab_;
 };
 
-class DisplayModeX11Test : public TXFixture, public svr::DisplayMode::Callback {
+class DisplayModeTest : public TXFixture, public svr::DisplayMode::Callback {
   void displayModesChanged() override {}
 };
 
 // Whichever request fails, no monitor stays dark, and the server is not left grabbed.
-TEST_F(DisplayModeX11Test, SurvivesEveryFailure) {
+TEST_F(DisplayModeTest, SurvivesEveryFailure) {
   use(support::XServer::dummy({{1024, 768, 0, 0}, {800, 600, 1024, 0}}));
   auto owned = std::make_unique<FailingScreen>();
   FailingScreen& screen = *owned;
@@ -69,8 +69,7 @@ TEST_F(DisplayModeX11Test, SurvivesEveryFailure) {
     const svr::RandrScreen::State after = screen.read(svr::RandrScreen::Extent::kAll);
     if (log_.has("Unable to set display mode to 1601x900", 0, "Randr")) {
       ++refused;
-      EXPECT_TRUE(after.crtcs == before.crtcs);
-      EXPECT_EQ(after.size.str(), "910x700");
+      EXPECT_TRUE(after.crtcs == before.crtcs && after.size == before.size);
       EXPECT_EQ(after.modes.size(), before.modes.size());
     } else {
       EXPECT_EQ(after.size.str(), "1601x900");

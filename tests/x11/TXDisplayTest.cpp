@@ -10,10 +10,7 @@
 #include "support/ActionTimer.h"
 #include "support/Environment.h"
 #include "tx/EventPatience.h"
-#include "tx/PixelBufferX11.h"
 #include "tx/RootEventMask.h"
-#include "tx/ServerTime.h"
-#include "tx/TXWindow.h"
 #include "ui/AppLoopImpl.h"
 
 namespace {
@@ -35,36 +32,6 @@ TEST_F(TXDisplayTest, OpensWithWhatIsAskedFor) {
   // Synchronous: the error is here before anything waits.
   XMapWindow(display(), 0x7fffff);
   EXPECT_TRUE(log_.has("BadWindow", 0, "ErrorCatcher"));
-}
-
-// Answers each change of a property with two others, which stay in Xlib's queue where no descriptor
-// shows them.
-struct Answerer : tx::TXEventHandler {
-  Answerer() { send(); }
-  void handleEvent(const XEvent& event) override {
-    if (event.type == PropertyNotify) send();
-  }
-  void send() {
-    for (int i = 0; i < 2; ++i) {
-      XChangeProperty(tx::TXDisplay::display(), tx::TXDisplay::root(), XA_CUT_BUFFER7, XA_STRING, 8,
-                      PropModeReplace, nullptr, 0);
-    }
-    XSync(tx::TXDisplay::display(), False);
-    ++count;
-  }
-  const tx::RootEventMask mask{PropertyChangeMask};
-  int count = 0;
-};
-
-TEST_F(TXDisplayTest, AFloodOfEventsIsHandledAndLeavesTheLoopItsTurns) {
-  start();
-  closeDisplay();
-  os::AppLoop loop(std::make_unique<ui::AppLoopImpl>(true, server().display().c_str()));
-  Answerer flood;
-  support::ActionTimer stop([] { os::AppLoop::quit(3); });
-  stop.timer.start(300);
-  EXPECT_EQ(loop.run(), 3);
-  EXPECT_GT(flood.count, 5);
 }
 
 // Events that may wait wake nobody, and are handled when they may not any more.
@@ -95,20 +62,6 @@ TEST_F(TXDisplayTest, SleepsThroughEventsThatCanWait) {
   enough.timer.start(300);
   EXPECT_EQ(loop.run(), 3);
   EXPECT_FALSE(patient.isPatient) << "it was woken";
-}
-
-TEST_F(TXDisplayTest, LosesItsServerInTheMiddleOfWork) {
-  start();
-  tx::PixelBufferX11 buffer(tx::TXDisplay::root(), nullptr);
-  tx::RootEventMask mask(PropertyChangeMask);
-  killServer();
-  buffer.grabRegion(buffer.getRect());
-  EXPECT_TRUE(tx::TXDisplay::isLost());
-  EXPECT_FALSE(tx::TXDisplay::isOpen());
-  // What is still called on the way out.
-  buffer.grabRegion(buffer.getRect());
-  mask.set(0);
-  EXPECT_EQ(tx::getServerTime(), 0u);
 }
 
 }  // namespace

@@ -2,14 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "io/FdSelectManager.h"
-#include "plat/config/Configuration.h"
 #include "support/LogCapture.h"
+#include "support/ParameterValue.h"
 #include "support/XServer.h"
 #include "tx/TXDisplay.h"
 #include "tx/TXEventHandler.h"
@@ -26,24 +27,16 @@ class TXFixture : public testing::Test {
     display_.emplace(server_->display().c_str());
     client_ = server_->connect();
   }
+  bool isStarted() const { return server_ != nullptr; }
   void closeDisplay() { display_.reset(); }
   void stop() {
     client_.reset();
     display_.reset();
     server_.reset();
   }
-  void TearDown() override {
-    stop();
-    for (const std::string& name : changed_) {
-      plat::Configuration::global().findParam(name)->unsetParam(plat::kPriorityPreference, true);
-    }
-  }
+  void TearDown() override { stop(); }
 
-  void setParam(const std::string& name, const std::string& value) {
-    ASSERT_TRUE(
-        plat::Configuration::global().setParam(name, value.c_str(), plat::kPriorityPreference));
-    changed_.push_back(name);
-  }
+  void setParam(const char* name, const char* value) { parameters_.emplace_back(name, value); }
 
   // Dispatches all events that the server has sent so far.
   static void dispatchAll() {
@@ -55,9 +48,6 @@ class TXFixture : public testing::Test {
     }
   }
 
-  // The server is gone from one moment to the next.
-  void killServer() { server_->stop(true); }
-
   static Display* display() { return tx::TXDisplay::display(); }
   // The other client.
   Display* client() const { return client_.get(); }
@@ -66,8 +56,8 @@ class TXFixture : public testing::Test {
   support::LogCapture log_;
 
  private:
+  std::list<support::ParameterValue> parameters_;
   std::unique_ptr<support::XServer> server_;
   std::optional<tx::TXDisplay> display_;
   support::XConnection client_;
-  std::vector<std::string> changed_;
 };

@@ -3,16 +3,16 @@
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 
+#include <algorithm>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "plat/Utf8.h"
 #include "support/XServer.h"
 
-// A client that owns selections and answers for them as told, right or wrong. Runs on a connection
-// of its own, whenever pump() is called.
+// A client that owns selections and answers for them as told, right or wrong, in pump().
 class FakeOwner {
  public:
   struct Answer {
@@ -41,39 +41,30 @@ class FakeOwner {
     }
     answer(target, {Answer::kProperty, target, 8, text, {}});
   }
-  // As most programs do: any text as UTF-8, and as much of it as possible as Latin-1.
-  void answerBoth(const std::string& utf8) {
-    answerText("UTF8_STRING", utf8);
-    answerText("STRING", plat::utf8ToLatin1(utf8));
-  }
   void own(const std::string& selection) {
     XSetSelectionOwner(display, atom(selection), window, CurrentTime);
     XSync(display, False);
   }
   Atom atom(const std::string& name) const { return XInternAtom(display, name.c_str(), False); }
-
   void pump() {
     while (XPending(display) > 0) {
       XEvent event;
       XNextEvent(display, &event);
       if (event.type == SelectionRequest) {
-        if (isHolding) {
-          held.push_back(event.xselectionrequest);
-        } else {
-          serve(event.xselectionrequest);
-        }
+        held.push_back(event.xselectionrequest);
+        if (!isHolding) answerHeld();
       }
       if (event.type != PropertyNotify || event.xproperty.state != PropertyDelete) continue;
       if (event.xproperty.window == requestor_ && event.xproperty.atom == property_) sendPiece();
     }
     XSync(display, False);
   }
-  // Answers what has been held back, in the reverse order if asked for, each that many times.
+  // Answers what has been held back, each that many times.
   void answerHeld(bool reverse = false, int times = 1) {
-    const std::vector<XSelectionRequestEvent> requests = std::exchange(held, {});
-    for (size_t i = 0; i < requests.size() * static_cast<size_t>(times); ++i) {
-      const size_t at = i / static_cast<size_t>(times);
-      serve(requests[reverse ? requests.size() - 1 - at : at]);
+    std::vector<XSelectionRequestEvent> requests = std::exchange(held, {});
+    if (reverse) std::reverse(requests.begin(), requests.end());
+    for (const XSelectionRequestEvent& request : requests) {
+      for (int i = 0; i < times; ++i) serve(request);
     }
     XSync(display, False);
   }
@@ -95,8 +86,7 @@ class FakeOwner {
   const Window window;
   // Targets asked for, in order, as "SELECTION:TARGET ".
   std::string asked;
-  // Pieces of incremental transfers that the requestor has taken, counting the empty one at the
-  // end. Pieces go out while this allows it.
+  // Pieces that the requestor has taken, counting the empty one at the end.
   int piecesTaken = 0;
   int maxPieces = 1 << 30;
   size_t pieceSize = 100000;
@@ -106,19 +96,17 @@ class FakeOwner {
 
  private:
   std::string name(Atom named) const {
-    char* const text = XGetAtomName(display, named);
-    const std::string copy = text;
-    XFree(text);
-    return copy;
+    const std::unique_ptr<char, int (*)(void*)> text(XGetAtomName(display, named), XFree);
+    return text.get();
   }
   void put(Window requestor, Atom property, const Answer& answer) {
     const bool wide = answer.format == 32;
     const size_t count =
         wide ? answer.items.size() : answer.data.size() / static_cast<size_t>(answer.format / 8);
+    const void* const data = wide ? static_cast<const void*>(answer.items.data())
+                                  : static_cast<const void*>(answer.data.data());
     XChangeProperty(display, requestor, property, atom(answer.type), answer.format, PropModeReplace,
-                    wide ? reinterpret_cast<const unsigned char*>(answer.items.data())
-                         : reinterpret_cast<const unsigned char*>(answer.data.data()),
-                    static_cast<int>(count));
+                    static_cast<const unsigned char*>(data), static_cast<int>(count));
   }
   void serve(const XSelectionRequestEvent& request) {
     const std::string target = name(request.target);
