@@ -133,8 +133,9 @@ TEST_F(ClipboardTest, FetchesWhatOwnersOffer) {
     EXPECT_EQ(count, 0);
   }
   // Answers that are none.
-  for (const Answer& answer : {Answer{}, Answer{Answer::kProperty, "STRING", 16, "1234", {}},
-                               Answer{Answer::kProperty, "STRING", 32, "", {1, 2}}}) {
+  for (const Answer& answer :
+       {Answer{}, Answer{Answer::kElsewhere}, Answer{Answer::kProperty, "STRING", 16, "1234", {}},
+        Answer{Answer::kProperty, "STRING", 32, "", {1, 2}}}) {
     copy("STRING", "").answer("STRING", answer);
     EXPECT_EQ(nextDone(), "nothing ");
   }

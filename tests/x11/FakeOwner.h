@@ -17,7 +17,7 @@ class FakeOwner {
  public:
   struct Answer {
     // kNothing: said to be there, but is not.
-    enum Kind { kProperty, kNothing, kRefuse, kSilence, kIncremental };
+    enum Kind { kProperty, kNothing, kRefuse, kElsewhere, kSilence, kIncremental };
     Kind kind = kRefuse;
     std::string type = "STRING";
     int format = 8;
@@ -129,6 +129,7 @@ class FakeOwner {
     }
     if (answer.kind == Answer::kProperty) put(request.requestor, request.property, answer);
     if (answer.kind != Answer::kRefuse) reply.xselection.property = request.property;
+    if (answer.kind == Answer::kElsewhere) reply.xselection.property = XA_CUT_BUFFER7;
     XSendEvent(display, request.requestor, False, NoEventMask, &reply);
   }
 
