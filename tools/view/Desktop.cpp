@@ -23,6 +23,8 @@ constexpr std::chrono::seconds kStatisticsPeriod{1};
 // How long the pointer's place is known to the page that has moved it.
 constexpr int64_t kOwnMotionMs = 500;
 constexpr uint16_t kGoingAway = 1001;
+// The agent tells from here on how it finds changes.
+constexpr int kFactLevel = 30;
 
 const char* nameOf(Desktop::State state) {
   switch (state) {
@@ -119,8 +121,8 @@ void Desktop::startAgent() {
     return;
   }
   lost_ = false;
-  agent_->start();
   logLevelsChanged();
+  agent_->start();
 }
 
 void Desktop::dropAgent() {
@@ -133,6 +135,7 @@ void Desktop::dropAgent() {
   requested_ = false;
   lost_ = false;
   captureBroken_ = false;
+  polls_ = false;
 }
 
 void Desktop::tryAgain(std::function<void()> what) {
@@ -292,11 +295,10 @@ void Desktop::selectMonitors(Viewer& viewer, const std::string& numbers) {
 }
 
 void Desktop::logLevelsChanged() {
-  int level = -1;
+  if (!agent_ || !agent_->isConnected()) return;
+  int level = kFactLevel;
   for (const Viewer* viewer : viewers_) level = std::max(level, viewer->logLevel());
-  if (agent_ && agent_->isConnected() && level >= 0) {
-    agent_->setLogLevel(static_cast<uint32_t>(level));
-  }
+  agent_->setLogLevel(static_cast<uint32_t>(level));
 }
 
 void Desktop::framebufferChanged(const ruvohost::Framebuffer& framebuffer) {
@@ -350,7 +352,8 @@ void Desktop::updated(const ruvohost::Update& update) {
     statistics_.async_wait([this](error_code error) {
       if (error) return;
       statisticsSet_ = false;
-      for (Viewer* viewer : viewers_) viewer->tellStatistics(captureBroken_ ? "polling" : "damage");
+      const char* const mode = polls_ || captureBroken_ ? "polling" : "damage";
+      for (Viewer* viewer : viewers_) viewer->tellStatistics(mode);
     });
   }
 }
@@ -425,9 +428,7 @@ void Desktop::captureBroken(bool broken) {
 }
 
 json Desktop::modesMessage() const {
-  json current = json::array();
-  if (frame_) current = {frame_->width(), frame_->height()};
-  return {{"t", "modes"}, {"modes", sizes_.offered()}, {"current", current}};
+  return {{"t", "modes"}, {"modes", sizes_.offered()}};
 }
 
 void Desktop::displaySizesSupported(bool supported) {
@@ -458,6 +459,8 @@ void Desktop::refused(const ruvohost::Refusal& refusal) {
 }
 
 void Desktop::logged(const ruvohost::LogLine& line) {
+  if (line.text == "Using polling") polls_ = true;
+  if (line.text == "Using damage extension") polls_ = false;
   for (Viewer* viewer : viewers_) {
     if (static_cast<int64_t>(line.level) > viewer->logLevel()) continue;
     viewer->tell(

@@ -109,7 +109,7 @@ class Desktop : public ruvohost::Listener, public Viewer::Callback {
   ruvohost::Cursor cursor_;
   ruvohost::Monitors monitors_;
   DisplaySizes sizes_;
-  bool captureBroken_ = false;
+  bool captureBroken_ = false, polls_ = false;
   std::string text_;
   const Viewer* pointing_ = nullptr;
   int64_t pointedMs_ = 0;
