@@ -1,7 +1,6 @@
 """What is on the desktop is on the page, and what is done on the page is done there."""
 
 import os
-import random
 import re
 import statistics
 import struct
@@ -9,6 +8,7 @@ import time
 import unittest
 
 import stage
+from PIL import Image
 from stage import until
 
 TEXT = "Grüße, 5 € an łódź, Жук & λ {x}[~@|\\]"
@@ -26,20 +26,13 @@ while True:
 
 
 def picture(width, height):
-    """A file for xwud: shades, noise and edges."""
-    chance = random.Random(1)
-    pixels = bytearray()
-    for y in range(height):
-        for x in range(width):
-            if y < height // 3:
-                pixels += bytes([x & 255, y & 255, x + y & 255, 0])
-            elif y < 2 * height // 3:
-                pixels += chance.randbytes(3) + b"\0"
-            else:
-                pixels += b"\xff\x30\x10\0" if (x // 3 + y // 5) % 2 else b"\0\0\0\0"
+    """A file for xwud, of shades and noise."""
+    size = (256, 256)
+    colours = [Image.linear_gradient("L"), Image.radial_gradient("L"), Image.effect_noise(size, 64),
+               Image.new("L", size)]
     header = struct.pack(">25I", 101, 7, 2, 24, width, height, 0, 0, 32, 0, 32, 32, 4 * width, 4,
                          0xff0000, 0xff00, 0xff, 8, 256, 0, width, height, 0, 0, 0)
-    return header + b"\0" + bytes(pixels)
+    return header + b"\0" + Image.merge("RGBX", colours).resize((width, height)).tobytes()
 
 
 class Desktop(unittest.TestCase):
@@ -54,6 +47,19 @@ class Desktop(unittest.TestCase):
         self.screen.programs.start(
             ["xterm", "-u8", "-fa", "DejaVu Sans Mono", "-fs", "10", "-e", *command])
         until(lambda: self.screen.active_window() not in ("", before), "the terminal")
+
+    def start_reader(self):
+        """A terminal, and what gives the line that was typed there."""
+        path = os.path.join(self.setting.directory, "typed")
+        self.xterm("sh", "-c", f'read -r line; echo "$line" > {path}.new; mv {path}.new {path}; sleep 1000')
+
+        def typed():
+            if os.path.exists(path):
+                with open(path) as file:
+                    return file.read()
+            return None
+
+        return typed
 
     def play_film(self):
         path = os.path.join(self.setting.directory, "film.py")
@@ -99,14 +105,11 @@ class Desktop(unittest.TestCase):
         self.assert_same_picture(page)
 
     def test_typing(self):
-        typed = os.path.join(self.setting.directory, "typed")
-        self.xterm("sh", "-c", f'read -r line; echo "$line" > {typed}; sleep 1000')
+        typed = self.start_reader()
         page = self.setting.page().wait_for_picture()
         page.click(400, 300)
         page.type(TEXT + "\n")
-        until(lambda: os.path.exists(typed) and os.path.getsize(typed), "the text")
-        with open(typed) as file:
-            self.assertEqual(file.read(), TEXT + "\n")
+        self.assertEqual(until(typed, "the text"), TEXT + "\n")
         self.assertEqual(self.screen.pressed_keys(), [])
         # A key that is held when the page goes is held by nobody.
         page.key("a", "KeyA", "a", kinds=["keyDown"])
@@ -267,16 +270,14 @@ class Desktop(unittest.TestCase):
         self.assert_same_picture(stalled)
 
     def test_a_full_line_gives_fewer_updates_and_none_that_are_old(self):
-        page = self.setting.page().wait_for_picture()
-        page.cdp("Network.enable")
-        page.cdp("Network.emulateNetworkConditions", offline=False, latency=0,
-                 downloadThroughput=1 << 20, uploadThroughput=-1)
-        self.play_film()
-        until(lambda: page.run("return drawn.length") > 25, "updates")
-        drawn = page.run("return drawn")
-        self.stop_film()
-        self.assert_same_picture(page)
-        print(drawn)
+        view = self.setting.view
+        with stage.slow_line(view.port, 1 << 20) as line:
+            page = self.setting.page(view.address.replace(view.origin, line)).wait_for_picture()
+            self.play_film()
+            until(lambda: page.run("return drawn.length") > 25, "updates")
+            drawn = page.run("return drawn")
+            self.stop_film()
+            self.assert_same_picture(page)
         delay = min(when - clock for when, clock in drawn)
         ages = [when - clock - delay for when, clock in drawn[-15:]]
         between = [after[0] - before[0] for before, after in zip(drawn[-15:], drawn[-14:])]
@@ -284,8 +285,7 @@ class Desktop(unittest.TestCase):
 
     def test_typing_on_a_real_keyboard(self):
         """The whole way: another screen with a keyboard, the browser there, the terminal here."""
-        typed = os.path.join(self.setting.directory, "typed")
-        self.xterm("sh", "-c", f'read -r line; echo "$line" > {typed}; sleep 1000')
+        typed = self.start_reader()
         with open(os.path.join(self.setting.directory, "keyboard.log"), "wb") as log:
             keyboard = stage.desktop.Desktop(os.path.join(self.setting.directory), log)
             self.addCleanup(keyboard.close)
@@ -301,9 +301,7 @@ class Desktop(unittest.TestCase):
             keyboard.run("xdotool", *"key 34 key 29 keydown 108 key 26 key 24 keyup 108 key 21 key 26 "
                          "key 49 key 32 key 49 key 53 keydown 50 key 21 keyup 50 key 38 key 135 "
                          "key 32 key 26 key 36".split())
-            until(lambda: os.path.exists(typed) and os.path.getsize(typed), "the text")
-            with open(typed) as file:
-                self.assertEqual(file.read(), "üz€@éô^xàœ\n")
+            self.assertEqual(until(typed, "the text"), "üz€@éô^xàœ\n")
             self.assertEqual(self.screen.pressed_keys(), [])
 
 

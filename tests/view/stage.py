@@ -7,9 +7,11 @@ import http.server
 import io
 import os
 import shutil
+import socket
 import sys
 import tempfile
 import threading
+import time
 
 sys.dont_write_bytecode = True
 import program
@@ -223,9 +225,47 @@ def wait_for_same_picture(page, screen):
 
 
 @contextlib.contextmanager
+def slow_line(port, rate):
+    """The address of a line to a port of this machine that takes RATE bytes a second from there."""
+    listener = socket.create_server(("127.0.0.1", 0))
+    ends = []
+
+    def pump(source, target, pause):
+        with contextlib.suppress(OSError):
+            while data := source.recv(16384):
+                time.sleep(len(data) * pause)
+                target.sendall(data)
+        for end in (source, target):
+            with contextlib.suppress(OSError):
+                end.shutdown(socket.SHUT_RDWR)
+
+    def accept():
+        with contextlib.suppress(OSError):
+            while True:
+                near = listener.accept()[0]
+                far = socket.create_connection(("127.0.0.1", port))
+                far.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
+                ends.extend((near, far))
+                threading.Thread(target=pump, args=(near, far, 0), daemon=True).start()
+                threading.Thread(target=pump, args=(far, near, 1 / rate), daemon=True).start()
+
+    threading.Thread(target=accept, daemon=True).start()
+    try:
+        yield "http://127.0.0.1:%d" % listener.getsockname()[1]
+    finally:
+        listener.close()
+        for end in ends:
+            end.close()
+
+
+@contextlib.contextmanager
 def web_server(directory):
     """The address of pages of somebody else on this machine."""
-    handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=directory)
+    class Handler(http.server.SimpleHTTPRequestHandler):
+        def log_message(self, *_):
+            pass
+
+    handler = functools.partial(Handler, directory=directory)
     with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
         threading.Thread(target=server.serve_forever).start()
         try:
