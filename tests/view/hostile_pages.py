@@ -180,6 +180,9 @@ class Wire(Case):
 
                 await draw(says(t="state", state=state))
                 await draw(says(t="stats", mode=mode))
+                # The agent's first lines, for a page that came later.
+                await socket.send_json({"t": "logLevel", "level": 30})
+                await draw(says(t="log", text=f"Using {last}" + " extension" * (last == "damage")))
                 await draw(says(t="state", state="live") if agent != AGENT else bool)
                 await draw(says(t="stats", mode=last))
 
@@ -287,6 +290,11 @@ class Pixels(Case):
         display = self.enterContext(ruvo.xvfb("800x600x24"))
         view = self.enterContext(View("--display", display))
         client = await self.enter(view)
+        # What is drawn while the agent starts is another matter.
+        first = await client.desktop()
+        await first.send_json({"t": "logLevel", "level": 30})
+        await until(first, says(t="log", text="Using damage extension"))
+        await first.close()
         drawn = asyncio.create_task(asyncio.to_thread(draw, display))
 
         async def watch(seconds):

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <nlohmann/json.hpp>
 
 #include "Clock.h"
@@ -25,6 +26,8 @@ constexpr int64_t kOwnMotionMs = 500;
 constexpr uint16_t kGoingAway = 1001;
 // The agent tells from here on how it finds changes.
 constexpr int kFactLevel = 30;
+// For pages that come later.
+constexpr size_t kKeptLines = 100;
 
 const char* nameOf(Desktop::State state) {
   switch (state) {
@@ -294,6 +297,10 @@ void Desktop::selectMonitors(Viewer& viewer, const std::string& numbers) {
   if (isLive()) agent_->selectMonitors(numbers, answerFor(viewer, "monitors"));
 }
 
+void Desktop::tellLines(Viewer& viewer) {
+  for (const json& line : lines_) viewer.tellLine(line);
+}
+
 void Desktop::logLevelsChanged() {
   if (!agent_ || !agent_->isConnected()) return;
   int level = kFactLevel;
@@ -461,11 +468,16 @@ void Desktop::refused(const ruvohost::Refusal& refusal) {
 void Desktop::logged(const ruvohost::LogLine& line) {
   if (line.text == "Using polling") polls_ = true;
   if (line.text == "Using damage extension") polls_ = false;
-  for (Viewer* viewer : viewers_) {
-    if (static_cast<int64_t>(line.level) > viewer->logLevel()) continue;
-    viewer->tell(
-        {{"t", "log"}, {"level", line.level}, {"source", line.source}, {"text", line.text}}, false);
-  }
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const json message{{"t", "log"},
+                     {"level", line.level},
+                     {"source", line.source},
+                     {"text", line.text},
+                     {"time", std::chrono::floor<std::chrono::milliseconds>(now).count()}};
+  for (Viewer* viewer : viewers_) viewer->tellLine(message);
+  if (line.level > kFactLevel) return;
+  lines_.push_back(message);
+  if (lines_.size() > kKeptLines) lines_.pop_front();
 }
 
 void Desktop::disconnected() {
