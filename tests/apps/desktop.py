@@ -80,9 +80,10 @@ class Desktop:
         configuration = os.path.join(directory, "openbox.xml")
         with open(configuration, "w") as file:
             file.write(OPENBOX)
-        self.programs.start(["openbox", "--sm-disable", "--config-file", configuration])
-        self.until(lambda: b"window id" in self.run("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"),
-                   "the window manager")
+        # It runs this when it has started: a window that comes before gets no focus.
+        self.programs.start(["openbox", "--sm-disable", "--config-file", configuration, "--startup",
+                             "xprop -root -f _STARTED 8s -set _STARTED yes"])
+        self.until(lambda: b"yes" in self.run("xprop", "-root", "_STARTED"), "the window manager")
 
     def run(self, *arguments, data=None, seconds=20):
         """What a program prints; nothing when it fails or takes too long."""

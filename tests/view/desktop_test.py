@@ -1,7 +1,6 @@
 """What is on the desktop is on the page, and what is done on the page is done there."""
 
 import os
-import random
 import re
 import statistics
 import struct
@@ -9,6 +8,7 @@ import time
 import unittest
 
 import stage
+from PIL import Image
 from stage import until
 
 TEXT = "Grüße, 5 € an łódź, Жук & λ {x}[~@|\\]"
@@ -26,20 +26,13 @@ while True:
 
 
 def picture(width, height):
-    """A file for xwud: shades, noise and edges."""
-    chance = random.Random(1)
-    pixels = bytearray()
-    for y in range(height):
-        for x in range(width):
-            if y < height // 3:
-                pixels += bytes([x & 255, y & 255, x + y & 255, 0])
-            elif y < 2 * height // 3:
-                pixels += chance.randbytes(3) + b"\0"
-            else:
-                pixels += b"\xff\x30\x10\0" if (x // 3 + y // 5) % 2 else b"\0\0\0\0"
+    """A file for xwud, of shades and noise."""
+    size = (256, 256)
+    colours = [Image.linear_gradient("L"), Image.radial_gradient("L"), Image.effect_noise(size, 64),
+               Image.new("L", size)]
     header = struct.pack(">25I", 101, 7, 2, 24, width, height, 0, 0, 32, 0, 32, 32, 4 * width, 4,
                          0xff0000, 0xff00, 0xff, 8, 256, 0, width, height, 0, 0, 0)
-    return header + b"\0" + bytes(pixels)
+    return header + b"\0" + Image.merge("RGBX", colours).resize((width, height)).tobytes()
 
 
 class Desktop(unittest.TestCase):
@@ -55,6 +48,19 @@ class Desktop(unittest.TestCase):
             ["xterm", "-u8", "-fa", "DejaVu Sans Mono", "-fs", "10", "-e", *command])
         until(lambda: self.screen.active_window() not in ("", before), "the terminal")
 
+    def start_reader(self):
+        """A terminal, and what gives the line that was typed there."""
+        path = os.path.join(self.setting.directory, "typed")
+        self.xterm("sh", "-c", f'read -r line; echo "$line" > {path}.new; mv {path}.new {path}; sleep 1000')
+
+        def typed():
+            if os.path.exists(path):
+                with open(path) as file:
+                    return file.read()
+            return None
+
+        return typed
+
     def play_film(self):
         path = os.path.join(self.setting.directory, "film.py")
         with open(path, "w") as file:
@@ -63,6 +69,22 @@ class Desktop(unittest.TestCase):
 
     def stop_film(self):
         self.screen.programs.stop(self.screen.programs.running[-1])
+
+    def start_witness(self, *kinds):
+        """A window; what the pointer did there (kind, x, y, state, button), and the buttons alone."""
+        path = os.path.join(self.setting.directory, "events")
+        with open(path, "wb") as file:
+            self.screen.programs.start(
+                ["xev", *(word for kind in kinds for word in ("-event", kind))], stdout=file)
+        until(self.screen.active_window, "the window")
+
+        def seen():
+            with open(path) as file:
+                return re.findall(r"(ButtonPress|ButtonRelease|MotionNotify)[^\n]*\n"
+                                  r"[^\n]*root:\((\d+),(\d+)\),\n"
+                                  r"\s+state (\w+),(?: button (\d+))?", file.read())
+
+        return seen, lambda: " ".join(kind[6] + button for kind, *_, button in seen() if button)
 
     def assert_same_picture(self, page):
         stage.wait_for_same_picture(page, self.screen)
@@ -83,14 +105,11 @@ class Desktop(unittest.TestCase):
         self.assert_same_picture(page)
 
     def test_typing(self):
-        typed = os.path.join(self.setting.directory, "typed")
-        self.xterm("sh", "-c", f'read -r line; echo "$line" > {typed}; sleep 1000')
+        typed = self.start_reader()
         page = self.setting.page().wait_for_picture()
         page.click(400, 300)
         page.type(TEXT + "\n")
-        until(lambda: os.path.exists(typed) and os.path.getsize(typed), "the text")
-        with open(typed) as file:
-            self.assertEqual(file.read(), TEXT + "\n")
+        self.assertEqual(until(typed, "the text"), TEXT + "\n")
         self.assertEqual(self.screen.pressed_keys(), [])
         # A key that is held when the page goes is held by nobody.
         page.key("a", "KeyA", "a", kinds=["keyDown"])
@@ -115,51 +134,29 @@ class Desktop(unittest.TestCase):
         self.assertEqual(kinds[:2], ["clipboard", "key"], "the text before the key that pastes it")
 
     def test_pointer_and_wheel(self):
-        events = os.path.join(self.setting.directory, "events")
-        with open(events, "wb") as file:
-            self.screen.programs.start(["xev", "-event", "button", "-event", "mouse"], stdout=file)
-        until(self.screen.active_window, "the window")
-
-        def seen():
-            with open(events) as file:
-                return re.findall(r"(ButtonPress|ButtonRelease|MotionNotify)[^\n]*\n"
-                                  r"[^\n]*root:\((\d+),(\d+)\),\n"
-                                  r"\s+state (\w+),(?: button (\d+))?", file.read())
-
-        def buttons():
-            return [kind[6] + button for kind, _, _, _, button in seen() if button]
-
+        seen, buttons = self.start_witness("button", "mouse")
         page = self.setting.page().wait_for_picture()
         page.click(300, 200)
         page.click(300, 200, "right")
         page.click(300, 200, "middle")
-        until(lambda: len(buttons()) >= 6, "the clicks")
-        self.assertEqual(buttons(), ["P1", "R1", "P3", "R3", "P2", "R2"])
+        clicks = "P1 R1 P3 R3 P2 R2"
+        until(lambda: buttons() == clicks, "the clicks")
         self.assertEqual(seen()[-1][1:3], ("300", "200"), "a click is where it was made")
         for x, y in ((0, 120), (0, -120), (120, 0), (-120, 0)):
             page.mouse("mouseWheel", 300, 200, deltaX=x, deltaY=y)
-        until(lambda: len(buttons()) >= 14, "the wheel")
-        self.assertEqual(buttons()[6:], ["P5", "R5", "P4", "R4", "P7", "R7", "P6", "R6"])
+        turns = "P5 R5 P4 R4 P7 R7 P6 R6"
+        until(lambda: buttons() == f"{clicks} {turns}", "the wheel")
         page.mouse("mousePressed", 100, 100, button="left", clickCount=1)
         for x in range(100, 700, 50):
             page.mouse("mouseMoved", x, 150, button="left", buttons=1)
         page.mouse("mouseReleased", 700, 150, button="left", clickCount=1)
-        until(lambda: buttons()[14:] == ["P1", "R1"], "the end of dragging")
+        until(lambda: buttons() == f"{clicks} {turns} P1 R1", "the end of dragging")
         dragged = [one for one in seen() if one[0] == "MotionNotify" and int(one[3], 16) & 0x100]
         self.assertGreater(len(dragged), 2)
         self.assertEqual(seen()[-1][1:3], ("700", "150"))
 
     def test_touch(self):
-        events = os.path.join(self.setting.directory, "events")
-        with open(events, "wb") as file:
-            self.screen.programs.start(["xev", "-event", "button"], stdout=file)
-        until(self.screen.active_window, "the window")
-
-        def buttons():
-            with open(events) as file:
-                return " ".join(kind[0] + button for kind, button in re.findall(
-                    r"Button(Press|Release)[^\n]*\n[^\n]*\n[^\n]* button (\d+)", file.read()))
-
+        buttons = self.start_witness("button")[1]
         page = self.setting.page().wait_for_picture()
         page.cdp("Emulation.setTouchEmulationEnabled", enabled=True, maxTouchPoints=2)
         # On a crowded machine half a second can pass between two of these events.
@@ -188,7 +185,7 @@ class Desktop(unittest.TestCase):
             touch("touchMove", (400, y), (500, y))
         touch("touchEnd")
         until(lambda: buttons().startswith("P1 R1 P3 R3 P1 R1 P4 R4 P4 R4"), "two that scroll")
-        scrolled = buttons()
+        page.forget_sent()
         width = "return document.getElementById('desktop').clientWidth"
         before = page.run(width)
         touch("touchStart", (400, 400))
@@ -197,7 +194,7 @@ class Desktop(unittest.TestCase):
             touch("touchMove", (400 - x, 400), (500 + x, 400))
         touch("touchEnd")
         self.assertGreater(page.run(width), 1.5 * before)
-        self.assertEqual(buttons(), scrolled)
+        self.assertEqual([one for one in page.sent("pointer") if one["buttons"]], [])
 
     def test_as_large_as_the_window(self):
         page = self.setting.page().wait_for_picture()
@@ -209,12 +206,12 @@ class Desktop(unittest.TestCase):
                     "return [offsetWidth, offsetHeight]")
             until(lambda: page.run("return [innerWidth, innerHeight]") == [width, height], "the window")
             wanted = page.run(size, "stage")
-            until(lambda: list(stage.screen_pixels(self.screen)[:2]) == wanted, f"{wanted}")
+            until(lambda: page.size() == wanted, f"{wanted}")
             self.assert_same_picture(page)
             self.assertEqual(page.run(size, "desktop"), wanted)
         page.run("const menu = document.getElementById('size'); menu.value = '1024 × 768';"
                  "menu.dispatchEvent(new Event('change'))")
-        until(lambda: page.canvas()[:2] == (1024, 768), "the size of the menu")
+        until(lambda: page.size() == [1024, 768], "the size of the menu")
         self.assertFalse(page.run("return document.getElementById('follow').checked"))
 
     def test_pages_that_follow_their_windows_come_to_rest(self):
@@ -225,7 +222,7 @@ class Desktop(unittest.TestCase):
             page.cdp("Emulation.setDeviceMetricsOverride", width=width, height=height,
                      deviceScaleFactor=1, mobile=False)
             page.run("const box = document.getElementById('follow'); box.checked || box.click()")
-            until(lambda: list(page.canvas()[:2]) == page.run(size), "the window's size")
+            until(lambda: page.size() == page.run(size), "the window's size")
 
         def asked(page):
             """Sizes, in time for many."""
@@ -273,10 +270,9 @@ class Desktop(unittest.TestCase):
         self.assert_same_picture(stalled)
 
     def test_a_full_line_gives_fewer_updates_and_none_that_are_old(self):
-        with stage.slow_line(self.setting.view.port, 1 << 20) as line:
-            view = self.setting.view
-            page = self.setting.page(view.address.replace(view.origin, line))
-            page.wait_for_picture()
+        view = self.setting.view
+        with stage.slow_line(view.port, 1 << 20) as line:
+            page = self.setting.page(view.address.replace(view.origin, line)).wait_for_picture()
             self.play_film()
             until(lambda: page.run("return drawn.length") > 25, "updates")
             drawn = page.run("return drawn")
@@ -289,8 +285,7 @@ class Desktop(unittest.TestCase):
 
     def test_typing_on_a_real_keyboard(self):
         """The whole way: another screen with a keyboard, the browser there, the terminal here."""
-        typed = os.path.join(self.setting.directory, "typed")
-        self.xterm("sh", "-c", f'read -r line; echo "$line" > {typed}; sleep 1000')
+        typed = self.start_reader()
         with open(os.path.join(self.setting.directory, "keyboard.log"), "wb") as log:
             keyboard = stage.desktop.Desktop(os.path.join(self.setting.directory), log)
             self.addCleanup(keyboard.close)
@@ -306,9 +301,7 @@ class Desktop(unittest.TestCase):
             keyboard.run("xdotool", *"key 34 key 29 keydown 108 key 26 key 24 keyup 108 key 21 key 26 "
                          "key 49 key 32 key 49 key 53 keydown 50 key 21 keyup 50 key 38 key 135 "
                          "key 32 key 26 key 36".split())
-            until(lambda: os.path.exists(typed) and os.path.getsize(typed), "the text")
-            with open(typed) as file:
-                self.assertEqual(file.read(), "üz€@éô^xàœ\n")
+            self.assertEqual(until(typed, "the text"), "üz€@éô^xàœ\n")
             self.assertEqual(self.screen.pressed_keys(), [])
 
 
@@ -335,11 +328,11 @@ class Monitors(unittest.TestCase):
 
         count = "return document.querySelectorAll('#monitors input').length"
         until(lambda: page.run(count) == 2, "two monitors")
-        self.assertEqual(page.canvas()[:2], (1824, 768))
+        self.assertEqual(page.size(), [1824, 768])
         choose(0)
-        until(lambda: page.canvas()[:2] == (800, 600), "the second monitor alone")
+        until(lambda: page.size() == [800, 600], "the second monitor alone")
         choose(0)
-        until(lambda: page.canvas()[:2] == (1824, 768), "both")
+        until(lambda: page.size() == [1824, 768], "both")
 
 
 def memory_of(pid):

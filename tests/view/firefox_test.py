@@ -1,7 +1,6 @@
 """The page in Firefox, driven by WebDriver's own protocol, since Debian has no driver for it."""
 
-import base64
-import json
+import asyncio
 import os
 import re
 import shutil
@@ -9,6 +8,8 @@ import subprocess
 import tempfile
 import unittest
 
+import aiohttp
+import program
 import stage
 
 PREFERENCES = """user_pref("browser.shell.checkDefaultBrowser", false);
@@ -27,9 +28,8 @@ class Firefox:
 
     async def command(self, method, **parameters):
         self.number += 1
-        await self.socket.send_message(json.dumps(
-            {"id": self.number, "method": method, "params": parameters}))
-        while (answer := json.loads(await self.socket.get_message())).get("id") != self.number:
+        await self.socket.send_json({"id": self.number, "method": method, "params": parameters})
+        while (answer := await self.socket.receive_json()).get("id") != self.number:
             pass
         if "error" in answer:
             raise RuntimeError(f"{method}: {answer['message']}")
@@ -41,10 +41,10 @@ class Firefox:
         await self.command("browsingContext.navigate", context=self.context, url=address,
                            wait="complete")
 
-    async def run(self, expression):
-        answer = await self.command("script.evaluate", expression=f"JSON.stringify({expression})",
+    async def run(self, script):
+        answer = await self.command("script.evaluate", expression=f"(() => {{{script}}})()",
                                     target={"context": self.context}, awaitPromise=True)
-        return json.loads(answer["result"].get("value", "null"))
+        return answer["result"].get("value")
 
     async def keys(self, text):
         actions = [{"type": kind, "value": key} for key in text for kind in ("keyDown", "keyUp")]
@@ -55,8 +55,6 @@ class Firefox:
 @unittest.skipUnless(shutil.which("firefox-esr"), "firefox-esr is not installed")
 class InFirefox(unittest.TestCase):
     def test_picture_and_typing(self):
-        import trio
-        import trio_websocket
         setting = stage.Setting()
         self.addCleanup(setting.close)
         typed = os.path.join(setting.directory, "typed")
@@ -80,29 +78,20 @@ class InFirefox(unittest.TestCase):
         else:
             self.fail("Firefox does not start")
 
-        async def until(browser, condition, what):
-            with trio.fail_after(30):
-                while not await browser.run(condition):
-                    await trio.sleep(0.02)
-
-        async def work():
-            async with trio_websocket.open_websocket_url(match[0] + "/session",
-                                                         max_message_size=1 << 26) as socket:
-                browser = Firefox(socket)
-                await browser.open(setting.view.address)
-                await until(browser, "document.body.dataset.state === 'live'", "the desktop")
-                with trio.fail_after(20):
-                    while True:
-                        canvas = await browser.run("(() => {" + stage.CANVAS + "})()")
-                        seen = (*canvas[:2], base64.b64decode(canvas[2]))
-                        if not stage.difference(seen, stage.screen_pixels(setting.screen)):
-                            break
-                await browser.run("document.getElementById('keys').focus()")
-                await browser.keys("Grüße, 5 €\ue007")  # and Enter
-                with trio.fail_after(20):
-                    while not os.path.exists(typed) or not os.path.getsize(typed):
-                        await trio.sleep(0.02)
-
-        trio.run(work)
+        asyncio.run(self.use(match[0], setting, typed))
         with open(typed) as file:
             self.assertEqual(file.read(), "Grüße, 5 €\n")
+
+    async def use(self, address, setting, typed):
+        async with asyncio.timeout(2 * program.WAIT), aiohttp.ClientSession() as http, \
+                http.ws_connect(address + "/session", max_msg_size=0) as socket:
+            browser = Firefox(socket)
+            await browser.open(setting.view.address)
+            while await browser.run("return document.body.dataset.state") != "live" or stage.difference(
+                    stage.picture(await browser.run(stage.CANVAS)),
+                    stage.screen_picture(setting.screen.display)):
+                await asyncio.sleep(0.02)
+            await browser.run("document.getElementById('keys').focus()")
+            await browser.keys("Grüße, 5 €\ue007")  # and Enter
+            while not os.path.exists(typed) or not os.path.getsize(typed):
+                await asyncio.sleep(0.02)

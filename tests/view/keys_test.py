@@ -4,9 +4,14 @@ import unittest
 
 import stage
 
+CTRL, ALT, SHIFT, META = ({name: True} for name in ("ctrlKey", "altKey", "shiftKey", "metaKey"))
+GRAPH = {"modifierAltGraph": True}
+BOTH = CTRL | ALT
 CONTROL = {"key": "Control", "code": "ControlLeft"}
 ALT_GR = {"key": "AltGraph", "code": "AltRight", "location": 2}
-ALT_RIGHT = {"key": "Alt", "code": "AltRight", "location": 2}
+ALT_RIGHT = {**ALT_GR, "key": "Alt"}
+CONTROL_DOWN, CONTROL_UP = ["keydown", CONTROL | CTRL], ["keyup", CONTROL]
+ALT_GR_DOWN, ALT_GR_UP = ["keydown", ALT_GR | GRAPH], ["keyup", ALT_GR]
 
 
 def down(key, code, **options):
@@ -17,87 +22,66 @@ def up(key, code, **options):
     return ["keyup", {"key": key, "code": code, **options}]
 
 
-def with_alt_gr(**options):
-    return {"modifierAltGraph": True, **options}
+def press(key, code, **options):
+    return down(key, code, **options), up(key, code, **options)
 
 
 # Name, events, keys of the desktop.
 SEQUENCES = [
     ("a character goes as itself, and up as it went down",
-     [down("z", "KeyY"), up("Z", "KeyY", shiftKey=True)], "+z -z"),
+     [down("z", "KeyY"), up("Z", "KeyY", **SHIFT)], "+z -z"),
     ("keys that repeat",
      [down("a", "KeyA"), down("a", "KeyA", repeat=True), up("a", "KeyA")], "+a +a -a"),
-    ("characters beyond Latin-1",
-     [down("ü", "BracketLeft"), up("ü", "BracketLeft"), down("λ", "KeyL"), up("λ", "KeyL")],
-     "+ü -ü +λ -λ"),
+    ("characters beyond Latin-1", [*press("ü", "BracketLeft"), *press("λ", "KeyL")], "+ü -ü +λ -λ"),
     ("AltGr on Windows brings a Control along",
-     [["keydown", {**CONTROL, "ctrlKey": True}],
-      ["keydown", with_alt_gr(**ALT_GR, ctrlKey=True, altKey=True)],
-      down("€", "KeyE", **with_alt_gr(ctrlKey=True, altKey=True)),
-      up("€", "KeyE", **with_alt_gr(ctrlKey=True, altKey=True)),
-      ["keyup", with_alt_gr(**CONTROL, altKey=True)],
-      ["keyup", ALT_GR]], "+€ -€"),
+     [CONTROL_DOWN, ["keydown", {**ALT_GR, **BOTH, **GRAPH}], *press("€", "KeyE", **BOTH, **GRAPH),
+      ["keyup", {**CONTROL, **ALT, **GRAPH}], ALT_GR_UP], "+€ -€"),
     ("AltGr that repeats while it is held brings a Control each time",
-     [["keydown", {**CONTROL, "ctrlKey": True}],
-      ["keydown", with_alt_gr(**ALT_GR, ctrlKey=True, altKey=True)],
-      ["keydown", {**CONTROL, "ctrlKey": True}],
-      ["keydown", with_alt_gr(**ALT_GR, repeat=True, ctrlKey=True, altKey=True)],
-      down("@", "KeyQ", **with_alt_gr(ctrlKey=True, altKey=True)), up("@", "KeyQ", **with_alt_gr()),
-      ["keyup", with_alt_gr(**CONTROL)], ["keyup", ALT_GR],
-      down("a", "KeyA"), up("a", "KeyA")], "+@ -@ +a -a"),
+     [CONTROL_DOWN, ["keydown", {**ALT_GR, **BOTH, **GRAPH}], CONTROL_DOWN,
+      ["keydown", {**ALT_GR, **BOTH, **GRAPH, "repeat": True}], down("@", "KeyQ", **BOTH, **GRAPH),
+      up("@", "KeyQ", **GRAPH), ["keyup", {**CONTROL, **GRAPH}], ALT_GR_UP, *press("a", "KeyA")],
+     "+@ -@ +a -a"),
     ("AltGr that is only known as Control and Alt",
-     [["keydown", {**CONTROL, "ctrlKey": True}],
-      ["keydown", {**ALT_RIGHT, "ctrlKey": True, "altKey": True}],
-      down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
-      down("€", "KeyE", ctrlKey=True, altKey=True), up("€", "KeyE", ctrlKey=True, altKey=True),
-      ["keyup", {**CONTROL, "altKey": True}], ["keyup", ALT_RIGHT]],
-     "+€ -€ +€ -€"),
+     [CONTROL_DOWN, ["keydown", {**ALT_RIGHT, **BOTH}], *press("€", "KeyE", **BOTH),
+      *press("€", "KeyE", **BOTH), ["keyup", {**CONTROL, **ALT}], ["keyup", ALT_RIGHT]], "+€ -€ +€ -€"),
     ("AltGr that goes up as another key leaves no Alt",
-     [["keydown", with_alt_gr(**ALT_GR)], down("@", "KeyQ", **with_alt_gr()),
-      up("@", "KeyQ", **with_alt_gr()), ["keyup", ALT_RIGHT], down("a", "KeyA"), up("a", "KeyA")],
+     [ALT_GR_DOWN, *press("@", "KeyQ", **GRAPH), ["keyup", ALT_RIGHT], *press("a", "KeyA")],
      "+@ -@ +a -a"),
     ("an Alt that came after AltGr and never goes up",
-     [["keydown", with_alt_gr(**ALT_GR)], ["keyup", ALT_GR],
-      down("Alt", "AltLeft", altKey=True), down("a", "KeyA"), up("a", "KeyA")], "+Alt -Alt +a -a"),
+     [ALT_GR_DOWN, ALT_GR_UP, down("Alt", "AltLeft", **ALT), *press("a", "KeyA")], "+Alt -Alt +a -a"),
     ("AltGr with a key that makes no text",
-     [["keydown", with_alt_gr(**ALT_GR)], down("ArrowLeft", "ArrowLeft", **with_alt_gr()),
-      up("ArrowLeft", "ArrowLeft", **with_alt_gr()), ["keyup", ALT_GR]], "+AltGr +Left -Left -AltGr"),
+     [ALT_GR_DOWN, *press("ArrowLeft", "ArrowLeft", **GRAPH), ALT_GR_UP], "+AltGr +Left -Left -AltGr"),
     ("a modifier whose release went elsewhere",
-     [down("Shift", "ShiftLeft", shiftKey=True), down("a", "KeyA"), up("a", "KeyA")],
-     "+Shift -Shift +a -a"),
+     [down("Shift", "ShiftLeft", **SHIFT), *press("a", "KeyA")], "+Shift -Shift +a -a"),
     ("a modifier that was down before",
-     [down("c", "KeyC", ctrlKey=True), up("c", "KeyC", ctrlKey=True), ["keyup", CONTROL]],
-     "+Control +c -c -Control"),
+     [*press("c", "KeyC", **CTRL), CONTROL_UP], "+Control +c -c -Control"),
     ("Control right before a key does not wait for AltGr",
-     [["keydown", {**CONTROL, "ctrlKey": True}], down("c", "KeyC", ctrlKey=True),
-      up("c", "KeyC", ctrlKey=True), ["keyup", CONTROL]], "+Control +c -c -Control"),
+     [CONTROL_DOWN, *press("c", "KeyC", **CTRL), CONTROL_UP], "+Control +c -c -Control"),
     ("shortcuts of a layout without Latin letters",
-     [["keydown", {**CONTROL, "ctrlKey": True}], down("с", "KeyC", ctrlKey=True),
-      up("с", "KeyC", ctrlKey=True), ["keyup", CONTROL], down("с", "KeyC"), up("с", "KeyC")],
+     [CONTROL_DOWN, *press("с", "KeyC", **CTRL), CONTROL_UP, *press("с", "KeyC")],
      "+Control +c -c -Control +с -с"),
     ("a dead key and a letter, composed by the key itself",
-     [down("Dead", "BracketRight"), up("Dead", "BracketRight"), down("é", "KeyE"),
+     [*press("Dead", "BracketRight"), down("é", "KeyE"),
       ["input", {"inputType": "insertText", "data": "é", "field": "é"}], up("é", "KeyE")], "+é -é"),
     ("a dead key and a letter that do not compose",
-     [down("Dead", "BracketRight"), up("Dead", "BracketRight"), down("x", "KeyX"),
+     [*press("Dead", "BracketRight"), down("x", "KeyX"),
       ["input", {"inputType": "insertText", "data": "^x", "field": "^x"}], up("x", "KeyX")],
      "+^ -^ +x -x"),
     ("a dead key whose letter the browser does not put in the field",
-     [down("Dead", "BracketRight"), up("Dead", "BracketRight"), down("ê", "KeyE"), up("ê", "KeyE"),
-      down("a", "KeyA"), up("a", "KeyA")], "+ê -ê +a -a"),
+     [*press("Dead", "BracketRight"), *press("ê", "KeyE"), *press("a", "KeyA")], "+ê -ê +a -a"),
     ("a dead key that composes",
      [down("Dead", "BracketRight"), ["compositionstart", {"data": ""}],
       ["compositionupdate", {"data": "´"}], up("Dead", "BracketRight", isComposing=True),
-      down("é", "KeyE", isComposing=True, keyCode=229),
-      ["compositionend", {"data": "é", "field": "é"}], up("é", "KeyE")], "+é -é"),
+      down("é", "KeyE", isComposing=True, keyCode=229), ["compositionend", {"data": "é", "field": "é"}],
+      up("é", "KeyE")], "+é -é"),
     ("a key right after a composition does not overtake it",
      [["compositionstart", {"data": ""}], ["compositionend", {"data": "é", "field": "é"}],
-      down("Enter", "Enter"), up("Enter", "Enter")], "+é -é +Return -Return"),
-    ("an input method", [down("Process", "KeyN", keyCode=229, isComposing=True),
-                         ["compositionstart", {"data": ""}], ["compositionupdate", {"data": "に"}],
-                         ["input", {"inputType": "insertCompositionText", "data": "に", "field": "に",
-                                    "isComposing": True}],
-                         ["compositionend", {"data": "日本", "field": "日本"}]], "+日 -日 +本 -本"),
+      *press("Enter", "Enter")], "+é -é +Return -Return"),
+    ("an input method",
+     [down("Process", "KeyN", keyCode=229, isComposing=True), ["compositionstart", {"data": ""}],
+      ["compositionupdate", {"data": "に"}],
+      ["input", {"inputType": "insertCompositionText", "data": "に", "field": "に", "isComposing": True}],
+      ["compositionend", {"data": "日本", "field": "日本"}]], "+日 -日 +本 -本"),
     ("a phone without keys",
      [down("Unidentified", "", keyCode=229),
       ["input", {"inputType": "insertText", "data": "ok", "field": "ok"}],
@@ -105,13 +89,11 @@ SEQUENCES = [
       ["beforeinput", {"inputType": "deleteContentBackward"}]],
      "+o -o +k -k +Return -Return +BackSpace -BackSpace"),
     ("modifiers that change their places, and the right ones",
-     [down("Control", "AltLeft", ctrlKey=True), up("Control", "AltLeft"),
-      down("Control", "CapsLock", ctrlKey=True), up("Control", "CapsLock"),
-      down("Shift", "ShiftRight", shiftKey=True), up("Shift", "ShiftRight")],
+     [down("Control", "AltLeft", **CTRL), up("Control", "AltLeft"), down("Control", "CapsLock", **CTRL),
+      up("Control", "CapsLock"), down("Shift", "ShiftRight", **SHIFT), up("Shift", "ShiftRight")],
      "+Control -Control +Control -Control +ShiftRight -ShiftRight"),
     ("keys whose release is not told while Meta is held",
-     [down("Meta", "MetaLeft", metaKey=True), down("c", "KeyC", metaKey=True),
-      up("Meta", "MetaLeft")],
+     [down("Meta", "MetaLeft", **META), down("c", "KeyC", **META), up("Meta", "MetaLeft")],
      "+Super +c -Super -c"),
 ]
 
@@ -158,7 +140,7 @@ class Keys(unittest.TestCase):
         self.assertEqual(self.page.keys_sent(), "+Control +Alt +Delete -Delete -Alt -Control")
         self.page.forget_sent()
         click("arm", "Ctrl")
-        self.page.events(down("c", "KeyC"), up("c", "KeyC"), down("c", "KeyC"), up("c", "KeyC"))
+        self.page.events(*press("c", "KeyC"), *press("c", "KeyC"))
         self.assertEqual(self.page.keys_sent(), "+Control +c -c -Control +c -c")
 
     def test_keyboard_can_leave_the_desktop(self):

@@ -1,6 +1,7 @@
 """What comes and goes: the agent, the X server, ruvoview, tokens, pages of others."""
 
 import os
+import pathlib
 import signal
 import unittest
 
@@ -50,7 +51,7 @@ class Life(unittest.TestCase):
         def said():
             return " ".join(page.run("return states.splice(0)"))
 
-        os.kill(until(setting.view.agent_pid, "the agent"), signal.SIGKILL)
+        os.kill(setting.view.children()["ruvoagent"], signal.SIGKILL)
         until(lambda: "no-agent" in page.run("return states.join()"), "the page to say it")
         self.assert_comes_back(setting, page)
         self.assertIn("agent", said())
@@ -62,8 +63,7 @@ class Life(unittest.TestCase):
         setting.view.kill()
         page.wait_for_state("server")
         self.assertIn("Trying again", page.status())
-        setting.view = stage.View(setting.screen, "--token-file", token,
-                                  listen=f"127.0.0.1:{setting.view.port}")
+        setting.serve("--token-file", token, listen=f"127.0.0.1:{setting.view.port}")
         self.assert_comes_back(setting, page)
 
     def test_server_with_another_token(self):
@@ -71,12 +71,12 @@ class Life(unittest.TestCase):
         page = setting.page().wait_for_picture()
         self.assertNotIn("#", page.driver.current_url, "the token is not to be seen")
         self.assertEqual(page.run("return document.cookie"), "")
-        self.assertEqual(setting.view.close(), 0)
+        self.assertEqual(setting.view.close(), (0, b""))
         page.wait_for_state("server")
-        setting.view = stage.View(setting.screen, listen=f"127.0.0.1:{setting.view.port}")
+        setting.serve(listen=f"127.0.0.1:{setting.view.port}")
         page.wait_for_state("session")
         self.assertIn("Open the address", page.status())
-        page.run("location.hash = arguments[0]", setting.view.address.split("#")[1])
+        page.run("location.hash = arguments[0]", setting.view.token)
         self.assert_comes_back(setting, page)
 
     def test_strangers(self):
@@ -86,9 +86,9 @@ class Life(unittest.TestCase):
         wrong.wait_for_state("session")
         # What a browser's one page may, its others may not.
         page = setting.page().wait_for_picture()
-        token = setting.view.address.split("#")[1]
-        probe = PROBE.replace("PORT", str(setting.view.port)).replace("TOKEN", token)
-        with stage.web_server(probe) as address:
+        probe = PROBE.replace("PORT", str(setting.view.port)).replace("TOKEN", setting.view.token)
+        (pathlib.Path(setting.directory) / "index.html").write_text(probe)
+        with stage.web_server(setting.directory) as address:
             foreign = stage.Page(setting.browser, address)
             self.addCleanup(foreign.close)
             answers = until(lambda: foreign.run("return window.answers?.socket && answers.session &&"

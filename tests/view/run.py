@@ -4,6 +4,7 @@
 Status 0 when all is right, 1 when something is wrong, 77 when there is no browser.
 """
 
+import importlib.util
 import pathlib
 import shutil
 import sys
@@ -13,12 +14,14 @@ sys.dont_write_bytecode = True
 
 
 def missing():
-    try:
-        import selenium  # noqa: F401
-    except ImportError:
-        return "python3-selenium"
-    for program, package in (("chromium", "chromium"), ("chromedriver", "chromium-driver")):
-        if not shutil.which(program):
+    for module, package in (("selenium", "python3-selenium"), ("aiohttp", "python3-aiohttp"),
+                            ("PIL", "python3-pil")):
+        if not importlib.util.find_spec(module):
+            return package
+    for command, package in (("chromium", "chromium"), ("chromedriver", "chromium-driver"),
+                             ("Xvfb", "xvfb"), ("xterm", "xterm"), ("openbox", "openbox"),
+                             ("xdotool", "xdotool"), ("xclip", "xclip")):
+        if not shutil.which(command):
             return package
     return None
 

@@ -2,29 +2,26 @@
 
 import base64
 import contextlib
+import functools
 import http.server
+import io
 import os
-import pathlib
 import shutil
 import socket
-import struct
-import subprocess
 import sys
 import tempfile
 import threading
 import time
 
+sys.dont_write_bytecode = True
+import program
+from PIL import Image
+from program import ROOT, difference, screen_picture
 from selenium import webdriver
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-sys.path.append(str(ROOT / "tests" / "apps"))
-sys.dont_write_bytecode = True
-import desktop  # noqa: E402
-
-VIEW = os.environ.get("RUVOVIEW", str(ROOT / "build/release/ruvoview"))
-AGENT = os.environ.get("RUVOAGENT", str(ROOT / "build/release/ruvoagent"))
+import desktop
 
 # What the page sends is kept for those who want to see it.
 RECORD = """
@@ -51,48 +48,11 @@ window.WebSocket = class extends WebSocket {
 };
 """
 
-CANVAS = """
-const canvas = document.getElementById("desktop");
-const {data} = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
-let text = "";
-for (let at = 0; at < data.length; at += 32768) {
-  text += String.fromCharCode.apply(null, data.subarray(at, at + 32768));
-}
-return [canvas.width, canvas.height, btoa(text)];
-"""
+CANVAS = "return document.getElementById('desktop').toDataURL()"
 
 
 def until(condition, what, seconds=60):
     return desktop.Desktop.until(condition, what, seconds)
-
-
-class View:
-    """A running ruvoview."""
-
-    def __init__(self, screen, *options, listen="127.0.0.1:0"):
-        self.process = screen.programs.start(
-            [VIEW, "--display", screen.display, "--agent", AGENT, "--listen", listen, *options],
-            stdout=subprocess.PIPE, preexec_fn=desktop.ruvo.dies_with_parent)
-        self.address = self.process.stdout.readline().decode().strip()
-        if not self.address.startswith("http"):
-            raise RuntimeError(f"ruvoview does not start: {self.address!r}")
-        self.origin = self.address.split("/#")[0]
-        self.port = int(self.origin.rsplit(":", 1)[1])
-
-    def agent_pid(self):
-        children = subprocess.run(["pgrep", "-P", str(self.process.pid), "-x", "ruvoagent"],
-                                  stdout=subprocess.PIPE, text=True).stdout.split()
-        return int(children[0]) if children else None
-
-    def kill(self):
-        self.process.kill()
-        self.process.stdout.close()
-        self.process.wait()
-
-    def close(self):
-        self.process.terminate()
-        self.process.stdout.close()
-        return self.process.wait(20)
 
 
 class Browser:
@@ -184,10 +144,9 @@ class Page:
         return " ".join(("+" if one["down"] else "-") + name_of(one["sym"])
                         for one in self.sent("key"))
 
-    def canvas(self):
-        """Width, height, and the rows as red, green, blue and 255."""
-        width, height, data = self.run(CANVAS)
-        return width, height, base64.b64decode(data)
+    def size(self):
+        return self.run("const {width, height} = document.getElementById('desktop');"
+                        "return [width, height]")
 
     def mouse(self, kind, x, y, **arguments):
         """Where the desktop has x, y."""
@@ -245,31 +204,9 @@ def name_of(symbol):
     return chr(symbol & 0xffffff) if symbol < 0x100 or symbol >= 0x1000000 else hex(symbol)
 
 
-def screen_pixels(screen):
-    """What the X server shows, as Page.canvas() tells it."""
-    # A screen that changes its size meanwhile gives nothing.
-    command = ("xwd", "-silent", "-root", "-display", screen.display)
-    data = until(lambda: screen.run(*command), "a picture")
-    header = struct.unpack_from(">25I", data)
-    width, height, stride = header[4], header[5], header[12]
-    begin = header[0] + header[19] * 12
-    assert header[11] == 32 and header[7] == 0 and stride == 4 * width, "another format"
-    pixels = bytearray(data[begin:begin + stride * height])
-    pixels[0::4], pixels[2::4] = pixels[2::4], pixels[0::4]
-    pixels[3::4] = b"\xff" * (width * height)
-    return width, height, bytes(pixels)
-
-
-def difference(one, other):
-    """None when two pictures are equal, else what is not."""
-    if one[:2] != other[:2]:
-        return f"{one[0]}x{one[1]} instead of {other[0]}x{other[1]}"
-    if one[2] == other[2]:
-        return None
-    wrong = [at for at in range(0, len(one[2]), 4) if one[2][at:at + 4] != other[2][at:at + 4]]
-    y, x = divmod(wrong[0] // 4, one[0])
-    return (f"{len(wrong)} pixels, the first at {x},{y}: {one[2][wrong[0]:wrong[0] + 3].hex()} "
-            f"instead of {other[2][wrong[0]:wrong[0] + 3].hex()}")
+def picture(canvas):
+    """What a canvas says it shows."""
+    return Image.open(io.BytesIO(base64.b64decode(canvas.partition(",")[2]))).convert("RGB")
 
 
 def wait_for_same_picture(page, screen):
@@ -277,13 +214,14 @@ def wait_for_same_picture(page, screen):
     wrong = []
 
     def are_same():
-        wrong[:] = [difference(page.canvas(), screen_pixels(screen))]
+        with contextlib.suppress(OSError):  # of a screen that changes its size meanwhile
+            wrong[:] = [difference(picture(page.run(CANVAS)), screen_picture(screen.display))]
         return wrong == [None]
 
     try:
         until(are_same, "equal pictures")
     except TimeoutError:
-        raise AssertionError(f"the page shows another picture: {wrong[0]}") from None
+        raise AssertionError(f"the page shows another picture: {wrong}") from None
 
 
 @contextlib.contextmanager
@@ -321,27 +259,19 @@ def slow_line(port, rate):
 
 
 @contextlib.contextmanager
-def web_server(page):
-    """A page of somebody else on this machine."""
-    class Handler(http.server.BaseHTTPRequestHandler):
-        def do_GET(self):
-            self.send_response(200)
-            self.send_header("Content-Type", "text/html")
-            self.end_headers()
-            self.wfile.write(page.encode())
-
-        def log_message(self, *arguments):
+def web_server(directory):
+    """The address of pages of somebody else on this machine."""
+    class Handler(http.server.SimpleHTTPRequestHandler):
+        def log_message(self, *_):
             pass
 
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-    thread = threading.Thread(target=server.serve_forever)
-    thread.start()
-    try:
-        yield f"http://127.0.0.1:{server.server_port}/"
-    finally:
-        server.shutdown()
-        thread.join()
-        server.server_close()
+    handler = functools.partial(Handler, directory=directory)
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
+        threading.Thread(target=server.serve_forever).start()
+        try:
+            yield f"http://127.0.0.1:{server.server_port}/"
+        finally:
+            server.shutdown()
 
 
 class Setting:
@@ -365,11 +295,14 @@ class Setting:
             open(os.path.join(self.directory, "log"), "wb", buffering=0))
         xserver = desktop.ruvo.XServer(**server) if server else None
         self.screen = desktop.Desktop(self.directory, self.log, xserver)
-        self.stack.callback(lambda: self.screen.close())
-        self.view = View(self.screen, *options)
-        self.stack.callback(self.end_view)
+        self.stack.callback(self.screen.close)
+        self.serve(*options)
         if not Setting.browser:
             Setting.browser = Browser()
+
+    def serve(self, *options, **arguments):
+        self.view = self.stack.enter_context(
+            program.View("--display", self.screen.display, *options, **arguments))
 
     def page(self, address=None):
         page = Page(Setting.browser, address or self.view.address)
@@ -388,10 +321,6 @@ class Setting:
         self.screen.programs.start(
             ["Xvfb", self.screen.display, "-screen", "0", "1024x700x24", "-noreset",
              "-nolisten", "tcp"])
-
-    def end_view(self):
-        if self.view.process.poll() is None:
-            self.view.close()
 
     def close(self):
         self.stack.close()

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <nlohmann/json.hpp>
 
 #include "Clock.h"
@@ -23,6 +24,10 @@ constexpr std::chrono::seconds kStatisticsPeriod{1};
 // How long the pointer's place is known to the page that has moved it.
 constexpr int64_t kOwnMotionMs = 500;
 constexpr uint16_t kGoingAway = 1001;
+// The agent tells from here on how it finds changes.
+constexpr int kFactLevel = 30;
+// For pages that come later.
+constexpr size_t kKeptLines = 100;
 
 const char* nameOf(Desktop::State state) {
   switch (state) {
@@ -119,8 +124,8 @@ void Desktop::startAgent() {
     return;
   }
   lost_ = false;
-  agent_->start();
   logLevelsChanged();
+  agent_->start();
 }
 
 void Desktop::dropAgent() {
@@ -133,6 +138,7 @@ void Desktop::dropAgent() {
   requested_ = false;
   lost_ = false;
   captureBroken_ = false;
+  polls_ = false;
 }
 
 void Desktop::tryAgain(std::function<void()> what) {
@@ -291,12 +297,15 @@ void Desktop::selectMonitors(Viewer& viewer, const std::string& numbers) {
   if (isLive()) agent_->selectMonitors(numbers, answerFor(viewer, "monitors"));
 }
 
+void Desktop::tellLines(Viewer& viewer) {
+  for (const json& line : lines_) viewer.tellLine(line);
+}
+
 void Desktop::logLevelsChanged() {
-  int level = -1;
+  if (!agent_ || !agent_->isConnected()) return;
+  int level = kFactLevel;
   for (const Viewer* viewer : viewers_) level = std::max(level, viewer->logLevel());
-  if (agent_ && agent_->isConnected() && level >= 0) {
-    agent_->setLogLevel(static_cast<uint32_t>(level));
-  }
+  agent_->setLogLevel(static_cast<uint32_t>(level));
 }
 
 void Desktop::framebufferChanged(const ruvohost::Framebuffer& framebuffer) {
@@ -350,7 +359,8 @@ void Desktop::updated(const ruvohost::Update& update) {
     statistics_.async_wait([this](error_code error) {
       if (error) return;
       statisticsSet_ = false;
-      for (Viewer* viewer : viewers_) viewer->tellStatistics(captureBroken_ ? "polling" : "damage");
+      const char* const mode = polls_ || captureBroken_ ? "polling" : "damage";
+      for (Viewer* viewer : viewers_) viewer->tellStatistics(mode);
     });
   }
 }
@@ -425,9 +435,7 @@ void Desktop::captureBroken(bool broken) {
 }
 
 json Desktop::modesMessage() const {
-  json current = json::array();
-  if (frame_) current = {frame_->width(), frame_->height()};
-  return {{"t", "modes"}, {"modes", sizes_.offered()}, {"current", current}};
+  return {{"t", "modes"}, {"modes", sizes_.offered()}};
 }
 
 void Desktop::displaySizesSupported(bool supported) {
@@ -458,11 +466,18 @@ void Desktop::refused(const ruvohost::Refusal& refusal) {
 }
 
 void Desktop::logged(const ruvohost::LogLine& line) {
-  for (Viewer* viewer : viewers_) {
-    if (static_cast<int64_t>(line.level) > viewer->logLevel()) continue;
-    viewer->tell(
-        {{"t", "log"}, {"level", line.level}, {"source", line.source}, {"text", line.text}}, false);
-  }
+  if (line.text == "Using polling") polls_ = true;
+  if (line.text == "Using damage extension") polls_ = false;
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const json message{{"t", "log"},
+                     {"level", line.level},
+                     {"source", line.source},
+                     {"text", line.text},
+                     {"time", std::chrono::floor<std::chrono::milliseconds>(now).count()}};
+  for (Viewer* viewer : viewers_) viewer->tellLine(message);
+  if (line.level > kFactLevel) return;
+  lines_.push_back(message);
+  if (lines_.size() > kKeptLines) lines_.pop_front();
 }
 
 void Desktop::disconnected() {

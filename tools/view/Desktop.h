@@ -5,9 +5,10 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -57,6 +58,7 @@ class Desktop : public ruvohost::Listener, public Viewer::Callback {
   void offerText(const std::string& utf8) override;
   void resize(Viewer& viewer, uint32_t width, uint32_t height) override;
   void selectMonitors(Viewer& viewer, const std::string& numbers) override;
+  void tellLines(Viewer& viewer) override;
   void logLevelsChanged() override;
   // ruvohost::Listener
   void framebufferChanged(const ruvohost::Framebuffer& framebuffer) override;
@@ -109,8 +111,9 @@ class Desktop : public ruvohost::Listener, public Viewer::Callback {
   ruvohost::Cursor cursor_;
   ruvohost::Monitors monitors_;
   DisplaySizes sizes_;
-  bool captureBroken_ = false;
+  bool captureBroken_ = false, polls_ = false;
   std::string text_;
+  std::deque<nlohmann::json> lines_;
   const Viewer* pointing_ = nullptr;
   int64_t pointedMs_ = 0;
 

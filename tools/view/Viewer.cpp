@@ -111,6 +111,10 @@ void Viewer::tell(const json& message, bool needed) {
   channel_.sendText(message.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
+void Viewer::tellLine(const json& line) {
+  if (line["level"].get<int64_t>() <= logLevel_) tell(line, false);
+}
+
 bool Viewer::isTooFast(size_t bytes) {
   const int64_t now = nowMs();
   const double seconds = static_cast<double>(now - creditMs_) / 1000;
@@ -178,7 +182,9 @@ void Viewer::handle(const std::string& type, const json& message) {
   } else if (type == "ping") {
     tell({{"t", "pong"}, {"n", integer(message, "n", 0, kMax32)}});
   } else if (type == "logLevel") {
+    const bool isFirst = logLevel_ < 0;
     logLevel_ = static_cast<int>(integer(message, "level", -1, kMax32));
+    if (isFirst) desktop_->tellLines(*this);
     desktop_->logLevelsChanged();
   } else {
     throw Malformed{"unknown \"t\""};

@@ -29,6 +29,8 @@ class Viewer : public Guest {
     virtual void offerText(const std::string& utf8) = 0;
     virtual void resize(Viewer& viewer, uint32_t width, uint32_t height) = 0;
     virtual void selectMonitors(Viewer& viewer, const std::string& numbers) = 0;
+    // Gives it, with tellLine(), what the agent has logged lately.
+    virtual void tellLines(Viewer& viewer) = 0;
     virtual void logLevelsChanged() = 0;
 
    protected:
@@ -45,6 +47,8 @@ class Viewer : public Guest {
 
   // A JSON object for the page. One that can be done without is left out when the page is slow.
   void tell(const nlohmann::json& message, bool needed = true);
+  // A message about a line of the log, if the page wants to see those of its level.
+  void tellLine(const nlohmann::json& line);
   void close(uint16_t code, const std::string& reason) { channel_.close(code, reason); }
   void desktopGone() { desktop_ = nullptr; }
 

@@ -54,11 +54,11 @@ export class Panel {
     this.#log.scrollTop = this.#log.scrollHeight;
   }
 
-  addLine({ level, source, text }) {
+  addLine({ level, source, text, time }) {
     const make = (kind, textContent) => Object.assign(document.createElement(kind), { textContent });
     const line = make("li");
     line.className = level === 0 ? "error" : level > 30 ? "detail" : "";
-    line.append(make("time", new Date().toTimeString().slice(0, 8)), " ", make("b", source), " ", text);
+    line.append(make("time", new Date(time).toTimeString().slice(0, 8)), " ", make("b", source), " ", text);
     const list = this.#log;
     const isAtEnd = list.scrollHeight - list.scrollTop - list.clientHeight < 20;
     list.append(line);

@@ -1,12 +1,12 @@
 /** Mouse, pen and wheel over the picture. Fingers are for Touch. */
 
-/** Pixels of a wheel's notch, and of a touchpad's small steps that make one of the desktop's. */
+/** Pixels of a wheel's notch, and of a touchpad's small steps that make one. */
 const NOTCH = 100;
 const STEP = 50;
 const LINES_PER_NOTCH = 3;
 const MOST_STEPS = 10;
 const PAUSE = 400;
-/** Beyond this many bytes that the line has not taken, only the last place counts. */
+/** With more bytes waiting for the line, only the last place counts. */
 const CROWDED = 4096;
 
 export const WHEEL = { up: 8, down: 16, left: 32, right: 64 };

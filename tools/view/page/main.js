@@ -156,7 +156,8 @@ for (const menu of findAll("[popover]")) {
 }
 
 function addKeys(group, keys, clicked) {
-  const textContent = keys.replace("Control", "Ctrl").replace("Delete", "Del").replace("Meta", "Super");
+  const textContent = keys.replace("Control", "Ctrl").replace("Delete", "Del").replace("Meta", "Super")
+    .replace(/\+.$/, (key) => key.toUpperCase());
   const button = make("button", { textContent });
   on(button, "click", () => clicked(button));
   find(group).append(button);
