@@ -61,7 +61,10 @@ zsh_offers 'ruvodrive clip get' | expect zsh --clipboard
 zsh_offers 'ruvodrive record-session a.session' | expect zsh type --redact
 
 # Every command, and each of its options.
-commands=$(ruvodrive --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')
+help=$(ruvodrive --help)
+[ "$(wc -l <<<"$help")" -lt 24 ] && [ "$(wc -L <<<"$help")" -le 80 ] ||
+  { echo "completions: the help does not fit a screen" >&2; exit 1; }
+commands=$(sed -nE 's/^  ([a-z][a-z, -]*[a-z])  .*/\1/p' <<<"$help" | sed 's/, /\n/g')
 [ "$(wc -l <<<"$commands")" -ge 19 ] || { echo "completions: too few commands in the help" >&2; exit 1; }
 for command in $commands; do
   bash_offers ruvodrive '' | expect bash "$command"
