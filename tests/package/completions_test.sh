@@ -61,10 +61,7 @@ zsh_offers 'ruvodrive clip get' | expect zsh --clipboard
 zsh_offers 'ruvodrive record-session a.session' | expect zsh type --redact
 
 # Every command, and each of its options.
-help=$(ruvodrive --help)
-[ "$(wc -l <<<"$help")" -lt 24 ] && [ "$(wc -L <<<"$help")" -le 80 ] ||
-  { echo "completions: the help does not fit a screen" >&2; exit 1; }
-commands=$(sed -nE 's/^  ([a-z][a-z, -]*[a-z])  .*/\1/p' <<<"$help" | sed 's/, /\n/g')
+commands=$(ruvodrive --help | sed -nE 's/^  ([a-z][a-z, -]*[a-z])  .*/\1/p' | sed 's/, /\n/g')
 [ "$(wc -l <<<"$commands")" -ge 19 ] || { echo "completions: too few commands in the help" >&2; exit 1; }
 for command in $commands; do
   bash_offers ruvodrive '' | expect bash "$command"
