@@ -1,9 +1,10 @@
 # Completion of ruvodrive for bash. Commands, options and parameters are asked from the programs, so
 # that they are those of the installed version.
 
-# What a help text lists in its first column, one a line.
+# The options and commands that a help text lists, one a line.
 _ruvodrive_listed() {
-  sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+).*/\2/p' -e 's/^ {1,4}([a-z][a-z-]*)  .*/\1/p' <<<"$1"
+  sed -nE -e '/^Positionals:/,/^$/d' -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+).*/\2/p' \
+    -e '/^ {1,4}[a-z]/{s/^ +([a-z-]+(, [a-z-]+)*)  .*/\1/;T;s/, /\n/g;p}' <<<"$1"
 }
 
 _ruvodrive() {

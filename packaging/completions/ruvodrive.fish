@@ -1,9 +1,11 @@
 # Completion of ruvodrive for fish. Commands, options and parameters are asked from the programs, so
 # that they are those of the installed version.
 
-# What a help text lists in its first column: word, tab, description.
+# The options and commands that a help text lists: word, tab, description.
 function __ruvodrive_listed
-    sed -nE -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+)([ ,][^ ]+)*( {2,}(.*))?$/\2\t\5/p' \
+    sed -nE -e '/^Positionals:/,/^$/d' \
+        -e ':a' -e '/^ {1,4}[a-z-]+, /{h;s/^ +([a-z-]+), [a-z, -]*  ([^ ].*)$/\1\t\2/p;g;s/[a-z-]+, //;ta' -e '}' \
+        -e 's/^ {1,4}(-[A-Za-z],)?(--[a-z-]+)([ ,][^ ]+)*( {2,}(.*))?$/\2\t\5/p' \
         -e 's/^ {1,4}([a-z][a-z-]*) {2,}(.*)$/\1\t\2/p'
 end
 

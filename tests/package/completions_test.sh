@@ -52,7 +52,7 @@ zsh_offers() {
 }
 zsh_offers ruvodrive | expect zsh shot watch --display
 # Every command, and each of its options.
-commands=$(ruvodrive --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')
+commands=$(ruvodrive --help | sed -nE 's/^  ([a-z][a-z, -]*[a-z])  .*/\1/p' | sed 's/, /\n/g')
 [ "$(wc -l <<<"$commands")" -ge 19 ] || { echo "completions: too few commands in the help" >&2; exit 1; }
 for command in $commands; do
   bash_offers ruvodrive '' | expect bash "$command"

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -166,7 +167,9 @@ void addInputCommands(CLI::App& app, SessionOptions& session) {
   auto type = std::make_shared<TypeOptions>();
   CLI::App* command = app.add_subcommand("type", "Types text into the window with the focus");
   CLI::Option* text = command->add_option("text", type->text, "UTF-8 text; - reads standard input");
-  command->add_option("--file", type->file, "File with the text")->excludes(text);
+  command->add_option("--file", type->file, "File with the text")
+      ->excludes(text)
+      ->type_name("FILE");
   command->add_option("--delay", type->delayMs, "Milliseconds after each character")
       ->check(CLI::Range(0, 60000));
   setExamples(*command, "type 'Grüße, world'", "type --delay 30 --file letter.txt");
@@ -193,15 +196,16 @@ void addInputCommands(CLI::App& app, SessionOptions& session) {
   CLI::App* clicks = app.add_subcommand("click", "Clicks at a position");
   CLI::App* drags = app.add_subcommand("drag", "Drags with a button held");
   CLI::App* wheels = app.add_subcommand("wheel", "Turns the wheel at a position");
-  drags->add_option("from_x", pointer->fromX)->required();
-  drags->add_option("from_y", pointer->fromY)->required();
+  drags->add_option("from_x", pointer->fromX, "Where the button goes down")->required();
+  drags->add_option("from_y", pointer->fromY, "Where the button goes down")->required();
   for (CLI::App* each : {move, clicks, drags, wheels}) {
-    each->add_option("x", pointer->x)->required();
-    each->add_option("y", pointer->y)->required();
+    each->group("Use the pointer");
+    each->add_option("x", pointer->x, "Pixels from the left")->required();
+    each->add_option("y", pointer->y, "Pixels from the top")->required();
   }
   for (CLI::App* each : {clicks, drags}) {
     each->add_option("button", pointer->button, "Logical button, 1 to 8")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(1, INT_MAX))
         ->capture_default_str();
   }
   clicks->add_option("--count", pointer->count, "How often")->check(CLI::Range(1, 100));

@@ -38,6 +38,7 @@ void addMonitorCommands(CLI::App& app, SessionOptions& session) {
       "select", "Restricts the commands that follow on the line, such as shot, to these monitors");
   select->add_option("numbers", session.monitors, "Numbers, with commas between")->required();
   setExamples(*monitors, "monitors", "monitors select 2 shot second.png");
+  setExamples(*select, "monitors select 2 shot second.png", "monitors select 1,3 watch --for 10");
   monitors->callback([&app, &session, monitors, select, asJson] {
     if (!*select) {
       list(session, *asJson);

@@ -244,6 +244,7 @@ void addRecordedCommands(CLI::App& app, SessionOptions& session) {
   command->add_flag("--fast", playing->fast, "Do not wait as long as it took then")
       ->excludes(showing);
   command->add_option("--save-pixels", playing->pixels, "Directory for recorded pictures")
+      ->type_name("DIRECTORY")
       ->check(CLI::ExistingDirectory)
       ->needs(showing);
   setExamples(*command, "--display :1 play-session bug.session",

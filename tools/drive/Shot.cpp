@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "Picture.h"
+#include "PictureFormat.h"
 #include "Terminal.h"
 #include "View.h"
 #include "host/ProgramOutput.h"
@@ -127,7 +128,9 @@ void shot(const SessionOptions& sessionOptions, const ShotOptions& options) {
 }
 
 void cursorShot(const SessionOptions& sessionOptions, const std::string& file) {
-  pictureFormatOf(file);
+  if (pictureFormatOf(file) == PictureFormat::kJpeg) {
+    throw Failure(file + ": JPEG knows no transparency, which a cursor has; .png and .webp do");
+  }
   host::Transcript seen(host::Transcript::Keep::kLast);
   Session session(sessionOptions, seen);
   session.startDesktop();

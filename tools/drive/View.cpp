@@ -1,5 +1,6 @@
 #include "View.h"
 
+#include <climits>
 #include <memory>
 
 #include "Commands.h"
@@ -20,21 +21,23 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
       ->required();
   command->add_flag("--cursor", shotOptions->cursor, "Draw the cursor into it");
   CLI::Option* region =
-      command->add_option("--region", shotOptions->region, "Only this part: WIDTHxHEIGHT+X+Y")
+      command->add_option("--region", shotOptions->region, "Only this part")
+          ->type_name("WxH+X+Y")
           ->check([](const std::string& text) {
             rfb::Rect rect;
             return parseRegion(text, rect) ? "" : "'" + text + "' is not WIDTHxHEIGHT+X+Y";
           });
   command
       ->add_option("--window", shotOptions->window,
-                   "Only the part of the screen where this window is: number or name")
+                   "Only the part of the screen where this window is")
+      ->type_name("ID|NAME")
       ->excludes(region);
   CLI::Option* every = command
                            ->add_option("--every", shotOptions->every,
                                         "Seconds between pictures; FILE has a %d for their number")
                            ->check(checkSeconds);
   command->add_option("--count", shotOptions->count, "How many pictures")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(1, INT_MAX))
       ->needs(every);
   setExamples(*command, "shot --cursor desktop.png",
               "shot --region 640x480+0+0 --every 2 --count 5 part-%03d.png");
@@ -71,7 +74,7 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
   forOption(*command, watchOptions->seconds);
   command->add_flag("--no-log", watchOptions->noLog, "Leave the agent's log lines out");
   command->add_option("--log-level", watchOptions->logLevel, "Log lines up to this level only")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, INT_MAX));
   command->add_flag("--quiet", watchOptions->quiet, "Only figures and log lines");
   command->add_flag("--json", watchOptions->json, "As JSON, one object a line");
   command->add_flag(
@@ -81,7 +84,7 @@ void addViewCommands(CLI::App& app, SessionOptions& session) {
   command->callback([&session, watchOptions] { watch(session, *watchOptions); });
 
   auto rawOptions = std::make_shared<RawOptions>();
-  command = app.add_subcommand("raw", "Prints every message of the agent, one JSON object a line");
+  command = app.add_subcommand("raw", "Prints every message, one JSON object a line");
   forOption(*command, rawOptions->seconds);
   command->add_flag("--no-start", rawOptions->noStart, "Don't start the desktop");
   setExamples(*command, "raw --for 5", "raw --no-start --for 1");

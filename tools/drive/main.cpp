@@ -5,10 +5,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <utility>
 #include <vector>
 
 #include "Commands.h"
+#include "HelpFormatter.h"
 #include "Session.h"
 #include "Terminal.h"
 #include "plat/Exception.h"
@@ -64,20 +66,24 @@ int runCommand(std::vector<std::string> arguments, drive::SessionOptions& sessio
   app.require_subcommand(1, 3);
   session.recording = {};
   app.fallthrough();
-  app.footer("Several commands: -- between them. COMMAND --help has more.");
+  app.formatter(std::make_shared<drive::HelpFormatter>());
 
-  app.add_option("--display", session.display, "X display of the desktop (default: $DISPLAY)");
-  app.add_option("--mode", session.mode, "Run mode of the agent")
+  app.add_option("--display", session.display, "X display of the desktop (default: $DISPLAY)")
+      ->type_name("NAME");
+  app.add_option("--mode", session.mode, "Run mode: service, user or virtual")
       ->check(CLI::IsMember({"service", "user", "virtual"}))
-      ->capture_default_str();
-  app.add_option("--param", session.parameters, "A parameter of the agent, as Name=Value")
+      ->capture_default_str()
+      ->type_name("MODE");
+  app.add_option("--param", session.parameters, "A parameter of the agent; again for more")
+      ->type_name("Name=Value")
       ->take_all()
       ->allow_extra_args(false)
       ->check([](const std::string& text) {
         const size_t equals = text.find('=');
         return equals == 0 || equals == std::string::npos ? "'" + text + "' is not Name=Value" : "";
       });
-  app.add_option("--agent", session.agent, "The agent's program (default: the one beside this)");
+  app.add_option("--agent", session.agent, "The agent's program (default: the one beside this)")
+      ->type_name("PATH");
   // Before any command starts something.
   app.parse_complete_callback([&session] {
     if (const std::string wrong = drive::wrongParameter(session); !wrong.empty()) {
