@@ -87,11 +87,10 @@ bool ChangeFinder::tryDamage() {
     lastFetch_ = plat::monotonicTime();
     watch(kWatchMs);
   }
-  if (captureMethod.value() == kOptimal) {
-    startDamageTest();
-  } else {
-    // Changes between the buffer's first contents and the start of damage are lost otherwise.
-    buffer_->grabRegion(buffer_->getRect());
+  startDamageTest();
+  if (captureMethod.value() != kOptimal) {
+    test_.reset();
+    testing_ = false;
   }
   return true;
 }
@@ -101,6 +100,10 @@ void ChangeFinder::startDamageTest() {
   DamageTest::Callback& callback = *this;
   test_ = std::make_unique<DamageTest>(callback, *buffer_);
   testing_ = true;
+  // Between the buffer's first contents and the start of damage nobody told of changes.
+  if (test_->changedBefore().isEmpty()) return;
+  scheduler_.tracker().addChanged(test_->changedBefore());
+  scheduler_.changed();
 }
 
 void ChangeFinder::startPolling() {

@@ -14,9 +14,10 @@ constexpr int64_t kCheckIntervalMs = 5000;
 DamageTest::DamageTest(Callback& callback, rfb::PixelBuffer& buffer)
     : callback_(callback), buffer_(buffer), begin_(plat::monotonicTime()) {
   const rfb::Region all(buffer_.getRect());
-  buffer_.grabRegion(all);
   comparer_.setSource(&buffer_);
   comparer_.compare(all);
+  buffer_.grabRegion(all);
+  changedBefore_ = comparer_.compare(all);
 }
 
 void DamageTest::wake() {

@@ -29,11 +29,14 @@ class DamageTest final : private plat::Timer::Callback {
     ~Callback() = default;
   };
 
-  // Takes the reference copy. Neither the callback nor the buffer, which must outlive the test, is
-  // owned. Throws what grabbing throws.
+  // Grabs the buffer, and takes the reference copy. Neither the callback nor the buffer, which must
+  // outlive the test, is owned. Throws what grabbing throws.
   DamageTest(Callback& callback, rfb::PixelBuffer& buffer);
   DamageTest(const DamageTest&) = delete;
   DamageTest& operator=(const DamageTest&) = delete;
+
+  // Where the screen had changed since the buffer was last grabbed, when this was made.
+  const rfb::Region& changedBefore() const { return changedBefore_; }
 
   // The screen may change: looks at it once more.
   void wake();
@@ -50,6 +53,7 @@ class DamageTest final : private plat::Timer::Callback {
   rfb::PixelBuffer& buffer_;
   plat::Timer timer_{this};
   rfb::Region seen_;
+  rfb::Region changedBefore_;
   rfb::PixelBufferComparer comparer_;
   const int64_t begin_;  // monotonic time
   bool nonFull_ = false;

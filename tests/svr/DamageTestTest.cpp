@@ -54,6 +54,7 @@ TEST_F(DamageTestTest, ComparesChangeWithDamage) {
   for (const auto& c : cases) {
     test = std::make_unique<svr::DamageTest>(*this, buffer);
     result.clear();
+    EXPECT_TRUE(test->changedBefore().isEmpty());
     pass(5000);
     test->wake();
     pass(5000);
@@ -68,6 +69,12 @@ TEST_F(DamageTestTest, ComparesChangeWithDamage) {
     pass(1);
     EXPECT_EQ(result, c.result) << c.damage.str();
   }
+}
+
+TEST_F(DamageTestTest, TellsWhatChangedBefore) {
+  buffer.drawOnScreen(50, 50);
+  test = std::make_unique<svr::DamageTest>(*this, buffer);
+  EXPECT_TRUE(test->changedBefore() == rfb::Region(rfb::Rect(37, 35, 53, 51)));
 }
 
 TEST_F(DamageTestTest, DamageThatNobodyCollectsKeepsItAwake) {
