@@ -171,6 +171,17 @@ int shmctl(int id, int command, struct shmid_ds* status) {
   if (command != IPC_RMID) FAIL("shmctl", EIDRM, -1);
   return REAL(shmctl)(id, command, status);
 }
+#if __SIZEOF_POINTER__ == 4 /* what a program with times of 64 bits calls there */
+int __shmctl64(int id, int command, void* status) {
+  if (command != IPC_RMID) FAIL("shmctl", EIDRM, -1);
+  return ((int (*)(int, int, void*))real("__shmctl64"))(id, command, status);
+}
+int __select64(int count, fd_set* reads, fd_set* writes, fd_set* errors, void* timeout) {
+  FAIL("select", EINTR, -1);
+  return ((int (*)(int, fd_set*, fd_set*, fd_set*, void*))real("__select64"))(
+      count, reads, writes, errors, timeout);
+}
+#endif
 #define CALL(type, name, parameters, arguments, kind, number, result) \
   type name parameters {                                              \
     FAIL(kind, number, (type)result);                                 \

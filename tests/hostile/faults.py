@@ -163,5 +163,17 @@ class Faults(unittest.TestCase):
                     self.assertIn(result.verdict, GOOD, result.story)
 
 
+    def test_segment_for_nobody(self):
+        """A segment that the server can't open is none."""
+        xserver = desk.XServer()
+        self.addCleanup(xserver.close)
+        agent = desk.Agent(xserver, environment={"LD_PRELOAD": desk.SHIM, "FAULT": "shmctl:2"})
+        self.addCleanup(agent.close)
+        agent.say("SetXServerOwner", struct.pack(">qq", 12345, 54321))
+        agent.say("start")
+        agent.expect("desktopFailure")
+        self.assertTrue(agent.has_line("shmctl(IPC_SET)"), agent.story())
+
+
 if __name__ == "__main__":
     unittest.main()
