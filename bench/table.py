@@ -134,7 +134,7 @@ def machine():
 
 
 def number(value):
-    return "" if not value else f"{value:.3g}" if abs(value) < 1000 else f"{value:.0f}"
+    return "" if value is None else f"{value:.3g}" if abs(value) < 1000 else f"{value:.0f}"
 
 
 def markdown(tables, about):
@@ -144,7 +144,7 @@ def markdown(tables, about):
                   "|---|--:|--:|--:|--:|--:|"]
         for r in rows:
             noise = "" if r["noise"] is None else f"±{r['noise']:.2f}"
-            lines.append(f"| {r['row']} | {number(r['ours']) or 0} {r['unit']} "
+            lines.append(f"| {r['row']} | {number(r['ours'])} {r['unit']} "
                          f"| {number(r['yardstick'])} {r['unit']} ({r['against']}) "
                          f"| {r['ratio']:.2f} | {noise} | {number(r['goal'])} |")
         lines.append("")
