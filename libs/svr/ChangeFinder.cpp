@@ -89,6 +89,7 @@ bool ChangeFinder::tryDamage() {
   }
   startDamageTest();
   if (captureMethod.value() != kOptimal) {
+    // Nothing is to be decided, but the buffer had to be brought up to date.
     test_.reset();
     testing_ = false;
   }

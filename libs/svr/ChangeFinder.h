@@ -87,6 +87,7 @@ class ChangeFinder : private plat::Timer::Callback,
   // Adds the damage so far to the tracker. With grabbing, the buffer shows it already if fresh_ is
   // not empty.
   void collect(bool grabbing);
+  // The same without grabbing; what was found is scheduled.
   void collectNow();
   // Has damage looked at after this time at the latest.
   void watch(int ms);
