@@ -17,6 +17,7 @@
 #include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
+#include "support/SelectionReply.h"
 #include "support/XServer.h"
 
 namespace bench {
@@ -33,13 +34,7 @@ Window makeWindow(Display* display) {
 bool answer(Display* display, const XSelectionRequestEvent& request, const std::string& text) {
   const Atom utf8 = XInternAtom(display, "UTF8_STRING", False);
   const Atom targets = XInternAtom(display, "TARGETS", False);
-  XEvent reply{};
-  reply.xselection.type = SelectionNotify;
-  reply.xselection.requestor = request.requestor;
-  reply.xselection.selection = request.selection;
-  reply.xselection.target = request.target;
-  reply.xselection.time = request.time;
-  reply.xselection.property = request.property;
+  XEvent reply = support::selectionReply(request, request.property);
   if (request.target == utf8) {
     XChangeProperty(display, request.requestor, request.property, utf8, 8, PropModeReplace,
                     reinterpret_cast<const unsigned char*>(text.data()),

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/SelectionReply.h"
 #include "support/XServer.h"
 
 // A client that owns selections and answers for them as told, right or wrong, in pump().
@@ -113,12 +114,7 @@ class FakeOwner {
     asked += name(request.selection) + ":" + target + " ";
     const Answer& answer = answers_[target];
     if (answer.kind == Answer::kSilence) return;
-    XEvent reply{};
-    reply.xselection.type = SelectionNotify;
-    reply.xselection.requestor = request.requestor;
-    reply.xselection.selection = request.selection;
-    reply.xselection.target = request.target;
-    reply.xselection.time = request.time;
+    XEvent reply = support::selectionReply(request, None);
     if (answer.kind == Answer::kIncremental) {
       XSelectInput(display, request.requestor, PropertyChangeMask);
       put(request.requestor, request.property, {Answer::kProperty, "INCR", 32, "", {1}});
