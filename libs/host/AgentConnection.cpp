@@ -19,6 +19,10 @@ constexpr size_t kMaxText = 65536;
 constexpr const char* kCutText = "serverCutText";
 constexpr uint32_t kMaxCursorBytes = 64 * 1024 * 1024;
 
+// Log lines that say how changes are found.
+constexpr std::string_view kPolling = "Using polling";
+constexpr std::string_view kDamage = "Using damage extension";
+
 // A request to an agent that has gone is not the caller's fault: process() tells of the end.
 template <typename F>
 void attempt(F write) {
@@ -357,6 +361,7 @@ void AgentConnection::readLogLine(rdr::InStream& in) {
   line.source = in.readShortString().str();
   line.text = in.readString(kMaxText).str();
   listener_->logMsg(line);
+  if (line.text == kPolling || line.text == kDamage) listener_->polling(line.text == kPolling);
   if (const std::optional<Refusal> refusal = refusals_.find(line)) listener_->refused(*refusal);
 }
 

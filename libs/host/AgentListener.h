@@ -74,6 +74,9 @@ class AgentListener {
   virtual void displayModesUpdated() {}
   virtual void monitorsUpdated(const MonitorsMessage&) {}
   virtual void logMsg(const LogLine&) {}
+  // The agent finds changes by comparing pixels from now on, or is told of them by the X server;
+  // comes after the log line that says so, of level 30.
+  virtual void polling(bool /*on*/) {}
   // The agent did not do what it was told; comes after the log line that says so.
   virtual void refused(const Refusal&) {}
   // The agent did not know a message of ours.

@@ -434,6 +434,10 @@ void Desktop::captureBroken(bool broken) {
   if (isShown()) setShown();
 }
 
+void Desktop::pollingChanged(bool polling) {
+  polls_ = polling;
+}
+
 json Desktop::modesMessage() const {
   return {{"t", "modes"}, {"modes", sizes_.offered()}};
 }
@@ -466,8 +470,6 @@ void Desktop::refused(const ruvohost::Refusal& refusal) {
 }
 
 void Desktop::logged(const ruvohost::LogLine& line) {
-  if (line.text == "Using polling") polls_ = true;
-  if (line.text == "Using damage extension") polls_ = false;
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   const json message{{"t", "log"},
                      {"level", line.level},

@@ -70,6 +70,7 @@ class Desktop : public ruvohost::Listener, public Viewer::Callback {
   void textCopied(const std::string& utf8) override;
   void monitorsChanged(const ruvohost::Monitors& monitors) override;
   void captureBroken(bool broken) override;
+  void pollingChanged(bool polling) override;
   void displaySizesSupported(bool supported) override;
   void displaySizesChanged() override;
   void desktopFailed(const std::string& text) override;

@@ -238,6 +238,7 @@ class Agent::Impl : private host::AgentListener {
   void logMsg(const host::LogLine& line) override {
     listener_.logged({line.level, line.source, line.text});
   }
+  void polling(bool on) override { listener_.pollingChanged(on); }
   void refused(const host::Refusal& refusal) override {
     const auto first = std::find_if(pending_.begin(), pending_.end(), [&](const Pending& p) {
       return !p.outcome && p.refusal == refusal.kind;

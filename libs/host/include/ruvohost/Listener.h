@@ -31,6 +31,9 @@ class Listener {
   virtual void monitorsChanged(const Monitors& /*monitors*/) {}
   // Whether changes are reported incompletely, so that the agent compares pixels instead.
   virtual void captureBroken(bool /*broken*/) {}
+  // How the agent finds changes: by comparing pixels, or told by the X server. Told when the
+  // agent's log comes at level 30 or above, as it does unless setLogLevel() was called.
+  virtual void pollingChanged(bool /*polling*/) {}
   virtual void displaySizesSupported(bool /*supported*/) {}
   virtual void displaySizesChanged() {}
   // Who is logged in to the desktop.
