@@ -91,12 +91,13 @@ bool KeyEventInterpreter::keyEvent(uint32_t keysym, bool down) {
   return false;
 }
 
-bool KeyEventInterpreter::needsGraft(uint32_t keysym) const {
-  if (keysym == 0 || keysym == kCapsLock || isPressed(keysym)) return false;
-  if (composePending_ && deadKeys_.deadKeysym(keysym)) return false;
-  if (hasKey(keysym)) return false;
+KeyEventInterpreter::Way KeyEventInterpreter::wayTo(uint32_t keysym) const {
+  if (keysym == 0 || keysym == kCapsLock || isPressed(keysym)) return Way::kKey;
+  if (composePending_ && deadKeys_.deadKeysym(keysym)) return Way::kKey;
+  if (hasKey(keysym)) return Way::kKey;
   const uint32_t alternate = alternateKeysym(keysym);
-  return !(alternate != 0 && hasKey(alternate)) && !spellingOnKeys(keysym);
+  if (alternate != 0 && hasKey(alternate)) return Way::kKey;
+  return spellingOnKeys(keysym) ? Way::kSpelling : Way::kGraft;
 }
 
 bool KeyEventInterpreter::handleKeysym(uint32_t keysym, bool down) {

@@ -24,8 +24,13 @@ class KeyEventInterpreter {
 
   // A key event from a viewer. False if there is no way to produce the symbol.
   bool keyEvent(uint32_t keysym, bool down);
-  // Whether a press of the keysym would take a spare key now.
-  bool needsGraft(uint32_t keysym) const;
+  // How a press of the keysym would be produced now.
+  enum class Way {
+    kKey,       // by the key that carries it, if there is one
+    kSpelling,  // by a dead key and another
+    kGraft,     // by a spare key
+  };
+  Way wayTo(uint32_t keysym) const;
   // Releases every key that is held for the viewer, that of the smallest keysym first.
   void releasePressedKeys();
 

@@ -77,7 +77,7 @@ void InputQueue::run() {
     }
     Event& first = events_.front();
     if (!inject(first)) {
-      if (const int ms = graft(); ms > 0) {
+      if (const int ms = prepare(); ms > 0) {
         timer_.start(ms);
         return;
       }
@@ -103,13 +103,18 @@ bool InputQueue::inject(const Event& event) {
   }
 }
 
-int InputQueue::graft() {
+int InputQueue::prepare() {
+  const bool patient = events_.size() <= kMaxWaiting;
+  if (const std::optional<int> ms = keyboard_.timeToSpell(events_.front().value)) {
+    firstPrepared_ = !patient;
+    return patient ? *ms : 0;
+  }
+
   std::vector<uint32_t, plat::WipingAllocator<uint32_t>> keysyms;
   const size_t count = std::min(events_.size(), kMaxLookAhead);
   for (size_t i = 0; i < count; ++i) {
     if (events_[i].kind == Event::Kind::kPress) keysyms.push_back(events_[i].value);
   }
-  const bool patient = events_.size() <= kMaxWaiting;
   const KeyGrafts::Result result = keyboard_.graftAll(keysyms, patient);
   if (result.outcome == KeyGrafts::Outcome::kLater) return result.waitMs;
   firstPrepared_ = true;

@@ -16,7 +16,8 @@ class SPointerX11;
 // Brings a viewer's keys and buttons to the X display in their order. Symbols that the keyboard
 // carries are typed at once. One that needs a spare keycode waits, and everything behind it: for
 // further events that have arrived, whose symbols are grafted together with it, then for other
-// clients to take the new map. Motion waits only behind a button.
+// clients to take the new map. One that is spelled with a dead key waits for a moment after other
+// keys. Motion waits only behind a button.
 class InputQueue : private plat::Timer::Callback {
  public:
   // Beyond this many events nothing waits.
@@ -50,9 +51,9 @@ class InputQueue : private plat::Timer::Callback {
   void run();
   // False if the event must wait.
   bool inject(const Event& event);
-  // Has the first event's symbol grafted, and those of the events behind it. How long to wait in
-  // ms, 0 for not at all.
-  int graft();
+  // How long the first event, which must wait, waits in ms, 0 for not at all. If its symbol needs a
+  // keycode it is given one, and those of the events behind it.
+  int prepare();
 
   SKeyboardX11& keyboard_;
   SPointerX11& pointer_;
@@ -63,7 +64,7 @@ class InputQueue : private plat::Timer::Callback {
   bool gathering_ = false;
   bool arrived_ = false;
   int64_t gatherUntil_ = 0;
-  // The first event has waited for its symbol.
+  // The first event must not wait any more.
   bool firstPrepared_ = false;
   // As the viewer told last.
   uint32_t buttonMask_ = 0;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "plat/Time.h"
 #include "plat/log/LogSrc.h"
 #include "tx/TXDisplay.h"
 #include "tx/XTestExtension.h"
@@ -18,6 +19,11 @@ plat::LogSrc vlog("SKeyboardX11");
 
 // Time for releases to reach the X server before the connection may close.
 constexpr useconds_t kReleaseDelayUs = 100 * 1000;
+
+// From another key until one that is spelled.
+constexpr int64_t kRestBeforeSpelling = 60 * plat::kTicksPerMs;
+
+using Way = rfb::KeyEventInterpreter::Way;
 
 }  // namespace
 
@@ -32,21 +38,35 @@ SKeyboardX11::~SKeyboardX11() {
   });
 }
 
-bool SKeyboardX11::keyEvent(uint32_t keysym, bool down, bool mayGraft) {
+bool SKeyboardX11::keyEvent(uint32_t keysym, bool down, bool atOnce) {
   if (!tx::TXDisplay::isOpen() || !tx::XTestExtension::present()) return true;
-  // A release needs no map: it is that of the key that was pressed.
-  if (down) map_.follow();
-  if (down && !mayGraft && interpreter_.needsGraft(keysym)) return false;
+  if (down) {
+    // A release needs no map: it is that of the key that was pressed.
+    map_.follow();
+    const Way way = interpreter_.wayTo(keysym);
+    if (!atOnce && (way == Way::kGraft || (way == Way::kSpelling && restLeft() > 0))) return false;
+    if (way != Way::kSpelling) lastPlainPress_ = plat::monotonicTime();
+  }
   interpreter_.keyEvent(keysym, down);
   if (!interpreter_.hasPressedKeysyms()) autoRepeat_.resumeLater();
   return true;
+}
+
+std::optional<int> SKeyboardX11::timeToSpell(uint32_t keysym) const {
+  if (interpreter_.wayTo(keysym) != Way::kSpelling) return std::nullopt;
+  return restLeft();
+}
+
+int SKeyboardX11::restLeft() const {
+  const int64_t left = lastPlainPress_ + kRestBeforeSpelling - plat::monotonicTime();
+  return static_cast<int>(std::max<int64_t>(left + plat::kTicksPerMs - 1, 0) / plat::kTicksPerMs);
 }
 
 KeyGrafts::Result SKeyboardX11::graftAll(std::span<const uint32_t> keysyms, bool patient) {
   if (!tx::TXDisplay::isOpen()) return {KeyGrafts::Outcome::kFull, 0};
   std::vector<uint32_t> wanted;
   for (const uint32_t keysym : keysyms) {
-    if (interpreter_.needsGraft(keysym) &&
+    if (interpreter_.wayTo(keysym) == Way::kGraft &&
         std::find(wanted.begin(), wanted.end(), keysym) == wanted.end()) {
       wanted.push_back(keysym);
     }

@@ -23,8 +23,12 @@ class SKeyboardX11 : private rfb::Keyboard {
   SKeyboardX11& operator=(const SKeyboardX11&) = delete;
 
   // A press or release of an X keysym. Dropped without XTEST. False, and nothing is done, for a
-  // press that needs a spare keycode unless it may take one at once.
-  bool keyEvent(uint32_t keysym, bool down, bool mayGraft);
+  // press that has to wait, for a spare keycode or until timeToSpell(), unless it must not.
+  bool keyEvent(uint32_t keysym, bool down, bool atOnce);
+  // For how many ms a press that is spelled with a dead key has to wait after other keys; null if it
+  // isn't spelled. Toolkits insert what a dead key makes when they read its events, and before
+  // letters that they have read and not handled yet.
+  std::optional<int> timeToSpell(uint32_t keysym) const;
   // Gives keycodes to those of the symbols that need one.
   KeyGrafts::Result graftAll(std::span<const uint32_t> keysyms, bool patient);
   // Releases every key that is held for the viewer.
@@ -38,11 +42,14 @@ class SKeyboardX11 : private rfb::Keyboard {
   bool isCapsLockOn() override { return map_.isCapsLockOn(); }
   std::optional<int> graft(uint32_t keysym) override;
 
+  int restLeft() const;
+
   InputTrace& trace_;
   KeyMapX11 map_;
   KeyGrafts grafts_;
   rfb::KeyEventInterpreter interpreter_;
   AutoRepeat autoRepeat_;
+  int64_t lastPlainPress_ = 0;  // of a key that spells nothing
 };
 
 }  // namespace svr
