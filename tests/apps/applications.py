@@ -29,7 +29,6 @@ class Application:
     large = "1 MB", 1 << 20  # the size of a large text
     cannot = ()  # functions of cases.py that make no sense here
     notes = ()  # why, and what the application does by itself
-    known = {}  # what in a case goes wrong by the application's own doing
 
     def __init__(self, desktop, agent, directory):
         self.desktop, self.agent, self.directory = desktop, agent, directory
@@ -156,9 +155,8 @@ class Gtk4(OwnEditor):
 class Qt5(OwnEditor):
     """Composed characters overtake the plain ones that wait in its queue."""
 
-    known = {"burst": ("de", "fr", "us intl")}
-    notes = ("characters that are typed by way of a dead key overtake others in a burst, and can be lost"
-             "\n  (so they do when xdotool types); not at 30 characters a second.",)
+    notes = ("what a viewer types with dead keys of its own needs 50 ms from the letters before: in a burst"
+             "\n  it overtakes them, whoever types. (The agent's own use of dead keys waits.)",)
     name, title, quick = "qt5", "text area of Qt 5", True
     packages = ("python3-pyqt5",)
     probe = "import PyQt5.QtWidgets"
@@ -183,7 +181,6 @@ class GnomeTextEditor(Application):
 
 
 class FeatherPad(Application):
-    known = Qt5.known
     name = title = program = "featherpad"
     packages = ("featherpad",)
 

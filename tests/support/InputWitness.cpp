@@ -77,6 +77,7 @@ std::vector<std::string> InputWitness::take() {
     }
     if (XFilterEvent(&event, None)) continue;
     if (event.type == KeyPress) addText(event.xkey);
+    if (event.type == ClientMessage) answer(event);
     if (event.type == MappingNotify) XRefreshKeyboardMapping(&event.xmapping);
     if (event.type == ButtonPress || event.type == ButtonRelease) {
       seen.push_back((event.type == ButtonPress ? "+" : "-") +
@@ -87,6 +88,21 @@ std::vector<std::string> InputWitness::take() {
     }
   }
   return seen;
+}
+
+void InputWitness::answerPings() {
+  Atom ping = XInternAtom(display(), "_NET_WM_PING", False);
+  XSetWMProtocols(display(), window_, &ping, 1);
+  XSync(display(), False);
+}
+
+void InputWitness::answer(XEvent event) {
+  Display* const d = display();
+  if (static_cast<Atom>(event.xclient.data.l[0]) != XInternAtom(d, "_NET_WM_PING", False)) return;
+  event.xclient.window = DefaultRootWindow(d);
+  XSendEvent(d, DefaultRootWindow(d), False, SubstructureRedirectMask | SubstructureNotifyMask,
+             &event);
+  XSync(d, False);
 }
 
 std::string InputWitness::waitForText(size_t length) {

@@ -25,6 +25,8 @@ class InputWitness {
   //   before (letters of "SLC12345", Shift to Mod5);
   //   "+1" and "-1": a button; "10,20": a motion.
   std::vector<std::string> take();
+  // Answers from now on in take() when it is asked whether it has handled its events.
+  void answerPings();
   // The text that the keys of the last take() made, in UTF-8.
   const std::string& text() const { return text_; }
   // The text of so many bytes, or of 10 s.
@@ -33,6 +35,7 @@ class InputWitness {
  private:
   std::string describeKey(XKeyEvent& event);
   void addText(XKeyEvent& event);
+  void answer(XEvent event);
 
   XConnection display_;
   Window window_;

@@ -16,6 +16,7 @@
 #include "svr/input/InputQueue.h"
 #include "svr/input/SKeyboardX11.h"
 #include "svr/input/SPointerX11.h"
+#include "tx/EventSieve.h"
 #include "tx/XResources.h"
 
 namespace {
@@ -373,6 +374,62 @@ TEST_F(InputTest, RestedGraftsAreUsedAgain) {
   clock_.advanceMs(1000);
   type(U"ηθ");
   EXPECT_EQ(typedAfter(31), "ηθ");
+}
+
+TEST_F(InputTest, GraftsRestUntilAClientHasHandledThem) {
+  setParam("_ReuseGrafts", "1");
+  beginQueue();
+  leaveSpare(2);
+  witness_->answerPings();
+  tx::sieveEvents();
+  // The witness is behind until its events are taken. The agent reads an answer before it is due.
+  const auto pass = [&](int ms) {
+    for (; ms > 0; ms -= 10) {
+      clock_.advanceMs(10);
+      XSync(display(), False);
+      plat::TimerManager::instance().runExpired();
+    }
+  };
+  type(U"αβγδ");
+  pass(1500);
+  const auto typedIn = [&](int ms) {
+    std::string text;
+    for (; ms > 0; ms -= 10) {
+      take();
+      text += witness_->text();
+      pass(10);
+    }
+    return text;
+  };
+  EXPECT_EQ(typedIn(10), "αβ") << "though they would have rested by now";
+  EXPECT_EQ(typedIn(120), "γδ") << "as soon as it has come so far";
+  type(U"ε");
+  EXPECT_EQ(typedIn(100), "") << "not at once all the same";
+  EXPECT_EQ(typedIn(160), "ε");
+
+  // One that never answers is waited for once.
+  type(U"ζη");
+  pass(4000);
+  type(U"θι");
+  pass(700);
+  take();
+  EXPECT_EQ(witness_->text().substr(witness_->text().size() - 4), "θι");
+}
+
+TEST_F(InputTest, KeysThatSpellWaitForOthers) {
+  beginQueue();
+  load("fr");
+  syncClient();
+  take();
+  dispatchAll();
+  clock_.advanceMs(60);
+  type(U"\u00fb\u00f4");
+  EXPECT_EQ(take().size(), 8u) << "no other key was just pressed";
+  type(U"ax\u00fb\u00fba\u00fb");
+  EXPECT_EQ(take().size(), 4u);
+  EXPECT_EQ(typedAfter(59), "");
+  EXPECT_EQ(typedAfter(2), "ûûa");
+  EXPECT_EQ(typedAfter(61), "û");
 }
 
 TEST_F(InputTest, ThePointerMovesToTheEdgesAtMost) {

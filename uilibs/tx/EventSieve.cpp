@@ -1,5 +1,6 @@
 #include "tx/EventSieve.h"
 
+#include "tx/ClientPing.h"
 #include "tx/TXDisplay.h"
 #include "tx/TXWindow.h"
 
@@ -20,7 +21,8 @@ Bool convert(Display* display, XEvent* event, xEvent* wire);
 
 class Sieve {
  public:
-  Sieve() = default;
+  // What events are shown to outlives the sieve.
+  Sieve() { TXDisplay::part<ClientPing>(); }
   // Xlib goes on reading until the connection is closed.
   ~Sieve() {
     Convert* const current = TXDisplay::display()->event_vec;
@@ -45,11 +47,25 @@ class Sieve {
   Convert former_[kSent] = {};
 };
 
+// What comes along with the answers to a ClientPing.
+bool isAboutChildOfRoot(const XEvent& event) {
+  // All of these have the two windows in the same places.
+  return event.type >= CreateNotify && event.type <= CirculateNotify &&
+         event.xconfigure.event == TXDisplay::root() &&
+         event.xconfigure.window != TXDisplay::root();
+}
+
 Bool convert(Display* display, XEvent* event, xEvent* wire) {
   const int type = wire->u.u.type & (kSent - 1);
-  // Any client can send any event, but only this one is sent by clients when all is well.
-  if ((wire->u.u.type & kSent) != 0 && type != SelectionNotify) return xFalse;
+  // Any client can send any event, but only these are sent by clients when all is well.
+  const bool isSent = (wire->u.u.type & kSent) != 0;
+  if (isSent && type != SelectionNotify && type != ClientMessage) return xFalse;
   if (!TXDisplay::part<Sieve>().former(type)(display, event, wire)) return xFalse;
+  if (type == ClientMessage) {
+    TXDisplay::part<ClientPing>().see(*event);
+    return xFalse;
+  }
+  if (isAboutChildOfRoot(*event)) return xFalse;
   TXWindow* const window = TXWindow::find(event->xany.window);
   return !window || window->wants(*event);
 }

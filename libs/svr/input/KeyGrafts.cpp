@@ -9,6 +9,7 @@
 #include "plat/log/LogSrc.h"
 #include "svr/input/CoreKeyRows.h"
 #include "tx/Atoms.h"
+#include "tx/ClientPing.h"
 #include "tx/ServerGrab.h"
 #include "tx/TXDisplay.h"
 #include "tx/XResources.h"
@@ -27,8 +28,12 @@ constexpr long kMaxStored = 2 * 256;
 constexpr int64_t kRest = 200 * plat::kTicksPerMs;
 // In a burst it is behind by the many changes of the map, too: toolkits read and compile all of it.
 constexpr int64_t kRestInBurst = 500 * plat::kTicksPerMs;
+// For one that is going to say when it has handled the keys.
+constexpr int64_t kRestUnlessHandled = 3000 * plat::kTicksPerMs;
 // What was pressed in one go rests until the last of it has rested.
 constexpr int64_t kOneGo = 10 * plat::kTicksPerMs;
+// How often an answer is looked for.
+constexpr int kLookMs = 20;
 
 }  // namespace
 
@@ -84,45 +89,83 @@ void KeyGrafts::forgetChanged(const CoreKeyRows& rows) {
                 [&](const Graft& g) { return !rows.carriesOnly(g.keycode, KeySym{g.keysym}); });
 }
 
-std::vector<int> KeyGrafts::freeKeycodes(const CoreKeyRows& rows, int64_t rest, int* waitMs) const {
-  *waitMs = 0;
-  std::vector<int> keycodes;
-  for (int keycode = rows.maxKeycode(); keycode >= rows.minKeycode(); --keycode) {
-    if (rows.isSpare(keycode)) keycodes.push_back(keycode);
-  }
-  if (!reuseGrafts.value()) return keycodes;
-
-  std::vector<Graft> own;
-  std::copy_if(grafts_.begin(), grafts_.end(), std::back_inserter(own),
+std::vector<KeyGrafts::Graft> KeyGrafts::unheld() const {
+  std::vector<Graft> grafts;
+  std::copy_if(grafts_.begin(), grafts_.end(), std::back_inserter(grafts),
                [](const Graft& g) { return !g.held; });
-  std::sort(own.begin(), own.end(),
+  std::sort(grafts.begin(), grafts.end(),
             [](const Graft& a, const Graft& b) { return a.lastUse < b.lastUse; });
+  return grafts;
+}
+
+int64_t KeyGrafts::restedAt(const Graft& graft, bool many) const {
+  const auto& ping = tx::TXDisplay::part<tx::ClientPing>();
+  if (graft.lastUse <= ping.handledUntil()) return graft.lastUse + kRest;
+  if (ping.isHeard()) return graft.lastUse + kRestUnlessHandled;
+  return graft.lastUse + (many ? kRestInBurst : kRest);
+}
+
+int KeyGrafts::msUntilRested(bool many) const {
+  const std::vector<Graft> grafts = unheld();
+  if (grafts.empty()) return 0;
   const int64_t now = plat::monotonicTime();
-  for (const Graft& graft : own) {
-    if (now - graft.lastUse >= rest) keycodes.push_back(graft.keycode);
+  if (std::any_of(grafts.begin(), grafts.end(),
+                  [&](const Graft& g) { return restedAt(g, many) <= now; })) {
+    return 0;
   }
-  if (keycodes.empty() && !own.empty()) {
-    int64_t last = own[0].lastUse;
-    for (const Graft& graft : own) {
-      if (graft.lastUse - last <= kOneGo) last = graft.lastUse;
-    }
-    *waitMs = static_cast<int>((last + rest - now) / plat::kTicksPerMs) + 1;
+  Graft last = grafts[0];
+  for (const Graft& graft : grafts) {
+    if (graft.lastUse - last.lastUse <= kOneGo) last = graft;
   }
-  return keycodes;
+  const int ms = static_cast<int>((restedAt(last, many) - now) / plat::kTicksPerMs) + 1;
+  return tx::TXDisplay::part<tx::ClientPing>().isAwaited() ? std::min(ms, kLookMs) : ms;
+}
+
+void KeyGrafts::askClient() {
+  auto& ping = tx::TXDisplay::part<tx::ClientPing>();
+  if (std::any_of(grafts_.begin(), grafts_.end(),
+                  [&](const Graft& g) { return g.lastUse > ping.handledUntil(); })) {
+    ping.send();
+  }
 }
 
 KeyGrafts::Result KeyGrafts::graft(const std::vector<uint32_t>& keysyms, bool patient) {
-  if (fullRevision_ == map_.revision() && !reuseGrafts.value()) return {Outcome::kFull, 0};
+  if (!reuseGrafts.value()) {
+    if (fullRevision_ == map_.revision()) return {Outcome::kFull, 0};
+    return graftNow(keysyms, patient);
+  }
+  const bool many = keysyms.size() > 1;
+  if (fullRevision_ == map_.revision() && patient && msUntilRested(many) > 0) {
+    // Asked first: the answer may be there before the rest is over.
+    askClient();
+    if (const int ms = msUntilRested(many); ms > 0) return {Outcome::kLater, ms};
+  }
+  const Result result = graftNow(keysyms, patient);
+  if (fullRevision_ == map_.revision() && result.outcome != Outcome::kFull) askClient();
+  return result;
+}
+
+KeyGrafts::Result KeyGrafts::graftNow(const std::vector<uint32_t>& keysyms, bool patient) {
   // Nobody changes the map between the look at it and the change.
   const tx::ServerGrab grab;
   map_.refresh();
   CoreKeyRows rows(map_.minKeycode(), map_.maxKeycode());
   forgetChanged(rows);
-  int waitMs;
-  const int64_t rest = !patient ? 0 : keysyms.size() > 1 ? kRestInBurst : kRest;
-  std::vector<int> keycodes = freeKeycodes(rows, rest, &waitMs);
+  std::vector<int> keycodes;
+  for (int keycode = rows.maxKeycode(); keycode >= rows.minKeycode(); --keycode) {
+    if (rows.isSpare(keycode)) keycodes.push_back(keycode);
+  }
+  const bool spareIsLeft = keycodes.size() > keysyms.size();
+  const bool many = keysyms.size() > 1;
+  if (reuseGrafts.value()) {
+    const int64_t now = plat::monotonicTime();
+    for (const Graft& graft : unheld()) {
+      if (!patient || restedAt(graft, many) <= now) keycodes.push_back(graft.keycode);
+    }
+  }
   if (keycodes.empty()) {
     fullRevision_ = map_.revision();
+    const int waitMs = reuseGrafts.value() ? msUntilRested(many) : 0;
     return {waitMs > 0 ? Outcome::kLater : Outcome::kFull, waitMs};
   }
 
@@ -134,6 +177,7 @@ KeyGrafts::Result KeyGrafts::graft(const std::vector<uint32_t>& keysyms, bool pa
     add(keycodes[i], keysyms[i]);
   }
   map_.assign(assignments, rows);
+  if (!spareIsLeft) fullRevision_ = map_.revision();
   save();
   return {Outcome::kGrafted, 0};
 }

@@ -11,8 +11,9 @@ namespace svr {
 class CoreKeyRows;
 
 // The symbols that agents gave to spare keycodes of the X keyboard. A property of the root window
-// keeps them for the next agent of the display. With the parameter `_ReuseGrafts` those that rest
-// give their keycodes to new symbols when no spare one is left.
+// keeps them for the next agent of the display. With the parameter `_ReuseGrafts` those that have
+// rested give their keycodes to new symbols when no spare one is left. They have when the client with
+// the input focus says that it has handled their keys, or after some time when it doesn't say.
 class KeyGrafts {
  public:
   // The map is not owned. The display must be open.
@@ -41,12 +42,20 @@ class KeyGrafts {
   void save() const;
   void add(int keycode, uint32_t keysym);
   void forgetChanged(const CoreKeyRows& rows);
-  // The keycodes to take, best first, and when there are none how long to wait for one.
-  std::vector<int> freeKeycodes(const CoreKeyRows& rows, int64_t rest, int* waitMs) const;
+  // As graft(), without asking anybody.
+  Result graftNow(const std::vector<uint32_t>& keysyms, bool patient);
+  // The own grafts that are not held, that of the longest rest first.
+  std::vector<Graft> unheld() const;
+  // When a graft will have rested; a time that is past if it has. Many: several symbols wait.
+  int64_t restedAt(const Graft& graft, bool many) const;
+  // How long until one will have rested, and those that were pressed in one go with it. 0: one has,
+  // or there is none.
+  int msUntilRested(bool many) const;
+  void askClient();
 
   KeyMapX11& map_;
   std::vector<Graft> grafts_;
-  // The map in which there was no keycode to take.
+  // The map in which there was no spare keycode left.
   std::optional<unsigned> fullRevision_;
 };
 
