@@ -272,7 +272,7 @@ def drag_text(bench):
     bench.agent.press("End")
     state = bench.application.state()
     bench.agent.click(*state["word"], count=2)
-    time.sleep(0.6)  # a third press would select the line
+    time.sleep(1)  # a third press would select the line
     bench.agent.drag(state["word"], (state["end"][0] + 2, state["end"][1]), pause=0.3)
     time.sleep(0.5)
     got = bench.application.read()
