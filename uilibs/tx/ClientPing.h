@@ -9,10 +9,10 @@
 
 namespace tx {
 
-// Asks the client that has the input focus how far it has come with its events: most toolkits answer
-// _NET_WM_PING, of the Extended Window Manager Hints, when they get to it among the others. Needs no
-// window manager. One lives as long as the display, see TXDisplay::part().
-class ClientPing : private plat::Timer::Callback {
+// Asks the client that has the input focus how far it has come with its events: most toolkits
+// answer _NET_WM_PING, of the Extended Window Manager Hints, when they get to it among the others.
+// Needs no window manager. One lives as long as the display, see TXDisplay::part().
+class ClientPing final : private plat::Timer::Callback {
  public:
   ClientPing();
 
