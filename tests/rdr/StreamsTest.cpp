@@ -6,9 +6,12 @@
 #include <iterator>
 #include <string>
 
+#include "rdr/DisplayInfo.h"
 #include "rdr/FdInStream.h"
 #include "rdr/FdOutStream.h"
 #include "rdr/FileInStream.h"
+#include "rdr/MemInStream.h"
+#include "rdr/MemOutStream.h"
 #include "rdr/TransactedFileOutStream.h"
 #include "support/ManualClock.h"
 #include "support/ParameterValue.h"
@@ -22,6 +25,27 @@ namespace {
 using support::SocketPair;
 using support::TempDir;
 using support::thrownBy;
+
+TEST(DisplayInfo, ComesBackAsItWent) {
+  plat::DisplayInfo sent;
+  sent.primary = sent.flag3 = true;
+  sent.flag4 = false;
+  sent.left = -1;
+  sent.bottom = 2160;
+  sent.thirdName = "odd";
+  MemOutStream out;
+  sent.write(out);
+  MemInStream in(out.data(), out.length());
+  plat::DisplayInfo got;
+  got.read(in);
+  EXPECT_EQ(got.primary, sent.primary);
+  EXPECT_EQ(got.flag2, sent.flag2);
+  EXPECT_EQ(got.flag3, sent.flag3);
+  EXPECT_EQ(got.flag4, sent.flag4);
+  EXPECT_EQ(got.left, -1);
+  EXPECT_EQ(got.bottom, 2160);
+  EXPECT_EQ(got.thirdName, sent.thirdName);
+}
 
 TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   SocketPair pair;
