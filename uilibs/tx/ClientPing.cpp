@@ -18,9 +18,8 @@ namespace {
 
 constexpr const char* kProtocols = "WM_PROTOCOLS";
 constexpr const char* kPing = "_NET_WM_PING";
-// How long an answer is awaited, and how often it is looked for.
+// How long an answer is awaited.
 constexpr int64_t kPatience = 3000 * plat::kTicksPerMs;
-constexpr int kLookMs = 20;
 // A client's window, and a window manager's around it.
 constexpr int kMaxDepth = 8;
 

@@ -14,6 +14,9 @@ namespace tx {
 // Needs no window manager. One lives as long as the display, see TXDisplay::part().
 class ClientPing final : private plat::Timer::Callback {
  public:
+  // How often to look for an answer.
+  static constexpr int kLookMs = 20;
+
   ClientPing();
 
   // Asks, unless an answer is awaited. Some round trips.

@@ -32,8 +32,6 @@ constexpr int64_t kRestInBurst = 500 * plat::kTicksPerMs;
 constexpr int64_t kRestUnlessHandled = 3000 * plat::kTicksPerMs;
 // What was pressed in one go rests until the last of it has rested.
 constexpr int64_t kOneGo = 10 * plat::kTicksPerMs;
-// How often an answer is looked for.
-constexpr int kLookMs = 20;
 
 }  // namespace
 
@@ -118,7 +116,8 @@ int KeyGrafts::msUntilRested(bool many) const {
     if (graft.lastUse - last.lastUse <= kOneGo) last = graft;
   }
   const int ms = static_cast<int>((restedAt(last, many) - now) / plat::kTicksPerMs) + 1;
-  return tx::TXDisplay::part<tx::ClientPing>().isAwaited() ? std::min(ms, kLookMs) : ms;
+  const bool isAsked = tx::TXDisplay::part<tx::ClientPing>().isAwaited();
+  return isAsked ? std::min(ms, tx::ClientPing::kLookMs) : ms;
 }
 
 void KeyGrafts::askClient() {

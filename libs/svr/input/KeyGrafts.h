@@ -12,8 +12,8 @@ class CoreKeyRows;
 
 // The symbols that agents gave to spare keycodes of the X keyboard. A property of the root window
 // keeps them for the next agent of the display. With the parameter `_ReuseGrafts` those that have
-// rested give their keycodes to new symbols when no spare one is left. They have when the client with
-// the input focus says that it has handled their keys, or after some time when it doesn't say.
+// rested give their keycodes to new symbols when no spare one is left. They have when the client
+// with the input focus says that it has handled their keys, or after some time when it doesn't say.
 class KeyGrafts {
  public:
   // The map is not owned. The display must be open.

@@ -8,6 +8,7 @@
 
 #include "plat/Time.h"
 #include "plat/log/LogSrc.h"
+#include "tx/ClientPing.h"
 #include "tx/TXDisplay.h"
 #include "tx/XTestExtension.h"
 
@@ -20,8 +21,9 @@ plat::LogSrc vlog("SKeyboardX11");
 // Time for releases to reach the X server before the connection may close.
 constexpr useconds_t kReleaseDelayUs = 100 * 1000;
 
-// From another key until one that is spelled.
+// From another key until one that is spelled, and while the client has not handled the former.
 constexpr int64_t kRestBeforeSpelling = 60 * plat::kTicksPerMs;
+constexpr int64_t kRestUnlessHandled = 1000 * plat::kTicksPerMs;
 
 using Way = rfb::KeyEventInterpreter::Way;
 
@@ -44,22 +46,32 @@ bool SKeyboardX11::keyEvent(uint32_t keysym, bool down, bool atOnce) {
     // A release needs no map: it is that of the key that was pressed.
     map_.follow();
     const Way way = interpreter_.wayTo(keysym);
-    if (!atOnce && (way == Way::kGraft || (way == Way::kSpelling && restLeft() > 0))) return false;
+    if (!atOnce && (way == Way::kGraft || (way == Way::kSpelling && restBeforeSpelling() > 0)))
+      return false;
     if (way != Way::kSpelling) lastPlainPress_ = plat::monotonicTime();
+    askedToSpell_ = false;
   }
   interpreter_.keyEvent(keysym, down);
   if (!interpreter_.hasPressedKeysyms()) autoRepeat_.resumeLater();
   return true;
 }
 
-std::optional<int> SKeyboardX11::timeToSpell(uint32_t keysym) const {
+std::optional<int> SKeyboardX11::timeToSpell(uint32_t keysym) {
   if (interpreter_.wayTo(keysym) != Way::kSpelling) return std::nullopt;
-  return restLeft();
+  auto& ping = tx::TXDisplay::part<tx::ClientPing>();
+  if (ping.handledUntil() < lastPlainPress_) ping.send();
+  askedToSpell_ = true;
+  return restBeforeSpelling();
 }
 
-int SKeyboardX11::restLeft() const {
-  const int64_t left = lastPlainPress_ + kRestBeforeSpelling - plat::monotonicTime();
-  return static_cast<int>(std::max<int64_t>(left + plat::kTicksPerMs - 1, 0) / plat::kTicksPerMs);
+int SKeyboardX11::restBeforeSpelling() const {
+  const int64_t rested = plat::monotonicTime() - lastPlainPress_;
+  if (rested < kRestBeforeSpelling) {
+    return static_cast<int>((kRestBeforeSpelling - rested - 1) / plat::kTicksPerMs) + 1;
+  }
+  if (!askedToSpell_ || rested >= kRestUnlessHandled) return 0;
+  const auto& ping = tx::TXDisplay::part<tx::ClientPing>();
+  return ping.isHeard() && ping.handledUntil() < lastPlainPress_ ? tx::ClientPing::kLookMs : 0;
 }
 
 KeyGrafts::Result SKeyboardX11::graftAll(std::span<const uint32_t> keysyms, bool patient) {

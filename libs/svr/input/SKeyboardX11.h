@@ -25,10 +25,10 @@ class SKeyboardX11 : private rfb::Keyboard {
   // A press or release of an X keysym. Dropped without XTEST. False, and nothing is done, for a
   // press that has to wait, for a spare keycode or until timeToSpell(), unless it must not.
   bool keyEvent(uint32_t keysym, bool down, bool atOnce);
-  // For how many ms a press that is spelled with a dead key has to wait after other keys; null if it
-  // isn't spelled. Toolkits insert what a dead key makes when they read its events, and before
-  // letters that they have read and not handled yet.
-  std::optional<int> timeToSpell(uint32_t keysym) const;
+  // For how many ms a press that is spelled with a dead key has to wait after other keys, to be
+  // asked again then; null if it isn't spelled. Toolkits insert what a dead key makes when they
+  // read its events, and before letters that they have read and not handled yet.
+  std::optional<int> timeToSpell(uint32_t keysym);
   // Gives keycodes to those of the symbols that need one.
   KeyGrafts::Result graftAll(std::span<const uint32_t> keysyms, bool patient);
   // Releases every key that is held for the viewer.
@@ -42,7 +42,8 @@ class SKeyboardX11 : private rfb::Keyboard {
   bool isCapsLockOn() override { return map_.isCapsLockOn(); }
   std::optional<int> graft(uint32_t keysym) override;
 
-  int restLeft() const;
+  // How long keys that spell have to wait in ms.
+  int restBeforeSpelling() const;
 
   InputTrace& trace_;
   KeyMapX11 map_;
@@ -50,6 +51,8 @@ class SKeyboardX11 : private rfb::Keyboard {
   rfb::KeyEventInterpreter interpreter_;
   AutoRepeat autoRepeat_;
   int64_t lastPlainPress_ = 0;  // of a key that spells nothing
+  // A press that is spelled waits for the client to say that it has come so far.
+  bool askedToSpell_ = false;
 };
 
 }  // namespace svr
