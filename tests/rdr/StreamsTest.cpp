@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -60,6 +61,16 @@ TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   }
   in.setPos(30000);
   EXPECT_EQ(in.readU16(), 'b' << 8 | 'c');
+}
+
+TEST(FdInStream, ABlockingDescriptorIsNotWaitedFor) {
+  SocketPair pair;
+  fcntl(pair.ours.get(), F_SETFL, 0);
+  FdInStream in(pair.ours.get());
+  EXPECT_EQ(in.check(1, 1, false), 0u);
+  pair.put("ab");
+  EXPECT_EQ(in.readU8(), 'a');
+  EXPECT_EQ(in.check(2, 1, false), 0u);
 }
 
 TEST(FdOutStream, KeepsWhatThePeerDoesNotTake) {
