@@ -194,6 +194,28 @@ TEST(RegionStream, ReadingGoesOnWhereTheStreamRanShort) {
   EXPECT_EQ(target, expected);
 }
 
+TEST(Region, IsHandedOutInPieces) {
+  const auto pieces = [](const Region& region, int64_t maxPixels, int32_t multipleOf) {
+    Region::Pieces left(region, maxPixels, multipleOf);
+    std::vector<Rect> all;
+    for (Rect piece; left.next(&piece);) all.push_back(piece);
+    return all;
+  };
+  const auto wide = pieces(Rect(0, 0, 1000, 50), 10000, 16);
+  ASSERT_EQ(wide.size(), 8u);
+  EXPECT_EQ(wide[0], Rect(0, 0, 624, 16));
+  EXPECT_EQ(wide[1], Rect(624, 0, 1000, 16));
+  EXPECT_EQ(wide[7], Rect(624, 48, 1000, 50));
+  const auto tall = pieces(Rect(5, 0, 25, 1000), 10000, 16);
+  ASSERT_EQ(tall.size(), 3u);
+  EXPECT_EQ(tall[0], Rect(5, 0, 25, 496));
+  EXPECT_EQ(tall[2], Rect(5, 992, 25, 1000));
+  EXPECT_EQ(pieces(regionOf({{0, 0, 5, 5}, {20, 9, 40, 12}}), 61, 0),
+            (std::vector<Rect>{{0, 0, 5, 5}, {20, 9, 40, 12}}))
+      << "each whole";
+  EXPECT_TRUE(pieces(Region(), 1, 1).empty());
+}
+
 TEST(RegionStream, BytesAreNotTrusted) {
   const Region two = regionOf({{0, 0, 1, 1}, {0, 5, 1, 6}});
   EXPECT_EQ(read(u16s({0, 1, 2, 3, 4})), Region(Rect(1, 2, 3, 4))) << "extents alone";
