@@ -162,6 +162,16 @@ class Faults(unittest.TestCase):
                 with self.subTest(point):
                     self.assertIn(result.verdict, GOOD, result.story)
 
+    def test_extensions_that_refuse_the_first_request(self):
+        """Xlib keeps an error of some codes to itself, and its extensions then know no version."""
+        bench = Bench()
+        self.addCleanup(bench.close)
+        for name in (*EXTENSIONS, "SYNC", "X-Resource"):
+            with self.subTest(name):
+                bench.proxy.reset(fail_at=(name, 0))
+                result = conversation(bench.proxy)
+                self.assertIn((name, 0), bench.proxy.requests)
+                self.assertIn(result.verdict, GOOD, result.story)
 
     def test_segment_for_nobody(self):
         """A segment that the server can't open is none."""

@@ -127,9 +127,10 @@ class Proxy:
     def verdict(self, opcode, minor):
         """Counts a request; the error that it is answered with, or 0."""
         self.requests.append((self.opcodes.get(opcode, opcode), minor))
-        return self.fail_with if len(self.requests) == self.fail_at else 0
+        return self.fail_with if self.fail_at in (len(self.requests), self.requests[-1]) else 0
 
     def reset(self, fail_at=0, fail_with=BAD_ALLOC, hide=()):
+        """FAIL_AT: the number of a request, or all of a kind: (extension, minor opcode)."""
         self.requests.clear()
         self.fail_at, self.fail_with, self.hide = fail_at, fail_with, set(hide)
 

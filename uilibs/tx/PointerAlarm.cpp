@@ -57,14 +57,12 @@ void PointerAlarm::start(int restMs) {
 
 void PointerAlarm::query() {
   Display* const display = TXDisplay::display();
-  int errorBase, major, minor;
+  int errorBase;
   const TXDisplay::Throwing throwing;
-  ErrorCatcher trap;
-  if (!XSyncQueryExtension(display, &eventBase_, &errorBase)) return;
-  // The library has asked for the version, and remembers no answer after an error: it would be read
-  // through a null pointer.
-  if (trap.failed() || !XSyncInitialize(display, &major, &minor)) return;
-  counter_ = findCounter(display);
+  const ErrorCatcher trap;
+  // This asks for the version, too. XSyncInitialize() would tell it, but reads through a null
+  // pointer when the X server has refused to; nothing here depends on it.
+  if (XSyncQueryExtension(display, &eventBase_, &errorBase)) counter_ = findCounter(display);
 }
 
 void PointerAlarm::stop() {
