@@ -71,6 +71,7 @@ TEST(FramedIn, MessageEndsInsideAnItem) {
   in.startMsg();
   EXPECT_EQ(thrownBy([&] { in.readU32(); }), "EndOfMsg: End of message");
   EXPECT_EQ(in.readU8(), 'a') << "the failed read must consume nothing";
+  EXPECT_FALSE(in.atEndOfMsg());
   in.skipToEndOfMsg();
   in.endMsg();
   in.startMsg();

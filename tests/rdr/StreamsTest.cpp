@@ -33,6 +33,7 @@ TEST(DisplayInfo, ComesBackAsItWent) {
   sent.flag4 = false;
   sent.left = -1;
   sent.bottom = 2160;
+  sent.secondName = "1";
   sent.thirdName = "odd";
   MemOutStream out;
   sent.write(out);
@@ -45,6 +46,7 @@ TEST(DisplayInfo, ComesBackAsItWent) {
   EXPECT_EQ(got.flag4, sent.flag4);
   EXPECT_EQ(got.left, -1);
   EXPECT_EQ(got.bottom, 2160);
+  EXPECT_EQ(got.secondName, sent.secondName);
   EXPECT_EQ(got.thirdName, sent.thirdName);
 }
 
