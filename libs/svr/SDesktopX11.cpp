@@ -10,7 +10,7 @@
 #include "tx/DamageExtension.h"
 #include "tx/RandrExtension.h"
 #include "tx/TXDisplay.h"
-#include "tx/XTestExtension.h"
+#include "tx/input/XTestExtension.h"
 
 namespace svr {
 

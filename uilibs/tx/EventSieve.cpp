@@ -1,8 +1,8 @@
 #include "tx/EventSieve.h"
 
-#include "tx/ClientPing.h"
 #include "tx/TXDisplay.h"
 #include "tx/TXWindow.h"
+#include "tx/input/ClientPing.h"
 
 // After all others: it defines macros that the standard library does not stand.
 #include <X11/Xlibint.h>

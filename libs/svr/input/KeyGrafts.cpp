@@ -9,10 +9,10 @@
 #include "plat/log/LogSrc.h"
 #include "svr/input/CoreKeyRows.h"
 #include "tx/Atoms.h"
-#include "tx/ClientPing.h"
 #include "tx/ServerGrab.h"
 #include "tx/TXDisplay.h"
 #include "tx/XResources.h"
+#include "tx/input/ClientPing.h"
 
 namespace svr {
 namespace {

@@ -5,7 +5,7 @@
 #include "plat/config/ParameterChangedCallback.h"
 #include "plat/timer/Timer.h"
 #include "rfb/Point.h"
-#include "tx/PointerAlarm.h"
+#include "tx/input/PointerAlarm.h"
 
 namespace svr {
 

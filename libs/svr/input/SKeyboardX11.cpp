@@ -8,9 +8,9 @@
 
 #include "plat/Time.h"
 #include "plat/log/LogSrc.h"
-#include "tx/ClientPing.h"
 #include "tx/TXDisplay.h"
-#include "tx/XTestExtension.h"
+#include "tx/input/ClientPing.h"
+#include "tx/input/XTestExtension.h"
 
 namespace svr {
 

@@ -8,7 +8,7 @@
 #include "plat/config/BoolParameter.h"
 #include "svr/input/InputTrace.h"
 #include "tx/TXDisplay.h"
-#include "tx/XTestExtension.h"
+#include "tx/input/XTestExtension.h"
 
 namespace svr {
 

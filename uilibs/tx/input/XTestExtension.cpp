@@ -1,4 +1,4 @@
-#include "tx/XTestExtension.h"
+#include "tx/input/XTestExtension.h"
 
 #include <X11/extensions/XTest.h>
 

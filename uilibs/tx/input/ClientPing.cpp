@@ -1,4 +1,4 @@
-#include "tx/ClientPing.h"
+#include "tx/input/ClientPing.h"
 
 #include <X11/Xatom.h>
 

@@ -1,4 +1,4 @@
-#include "tx/PointerAlarm.h"
+#include "tx/input/PointerAlarm.h"
 
 #include <string_view>
 #include <utility>
