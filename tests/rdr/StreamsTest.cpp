@@ -37,7 +37,7 @@ TEST(DisplayInfo, ComesBackAsItWent) {
   sent.thirdName = "odd";
   MemOutStream out;
   sent.write(out);
-  MemInStream in(out.data(), out.length());
+  MemInStream in(out.data(), out.size());
   plat::DisplayInfo got;
   got.read(in);
   EXPECT_EQ(got.primary, sent.primary);
