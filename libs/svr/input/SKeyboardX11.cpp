@@ -46,8 +46,9 @@ bool SKeyboardX11::keyEvent(uint32_t keysym, bool down, bool atOnce) {
     // A release needs no map: it is that of the key that was pressed.
     map_.follow();
     const Way way = interpreter_.wayTo(keysym);
-    if (!atOnce && (way == Way::kGraft || (way == Way::kSpelling && restBeforeSpelling() > 0)))
+    if (!atOnce && (way == Way::kGraft || (way == Way::kSpelling && restBeforeSpelling() > 0))) {
       return false;
+    }
     if (way != Way::kSpelling) lastPlainPress_ = plat::monotonicTime();
     askedToSpell_ = false;
   }
