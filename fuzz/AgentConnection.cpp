@@ -4,13 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
 #include <utility>
 
 #include "Check.h"
+#include "Pieces.h"
 #include "host/Transcript.h"
 #include "plat/log/LogManager.h"
-#include "support/SocketPair.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   plat::LogManager::instance().setLogSpec("");
@@ -29,15 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (connection.isConnected() && connection.msUntilNext() == 0) connection.process(0);
     return connection.isConnected();
   };
-  std::string_view left(reinterpret_cast<const char*>(data + 1), size - 1);
-  const size_t piece = data[0] == 0 ? size : data[0];
-  for (bool isOpen = true; isOpen && !left.empty(); pair.take()) {
-    const ssize_t n = pair.put(left.substr(0, piece));
-    if (n > 0) left.remove_prefix(static_cast<size_t>(n));
-    isOpen = read();
-  }
+  deliverPieces(data, size, pair, read);
   // However the input went, the end of the stream is noticed.
-  pair.peer.reset();
   check(!read());
   return 0;
 }

@@ -8,13 +8,13 @@
 #include <utility>
 
 #include "Check.h"
+#include "Pieces.h"
 #include "io/FdIo.h"
 #include "io/FdSelectManager.h"
 #include "plat/Assert.h"
 #include "plat/log/LogManager.h"
 #include "plat/shm/SharedMem.h"
 #include "rfb/UpdateTracker.h"
-#include "support/SocketPair.h"
 #include "svr/AgentShmPermGetter.h"
 #include "svr/ByteReader.h"
 #include "svr/SDesktop.h"
@@ -72,15 +72,8 @@ void talk(const uint8_t* data, size_t size) {
     }
     return agent.channel().isConnected();
   };
-  std::string_view left(reinterpret_cast<const char*>(data + 1), size - 1);
-  const size_t piece = data[0] == 0 ? size : data[0];
-  for (bool isOpen = true; isOpen && !left.empty(); pair.take()) {
-    const ssize_t n = pair.put(left.substr(0, piece));
-    if (n > 0) left.remove_prefix(static_cast<size_t>(n));
-    isOpen = read();
-  }
+  deliverPieces(data, size, pair, read);
   // However the input went, the end of the stream is noticed, once.
-  pair.peer.reset();
   check(!read() && desktop.disconnected == 1);
 }
 
