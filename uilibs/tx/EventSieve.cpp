@@ -62,7 +62,7 @@ Bool convert(Display* display, XEvent* event, xEvent* wire) {
   if (isSent && type != SelectionNotify && type != ClientMessage) return xFalse;
   if (!TXDisplay::part<Sieve>().former(type)(display, event, wire)) return xFalse;
   if (type == ClientMessage) {
-    TXDisplay::part<ClientPing>().see(*event);
+    TXDisplay::part<ClientPing>().see(event->xclient);
     return xFalse;
   }
   if (isAboutChildOfRoot(*event)) return xFalse;

@@ -2,7 +2,6 @@
 
 #include <X11/Xatom.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "plat/Time.h"
@@ -38,7 +37,7 @@ bool takesPing(Window window) {
 Window pingWindow() {
   Display* const display = TXDisplay::display();
   const ErrorCatcher trap;
-  Window window;
+  Window window = None;
   int revertTo;
   XGetInputFocus(display, &window, &revertTo);
   if (window == PointerRoot) return None;
@@ -83,10 +82,9 @@ void ClientPing::send() {
   timer_.start(kLookMs);
 }
 
-void ClientPing::see(const XEvent& event) {
-  const XClientMessageEvent& message = event.xclient;
-  if (!awaited_ || event.type != ClientMessage || message.window != TXDisplay::root() ||
-      message.format != 32 || message.message_type != internAtom(kProtocols) ||
+void ClientPing::see(const XClientMessageEvent& message) {
+  if (!awaited_ || message.window != TXDisplay::root() || message.format != 32 ||
+      message.message_type != internAtom(kProtocols) ||
       message.data.l[0] != static_cast<long>(internAtom(kPing)) || message.data.l[1] != number_) {
     return;
   }

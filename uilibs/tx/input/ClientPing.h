@@ -27,8 +27,8 @@ class ClientPing final : private plat::Timer::Callback {
   // That client has handled all that was sent to it before that time (plat::monotonicTime()).
   int64_t handledUntil() const { return handledUntil_; }
 
-  // Looks at an event while Xlib reads it, so that no request may be made.
-  void see(const XEvent& event);
+  // Looks at a message while Xlib reads it, so that no request may be made.
+  void see(const XClientMessageEvent& message);
 
  private:
   // plat::Timer::Callback
