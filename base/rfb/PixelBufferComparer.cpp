@@ -76,7 +76,6 @@ Region PixelBufferComparer::followSource() {
     moveCopy();
     exposed = Region(rect) - Region(oldRect);
   }
-  copy_->setColourMap(source_->getColourMap());
   for (const Rect& r : exposed.rects()) {
     int stride = 0;
     uint8_t* to = copy_->getPixelsRW(r, &stride);

@@ -74,6 +74,16 @@ TEST_F(LogDestIpcTest, LinesFromOtherThreads) {
   other.join();
 }
 
+TEST_F(LogDestIpcTest, RefusedLines) {
+  dest_.attach(channel_.ipc);
+  channel_.allow = [](std::string_view name) { return name != "logMsg"; };
+  vlog.debug("refused");
+  vlog.debug("not tried");
+  channel_.allow = nullptr;
+  channel_.pump();
+  EXPECT_EQ(channel_.take(), "");
+}
+
 // What the channel itself logs about a line must not become an endless talk.
 TEST_F(LogDestIpcTest, LinesAboutLines) {
   plat::LogManager::instance().setLogSpec("*:ipc:200");

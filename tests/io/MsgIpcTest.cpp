@@ -99,6 +99,35 @@ TEST(MsgIpc, FailuresAndRefusals) {
   EXPECT_EQ(channel.seen(), "closed ");
 }
 
+TEST(MsgIpc, AnswersThatCannotBeWritten) {
+  TestChannel channel;
+  channel.onRead = [&](std::string_view) {
+    channel.pair.peer.reset();
+    channel.ipc.writeMsg("answer");
+    channel.ipc.endMsg();
+  };
+  support::LogCapture log;
+  channel.feed(number(1));
+  EXPECT_EQ(channel.seen(), "closed ");
+  EXPECT_EQ(log.take(), Lines{"0 FdIo: Peer: write: Broken pipe (32)"});
+}
+
+TEST(MsgIpc, UnblockedWithNobodyToTell) {
+  TestChannel channel;
+  channel.ipc.setCallback(nullptr);
+  const std::string large(100000, 'x');
+  while (!channel.ipc.isBlocked()) {
+    rdr::OutStream& out = channel.ipc.writeMsg("large");
+    out.writeBytes(large.data(), large.size());
+    channel.ipc.endMsg();
+    channel.pump();
+  }
+  while (channel.ipc.isBlocked()) {
+    channel.take();
+    channel.pump();
+  }
+}
+
 TEST(MsgIpc, ReadersComeAndGo) {
   TestChannel channel;
   channel.onRead = [&](std::string_view) { channel.registration.reset(); };

@@ -62,6 +62,7 @@ TEST(FramedOut, IntegersAreNotSplitAndFlushDeliversWhatIsThere) {
   out.writeU8(2);
   out.endMsg();
   EXPECT_EQ(framesOf(mem), "32764 4 1!");
+  EXPECT_EQ(thrownBy([&] { out.writeU8(3); }), "FrameException: FramedOutStream: not in msg");
 }
 
 TEST(FramedIn, MessageEndsInsideAnItem) {
@@ -90,6 +91,7 @@ TEST(FramedIn, MessagesThatHaveNotArrived) {
   ASSERT_TRUE(in.isMsgBuffered());
   EXPECT_EQ(drip.available(), first.size()) << "looking must consume nothing";
   in.startMsg();
+  EXPECT_TRUE(in.isMsgBuffered());
   in.skipToEndOfMsg();
   in.endMsg();
   EXPECT_FALSE(in.isMsgBuffered());

@@ -12,6 +12,7 @@
 #include "plat/Exception.h"
 #include "plat/shm/SharedMemPosix.h"
 #include "support/Segments.h"
+#include "support/Thrown.h"
 
 namespace {
 
@@ -128,6 +129,11 @@ TEST_F(PixelBufferX11Test, OneRoundTripForAGrabAndNoneForNothing) {
   EXPECT_EQ(requests(Rect(5000, 0, 5010, 10)), 0u);
   // Many are fetched as their box.
   EXPECT_EQ(requests(row(21)), 1u + 1);
+  // What is there already is not fetched.
+  const Region fresh = row(2);
+  buffer.setFresh(&fresh);
+  EXPECT_EQ(requests(row(2)), 0u);
+  EXPECT_EQ(requests(row(1)), 1u + 1);
   setParam("_MaxGrabRects", "0");
   EXPECT_EQ(requests(row(2)), 1u + 1);
 }
@@ -151,6 +157,14 @@ TEST_F(PixelBufferX11Test, AShrunkenDrawableIsIgnoredAndAVanishedOneReported) {
     EXPECT_FALSE(log_.has("", 0)) << log_.str();
   }
   EXPECT_THROW(tx::PixelBufferX11(0x7fffff, nullptr), plat::Exception);
+  for (const unsigned width : {32767u, 32768u}) {
+    const Window window = XCreateSimpleWindow(client(), root(), 0, 0, width, 1, 0, 0, 0);
+    XSync(client(), False);
+    const bool isTooWide = width > 32767;
+    EXPECT_EQ(support::thrownBy([&] { tx::PixelBufferX11(window, nullptr); }) == "nothing",
+              !isTooWide)
+        << width;
+  }
 }
 
 TEST_F(PixelBufferX11Test, FallsBackToPlainImagesWhenTheServerCannotAttach) {

@@ -53,6 +53,11 @@ TEST_F(DisplayModeTest, SurvivesEveryFailure) {
   auto owned = std::make_unique<FailingScreen>();
   FailingScreen& screen = *owned;
   svr::DisplayMode mode(*this, std::move(owned));
+  // Also not from the size that Xlib knows: it is restored in millimetres, too.
+  const int millimetres = DisplayWidthMM(client(), 0);
+  screen.failAt = 2;
+  mode.setDisplayMode(1601, 900);
+  EXPECT_EQ(DisplayWidthMM(server().connect().get(), 0), millimetres);
   int refused = 0;
   for (int at = 1;; ++at) {
     SCOPED_TRACE(at);
