@@ -38,13 +38,15 @@ Display* openWithRetry(const char* name) {
   throw plat::Exception("unable to open display \"%s\"", XDisplayName(nullptr));
 }
 
-// Its characters' sizes, which can be many, are of no interest.
+// Its characters' sizes, which can be many, are of no interest. It is loaded by the name that was
+// found: for patterns that end in "-*" Xlib reads the locale's tables first.
 Font loadFont(Display* display) {
-  for (const char* name : {"-*-helvetica-medium-r-*-*-12-*-*-*-*-*-*-*", "fixed"}) {
+  for (const char* pattern : {"-*-helvetica-medium-r-*-*-12-*-*-*-*-*-*-*", "fixed"}) {
     int count = 0;
-    char** const found = XListFonts(display, name, 1, &count);
+    char** const found = XListFonts(display, pattern, 1, &count);
+    const Font font = count > 0 ? XLoadFont(display, found[0]) : None;
     if (found) XFreeFontNames(found);
-    if (count > 0) return XLoadFont(display, name);
+    if (font != None) return font;
   }
   fputs("Failed to load any font\n", stderr);
   exit(1);
