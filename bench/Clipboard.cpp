@@ -130,16 +130,15 @@ void measurePastes(const std::string& agent) {
       paste(i % 2 ? clipboard : secondary);
       paste(i % 2 ? secondary : clipboard);
     }
-    printRow(std::string("paste ") + kind.name, "ms", {median(ours)}, {median(theirs)},
-             "bare selection owner", kind.goal);
+    printRow(std::string("paste ") + kind.name, "ms", ours, theirs, "bare selection owner",
+             kind.goal);
   }
 }
 
 // Conversions and round trips of the agent for each text that an X client copies.
 void countCopies(const std::string& agent) {
   const auto server = support::XServer::xvfb("640x480x24");
-  Subject subject(agent, server->display(), ownDirectory() + "libcountcalls.so",
-                  {{"EnableClipboard", "1"}});
+  Subject subject(agent, server->display(), countLibraryFor(agent), {{"EnableClipboard", "1"}});
   const support::XConnection connection = server->connect();
   Display* const display = connection.get();
   const Window window = makeWindow(display);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/FirstCopy.h"
 #include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
@@ -146,11 +147,13 @@ class BareClient {
 void measureAll(const std::string& agent) {
   constexpr Size kKnown[] = {{1920, 1080}, {1280, 720}};
   const auto display = support::XServer::dummy({{1920, 1080, 0, 0}});
-  std::vector<double> bare;
+  std::vector<double> bare, withCopy;
   {
     BareClient client(display->display());
-    bare = measure([&](int i) { client.resize(kKnown[i % 2 ? 0 : 1]); }, [] {});
+    bare = measure([&](int i) { client.resize(kKnown[i % 2 ? 0 : 1]); },
+                   [&] { withCopy.push_back(msOfFirstCopy(tx::TXDisplay::display())); });
   }
+  for (size_t i = 0; i < bare.size(); ++i) withCopy[i] += bare[i];
   host::LaunchOptions options;
   options.agent = agent;
   options.display = display->display();
@@ -163,6 +166,8 @@ void measureAll(const std::string& agent) {
     server.bufferMs.erase(server.bufferMs.begin());
     const std::string begin = "resize to " + kind;
     printDifference(begin + ", until the buffer", "ms", server.bufferMs, bare, "bare switch", goal);
+    printDifference(begin + ", until the buffer", "ms", server.bufferMs, withCopy,
+                    "bare switch and a copy into new memory", goal);
     printDifference(begin + ", until its first update", "ms", updates, bare, "bare switch", 0);
   };
   report("a mode that exists", 3, [&](int i) { server.resize(kKnown[i % 2 ? 0 : 1]); });

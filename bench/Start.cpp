@@ -4,9 +4,6 @@
 //   bench-start [--agent PATH]
 
 #include <X11/Xlib.h>
-#include <X11/extensions/XShm.h>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/FirstCopy.h"
 #include "agent/Program.h"
 #include "agent/Report.h"
 #include "agent/Subject.h"
@@ -77,35 +75,6 @@ AgentStart startAgent(const std::string& agent, const std::string& display) {
   return result;
 }
 
-// One copy of the screen into a segment that nobody has used before.
-double msToGrab(Display* display) {
-  const auto width = static_cast<unsigned>(DisplayWidth(display, 0));
-  const auto height = static_cast<unsigned>(DisplayHeight(display, 0));
-  const Window root = DefaultRootWindow(display);
-  XShmSegmentInfo segment{};
-  segment.shmid = shmget(IPC_PRIVATE, size_t{width} * height * 4, IPC_CREAT | 0600);
-  segment.shmaddr = static_cast<char*>(shmat(segment.shmid, nullptr, 0));
-  XShmAttach(display, &segment);
-  const Pixmap pixmap = XShmCreatePixmap(display, root, segment.shmaddr, &segment, width, height,
-                                         static_cast<unsigned>(DefaultDepth(display, 0)));
-  XGCValues values{};
-  values.subwindow_mode = IncludeInferiors;
-  values.graphics_exposures = False;
-  const GC gc = XCreateGC(display, pixmap, GCSubwindowMode | GCGraphicsExposures, &values);
-  XSync(display, False);
-  const Clock::time_point begin = Clock::now();
-  XCopyArea(display, root, pixmap, gc, 0, 0, width, height, 0, 0);
-  XSync(display, False);
-  const double ms = msSince(begin);
-  XFreeGC(display, gc);
-  XFreePixmap(display, pixmap);
-  XShmDetach(display, &segment);
-  XSync(display, False);
-  shmctl(segment.shmid, IPC_RMID, nullptr);
-  shmdt(segment.shmaddr);
-  return ms;
-}
-
 void measure(const std::string& agent) {
   const auto server = support::XServer::xvfb("1920x1080x24");
   const support::XConnection bare = server->connect();
@@ -114,7 +83,7 @@ void measure(const std::string& agent) {
   for (int i = 0; i <= kRounds; ++i) {
     const AgentStart start = startAgent(agent, server->display());
     const double connection = msToConnect(server->display());
-    const double copy = msToGrab(bare.get());
+    const double copy = msOfFirstCopy(bare.get());
     if (i == 0) continue;
     greeting.push_back(start.toGreeting);
     buffer.push_back(start.toBuffer);

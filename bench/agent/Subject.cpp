@@ -45,6 +45,10 @@ uint64_t ownMemory(pid_t pid, bool proportional) {
   return (all - std::min(all, shared)) * 1024;
 }
 
+std::string countLibraryFor(const std::string& agent) {
+  return std::filesystem::absolute(agent).replace_filename("libcountcalls.so");
+}
+
 double median(std::vector<double> values) {
   return percentile(std::move(values), 0.5);
 }
@@ -64,6 +68,7 @@ Subject::Subject(const std::string& agent, const std::string& display,
   options.display = display;
   options.parameters = parameters;
   if (!countLibrary.empty()) {
+    if (!std::filesystem::exists(countLibrary)) throw std::runtime_error("no " + countLibrary);
     char name[] = "/tmp/ruvo-bench-XXXXXX";
     const int fd = mkstemp(name);
     if (fd < 0 || ftruncate(fd, sizeof(CallCounts)) < 0) throw std::runtime_error("mkstemp failed");

@@ -27,6 +27,9 @@ double cpuSeconds(pid_t pid);
 // its own. A page that several processes map counts in part for each when proportional.
 uint64_t ownMemory(pid_t pid, bool proportional);
 
+// The library that counts an agent's calls: beside it, for its own architecture.
+std::string countLibraryFor(const std::string& agent);
+
 double median(std::vector<double> values);
 double percentile(std::vector<double> values, double part);
 

@@ -110,8 +110,7 @@ Calls countCalls(Side& side, const char* name, double seconds) {
 }
 
 void calls(const std::string& agent, const std::string& floor) {
-  const std::string library = ownDirectory() + "libcountcalls.so";
-  Side ours(agent, library), theirs(floor, library);
+  Side ours(agent, countLibraryFor(agent)), theirs(floor, countLibraryFor(floor));
   for (const char* name : {"video", "scrolling"}) {
     const Calls a = countCalls(ours, name, 3), b = countCalls(theirs, name, 3);
     const std::string prefix = std::string(name) + ": ";
