@@ -19,9 +19,12 @@ function(ruvo_headers name dir)
   target_compile_options(ruvo_${name} PUBLIC -fmacro-prefix-map=${include}/${as}=${dir})
 endfunction()
 
-# ruvo_library(NAME DIR dir [ROOMS subfolders...] [DIRS more...] [DEPENDS libs...] [SYSTEM libs...])
+# For what waits for others rather than computes: most of a program is that.
+set(ruvo_small $<$<CONFIG:Release,RelWithDebInfo>:-Os>)
+
+# ruvo_library(NAME [SMALL] DIR dir [ROOMS subfolders...] [DIRS more...] [DEPENDS libs...] [SYSTEM libs...])
 function(ruvo_library name)
-  cmake_parse_arguments(arg "" "DIR" "ROOMS;DIRS;DEPENDS;SYSTEM" ${ARGN})
+  cmake_parse_arguments(arg "SMALL" "DIR" "ROOMS;DIRS;DEPENDS;SYSTEM" ${ARGN})
   set(dirs ${arg_DIR} ${arg_DIRS})
   foreach(room IN LISTS arg_ROOMS)
     list(APPEND dirs ${arg_DIR}/${room})
@@ -36,6 +39,9 @@ function(ruvo_library name)
   # Private: who uses a library's headers names the libraries that these need, too.
   list(TRANSFORM arg_DEPENDS PREPEND ruvo_)
   target_link_libraries(ruvo_${name} PRIVATE ${arg_DEPENDS} ruvo_options ${arg_SYSTEM})
+  if(arg_SMALL)
+    target_compile_options(ruvo_${name} PRIVATE ${ruvo_small})
+  endif()
 endfunction()
 
 # ruvo_test(NAME DIR dir [DEPENDS libs...]): every .cpp of the folder in one test program.
