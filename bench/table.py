@@ -146,7 +146,7 @@ def markdown(tables, about):
             noise = "" if r["noise"] is None else f"±{r['noise']:.2f}"
             lines.append(f"| {r['row']} | {number(r['ours'])} {r['unit']} "
                          f"| {number(r['yardstick'])} {r['unit']} ({r['against']}) "
-                         f"| {r['ratio']:.2f} | {noise} | {number(r['goal'])} |")
+                         f"| {r['ratio']:.2f} | {noise} | {number(r['goal'] or None)} |")
         lines.append("")
     return "\n".join(lines)
 

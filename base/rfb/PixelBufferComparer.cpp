@@ -31,6 +31,30 @@ uint32_t significantBits(const PixelFormat& format) {
          bits(format.blueMax, format.blueShift) | bits(format.alphaMax, format.alphaShift);
 }
 
+template <size_t bytes>
+bool isSame(const uint8_t* a, const uint8_t* b) {
+  uint64_t difference = 0;
+  for (size_t i = 0; i < bytes; i += sizeof difference) {
+    uint64_t x, y;
+    std::memcpy(&x, a + i, sizeof x);
+    std::memcpy(&y, b + i, sizeof y);
+    difference |= x ^ y;
+  }
+  return difference == 0;
+}
+
+// Of a block's row, which is too short for a call each.
+bool isSame(const uint8_t* a, const uint8_t* b, size_t bytes) {
+  switch (bytes) {
+    case PixelBufferComparer::kBlockSize * 4:
+      return isSame<PixelBufferComparer::kBlockSize * 4>(a, b);
+    case PixelBufferComparer::kBlockSize * 2:
+      return isSame<PixelBufferComparer::kBlockSize * 2>(a, b);
+    default:
+      return std::memcmp(a, b, bytes) == 0;
+  }
+}
+
 }  // namespace
 
 PixelBufferComparer::PixelBufferComparer() : copy_(makeCopy(PixelFormat(), Rect())) {}
@@ -140,14 +164,18 @@ void PixelBufferComparer::compareBand(const uint8_t* from, uint8_t* to, const Re
       }
       if (std::memcmp(from + begin, to + begin, end - begin) == 0) continue;
       more = true;
+      size_t firstChanged = end;
+      size_t endOfChanged = begin;
       for (size_t i = run.begin; i < run.end; ++i) {
         const size_t at = i * blockBytes;
         const size_t bytes = std::min(blockBytes, end - at);
-        if (std::memcmp(from + at, to + at, bytes) == 0) continue;
+        if (isSame(from + at, to + at, bytes)) continue;
         // Up to here the block's former pixels are untouched.
         blocks_[i] = judge(fromTop + at, toTop + at, bytes, band.height());
-        std::memcpy(to + at, from + at, bytes);
+        firstChanged = std::min(firstChanged, at);
+        endOfChanged = at + bytes;
       }
+      std::memcpy(to + firstChanged, from + firstChanged, endOfChanged - firstChanged);
     }
     if (more) findRuns();
   }

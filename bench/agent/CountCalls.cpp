@@ -1,6 +1,9 @@
 // Preloaded into the agent: counts the calls that a benchmark wants to know of, in the shared file
 // that RUVO_CALL_COUNTS names.
 
+// The calls of libraries that know 32-bit times only; see below for the agent's own.
+#undef _TIME_BITS
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -40,17 +43,38 @@ Function next(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
+template <typename Timeval>
+void countSelect(const Timeval* timeout) {
+  ++counts().calls;
+  ++counts().selects;
+  if (timeout && timeout->tv_sec == 0 && timeout->tv_usec == 0) ++counts().zeroSelects;
+}
+
 }  // namespace
 
 extern "C" int select(int nfds, fd_set* reads, fd_set* writes, fd_set* exceptions,
                       timeval* timeout) noexcept(noexcept(::select(0, nullptr, nullptr, nullptr,
                                                                    nullptr))) {
   static const auto real = next<int (*)(int, fd_set*, fd_set*, fd_set*, timeval*)>("select");
-  ++counts().calls;
-  ++counts().selects;
-  if (timeout && timeout->tv_sec == 0 && timeout->tv_usec == 0) ++counts().zeroSelects;
+  countSelect(timeout);
   return real(nfds, reads, writes, exceptions, timeout);
 }
+
+#if __TIMESIZE == 32
+// What programs of 32 bits with 64-bit times call.
+struct Timeval64 {
+  int64_t tv_sec;
+  int64_t tv_usec;
+};
+extern "C" int select64(int nfds, fd_set* reads, fd_set* writes, fd_set* exceptions,
+                        Timeval64* timeout) __asm__("__select64");
+extern "C" int select64(int nfds, fd_set* reads, fd_set* writes, fd_set* exceptions,
+                        Timeval64* timeout) {
+  static const auto real = next<int (*)(int, fd_set*, fd_set*, fd_set*, Timeval64*)>("__select64");
+  countSelect(timeout);
+  return real(nfds, reads, writes, exceptions, timeout);
+}
+#endif
 
 extern "C" int poll(pollfd* fds, nfds_t count, int timeoutMs) {
   static const auto real = next<int (*)(pollfd*, nfds_t, int)>("poll");
