@@ -24,7 +24,7 @@
 namespace bench {
 namespace {
 
-constexpr int kRounds = 20;
+constexpr int kRounds = 15;
 constexpr int kTimeoutMs = 10000;
 
 struct Size {

@@ -23,7 +23,7 @@
 namespace bench {
 namespace {
 
-constexpr int kRounds = 20;
+constexpr int kRounds = 15;
 constexpr int kTimeoutMs = 10000;
 
 // What is measured as the yardstick of the start: tells the descriptor that it has connected.
