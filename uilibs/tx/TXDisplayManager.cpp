@@ -51,7 +51,9 @@ void TXDisplayManager::flush() {
 int TXDisplayManager::read() {
   Display* const display = TXDisplay::display();
   const unsigned long last = NextRequest(display) - 1;
-  if (!readable_ && last == read_) return 0;
+  // When the last request has been answered, what had arrived by then was read with the answer.
+  const bool isAnswered = last == LastKnownRequestProcessed(display);
+  if (!readable_ && (last == read_ || isAnswered)) return 0;
   readable_ = false;
   read_ = last;
   return XEventsQueued(display, QueuedAfterReading);
