@@ -1,7 +1,5 @@
 #include "rfb/ManagedPixelBuffer.h"
 
-#include <sys/mman.h>
-
 #include <climits>
 #include <cstring>
 #include <new>
@@ -16,20 +14,6 @@ namespace {
 
 void freeArray(uint8_t* bytes) {
   delete[] bytes;
-}
-
-uint8_t* allocateArray(size_t bytes) {
-  uint8_t* const block = new uint8_t[bytes];
-  // A frame's pages are made one by one as it is filled, which takes longer than filling them;
-  // large ones are few.
-  constexpr size_t kLargePage = 2 << 20;
-  if (bytes >= 2 * kLargePage) {
-    const auto address = reinterpret_cast<uintptr_t>(block);
-    const uintptr_t begin = (address + kLargePage - 1) & ~(kLargePage - 1);
-    madvise(reinterpret_cast<void*>(begin), (address + bytes - begin) & ~(kLargePage - 1),
-            MADV_HUGEPAGE);
-  }
-  return block;
 }
 
 int64_t bytesFor(const PixelFormat& format, const Rect& rect) {
@@ -68,7 +52,7 @@ ManagedPixelBuffer::Block ManagedPixelBuffer::configure(const PixelFormat& forma
 
   Block former(nullptr, freeArray);
   if (fresh || needed == 0 || capacity_ < needed) {
-    Block block(needed ? allocateArray(static_cast<size_t>(needed)) : nullptr, freeArray);
+    Block block(needed ? new uint8_t[static_cast<size_t>(needed)] : nullptr, freeArray);
     former = std::exchange(block_, std::move(block));
     capacity_ = static_cast<int>(needed);
   }
