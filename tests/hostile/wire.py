@@ -144,7 +144,7 @@ class Wire(Case):
         self.assertTrue(agent.until(lambda: notice in agent.errors_told(), 30))
         # Some may still have gone out before the channel was full.
         told = agent.errors_told().index(notice)
-        self.assertIn(told, range(1001, 1100))
+        self.assertGreater(told, 1000)
         self.assertEqual(agent.errors_told()[:told],
                          [f"SServerAgent: Unknown parameter 'unknown{i}'" for i in range(told)])
         # What comes once they have been sent is reported again.

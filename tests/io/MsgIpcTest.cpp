@@ -161,6 +161,7 @@ TEST(MsgIpc, FailedWrites) {
 }
 
 TEST(MsgIpc, ReattachedOrDestroyedFromInside) {
+  support::LogCapture log;
   auto channel = std::make_unique<TestChannel>();
   channel->onRead = [&](std::string_view) { channel->connect(); };
   channel->feed(message("list") + number(4));
@@ -171,6 +172,7 @@ TEST(MsgIpc, ReattachedOrDestroyedFromInside) {
   channel->onClosed = [&] { channel.reset(); };
   channel->hangUp();
   EXPECT_EQ(channel, nullptr);
+  EXPECT_EQ(log.take(), Lines{});
 }
 
 }  // namespace

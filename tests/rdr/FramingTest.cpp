@@ -65,6 +65,27 @@ TEST(FramedOut, IntegersAreNotSplitAndFlushDeliversWhatIsThere) {
   EXPECT_EQ(thrownBy([&] { out.writeU8(3); }), "FrameException: FramedOutStream: not in msg");
 }
 
+TEST(FramedOut, FramesInFrames) {
+  MemOutStream mem;
+  OutStreamV4 outer(&mem), inner(&outer);
+  outer.startMsg();
+  inner.startMsg();
+  inner.writeU8('a');
+  inner.pad(40000);
+  inner.writeU8('b');
+  inner.endMsg();
+  outer.endMsg();
+  MemInStream bytes(mem.data(), mem.size());
+  InStreamV4 outerIn(&bytes), innerIn(&outerIn);
+  outerIn.startMsg();
+  innerIn.startMsg();
+  EXPECT_EQ(innerIn.readU8(), 'a');
+  innerIn.skip(40000);
+  EXPECT_EQ(innerIn.readU8(), 'b');
+  innerIn.endMsg();
+  outerIn.endMsg();
+}
+
 TEST(FramedIn, MessageEndsInsideAnItem) {
   const std::string bytes = framed("abc", {2}) + framed("x");
   MemInStream mem(bytes.data(), bytes.size());

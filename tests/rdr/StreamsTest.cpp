@@ -50,6 +50,21 @@ TEST(DisplayInfo, ComesBackAsItWent) {
   EXPECT_EQ(got.thirdName, sent.thirdName);
 }
 
+TEST(InStream, Lines) {
+  const std::string text = "one\r\ntwo\nthree\n";
+  MemInStream in(text.data(), text.size());
+  EXPECT_EQ(in.readLine(), "one");
+  EXPECT_EQ(in.readLine(3), "two");
+  EXPECT_NE(thrownBy([&] { in.readLine(3); }), "nothing");
+}
+
+TEST(MemOutStream, KeepsWhatItHoldsAsItGrows) {
+  MemOutStream out(1);
+  out.writeU8(7);
+  out.pad(100000);
+  EXPECT_EQ(out.data()[0], 7);
+}
+
 TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   SocketPair pair;
   FdInStream in(pair.ours.get(), 100000);

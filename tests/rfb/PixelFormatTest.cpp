@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "rdr/MemOutStream.h"
+
 namespace rfb {
 namespace {
 
@@ -58,6 +60,13 @@ TEST(PixelFormat, EqualityAndValidity) {
         trueColour(32, 32, kAll8, {16, 8, 0, 23})}) {
     EXPECT_FALSE(format.isValid()) << format.str();
   }
+}
+
+TEST(PixelFormat, OnTheWire) {
+  rdr::MemOutStream out;
+  trueColour(16, 15, {15, 31, 7, 3}, {9, 4, 1, 13}, true).write(out);
+  const std::vector<uint8_t> bytes(out.data(), out.data() + out.size());
+  EXPECT_EQ(bytes, (std::vector<uint8_t>{16, 15, 1, 1, 0, 15, 0, 31, 0, 7, 0, 3, 9, 4, 1, 13}));
 }
 
 TEST(PixelFormat, ByteChannels) {

@@ -99,6 +99,8 @@ TEST(Region, CombinesAndMovesLikeItsPixels) {
       // The target is an operand.
       Region target = a;
       ASSERT_EQ((target |= b) -= b, a - b);
+      target = a;
+      ASSERT_EQ(target &= b, a & b);
 
       // What leaves the range is cut off.
       const Point delta(number(-10, 10), number(-10, 10));

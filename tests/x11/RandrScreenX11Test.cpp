@@ -1,7 +1,11 @@
 #include "x11/TXFixture.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "plat/Exception.h"
 #include "svr/DisplayMode.h"
+#include "svr/ModeTimings.h"
 #include "svr/RandrScreenX11.h"
 
 namespace {
@@ -58,6 +62,20 @@ TEST_F(DisplayModeTest, SurvivesEveryFailure) {
   screen.failAt = 2;
   mode.setDisplayMode(1601, 900);
   EXPECT_EQ(DisplayWidthMM(server().connect().get(), 0), millimetres);
+  mode.setDisplayMode(910, 700);
+  const svr::ModeTimings timings({910, 700});
+  const tx::XRRResources resources =
+      tx::RandrExtension::get()->resources(client(), DefaultRootWindow(client()));
+  const auto* const made =
+      std::find_if(resources->modes, resources->modes + resources->nmode,
+                   [](const XRRModeInfo& m) { return m.width == 910 && m.height == 700; });
+  ASSERT_NE(made, resources->modes + resources->nmode);
+  EXPECT_EQ(
+      (std::vector<unsigned long>{made->hSyncStart, made->hSyncEnd, made->hTotal, made->vSyncStart,
+                                  made->vSyncEnd, made->vTotal, made->dotClock}),
+      (std::vector<unsigned long>{timings.hSyncStart, timings.hSyncEnd, timings.hTotal,
+                                  timings.vSyncStart, timings.vSyncEnd, timings.vTotal,
+                                  timings.dotClock}));
   int refused = 0;
   for (int at = 1;; ++at) {
     SCOPED_TRACE(at);
