@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -48,10 +49,21 @@ void hideMemory() {
   if (geteuid() == 0) prctl(PR_SET_DUMPABLE, 0);
 }
 
+// Frames and large texts come and go. Their memory goes with them, whatever malloc learns from those
+// that went before.
+void returnLargeBlocks() {
+#ifdef __GLIBC__
+  constexpr int kLargeBlock = 1 << 20;  // bytes
+  mallopt(M_MMAP_THRESHOLD, kLargeBlock);
+  mallopt(M_TRIM_THRESHOLD, 2 * kLargeBlock);
+#endif
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   hideMemory();
+  returnLargeBlocks();
   occupyStandardDescriptors();
   // A server that has gone shows as a write error.
   std::signal(SIGPIPE, SIG_IGN);
