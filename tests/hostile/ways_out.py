@@ -78,7 +78,7 @@ class WaysOut(unittest.TestCase):
             agent.terminate(signal.SIGKILL)
             self.xserver.run("keydown", CONTROL_R, program="xdotool")
             self.assertEqual(self.state(), ["no-repeat", "3", "1280"])
-            self.assertTrue(agent.traces())
+            # What is left may be removed already: each agent on the machine that starts does it.
             following = desk.Agent(self.xserver, *kind)
             self.addCleanup(following.close)
             following.expect("init")
