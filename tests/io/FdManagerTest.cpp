@@ -11,6 +11,7 @@
 #include "io/FdKicker.h"
 #include "io/FdPollManager.h"
 #include "io/FdSelectManager.h"
+#include "plat/Exception.h"
 #include "plat/Time.h"
 #include "support/ActionTimer.h"
 #include "support/ManualClock.h"
@@ -118,6 +119,22 @@ TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
       EXPECT_EQ(calls, 1) << way << set;
     }
   }
+}
+
+TYPED_TEST(FdManagerTest, WhatAnExceptionLeftIsDoneOnce) {
+  std::string calls;
+  std::vector<TestHandler> handlers(2);
+  for (size_t i = 0; i < handlers.size(); ++i) {
+    handlers[i].call = [&calls, i](char) {
+      calls += std::to_string(i);
+      if (i == 1) throw plat::Exception("expected");
+    };
+    this->manager_.defer(handlers[i]);
+  }
+  EXPECT_THROW(this->manager_.process(0), plat::Exception);
+  EXPECT_EQ(calls, "1");
+  for (int turn = 0; turn < 3; ++turn) this->manager_.process(0);
+  EXPECT_EQ(calls, "10");
 }
 
 TYPED_TEST(FdManagerTest, KickerWakesFromAnotherThread) {

@@ -71,6 +71,8 @@ TEST(FramedOut, FramesInFrames) {
   outer.startMsg();
   inner.startMsg();
   inner.writeU8('a');
+  inner.flush();
+  EXPECT_EQ(framesOf(mem), "3 ") << "the inner frame and its header";
   inner.pad(40000);
   inner.writeU8('b');
   inner.endMsg();

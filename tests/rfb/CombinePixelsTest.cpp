@@ -22,6 +22,14 @@ struct Map : ColourMap {
   int size() const override { return 200; }
 } colourMap;
 
+TEST(ColourMap, AnEntryIsNearestToItself) {
+  for (int i = 0; i < colourMap.size(); ++i) {
+    int r, g, b;
+    colourMap.lookup(i, &r, &g, &b);
+    EXPECT_EQ(colourMap.nearest(r, g, b), i);
+  }
+}
+
 // What is done to one pixel, told from its bytes.
 struct Model {
   Colour read(const uint8_t* p) const {
