@@ -52,6 +52,7 @@ TEST(Cursor, Converts) {
   auto mask = cursor.toMask(kRgb32);
   EXPECT_EQ(mask->hotspot(), Point(1, 0));
   EXPECT_EQ(mask->mask()[0], 0x60);
+  EXPECT_EQ(mask->toMask(kRgb32)->mask()[0], 0x60);
   EXPECT_EQ(pixels(*mask), (Values{0, 0x804000, 0xffffff, 0}));
   EXPECT_EQ(pixels(*mask->toAlpha(Cursor::alphaFormat())), (Values{0, 0xff804000, 0xffffffff, 0}));
   cursor.setThreshold(127);

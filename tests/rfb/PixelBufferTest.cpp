@@ -33,6 +33,13 @@ TEST(PixelBuffer, GivesPixelsInside) {
   EXPECT_EQ(image, (std::vector<uint8_t>{17, 18, 19, 0xee, 0xee, 33, 34, 35}));
 }
 
+TEST(ManagedPixelBuffer, HandsOverItsBlock) {
+  ManagedPixelBuffer buffer(kRgb32, Rect(5, 6, 7, 8));
+  EXPECT_NE(buffer.releaseBuffer(), nullptr);
+  EXPECT_EQ(buffer.getRect(), Rect(5, 6, 5, 6));
+  EXPECT_EQ(buffer.capacity(), 0);
+}
+
 TEST(ManagedPixelBuffer, SizeLimits) {
   EXPECT_EQ(assertionOf([] { ManagedPixelBuffer(PixelFormat(), Rect(0, 0, 32768, 1)); }),
             "Assertion failed: Rect(RgnRect(rect)) == rect (base/rfb/ManagedPixelBuffer)");

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "rdr/MemInStream.h"
 #include "rdr/MemOutStream.h"
 
 namespace rfb {
@@ -64,9 +65,12 @@ TEST(PixelFormat, EqualityAndValidity) {
 
 TEST(PixelFormat, OnTheWire) {
   rdr::MemOutStream out;
-  trueColour(16, 15, {15, 31, 7, 3}, {9, 4, 1, 13}, true).write(out);
+  const PixelFormat format = trueColour(16, 15, {15, 31, 7, 3}, {9, 4, 1, 13}, true);
+  format.write(out);
   const std::vector<uint8_t> bytes(out.data(), out.data() + out.size());
   EXPECT_EQ(bytes, (std::vector<uint8_t>{16, 15, 1, 1, 0, 15, 0, 31, 0, 7, 0, 3, 9, 4, 1, 13}));
+  rdr::MemInStream in(out.data(), out.size());
+  EXPECT_EQ(PixelFormat::read(in).str(), format.str());
 }
 
 TEST(PixelFormat, ByteChannels) {
