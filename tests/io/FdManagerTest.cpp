@@ -121,6 +121,19 @@ TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
   }
 }
 
+TYPED_TEST(FdManagerTest, WritersThatAReaderStops) {
+  this->pair_.put("x");
+  std::string calls;
+  TestHandler handler(this->pair_.ours.get());
+  handler.call = [&](char what) {
+    calls += what;
+    this->manager_.setWants(handler, true, false);
+  };
+  this->manager_.setWants(handler, true, true);
+  this->manager_.process(0);
+  EXPECT_EQ(calls, "r");
+}
+
 TYPED_TEST(FdManagerTest, WhatAnExceptionLeftIsDoneOnce) {
   std::string calls;
   std::vector<TestHandler> handlers(2);

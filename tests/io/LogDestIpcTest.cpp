@@ -76,12 +76,17 @@ TEST_F(LogDestIpcTest, LinesFromOtherThreads) {
 
 TEST_F(LogDestIpcTest, RefusedLines) {
   dest_.attach(channel_.ipc);
-  channel_.allow = [](std::string_view name) { return name != "logMsg"; };
+  int tried = 0;
+  channel_.allow = [&](std::string_view name) {
+    tried += name == "logMsg";
+    return name != "logMsg";
+  };
   vlog.debug("refused");
   vlog.debug("not tried");
   channel_.allow = nullptr;
   channel_.pump();
   EXPECT_EQ(channel_.take(), "");
+  EXPECT_EQ(tried, 1);
 }
 
 // What the channel itself logs about a line must not become an endless talk.

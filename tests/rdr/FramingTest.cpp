@@ -123,6 +123,7 @@ TEST(FramedIn, MessagesThatHaveNotArrived) {
   EXPECT_EQ(thrownBy([&] { in.readU32(); }), "BlockException: Reading from InStream would block");
   drip.arrive(60);
   in.readU32();
+  EXPECT_EQ(in.check(200, 1, false), 0u) << "more than has arrived";
   while (!in.skipToEndOfMsg(false)) drip.arrive(7);
   in.endMsg();
   drip.arrive(10);
@@ -130,6 +131,12 @@ TEST(FramedIn, MessagesThatHaveNotArrived) {
   in.startMsg();
   EXPECT_EQ(in.readU8(), 't');
   EXPECT_EQ(drip.reads(), 0u);
+
+  // In the middle of a message.
+  MemInStream other(first.data(), first.size());
+  in.setUnderlying(&other);
+  in.startMsg();
+  EXPECT_EQ(in.readU8(), 's');
 }
 
 }  // namespace

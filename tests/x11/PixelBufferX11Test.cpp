@@ -126,6 +126,8 @@ TEST_F(PixelBufferX11Test, OneRoundTripForAGrabAndNoneForNothing) {
   };
   EXPECT_EQ(requests(row(20)), 20u + 1) << "and one that is answered";
   EXPECT_EQ(requests(Region()), 0u);
+  buffer.clear();
+  EXPECT_EQ(buffer.getPixel(0, 0), 0u);
   EXPECT_EQ(requests(Rect(5000, 0, 5010, 10)), 0u);
   // Many are fetched as their box.
   EXPECT_EQ(requests(row(21)), 1u + 1);
