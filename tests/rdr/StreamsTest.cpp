@@ -173,7 +173,11 @@ TEST(FileStreams, ATransactionChangesAllOrNothing) {
   }
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   FileInStream in(target);
-  for (uint32_t i = 0; i < 50000; ++i) ASSERT_EQ(in.readU32(), i);
+  for (uint32_t i = 0; i < 50000; ++i) {
+    ASSERT_FALSE(in.atEnd());
+    ASSERT_EQ(in.readU32(), i);
+  }
+  EXPECT_TRUE(in.atEnd());
   EXPECT_EQ(thrownBy([&] { in.readU8(); }), "EndOfStream: End of file");
   // Devices stay devices.
   EXPECT_EQ(thrownBy([] { TransactedFileOutStream("/dev/null"); }), ": not a regular file");

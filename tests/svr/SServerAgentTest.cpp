@@ -7,6 +7,7 @@
 #include "plat/Exception.h"
 #include "plat/config/BoolParameter.h"
 #include "plat/config/IntParameter.h"
+#include "plat/config/ParameterChangedCallback.h"
 #include "rfb/CursorWithAlpha.h"
 #include "rfb/UpdateTracker.h"
 #include "support/Frames.h"
@@ -266,6 +267,13 @@ TEST_F(SServerAgentTest, SendsTheRest) {
 TEST_F(SServerAgentTest, SetsParameters) {
   plat::IntParameter number("TestNumber", "a number", 5, 0, 100);
   plat::BoolParameter flag("TestFlag", "a switch", true);
+  struct Listener : plat::ParameterChangedCallback {
+    explicit Listener(plat::IntParameter& parameter) : number(parameter) {}
+    void paramChanged(plat::ConfigParameter*, int) override { told = number.value(); }
+    plat::IntParameter& number;
+    int told = 5;
+  } listener(number);
+  number.addCallback(&listener);
   const auto entry = [](std::string_view name, std::string_view value, uint32_t priority) {
     return shortString(name) + longString(value) + u32(priority);
   };
@@ -295,6 +303,7 @@ TEST_F(SServerAgentTest, SetsParameters) {
     log.clear();
     send("setParams", c.entries);
     EXPECT_EQ(number.value(), c.value);
+    EXPECT_EQ(listener.told, c.value);
     Calls lines = log.take();
     std::erase_if(lines, [](const std::string& line) { return line[0] != '0'; });
     EXPECT_EQ(lines, c.errors);
