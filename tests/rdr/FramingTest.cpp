@@ -123,7 +123,9 @@ TEST(FramedIn, MessagesThatHaveNotArrived) {
   EXPECT_EQ(thrownBy([&] { in.readU32(); }), "BlockException: Reading from InStream would block");
   drip.arrive(60);
   in.readU32();
-  EXPECT_EQ(in.check(200, 1, false), 0u) << "more than has arrived";
+  drip.arrive(42);
+  in.skip(96);
+  EXPECT_EQ(in.check(1, 1, false), 0u) << "all of the first frame has been read";
   while (!in.skipToEndOfMsg(false)) drip.arrive(7);
   in.endMsg();
   drip.arrive(10);
