@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <functional>
 #include <memory>
@@ -12,6 +14,7 @@
 #include "io/FdPollManager.h"
 #include "io/FdSelectManager.h"
 #include "plat/Exception.h"
+#include "plat/FileDescriptor.h"
 #include "plat/Time.h"
 #include "support/ActionTimer.h"
 #include "support/ManualClock.h"
@@ -119,6 +122,31 @@ TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
       EXPECT_EQ(calls, 1) << way << set;
     }
   }
+}
+
+TYPED_TEST(FdManagerTest, UrgentDataIsExceptional) {
+  const plat::FileDescriptor listener(socket(AF_INET, SOCK_STREAM, 0));
+  const plat::FileDescriptor client(socket(AF_INET, SOCK_STREAM, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  auto* const any = reinterpret_cast<sockaddr*>(&address);
+  socklen_t length = sizeof address;
+  ASSERT_EQ(bind(listener.get(), any, length), 0);
+  ASSERT_EQ(listen(listener.get(), 1), 0);
+  ASSERT_EQ(getsockname(listener.get(), any, &length), 0);
+  ASSERT_EQ(connect(client.get(), any, length), 0);
+  const plat::FileDescriptor accepted(accept(listener.get(), nullptr, nullptr));
+  TestHandler handler(accepted.get());
+  std::string calls;
+  handler.call = [&](char what) { calls += what; };
+  this->manager_.setWants(handler, false, false, true);
+  ASSERT_EQ(send(client.get(), "x", 1, 0), 1);
+  this->manager_.process(0);
+  EXPECT_EQ(calls, "");
+  ASSERT_EQ(send(client.get(), "!", 1, MSG_OOB), 1);
+  this->manager_.process(0);
+  EXPECT_EQ(calls, "r");
 }
 
 TYPED_TEST(FdManagerTest, WritersThatAReaderStops) {
