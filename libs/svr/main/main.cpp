@@ -49,8 +49,8 @@ void hideMemory() {
   if (geteuid() == 0) prctl(PR_SET_DUMPABLE, 0);
 }
 
-// Frames and large texts come and go. Their memory goes with them, whatever malloc learns from those
-// that went before.
+// Frames and large texts come and go. Their memory goes with them, whatever malloc learns from
+// those that went before.
 void returnLargeBlocks() {
 #ifdef __GLIBC__
   constexpr int kLargeBlock = 1 << 20;  // bytes
