@@ -169,6 +169,12 @@ class Resources(Case):
 
     def test_pixmap_freed(self):
         self.frees("pixmap")
+        # What happened before a stop does not count for the next start.
+        self.agent.say("stop")
+        self.agent.expect("captureBroken")
+        self.agent.start()
+        self.frees("pixmap")
+        self.assertFalse(self.agent.has_line("Using polling"))
 
     def test_freed_again_and_again(self):
         self.frees("damage")

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <string>
@@ -193,6 +195,16 @@ TYPED_TEST(FdManagerTest, KickerWakesFromAnotherThread) {
   for (int i = 0; i < 100000; ++i) kicker.kick();
   EXPECT_TRUE(this->manager_.process(-1));
   EXPECT_EQ(counter.calls, 2);
+  EXPECT_FALSE(this->manager_.process(0));
+}
+
+TYPED_TEST(FdManagerTest, SignalsAreNoFailures) {
+  const auto former = std::signal(SIGALRM, [](int) {});
+  const itimerval often{{0, 1000}, {0, 1000}}, never{};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  EXPECT_NO_THROW(EXPECT_FALSE(this->manager_.process(10000)));
+  setitimer(ITIMER_REAL, &never, nullptr);
+  std::signal(SIGALRM, former);
 }
 
 // What is put off is done once, before the loop sleeps, and not for those that have gone.

@@ -4,9 +4,11 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "io/TestChannel.h"
+#include "plat/Time.h"
 #include "rdr/Exceptions.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
@@ -112,9 +114,8 @@ TEST(MsgIpc, AnswersThatCannotBeWritten) {
   EXPECT_EQ(log.take(), Lines{"0 FdIo: Peer: write: Broken pipe (32)"});
 }
 
-TEST(MsgIpc, UnblockedWithNobodyToTell) {
-  TestChannel channel;
-  channel.ipc.setCallback(nullptr);
+// Writes until the peer takes no more.
+void block(TestChannel& channel) {
   const std::string large(100000, 'x');
   while (!channel.ipc.isBlocked()) {
     rdr::OutStream& out = channel.ipc.writeMsg("large");
@@ -122,6 +123,30 @@ TEST(MsgIpc, UnblockedWithNobodyToTell) {
     channel.ipc.endMsg();
     channel.pump();
   }
+}
+
+TEST(MsgIpc, DetachedWithOutputLeft) {
+  TestChannel channel;
+  block(channel);
+  channel.take();
+  const support::SocketPair former = std::move(channel.pair);
+  channel.ipc.detach();
+  EXPECT_NE(former.take(), "");
+  // What is written to nobody is not kept.
+  channel.ipc.writeMsg("nobody");
+  channel.ipc.endMsg();
+  channel.connect();
+  EXPECT_EQ(channel.take(), "");
+}
+
+TEST(MsgIpc, UnblockedWithNobodyToTell) {
+  TestChannel channel;
+  channel.ipc.setCallback(nullptr);
+  block(channel);
+  // Looking for input does not wait until the output is given up.
+  const int64_t before = plat::monotonicTime();
+  EXPECT_THROW(channel.ipc.readMessage("number", 0), rdr::TimedOut);
+  EXPECT_LT(plat::monotonicTime() - before, 10 * plat::kTicksPerSecond);
   while (channel.ipc.isBlocked()) {
     channel.take();
     channel.pump();

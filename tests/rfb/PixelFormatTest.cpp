@@ -63,6 +63,17 @@ TEST(PixelFormat, EqualityAndValidity) {
   }
 }
 
+TEST(PixelFormat, EightBitsAChannel) {
+  EXPECT_TRUE(kRgb.is888());
+  EXPECT_TRUE(trueColour(32, 32, kAll8, {16, 8, 0, 24}).is888());
+  for (size_t narrow = 0; narrow < 4; ++narrow) {
+    std::vector<int> max = kAll8;
+    max[narrow] = 127;
+    EXPECT_FALSE(trueColour(32, 32, max, {16, 8, 0, 24}).is888()) << narrow;
+  }
+  EXPECT_FALSE(PixelFormat(32, 24, false, false).is888());
+}
+
 TEST(PixelFormat, OnTheWire) {
   rdr::MemOutStream out;
   const PixelFormat format = trueColour(16, 15, {15, 31, 7, 3}, {9, 4, 1, 13}, true);
