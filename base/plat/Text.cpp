@@ -4,9 +4,10 @@
 
 namespace plat {
 
-std::string escapedControls(std::string text) {
+std::string escapedControls(std::string text, Newlines newlines) {
   const auto byteAt = [&text](size_t i) { return static_cast<unsigned char>(text[i]); };
   const auto isControl = [&](size_t i) {
+    if (byteAt(i) == '\n') return newlines == Newlines::kEscaped;
     // The second group of them, U+0080 to U+009F, takes two bytes.
     return byteAt(i) < 0x20 || byteAt(i) == 0x7F ||
            (byteAt(i) == 0xC2 && i + 1 < text.size() && byteAt(i + 1) >= 0x80 &&

@@ -12,7 +12,9 @@ constexpr std::string_view trimmed(std::string_view text, std::string_view blank
   return text.substr(0, text.find_last_not_of(blanks) + 1);
 }
 
+enum class Newlines { kKept, kEscaped };
+
 // The UTF-8 text with control characters as "\\n", "\\x1b" or "\\u009b".
-std::string escapedControls(std::string text);
+std::string escapedControls(std::string text, Newlines newlines = Newlines::kEscaped);
 
 }  // namespace plat

@@ -1,6 +1,7 @@
 #include "svr/DisplayMode.h"
 
 #include "plat/Exception.h"
+#include "plat/Text.h"
 #include "plat/config/StringParameter.h"
 #include "plat/log/LogSrc.h"
 #include "svr/RandrScreenX11.h"
@@ -162,7 +163,7 @@ bool DisplayMode::remove(const RandrScreen::Mode& mode, const RandrScreen::State
     }
   }
   if (!succeeds([&] { screen_->destroyMode(mode.id); })) return count > 0;
-  vlog.info("Deleted mode %s from %d outputs", mode.name.c_str(), count);
+  vlog.info("Deleted mode %s from %d outputs", plat::escapedControls(mode.name).c_str(), count);
   return true;
 }
 

@@ -90,14 +90,13 @@ class LocalUsers(unittest.TestCase):
                 owner = [row[head.index(name)] for name in ("perms", "uid", "gid")]
             self.assertEqual(owner, ["600", "12345", "54321"])
 
-    def test_lines_are_not_forged(self):
-        """A text that somebody chose stays within its line."""
+    def test_lines_command_no_terminal(self):
+        """Not even those of the server's; its newlines are its own."""
         agent = self.agent("Log=*:ipc:100")
-        text = "x\n0 Somebody: forged\x1b[2J\u009b2J"
+        text = "x\ny\t\x1b[2J\u009b2J"
         agent.say("setParams", desk.short("DeadKeyFile") + desk.string(text) + (10).to_bytes(4, "big"))
         agent.echo()
-        self.assertTrue(agent.has_line(r"x\n0 Somebody: forged\x1b[2J\u009b2J"), agent.story())
-        self.assertFalse([line for line in agent.log if re.search(r"[\x00-\x1f\x7f-\x9f]", line[2])])
+        self.assertTrue(agent.has_line("x\ny" r"\x09\x1b[2J\u009b2J"), agent.story())
 
     def test_not_for_others(self):
         """Descriptors end with the process, and others of root's cannot look into it."""

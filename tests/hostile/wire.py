@@ -184,7 +184,9 @@ class Log(Case):
                 (set_level(30, "SServerAgent"), False, True),
                 (set_level(0xFFFFFFFF, ""), False, False),
                 # The one that the program began with.
-                (set_parameter("Log", "*:stderr:0", 10) + set_parameter("Log", "", 0), False, False)):
+                (set_parameter("Log", "*:stderr:0", 10) + set_parameter("Log", "", 0), False, False),
+                # The same once more counts as well.
+                (set_level(0) + set_parameter("Log", "", 0), False, False)):
             with self.subTest(data):
                 agent.send(data)
                 agent.echo()

@@ -9,6 +9,7 @@
 #include "plat/Exception.h"
 #include "support/ActionTimer.h"
 #include "support/Environment.h"
+#include "tx/Atoms.h"
 #include "tx/EventPatience.h"
 #include "tx/RootEventMask.h"
 #include "ui/AppLoopImpl.h"
@@ -62,6 +63,15 @@ TEST_F(TXDisplayTest, SleepsThroughEventsThatCanWait) {
   enough.timer.start(300);
   EXPECT_EQ(loop.run(), 3);
   EXPECT_FALSE(patient.isPatient) << "it was woken";
+}
+
+// Clients choose them, and they stand in log lines.
+TEST_F(TXDisplayTest, NamesOfAtoms) {
+  start();
+  const Atom odd = XInternAtom(display(), "a\n0 Somebody: forged\x1b[2J", False);
+  EXPECT_EQ(tx::atomName(odd), "a\\n0 Somebody: forged\\x1b[2J");
+  EXPECT_EQ(tx::atomName(XA_PRIMARY), "PRIMARY");
+  EXPECT_EQ(tx::atomName(0x7FFFFFF), "0x7ffffff");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "plat/Exception.h"
+#include "plat/Text.h"
 #include "tx/ErrorCatcher.h"
 #include "tx/TXDisplay.h"
 #include "tx/XResources.h"
@@ -33,7 +34,8 @@ std::string atomName(Atom atom) {
   }
   if (atom != None && TXDisplay::isOpen()) {
     const ErrorCatcher trap;
-    if (const XMemory<char> name{XGetAtomName(TXDisplay::display(), atom)}) return name.get();
+    if (const XMemory<char> name{XGetAtomName(TXDisplay::display(), atom)})
+      return plat::escapedControls(name.get());
   }
   return plat::format("0x%lx", static_cast<unsigned long>(atom));
 }

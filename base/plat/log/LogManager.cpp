@@ -59,8 +59,7 @@ LogManager& LogManager::instance() {
 LogManager::LogManager()
     : stderr_("stderr", LogDestFile::Kind::kStandardError),
       file_("file", LogDestFile::Kind::kFile),
-      startUpSpec_(kDefaultSpec),
-      spec_(kDefaultSpec) {
+      startUpSpec_(kDefaultSpec) {
   setReporter([](const char* source, int level, const char* line) {
     try {
       instance().write(source, level, line);
@@ -138,7 +137,6 @@ std::vector<LogManager::Element> LogManager::parse(std::string_view spec) {
 void LogManager::setLogSpec(std::string_view spec) {
   const std::lock_guard lock(mutex_);
   const std::vector<Element> elements = parse(spec);
-  spec_ = spec;
   if (spec.empty() || !elements.empty()) {
     for (Connection& connection : connections_) connection.set("*", kOff);
     for (const Element& element : elements) {
@@ -161,9 +159,7 @@ void LogManager::setLogParam(std::string_view spec) {
   const std::lock_guard lock(mutex_);
   paramSpec_ = spec;
   if (paramSpec_.empty() && !configured_) return;
-  // Levels that the peer has set stay when nothing changes.
-  const std::string& effective = paramSpec_.empty() ? startUpSpec_ : paramSpec_;
-  if (!configured_ || effective != spec_) setLogSpec(std::string(effective));
+  setLogSpec(paramSpec_.empty() ? startUpSpec_ : paramSpec_);
 }
 
 void LogManager::setLevel(const LogDest& dest, std::string_view source, int level) {
@@ -181,7 +177,10 @@ void LogManager::setCompact(bool compact) {
 
 void LogManager::write(const char* source, int level, std::string text) {
   const int64_t timeMs = (wallClockTime() - kUnixEpoch) / kTicksPerMs;
-  const LogLine line{timeMs, std::max(level, 0), source, escapedControls(std::move(text))};
+  // Lines of ours may be several; texts from elsewhere, which are not to look like lines, have lost
+  // their newlines before.
+  const LogLine line{timeMs, std::max(level, 0), source,
+                     escapedControls(std::move(text), Newlines::kKept)};
   const std::lock_guard lock(mutex_);
   if (configured_) {
     dispatch(line);

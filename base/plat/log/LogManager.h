@@ -56,7 +56,8 @@ class LogManager {
 
   LogDestFile& fileDest() { return file_; }
 
-  // Values of the parameters "Log" and "CompactLog".
+  // Values of the parameters "Log" and "CompactLog". Also a "Log" that is as before ends what
+  // setLevel() changed.
   void setLogParam(std::string_view spec);
   void setCompact(bool compact);
 
@@ -96,7 +97,6 @@ class LogManager {
   bool configured_ = false;
   std::string startUpSpec_;
   std::string paramSpec_;  // the value of "Log"
-  std::string spec_;       // the specification in force
 };
 
 }  // namespace plat
