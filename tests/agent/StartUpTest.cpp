@@ -80,11 +80,15 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
 
 TEST_F(StartUpTest, NoFontIsAnError) {
   support::TempDir fonts;
-  std::ofstream(fonts / "fonts.dir") << "0\n";
-  const auto own = support::XServer::xvfb("64x48x24");
-  own->run({"xset", "fp=", fonts.path()});
-  EXPECT_EQ(run({"user", "-dummy"}, programOptions(own->display())),
-            "1 |Failed to load any font\n");
+  std::ofstream(fonts / "no-font.pcf") << "no font\n";
+  for (const char* listed :
+       {"0\n", "1\nno-font.pcf -a-helvetica-medium-r-normal--12-120-75-75-p-67-iso8859-1\n"}) {
+    std::ofstream(fonts / "fonts.dir") << listed;
+    const auto own = support::XServer::xvfb("64x48x24");
+    own->run({"xset", "fp=", fonts.path()});
+    EXPECT_EQ(run({"user", "-dummy"}, programOptions(own->display())),
+              "1 |Failed to load any font\n");
+  }
 }
 
 // Whether it is the channel's or the X connection's, it would never be polled.

@@ -44,9 +44,19 @@ Font loadFont(Display* display) {
   for (const char* pattern : {"-*-helvetica-medium-r-*-*-12-*-*-*-*-*-*-*", "fixed"}) {
     int count = 0;
     char** const found = XListFonts(display, pattern, 1, &count);
-    const Font font = count > 0 ? XLoadFont(display, found[0]) : None;
-    if (found) XFreeFontNames(found);
-    if (font != None) return font;
+    if (!found) continue;
+    // What is listed may be damaged.
+    static bool isDamaged;
+    isDamaged = false;
+    const XErrorHandler former = XSetErrorHandler([](Display*, XErrorEvent*) {
+      isDamaged = true;
+      return 0;
+    });
+    const Font font = XLoadFont(display, found[0]);
+    XFreeFontNames(found);
+    XSync(display, False);
+    XSetErrorHandler(former);
+    if (!isDamaged) return font;
   }
   fputs("Failed to load any font\n", stderr);
   exit(1);
