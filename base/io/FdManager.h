@@ -48,6 +48,8 @@ class FdManager : private FdHandler::Registry {
   // Neither owned nor asked for twice.
   void doBeforeWait(Due& due) { beforeWait_.push_back(&due); }
   void cancelBeforeWait(const Due& due) { std::erase(beforeWait_, &due); }
+  // Part of each turn; for what is due when no turn follows.
+  void runBeforeWait();
 
   // One turn: does what is due before the wait, waits at most timeoutMs (-1 without limit), runs
   // the timers that are due, then the deferred, readable and writable handlers. Returns whether a
@@ -90,7 +92,6 @@ class FdManager : private FdHandler::Registry {
   void enroll(FdHandler& handler);
   // Puts back what a turn that ended in an exception left undone.
   void beginTurn();
-  void runBeforeWait();
   // Timers, then the three ready sets. Returns whether a timer ran.
   bool dispatch();
 

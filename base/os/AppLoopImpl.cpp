@@ -6,6 +6,7 @@ AppLoopImpl::AppLoopImpl() : manager_(io::FdManager::instance()) {}
 
 void AppLoopImpl::run() {
   while (!quitting_) manager_.process(beforeWait() == NextWait::kPoll ? 0 : -1);
+  manager_.runBeforeWait();
 }
 
 void AppLoopImpl::quit() {
