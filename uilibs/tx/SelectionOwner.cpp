@@ -20,7 +20,7 @@ namespace {
 // Serving that much needs no rest before the next request.
 constexpr std::chrono::milliseconds kUnrestedMs{20};
 // Requests of one client that are taken before they are served; more are not answered.
-constexpr int kMaxUnserved = 32;
+constexpr int kMaxUnserved = 128;
 // From this size on it is worth waiting to hear whether the server had room for the text.
 constexpr size_t kLargeText = 4 * 1024 * 1024;
 
