@@ -20,10 +20,6 @@ void FramedInStream::setUnderlying(InStream* underlying) {
 void FramedInStream::startMsg() {
   if (inMsg_) throw FrameException("FramedInStream::startMsg: already in msg");
   inMsg_ = true;
-  last_ = false;
-  left_ = 0;
-  scanned_ = 0;
-  scannedLast_ = false;
 }
 
 bool FramedInStream::atEndOfMsg() {
@@ -67,6 +63,8 @@ void FramedInStream::abandonMsg() {
   if (inMsg_ && underlying_) giveBackSpan();
   dropSpan();
   inMsg_ = false;
+  last_ = false;
+  left_ = 0;
   scanned_ = 0;
   scannedLast_ = false;
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -133,9 +134,17 @@ TEST(FramedIn, MessagesThatHaveNotArrived) {
   in.startMsg();
   EXPECT_EQ(in.readU8(), 't');
   EXPECT_EQ(drip.reads(), 0u);
+}
 
-  // In the middle of a message.
-  MemInStream other(first.data(), first.size());
+// In the middle of a message, and the former one has gone already.
+TEST(FramedIn, AnotherUnderlyingStream) {
+  const std::string bytes = framed("some bytes", {3, 7});
+  auto former = std::make_unique<MemInStream>(bytes.data(), bytes.size());
+  InStreamV4 in(former.get());
+  in.startMsg();
+  EXPECT_EQ(in.readU8(), 's');
+  former.reset();
+  MemInStream other(bytes.data(), bytes.size());
   in.setUnderlying(&other);
   in.startMsg();
   EXPECT_EQ(in.readU8(), 's');
