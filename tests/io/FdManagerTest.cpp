@@ -126,6 +126,22 @@ TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
   }
 }
 
+TYPED_TEST(FdManagerTest, WantingMoreLosesNothing) {
+  this->pair_.put("x");
+  std::vector<TestHandler> handlers(2);
+  int calls = 0;
+  for (TestHandler& handler : handlers) {
+    handler.setFd(this->pair_.ours.get());
+    handler.call = [&](char) {
+      ++calls;
+      for (TestHandler& each : handlers) this->manager_.setWants(each, true, false);
+    };
+    this->manager_.setWants(handler, true, false);
+  }
+  this->manager_.process(0);
+  EXPECT_EQ(calls, 2);
+}
+
 TYPED_TEST(FdManagerTest, UrgentDataIsExceptional) {
   const plat::FileDescriptor listener(socket(AF_INET, SOCK_STREAM, 0));
   const plat::FileDescriptor client(socket(AF_INET, SOCK_STREAM, 0));

@@ -137,6 +137,9 @@ TEST(MsgIpc, DetachedWithOutputLeft) {
   channel.ipc.endMsg();
   channel.connect();
   EXPECT_EQ(channel.take(), "");
+  rdr::OutStream& half = channel.ipc.writeMsg("half");
+  channel.ipc.detach();
+  EXPECT_THROW(half.writeU32(1), rdr::FrameException);
 }
 
 TEST(MsgIpc, UnblockedWithNobodyToTell) {

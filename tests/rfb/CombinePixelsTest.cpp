@@ -80,6 +80,7 @@ const PixelFormat kFormats[] = {
     PixelFormat(16, 16, false, true, 15, 15, 15, 8, 4, 0, 12, 15),
     PixelFormat(24, 24, true, true, 255, 255, 255, 0, 8, 16),
     PixelFormat(32, 24, false, true, 255, 255, 255, 16, 8, 0),
+    PixelFormat(32, 24, false, true, 255, 255, 255, 0, 8, 16),
     PixelFormat(32, 32, false, true, 255, 255, 255, 16, 8, 0, 24, 255),
     PixelFormat(32, 32, true, true, 255, 255, 255, 16, 8, 0, 24, 255),
     PixelFormat(32, 32, false, true, 1023, 1023, 1023, 20, 10, 0, 30, 3),

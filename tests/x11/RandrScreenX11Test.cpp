@@ -47,6 +47,15 @@ class FailingScreen final : public svr::RandrScreen {
   std::optional<Grab> grab_;
 };
 
+TEST_F(TXFixture, PhysicalSizeOfTheScreen) {
+  start("1000x700x24");
+  svr::RandrScreenX11 screen(*tx::RandrExtension::get());
+  const svr::DisplaySize physical = screen.read(svr::RandrScreen::Extent::kAll).physical;
+  EXPECT_EQ(physical.width, DisplayWidthMM(client(), 0));
+  EXPECT_EQ(physical.height, DisplayHeightMM(client(), 0));
+  EXPECT_NE(physical.width, svr::DisplaySize({1000, 700}).physical().width);
+}
+
 class DisplayModeTest : public TXFixture, public svr::DisplayMode::Callback {
   void displayModesChanged() override {}
 };
