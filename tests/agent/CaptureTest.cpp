@@ -39,8 +39,7 @@ TEST_F(CaptureTest, ConversationUpToTheFirstUpdate) {
   // Unasked, nothing is said; what happens meanwhile goes into the next answer.
   painter.fill(kFirst, 0x00FF00);
   painter.fill(kSecond, 0x0000FF);
-  agent.sync();
-  EXPECT_EQ(agent.seen.updates.size(), 1u);
+  EXPECT_FALSE(agent.waitFor([&] { return agent.seen.updates.size() > 1; }, 100));
   EXPECT_EQ(agent.update().changed, rfb::Region(kFirst) | rfb::Region(kSecond));
   EXPECT_EQ(painter.difference(*agent.connection), "");
   XBell(painter.display.get(), 50);

@@ -252,7 +252,16 @@ void windows() {
   pause();
 }
 
-// free: whatever the agent holds that anybody may free: damage objects, pixmaps, regions.
+// Xlib frees only its own.
+void freeContext(XID id) {
+  Display* const dpy = display;  // as the macro wants it
+  xResourceReq* request = nullptr;
+  LockDisplay(dpy);
+  GetResReq(FreeGC, static_cast<CARD32>(id), request);
+  UnlockDisplay(dpy);
+}
+
+// free [damage | pixmap | context]: what the agent holds that anybody may free; all of it.
 void freeResources() {
   XID base = 0;
   for (const Window window : hiddenWindows()) base = window & ~XID{0x1FFFFF};
@@ -260,8 +269,10 @@ void freeResources() {
   XFixesQueryExtension(display, &ignored, &ignored);
   XDamageQueryExtension(display, &ignored, &ignored);
   for (XID id = base; id < base + 1000; ++id) {
-    if (word(0) != "pixmap") XDamageDestroy(display, id);
-    if (word(0) != "damage") XFreePixmap(display, id);
+    const auto wanted = [](const char* what) { return word(0).empty() || word(0) == what; };
+    if (wanted("damage")) XDamageDestroy(display, id);
+    if (wanted("pixmap")) XFreePixmap(display, id);
+    if (wanted("context")) freeContext(id);
   }
   ready();
 }

@@ -167,6 +167,9 @@ class Resources(Case):
         self.xserver.run("free", what)
         self.updates(6)
 
+    def test_context_freed(self):
+        self.frees("context")
+
     def test_pixmap_freed(self):
         self.frees("pixmap")
         # What happened before a stop does not count for the next start.

@@ -113,8 +113,9 @@ TEST_F(DeadKeyFile, AnyFaultLeavesTheBuiltInTables) {
     EXPECT_EQ(util.spelling(1), nullptr) << what;
     EXPECT_EQ(log_.count("Error reading dead key file: ", 0, "DeadKeyUtil"), 1) << what;
   };
-  for (const char* deadKeys : {"[[1, 2]]", "[[\"1\", \"2\"]], \"comps\": {}",
-                               "[[\"1\", \"2\"]], \"comps\": [[\"1\", \"2\"]]"}) {
+  for (const char* deadKeys :
+       {"[[1, 2]]", "[[\"1\", \"2x\"]]", "[[\"100000000\", \"2\"]]",
+        "[[\"1\", \"2\"]], \"comps\": {}", "[[\"1\", \"2\"]], \"comps\": [[\"1\", \"2\"]]"}) {
     expectBuiltIn(load(std::string("{\"deadKeys\": ") + deadKeys + "}"), deadKeys);
   }
   ASSERT_EQ(mkfifo((directory_ / "pipe").c_str(), 0600), 0);

@@ -70,6 +70,8 @@ TEST(PixelFormat, EightBitsAChannel) {
     std::vector<int> max = kAll8;
     max[narrow] = 127;
     EXPECT_FALSE(trueColour(32, 32, max, {16, 8, 0, 24}).is888()) << narrow;
+    max[narrow] = 511;
+    EXPECT_FALSE(trueColour(32, 32, max, {16, 8, 0, 24}).byteChannels()) << narrow;
   }
   EXPECT_FALSE(PixelFormat(32, 24, false, false).is888());
 }
