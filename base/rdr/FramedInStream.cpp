@@ -61,7 +61,6 @@ void FramedInStream::endMsg() {
 
 void FramedInStream::abandonMsg() {
   if (inMsg_ && underlying_) giveBackSpan();
-  dropSpan();
   inMsg_ = false;
   last_ = false;
   left_ = 0;

@@ -126,6 +126,16 @@ TYPED_TEST(FdManagerTest, HandlersGoneInTheSameTurnAreNotCalled) {
   }
 }
 
+// They would be written beyond the sets.
+TEST(FdSelectManager, SkipsWhatSetsCannotHold) {
+  FdSelectManager manager;
+  for (const int fd : {-1, FD_SETSIZE}) {
+    TestHandler handler(fd);
+    manager.setWants(handler, true, true);
+    EXPECT_FALSE(manager.process(0)) << fd;
+  }
+}
+
 TYPED_TEST(FdManagerTest, WantingMoreLosesNothing) {
   this->pair_.put("x");
   std::vector<TestHandler> handlers(2);
