@@ -1,7 +1,7 @@
-// How long a key takes from the server's message to a client of the desktop, beside a bare XTEST
-// request and beside xdotool, in turns on one private X server.
+// How long a key takes from the server's message to a client of the desktop, beside the floor, a
+// bare XTEST request and xdotool, in turns on one private X server.
 //
-//   bench-keys [--agent PATH] [SAMPLES]
+//   bench-keys [--agent PATH] [--floor PATH] [SAMPLES]
 
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
@@ -62,20 +62,23 @@ class Receiver {
   support::XConnection display_;
 };
 
-void measure(const std::string& agent, int samples) {
+void measure(const std::string& agent, const std::string& floor, int samples) {
   const auto server = support::XServer::xvfb("1920x1080x24");
   Receiver receiver(*server);
   Subject subject(agent, server->display(), {});
+  Subject relay(floor, server->display(), {});
   const support::XConnection bare = server->connect();
   const unsigned keycode = XKeysymToKeycode(bare.get(), XK_a);
 
-  const auto throughAgent = [&](int number) {
+  const auto through = [&](Subject& program, int number) {
     for (int i = 0; i < number; ++i) {
-      subject.connection().keyEvent(XK_a, true);
-      subject.connection().keyEvent(XK_a, false);
+      program.connection().keyEvent(XK_a, true);
+      program.connection().keyEvent(XK_a, false);
     }
-    subject.connection().process(0);
+    program.connection().process(0);
   };
+  const auto throughAgent = [&](int number) { through(subject, number); };
+  const auto throughFloor = [&](int number) { through(relay, number); };
   const auto throughXTest = [&](int number) {
     for (int i = 0; i < number; ++i) {
       XTestFakeKeyEvent(bare.get(), keycode, True, CurrentTime);
@@ -93,12 +96,14 @@ void measure(const std::string& agent, int samples) {
 
   // The first key of all finds the keyboard in its ordinary state.
   timed(1, throughAgent);
-  std::vector<double> ours, xtest, xdotool;
+  std::vector<double> ours, theirs, xtest, xdotool;
   for (int i = 0; i < samples; ++i) {
     subject.run(0.01);
     xtest.push_back(timed(1, throughXTest));
     subject.run(0.01);
     ours.push_back(timed(1, throughAgent));
+    subject.run(0.01);
+    theirs.push_back(timed(1, throughFloor));
     if (i % 10 == 0) {
       const Clock::time_point begin = Clock::now();
       const auto tool = server->start({"xdotool", "key", "a"});
@@ -107,6 +112,7 @@ void measure(const std::string& agent, int samples) {
       tool->wait();
     }
   }
+  printRow("key to KeyPress", "ms", {median(ours)}, {median(theirs)}, "floor", 1);
   printRow("key to KeyPress", "ms", {median(ours)}, {median(xtest)}, "bare XTEST", 1.3);
   printRow("key to KeyPress, p95", "ms", {percentile(ours, 0.95)}, {percentile(xtest, 0.95)},
            "bare XTEST", 1.3);
@@ -128,16 +134,18 @@ void measure(const std::string& agent, int samples) {
 }  // namespace bench
 
 int main(int argc, char** argv) {
-  std::string agent = bench::ownDirectory() + "ruvoagent";
+  std::string agent = bench::ownDirectory() + "ruvoagent", floor = bench::ownDirectory() + "floor";
   int samples = 300;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     if (argument == "--agent" && i + 1 < argc) {
       agent = argv[++i];
+    } else if (argument == "--floor" && i + 1 < argc) {
+      floor = argv[++i];
     } else if ((samples = std::atoi(argv[i])) < 1) {
-      std::fprintf(stderr, "usage: bench-keys [--agent PATH] [SAMPLES]\n");
+      std::fprintf(stderr, "usage: bench-keys [--agent PATH] [--floor PATH] [SAMPLES]\n");
       return 2;
     }
   }
-  return bench::runMain("bench-keys", [&] { bench::measure(agent, samples); });
+  return bench::runMain("bench-keys", [&] { bench::measure(agent, floor, samples); });
 }

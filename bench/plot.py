@@ -11,7 +11,7 @@ import statistics
 import sys
 from xml.sax.saxutils import escape
 
-COLOURS = ["#0b6e99", "#d1495b", "#7a7a7a", "#e0a030", "#5b8c5a"]
+COLOURS = ["#0b6e99", "#d1495b", "#7a7a7a", "#e0a030", "#5b8c5a", "#8a6bb1"]
 WIDTH = 760
 STYLE = ("text{font:12px sans-serif;fill:#222}.title{font-size:15px;font-weight:bold}"
          ".grid{stroke:#ddd;stroke-width:1}.axis{stroke:#888;stroke-width:1}")

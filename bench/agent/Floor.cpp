@@ -1,13 +1,15 @@
 // The floor that the agent is measured against: a program that follows the protocol's rules for
-// updates and does nothing else. No input, cursors, clipboard, tests, clean-up, or answers to what
-// goes wrong.
+// updates, passes the key "a" on, and does nothing else. No keyboard, pointer, cursors, clipboard,
+// tests, clean-up, or answers to what goes wrong.
 //
 //   floor MODE DESCRIPTOR
 
 #include <X11/Xlib.h>
 #include <X11/extensions/XShm.h>
+#include <X11/extensions/XTest.h>
 #include <X11/extensions/Xdamage.h>
 #include <X11/extensions/Xfixes.h>
+#include <X11/keysym.h>
 #include <sys/select.h>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@
 #include <cstdlib>
 #include <functional>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "rdr/MemOutStream.h"
@@ -28,6 +31,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
+constexpr std::string_view kKeyEvent = "\x08keyEvent";
 constexpr milliseconds kBatch{1}, kPeriod{25}, kPointer{100};
 
 class Floor {
@@ -75,6 +79,7 @@ class Floor {
   void start() {
     display_ = XOpenDisplay(nullptr);
     root_ = DefaultRootWindow(display_);
+    keycode_ = XKeysymToKeycode(display_, XK_a);
     width_ = DisplayWidth(display_, 0);
     height_ = DisplayHeight(display_, 0);
     const size_t size = static_cast<size_t>(width_) * static_cast<size_t>(height_) * 4;
@@ -110,7 +115,7 @@ class Floor {
     pointer_ = Clock::now() + kPointer;
   }
 
-  // Only these two messages are known, and only whole.
+  // Only these three messages are known, and only whole.
   bool read() {
     char bytes[4096];
     const ssize_t length = ::read(channel_, bytes, sizeof bytes);
@@ -118,6 +123,13 @@ class Floor {
     const std::string_view text(bytes, static_cast<size_t>(length));
     if (text.find("\x05start") != text.npos) start();
     if (text.find("fbUpdateRequest") != text.npos) requested_ = true;
+    size_t key = text.find(kKeyEvent);
+    const bool hasKeys = key != text.npos;
+    for (; key != text.npos; key = text.find(kKeyEvent, key + 1)) {
+      const bool down = text.substr(key + kKeyEvent.size() + 4).starts_with('\x01');
+      XTestFakeKeyEvent(display_, keycode_, down, CurrentTime);
+    }
+    if (hasKeys) XFlush(display_);
     return true;
   }
 
@@ -173,6 +185,7 @@ class Floor {
   const rfb::PixelFormat format_{32, 24, false, true, 255, 255, 255, 16, 8, 0};
   Display* display_ = nullptr;
   Window root_ = None;
+  KeyCode keycode_ = 0;
   int width_ = 0, height_ = 0;
   XShmSegmentInfo segment_{};
   Pixmap pixmap_ = None;
