@@ -10,6 +10,7 @@ TEST(DisplaySizeTest, ReadsSizesAndKnowsTheirMillimetres) {
     EXPECT_FALSE(svr::DisplaySize::parse(text)) << text;
   }
   EXPECT_EQ(svr::DisplaySize::parse("32767x0600"), (svr::DisplaySize{32767, 600}));
+  EXPECT_EQ(svr::DisplaySize::parse("1x1"), (svr::DisplaySize{1, 1}));
   EXPECT_EQ((svr::DisplaySize{1920, 1080}.physical()), (svr::DisplaySize{508, 285}));
 }
 
