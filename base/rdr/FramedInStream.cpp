@@ -142,7 +142,6 @@ void FramedInStream::giveBackSpan() {
 
 void FramedInStream::dropSpan() {
   ptr_ = end_ = nullptr;
-  spanIsItem_ = false;
 }
 
 }  // namespace rdr
