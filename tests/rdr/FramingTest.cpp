@@ -103,6 +103,19 @@ TEST(FramedIn, MessageEndsInsideAnItem) {
   EXPECT_EQ(in.readU8(), 'x');
 }
 
+// What is left of an item that was spread over frames comes before what lies in the next one.
+TEST(FramedIn, ItemsThatOverlap) {
+  const std::string bytes = framed("abcdefghijkl", {2, 10});
+  for (size_t read = 1; read <= 4; ++read) {
+    MemInStream mem(bytes.data(), bytes.size());
+    InStreamV4 in(&mem);
+    in.startMsg();
+    in.check(4);
+    in.skip(read);
+    EXPECT_EQ(in.readU32() >> 24, 'a' + read) << read;
+  }
+}
+
 TEST(FramedIn, MessagesThatHaveNotArrived) {
   const std::string first = framed("some bytes", {0, 3, 3, 7});
   support::DripStream drip(first + framed(std::string(5000, 's'), {100, 100, 4000}) + framed("t"));

@@ -179,6 +179,8 @@ TEST(FileStreams, ATransactionChangesAllOrNothing) {
   }
   EXPECT_TRUE(in.atEnd());
   EXPECT_EQ(thrownBy([&] { in.readU8(); }), "EndOfStream: End of file");
+  std::ofstream(target) << "x";
+  EXPECT_EQ(FileInStream(target).readU8(), 'x') << "no more is needed than asked for";
   // Devices stay devices.
   EXPECT_EQ(thrownBy([] { TransactedFileOutStream("/dev/null"); }), ": not a regular file");
 }

@@ -14,7 +14,8 @@ namespace {
 
 // Signed: a minus makes a release of a press, see Keys.
 constexpr int64_t kTab = 0xff09, kMultiKey = 0xff20, kNumLock = 0xff7f, kKp9 = 0xffb9;
-constexpr int64_t kF5 = 0xffc2, kShiftL = 0xffe1, kShiftR = 0xffe2, kControlL = 0xffe3;
+constexpr int64_t kF1 = 0xffbe, kF12 = 0xffc9, kShiftL = 0xffe1, kShiftR = 0xffe2,
+                  kControlL = 0xffe3;
 constexpr int64_t kControlR = 0xffe4, kCapsLock = 0xffe5, kAltL = 0xffe9;
 constexpr int64_t kIsoLevel3Shift = 0xfe03;
 
@@ -22,15 +23,25 @@ constexpr int64_t kIsoLevel3Shift = 0xfe03;
 const struct {
   const char* name;
   uint32_t symbols[4];  // plain, Shift, AltGr, both
-} kKeys[] = {{"Shift", {kShiftL}},     {"ShiftR", {kShiftR, kShiftR}},
-             {"Ctrl", {kControlL}},    {"CtrlR", {kControlR}},
-             {"Alt", {kAltL}},         {"AltGr", {kIsoLevel3Shift}},
-             {"Caps", {kCapsLock}},    {"Num", {kNumLock}},
-             {"Tab", {kTab}},          {"F5", {kF5}},
-             {"Space", {' '}},         {"dead", {0xfe51, 0xfe57}},  // dead_acute, dead_diaeresis
-             {"1", {'1', '!'}},        {"9", {'9', '('}},
-             {"q", {'q', 'Q', '@'}},   {"a", {'a', 'A'}},
-             {"b", {'b', 'B', '9'}},   {"e", {'e', 'E'}},
+} kKeys[] = {{"Shift", {kShiftL}},
+             {"ShiftR", {kShiftR, kShiftR}},
+             {"Ctrl", {kControlL}},
+             {"CtrlR", {kControlR}},
+             {"Alt", {kAltL}},
+             {"AltGr", {kIsoLevel3Shift}},
+             {"Caps", {kCapsLock}},
+             {"Num", {kNumLock}},
+             {"Tab", {kTab}},
+             {"F1", {kF1}},
+             {"F12", {kF12}},
+             {"Space", {' '}},
+             {"dead", {0xfe51, 0xfe57}},  // dead_acute, dead_diaeresis
+             {"1", {'1', '!'}},
+             {"9", {'9', '('}},
+             {"q", {'q', 'Q', '@'}},
+             {"a", {'a', 'A'}},
+             {"b", {'b', 'B', '9'}},
+             {"e", {'e', 'E'}},
              {"another e", {'e', 'E'}}};
 
 class FakeKeyboard : public Keyboard {
@@ -80,7 +91,8 @@ TEST_F(KeyEventInterpreterTest, FindsKeysAndTheirModifiers) {
       {{kControlL, kShiftL, '1', -'1', -kShiftL, -kControlL},
        " +Ctrl +Shift -Shift +1 +Shift -1 -Shift -Ctrl"},
       // No key has these with Shift, but combinations keep it.
-      {{kShiftL, kTab, -kTab, kF5, -kF5, -kShiftL}, " +Shift +Tab -Tab +F5 -F5 -Shift"},
+      {{kShiftL, kTab, -kTab, kF1, -kF1, kF12, -kF12, -kShiftL},
+       " +Shift +Tab -Tab +F1 -F1 +F12 -F12 -Shift"},
       {{kNumLock, kNumLock, -kNumLock, -kNumLock}, " +Num -Num"},
       {{kCapsLock, -kCapsLock}, ""},
       {{'a', 'a', -'a'}, " +a -a +a -a"},
