@@ -72,6 +72,10 @@ TEST_F(StartUpTest, EndsWithoutADesktop) {
     const std::string outcome = run(c.arguments, programOptions(":9999"));
     EXPECT_TRUE(outcome.starts_with(c.begin) && outcome.ends_with("|" + c.errors)) << outcome;
   }
+  // Its own file is found without a name, too.
+  EXPECT_EQ(
+      outcomeOf({"bash", "-c", "exec -a '' \"$0\" --version", RUVO_AGENT}, programOptions("")),
+      "0 ruvoagent " RUVO_VERSION "\n|");
   const std::string help = run({"user", "-dummy", "-HELP", "all"}, programOptions(":9999"));
   for (const char* name : {"AgentAppX11", "SDesktopX11", "TXWindow", "TcpIo", "ruvoagent", "ipc"}) {
     EXPECT_NE(help.find(plat::format("\n  %s\n", name)), std::string::npos) << name;

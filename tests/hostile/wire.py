@@ -71,11 +71,13 @@ class Wire(Case):
             greeting = message("init", u32(0x7CCA9ECB)) + message(
                 "initRectAndPf", u32(0, 0, width, height) + pixels)
             line = message("logMsg", u32(100) + short("Configuration") + string("CompactLog=0 (Default)"))
+            modes = message("displayModesSupported", b"\1")
             data = b""
-            while line not in data and select.select([agent.socket], [], [], 20)[0]:
+            while not (line in data and modes in data) and select.select([agent.socket], [], [], 20)[0]:
                 data += agent.socket.recv(65536)
             self.assertEqual(data[:len(greeting)], greeting)
             self.assertIn(line, data)
+            self.assertIn(modes, data)
 
     def test_every_message_is_read_or_left_behind(self):
         end_of_message = "FdIo: Server: End of message"
