@@ -169,6 +169,7 @@ class Resources(Case):
 
     def test_context_freed(self):
         self.frees("context")
+        self.assertTrue(self.agent.has_line("Capture was destroyed: BadGC", 0), self.agent.story())
 
     def test_pixmap_freed(self):
         self.frees("pixmap")
