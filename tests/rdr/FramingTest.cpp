@@ -149,10 +149,11 @@ TEST(FramedIn, MessagesThatHaveNotArrived) {
   EXPECT_EQ(drip.reads(), 0u);
 }
 
-// In the middle of a message, and the former one has gone already.
+// In the middle of a frame that has arrived in part, and the former one has gone already.
 TEST(FramedIn, AnotherUnderlyingStream) {
   const std::string bytes = framed("some bytes", {3, 7});
-  auto former = std::make_unique<MemInStream>(bytes.data(), bytes.size());
+  auto former = std::make_unique<support::DripStream>(bytes);
+  former->arrive(4);
   InStreamV4 in(former.get());
   in.startMsg();
   EXPECT_EQ(in.readU8(), 's');
