@@ -65,6 +65,17 @@ TEST(MemOutStream, KeepsWhatItHoldsAsItGrows) {
   EXPECT_EQ(out.data()[0], 7);
 }
 
+TEST(MemInStream, IsPlacedAnywhereUpToItsEnd) {
+  MemInStream in("abc", 3);
+  in.setPos(3);
+  EXPECT_EQ(thrownBy([&] { in.readU8(); }), "EndOfStream: End of in-memory input stream");
+  in.setPos(1);
+  EXPECT_EQ(in.readU8(), 'b');
+  EXPECT_EQ(thrownBy([&] { in.setPos(4); }), ": Can't reposition beyond the end");
+  in.checkpoint();
+  EXPECT_EQ(thrownBy([&] { in.setPos(1); }), ": Can't reposition before checkpoint");
+}
+
 TEST(FdInStream, CheckpointedBytesSurviveRefills) {
   SocketPair pair;
   FdInStream in(pair.ours.get(), 100000);
@@ -181,6 +192,8 @@ TEST(FileStreams, ATransactionChangesAllOrNothing) {
   EXPECT_EQ(thrownBy([&] { in.readU8(); }), "EndOfStream: End of file");
   std::ofstream(target) << "x";
   EXPECT_EQ(FileInStream(target).readU8(), 'x') << "no more is needed than asked for";
+  EXPECT_EQ(thrownBy([] { FileInStream("/").readU8(); }),
+            "SystemException: read: Is a directory (21)");
   // Devices stay devices.
   EXPECT_EQ(thrownBy([] { TransactedFileOutStream("/dev/null"); }), ": not a regular file");
 }
