@@ -118,6 +118,7 @@ TEST(FdOutStream, KeepsWhatThePeerDoesNotTake) {
       out.writeBytes(line.data(), line.size());
       sent += line;
       out.flush();
+      ASSERT_EQ(out.length(), sent.size());
       if (out.pending() > c.backlog) received += pair.take(c.taken);
     }
     while (received.size() < sent.size()) {
