@@ -129,6 +129,9 @@ TEST(FdOutStream, KeepsWhatThePeerDoesNotTake) {
     }
     EXPECT_TRUE(received == sent);
     EXPECT_EQ(out.pending(), 0u);
+    out.writeU8('.');
+    out.flush();
+    EXPECT_EQ(pair.take(), ".");
   }
 }
 
