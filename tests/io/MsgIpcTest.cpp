@@ -157,11 +157,18 @@ TEST(MsgIpc, UnblockedWithNobodyToTell) {
 }
 
 TEST(MsgIpc, ReadersComeAndGo) {
+  const std::string refusal = message("badMsg", shortString("number"));
+  {
+    TestChannel channel;
+    channel.registration.reset();
+    channel.feed(number(3));
+    EXPECT_EQ(channel.take(), refusal);
+  }
   TestChannel channel;
   channel.onRead = [&](std::string_view) { channel.registration.reset(); };
   channel.feed(number(1) + number(2));
   EXPECT_EQ(channel.seen(), "1 ");
-  EXPECT_EQ(channel.take(), message("badMsg", shortString("number")));
+  EXPECT_EQ(channel.take(), refusal);
 }
 
 // A failed write closes the channel from the loop, never in the writer's stack.
