@@ -34,8 +34,9 @@ std::string atomName(Atom atom) {
   }
   if (atom != None && TXDisplay::isOpen()) {
     const ErrorCatcher trap;
-    if (const XMemory<char> name{XGetAtomName(TXDisplay::display(), atom)})
+    if (const XMemory<char> name{XGetAtomName(TXDisplay::display(), atom)}) {
       return plat::escapedControls(name.get());
+    }
   }
   return plat::format("0x%lx", static_cast<unsigned long>(atom));
 }
