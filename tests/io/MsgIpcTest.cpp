@@ -161,8 +161,10 @@ TEST(MsgIpc, ReadersComeAndGo) {
   {
     TestChannel channel;
     channel.registration.reset();
+    support::LogCapture log;
     channel.feed(number(3));
     EXPECT_EQ(channel.take(), refusal);
+    EXPECT_EQ(log.take(), Lines{});
   }
   TestChannel channel;
   channel.onRead = [&](std::string_view) { channel.registration.reset(); };
