@@ -145,7 +145,7 @@ void measurePeers(const std::string& agent) {
     if (peer.name == "ximagesrc") measurePolling(agent, peer);
     Capture capture(peer, 30);
     for (const Workload& workload : capture.painter().workloads()) {
-      printSeries("load", peer.name, workload.name, {capture.load(workload, 1.5)});
+      printSeries("load", peer.name, workload.name, {capture.load(workload, 1)});
     }
   }
 }
